@@ -1,0 +1,136 @@
+#ifndef FOUNDATION_TKARCHIVE_H
+#define FOUNDATION_TKARCHIVE_H
+
+#include "foundation/tkException.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+/// Stores objects in, or loads them from, a byte stream; `archive || object` does either.
+///
+/// The bytes are the same from every platform: integers of 32 bits, little-endian, IEEE doubles, wide
+/// strings as UTF-8 with a byte count. An object reached through several handles is written once and
+/// shared again after loading; for that the archive keeps what it stored or loaded alive while it lives.
+/// An archive is used by one thread. The stream must outlive it. Once an exchange has failed, its place
+/// in the stream is lost and every further exchange fails; what was being loaded must be discarded.
+class TK_EXPORT tkArchive
+{
+public:
+    class Errors;
+    class UnknownVersion;
+
+    /// Stores to `stream`, which holds all bytes whenever an outermost exchange has ended.
+    explicit tkArchive(std::ostream& stream);
+    /// Loads from `stream`, from which no byte is taken beyond what was asked for.
+    explicit tkArchive(std::istream& stream);
+    ~tkArchive();
+    tkArchive(const tkArchive&) = delete;
+    tkArchive& operator=(const tkArchive&) = delete;
+
+    bool isLoading() const;
+    bool isStoring() const;
+
+    /// How many objects may be nested in one another, 1,024 at first; deeper ones are refused in both
+    /// directions, since each level costs some of the thread's stack.
+    long nestingLimit() const;
+    void nestingLimit(long objects);
+
+    /// Bytes exchanged so far.
+    unsigned long long position() const;
+
+    /// The primitives, exchanged symmetrically. All throw Errors: a value that does not fit into 32 bits,
+    /// a text that is not Unicode, a stream that ends early or cannot be written, damaged bytes.
+    tkArchive& operator||(long& value);
+    tkArchive& operator||(unsigned long& value);
+    tkArchive& operator||(double& value);
+    tkArchive& operator||(bool& value);
+    tkArchive& operator||(std::wstring& text);
+
+    /// One direction only; *requires* an archive of that direction.
+    tkArchive& operator<<(unsigned long value);
+    tkArchive& operator>>(unsigned long& value);
+
+    /// `count` bytes as they are.
+    void exchangeBytes(unsigned char* bytes, std::size_t count);
+    /// `count` doubles in a row.
+    void exchangeDoubles(double* values, std::size_t count);
+
+    /// Exchanges the version byte of a record that knows version 0 only; throws UnknownVersion(where, number)
+    /// for any other.
+    void exchangeVersion(const char* where = nullptr, int number = 0);
+    /// The same test for a version byte already read.
+    static void requireVersion0(unsigned char version, const char* where = nullptr, int number = 0);
+
+    /// Takes back a loaded object that its receiver cannot use: one that is not reference-counted is deleted
+    /// (and null when met again), any other goes with the archive.
+    void discardLoaded(tkPersistent* object);
+
+private:
+    friend class tkPersistent;
+    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkPersistent& object);
+    struct State_;
+    class Exchange_;
+
+    void storePointer_(tkPersistent* object);
+    tkPersistent* loadPointer_();
+    void exchangeObject_(tkPersistent& object);
+    void exchangeWord_(std::uint32_t& word);
+    void exchangeText_(std::string& bytes);
+    [[noreturn]] void fail_(const std::wstring& what) const;
+
+    std::unique_ptr<State_> state_;
+};
+
+/// Exchanges one byte as it is.
+TK_EXPORT tkArchive& operator||(tkArchive& archive, unsigned char& byte);
+/// Exchanges the record of an object in place, without type and without sharing by pointer.
+TK_EXPORT tkArchive& operator||(tkArchive& archive, tkPersistent& object);
+
+/// Anything wrong with an archive: what and, for input, at which byte.
+class TK_EXPORT tkArchive::Errors : public tkExceptionWithString
+{
+public:
+    explicit Errors(const std::wstring& message = L"");
+
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+};
+
+/// A record of a version that this library does not know: written by a later one, or damaged.
+class TK_EXPORT tkArchive::UnknownVersion : public tkArchive::Errors
+{
+public:
+    /// `where` names the record's class or source (null: unnamed), `number` a place in it.
+    explicit UnknownVersion(const char* where = nullptr, int number = 0);
+
+    /// The arguments of construction; an unnamed place is empty.
+    const std::string& where() const;
+    long number() const;
+
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    std::string where_;
+    long number_;
+};
+
+#endif

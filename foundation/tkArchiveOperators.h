@@ -1,0 +1,132 @@
+#ifndef FOUNDATION_TKARCHIVEOPERATORS_H
+#define FOUNDATION_TKARCHIVEOPERATORS_H
+
+#include "foundation/tkArchive.h"
+#include "foundation/tkPtrHandle.h"
+
+#include <algorithm>
+#include <type_traits>
+#include <vector>
+
+/// What the exchange of every vector begins with: a version byte and the number of elements. Returns the
+/// number to exchange; when loading, elements beyond it are dropped and those before it stay.
+template <class Vector>
+std::size_t tkExchangeVectorHead(tkArchive& archive, Vector& elements)
+{
+    archive.exchangeVersion();
+    unsigned long count = elements.size();
+    archive || count;
+    if (elements.size() > count)
+        elements.resize(count);
+    return count;
+}
+
+/// Enlarges a vector that is to get `count` elements, by a step in proportion to those it has: a count that
+/// the input does not keep costs no more than what was read. `first` is the first step.
+template <class Vector>
+void tkGrowVector(Vector& elements, std::size_t count, std::size_t first)
+{
+    const std::size_t size = std::min(count, elements.size() + std::max(first, elements.size() / 2));
+    elements.reserve(size);
+    elements.resize(size);
+}
+
+/// A vector: version byte, count, elements in order, each through its own operator. Elements that are there
+/// before loading are loaded in place.
+template <class Element>
+tkArchive& operator||(tkArchive& archive, std::vector<Element>& elements)
+{
+    const std::size_t count = tkExchangeVectorHead(archive, elements);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        if (i == elements.size())
+            tkGrowVector(elements, count, 16);
+        archive || elements[i];
+    }
+    return archive;
+}
+
+/// The same record, its doubles exchanged many at a time.
+inline tkArchive& operator||(tkArchive& archive, std::vector<double>& elements)
+{
+    const std::size_t count = tkExchangeVectorHead(archive, elements);
+    if (archive.isStoring())
+        archive.exchangeDoubles(elements.data(), count);
+    else
+    {
+        elements.clear();
+        for (std::size_t done = 0; done < count; done = elements.size())
+        {
+            tkGrowVector(elements, count, 512);
+            archive.exchangeDoubles(&elements[done], elements.size() - done);
+        }
+    }
+    return archive;
+}
+
+/// The same record, one byte for each bool.
+inline tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements)
+{
+    const std::size_t count = tkExchangeVectorHead(archive, elements);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        if (i == elements.size())
+            tkGrowVector(elements, count, 512);
+        bool element = elements[i];
+        archive || element;
+        elements[i] = element;
+    }
+    return archive;
+}
+
+/// An enumeration: its value as 32 bits, in either direction without a check of its range. The fixed
+/// underlying type makes every value that a file may hold a value of the enumeration.
+template <class Enumeration, std::enable_if_t<std::is_enum_v<Enumeration>, int> = 0>
+tkArchive& operator||(tkArchive& archive, Enumeration& value)
+{
+    static_assert(std::is_same_v<std::underlying_type_t<Enumeration>, int>, "stored enumerations are declared ': int'");
+    if (archive.isStoring())
+    {
+        unsigned long word = static_cast<std::uint32_t>(value);
+        archive || word;
+    }
+    else
+    {
+        unsigned long word = 0;
+        archive >> word;
+        value = static_cast<Enumeration>(static_cast<std::int32_t>(static_cast<std::uint32_t>(word)));
+    }
+    return archive;
+}
+
+/// What both kinds of handle do: exchange the object behind the handle, shared as it was. An object of
+/// another class than the handle's gives a null handle.
+template <class T, class Handle>
+tkArchive& tkExchangeHandle(tkArchive& archive, Handle& handle)
+{
+    if (archive.isLoading())
+        handle = Handle();
+    tkPersistent* loaded = nullptr;
+    tkPersistent::serializePointer(archive, const_cast<T*>(handle.get()), loaded);
+    if (loaded)
+    {
+        handle = Handle(dynamic_cast<T*>(loaded));
+        if (handle.isNull())
+            archive.discardLoaded(loaded);
+    }
+    return archive;
+}
+
+template <class T, std::enable_if_t<std::is_base_of_v<tkPersistent, T>, int> = 0>
+tkArchive& operator||(tkArchive& archive, tkPtrHandle<T>& handle)
+{
+    return tkExchangeHandle<T>(archive, handle);
+}
+
+template <class T, std::enable_if_t<std::is_base_of_v<tkPersistent, T>, int> = 0>
+tkArchive& operator||(tkArchive& archive, tkPtrHandle_const<T>& handle)
+{
+    return tkExchangeHandle<T>(archive, handle);
+}
+
+#endif

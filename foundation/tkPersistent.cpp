@@ -1,0 +1,98 @@
+#include "foundation/tkPersistent.h"
+
+#include "foundation/tkArchive.h"
+#include "foundation/tkAssert.h"
+
+#include <atomic>
+#if defined(__GNUG__)
+#include <cstdlib>
+#include <cxxabi.h>
+#include <memory>
+#endif
+
+namespace
+{
+// Registrations come during static initialisation, in any order between translation units: the head must
+// need no constructor of its own.
+std::atomic<tkPersistent::Registration*> latest{nullptr};
+} // namespace
+
+tkPersistent::Registration::Registration(const std::type_info& type, tkPersistent* (*make)())
+    : typeName_(tkPersistent::typeName(type)),
+      make_(make),
+      next_(latest.load())
+{
+    while (!latest.compare_exchange_weak(next_, this))
+    {
+    }
+}
+
+tkPersistent::Registration::~Registration()
+{
+    Registration* first = this;
+    if (latest.compare_exchange_strong(first, next_))
+        return;
+    for (Registration* r = first; r; r = r->next_)
+        if (r->next_ == this)
+        {
+            r->next_ = next_;
+            return;
+        }
+}
+
+const tkPersistent::Registration* tkPersistent::Registration::find(const std::string& typeName)
+{
+    const Registration* r = latest.load();
+    while (r && r->typeName_ != typeName)
+        r = r->next_;
+    return r;
+}
+
+tkPersistent* tkPersistent::Registration::create() const
+{
+    tkPersistent* const object = make_();
+    TK_ASSERT(object != nullptr);
+    return object;
+}
+
+std::string tkPersistent::typeName(const std::type_info& type)
+{
+#if defined(__GNUG__)
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
+                                                           &std::free);
+    return name ? name.get() : type.name();
+#else
+    // Microsoft's compilers give the readable name behind the kind of type.
+    const std::string name = type.name();
+    for (const std::string kind : {"class ", "struct "})
+        if (name.compare(0, kind.size(), kind) == 0)
+            return name.substr(kind.size());
+    return name;
+#endif
+}
+
+void tkPersistent::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkPersistent::serialize_);
+}
+
+void tkPersistent::serialize_(tkArchive&, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+}
+
+void tkPersistent::reInit() {}
+
+void tkPersistent::loadSimple(tkArchive& archive)
+{
+    dispatchSerialize(archive);
+    reInit();
+}
+
+unsigned char tkPersistent::exchangeVersion_(tkArchive& archive)
+{
+    unsigned char version = 0;
+    archive || version;
+    return version;
+}

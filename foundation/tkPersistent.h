@@ -1,0 +1,95 @@
+#ifndef FOUNDATION_TKPERSISTENT_H
+#define FOUNDATION_TKPERSISTENT_H
+
+#include "foundation/tkExport.h"
+
+#include <cstddef>
+#include <string>
+#include <typeinfo>
+
+class tkArchive;
+
+/// Root of the classes that are stored in and loaded from a tkArchive.
+///
+/// Each level of a class chain writes one record, base levels first: its dispatchSerialize()
+/// exchanges a version byte, calls its serialize_() and marks the level visited, so that several
+/// paths to one level (virtual bases, members reached twice) write it once. exchangeLevel_() does
+/// that in one line. Concrete classes register a factory, so that an archive can create them.
+class TK_EXPORT tkPersistent
+{
+public:
+    tkPersistent() noexcept = default;
+    tkPersistent(const tkPersistent&) noexcept = default;
+    tkPersistent& operator=(const tkPersistent&) noexcept = default;
+    virtual ~tkPersistent();
+
+    /// Exchanges a pointer. Storing: writes the object behind `stored` (its type and record; once per
+    /// archive, a mere number when met again), or null. Loading: `loaded` becomes the object, which
+    /// the archive created or has loaded before, or null. A reference-counted object belongs to the
+    /// handles that hold it and to the archive; any other loaded one belongs to the first caller who
+    /// receives it, and the archive knows it for the present outermost exchange only.
+    /// Throws tkArchive::Errors for what cannot be stored (a cycle, an unregistered class, too deep
+    /// nesting) and for damaged input.
+    static void serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded);
+
+    /// Whether the level of size `classExtent` at `object` was marked in the running outermost exchange
+    /// of this thread. False when none is running.
+    static bool haveVisited(void* object, std::size_t classExtent);
+
+    /// Marks that level. The mark lasts until the outermost exchange ends, also by an exception.
+    static void setVisited(void* object, std::size_t classExtent);
+
+    /// Name under which archives know the type: its qualified name, the same from every compiler.
+    static std::string typeName(const std::type_info& type);
+
+    /// Makes a concrete class known to archives for as long as it lives: one static object per class.
+    /// *Requires* that no archive is in use on another thread while a plug-in's registrations come or go.
+    class TK_EXPORT Registration
+    {
+    public:
+        Registration(const std::type_info& type, tkPersistent* (*make)());
+        ~Registration();
+        Registration(const Registration&) = delete;
+        Registration& operator=(const Registration&) = delete;
+
+        /// The latest registration under this name, or null.
+        static const Registration* find(const std::string& typeName);
+
+        /// A new default-constructed object, owned by the caller.
+        tkPersistent* create() const;
+
+    private:
+        std::string typeName_;
+        tkPersistent* (*make_)();
+        Registration* next_;
+    };
+
+protected:
+    /// The record entry of the most derived class; this root's record is one version byte.
+    virtual void dispatchSerialize(tkArchive& archive);
+
+    /// Called when a record has been loaded whole, to rebuild what is not stored. Does nothing.
+    virtual void reInit();
+
+    /// Loads the record of this very object, then calls reInit().
+    virtual void loadSimple(tkArchive& archive);
+
+    /// The record of one level: nothing if the level was visited, else version byte, fields, mark.
+    /// The mark comes last, for a base level may have the address and the size of this one.
+    template <class Level>
+    static void exchangeLevel_(tkArchive& archive, Level* level, void (Level::*serialize)(tkArchive&, unsigned char))
+    {
+        if (haveVisited(level, sizeof(Level)))
+            return;
+        (level->*serialize)(archive, exchangeVersion_(archive));
+        setVisited(level, sizeof(Level));
+    }
+
+private:
+    friend class tkArchive;
+
+    void serialize_(tkArchive& archive, unsigned char version);
+    static unsigned char exchangeVersion_(tkArchive& archive);
+};
+
+#endif

@@ -1,0 +1,38 @@
+#ifndef FOUNDATION_TKREPBASE_H
+#define FOUNDATION_TKREPBASE_H
+
+#include "foundation/tkExport.h"
+
+#include <atomic>
+
+/// Base of objects that live on the heap and are shared through tkPtrHandle or tkPtrHandle_const.
+///
+/// It carries the number of handles that hold the object; the last handle to go deletes it. The
+/// count belongs to the object and not to its value: copies start at 0, assignment leaves it alone.
+/// The count may be changed from any thread; everything else is the derived class's matter.
+class TK_EXPORT tkRepBase
+{
+public:
+    tkRepBase() noexcept = default;
+    tkRepBase(const tkRepBase&) noexcept {}
+    tkRepBase& operator=(const tkRepBase&) noexcept { return *this; }
+    virtual ~tkRepBase() = default;
+
+    /// Number of handles that hold the object; exact only while no other thread changes it.
+    long referenceCount() const noexcept { return count_.load(std::memory_order_acquire); }
+
+    /// Counts one more holder.
+    void addReference() const noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
+
+    /// Counts one holder less; deletes the object if it was the last. *Requires* an earlier addReference.
+    void removeReference() const noexcept
+    {
+        if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+private:
+    mutable std::atomic<long> count_{0};
+};
+
+#endif

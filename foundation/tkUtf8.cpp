@@ -1,0 +1,122 @@
+#include "foundation/tkUtf8.h"
+
+#include <cstddef>
+
+namespace
+{
+using CodePoint = unsigned long;
+
+constexpr CodePoint replacement = 0xFFFD;
+constexpr CodePoint largest = 0x10FFFF;
+constexpr bool utf16 = sizeof(wchar_t) == 2;
+
+bool isSurrogate(CodePoint c)
+{
+    return c >= 0xD800 && c <= 0xDFFF;
+}
+
+void append(std::string& bytes, CodePoint c)
+{
+    const auto put = [&bytes](CodePoint byte) { bytes.push_back(static_cast<char>(static_cast<unsigned char>(byte))); };
+    if (c < 0x80)
+        put(c);
+    else if (c < 0x800)
+    {
+        put(0xC0 | (c >> 6));
+        put(0x80 | (c & 0x3F));
+    }
+    else if (c < 0x10000)
+    {
+        put(0xE0 | (c >> 12));
+        put(0x80 | ((c >> 6) & 0x3F));
+        put(0x80 | (c & 0x3F));
+    }
+    else
+    {
+        put(0xF0 | (c >> 18));
+        put(0x80 | ((c >> 12) & 0x3F));
+        put(0x80 | ((c >> 6) & 0x3F));
+        put(0x80 | (c & 0x3F));
+    }
+}
+
+void append(std::wstring& text, CodePoint c)
+{
+    if (utf16 && c >= 0x10000)
+    {
+        text.push_back(static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10)));
+        text.push_back(static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+    }
+    else
+        text.push_back(static_cast<wchar_t>(c));
+}
+
+/// The code unit as a number; a signed wchar_t's negative values end above the largest code point.
+CodePoint unit(wchar_t w)
+{
+    return static_cast<CodePoint>(w) & (utf16 ? 0xFFFFUL : 0xFFFFFFFFUL);
+}
+} // namespace
+
+std::string tkUtf8::encode(const std::wstring& text, bool* lossy)
+{
+    std::string bytes;
+    bytes.reserve(text.size());
+    if (lossy)
+        *lossy = false;
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        CodePoint c = unit(text[i]);
+        if (utf16 && c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size())
+        {
+            const CodePoint low = unit(text[i + 1]);
+            if (low >= 0xDC00 && low <= 0xDFFF)
+            {
+                c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+                ++i;
+            }
+        }
+        if (c > largest || isSurrogate(c))
+        {
+            c = replacement;
+            if (lossy)
+                *lossy = true;
+        }
+        append(bytes, c);
+    }
+    return bytes;
+}
+
+bool tkUtf8::decode(const std::string& bytes, std::wstring& text)
+{
+    std::wstring decoded;
+    const auto byteAt = [&bytes](std::size_t i)
+    { return static_cast<CodePoint>(static_cast<unsigned char>(bytes[i])); };
+    for (std::size_t i = 0; i < bytes.size();)
+    {
+        const CodePoint lead = byteAt(i);
+        const std::size_t length = lead < 0x80   ? 1
+                                   : lead < 0xC2 ? 0
+                                   : lead < 0xE0 ? 2
+                                   : lead < 0xF0 ? 3
+                                   : lead < 0xF5 ? 4
+                                                 : 0;
+        if (length == 0 || bytes.size() - i < length)
+            return false;
+        CodePoint c = length == 1 ? lead : lead & (0x7FUL >> length);
+        for (std::size_t k = 1; k < length; ++k)
+        {
+            const CodePoint next = byteAt(i + k);
+            if ((next & 0xC0) != 0x80)
+                return false;
+            c = (c << 6) | (next & 0x3F);
+        }
+        const CodePoint smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+        if (c < smallest[length] || c > largest || isSurrogate(c))
+            return false;
+        append(decoded, c);
+        i += length;
+    }
+    text.swap(decoded);
+    return true;
+}

@@ -16,7 +16,7 @@ public:
     tkRepBase() noexcept = default;
     tkRepBase(const tkRepBase&) noexcept {}
     tkRepBase& operator=(const tkRepBase&) noexcept { return *this; }
-    virtual ~tkRepBase() = default;
+    virtual ~tkRepBase() = 0;
 
     /// Number of handles that hold the object; exact only while no other thread changes it.
     long referenceCount() const noexcept { return count_.load(std::memory_order_acquire); }
@@ -34,5 +34,7 @@ public:
 private:
     mutable std::atomic<long> count_{0};
 };
+
+inline tkRepBase::~tkRepBase() = default;
 
 #endif

@@ -1,0 +1,147 @@
+#include "clss/clastool/clastool/tkClassifierDataProvider.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_Messages.h"
+#include "foundation/tkArchiveOperators.h"
+
+namespace
+{
+void checkLabel(long label)
+{
+    if (label < -1)
+        throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegativeOrUnknown);
+}
+} // namespace
+
+bool tkClassifierDataProvider::isEqual_(const tkClassifierDataProvider&) const
+{
+    return true;
+}
+
+void tkClassifierDataProvider::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkClassifierDataProvider::serialize_);
+}
+
+void tkClassifierDataProvider::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkPersistent::dispatchSerialize(archive);
+}
+
+const tkPersistent::Registration tkClassifierDataProviderMemory::registration_(typeid(tkClassifierDataProviderMemory),
+                                                                               &tkClassifierDataProviderMemory::make);
+
+std::wstring tkClassifierDataProviderMemory::name()
+{
+    return name_;
+}
+
+void tkClassifierDataProviderMemory::setName(const std::wstring& name)
+{
+    name_ = name;
+}
+
+std::wstring tkClassifierDataProviderMemory::description()
+{
+    return description_;
+}
+
+void tkClassifierDataProviderMemory::setDescription(const std::wstring& description)
+{
+    description_ = description;
+}
+
+void tkClassifierDataProviderMemory::data(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns,
+                                          const std::vector<long>& labels)
+{
+    if (patterns.size() != labels.size())
+        throw tkClassifierDefs::BadFeatures(
+            L"The number of the feature patterns must be equal to the number of category labels");
+    for (const auto& pattern : patterns)
+        if (pattern->numMeasurements() != patterns.front()->numMeasurements())
+            throw tkClassifierDefs::BadFeatures(L"Feature patterns must all have the same number of measurements");
+    for (const long label : labels)
+        checkLabel(label);
+
+    auto newPatterns = patterns;
+    auto newLabels = labels;
+    patterns_ = std::move(newPatterns);
+    labels_ = std::move(newLabels);
+}
+
+void tkClassifierDataProviderMemory::addData(const tkPtrHandle_const<tkFeaturePattern>& pattern, long label)
+{
+    const long measurements = pattern->numMeasurements();
+    if (numPatterns() > 0 && measurements != numMeasurements())
+        throw tkClassifierDefs::BadFeatures(
+            L"Feature pattern must have the same number of measurements as the rest of the data.");
+    checkLabel(label);
+
+    labels_.push_back(label);
+    try
+    {
+        patterns_.push_back(pattern);
+    }
+    catch (...)
+    {
+        labels_.pop_back();
+        throw;
+    }
+}
+
+long tkClassifierDataProviderMemory::numMeasurements() const
+{
+    return patterns_.empty() ? 0 : patterns_.front()->numMeasurements();
+}
+
+long tkClassifierDataProviderMemory::numPatterns() const
+{
+    return static_cast<long>(patterns_.size());
+}
+
+tkPtrHandle_const<tkFeaturePattern> tkClassifierDataProviderMemory::featurePattern(long index)
+{
+    if (index < 0 || index >= numPatterns())
+        throw tkClassifierDefs::BadIndex(L"Feature pattern index must be >=0 and < number of patterns.");
+    return patterns_[static_cast<std::size_t>(index)];
+}
+
+long tkClassifierDataProviderMemory::categoryLabel(long index) const
+{
+    if (index < 0 || index >= numPatterns())
+        throw tkClassifierDefs::BadIndex(L"Category label index must be >=0 and < number of patterns.");
+    return labels_[static_cast<std::size_t>(index)];
+}
+
+bool tkClassifierDataProviderMemory::isEqual_(const tkClassifierDataProvider& other) const
+{
+    if (!tkClassifierDataProvider::isEqual_(other))
+        return false;
+    const auto* const memory = dynamic_cast<const tkClassifierDataProviderMemory*>(&other);
+    if (!memory || patterns_.size() != memory->patterns_.size())
+        return false;
+    for (std::size_t i = 0; i < patterns_.size(); ++i)
+        if (*patterns_[i] != *memory->patterns_[i])
+            return false;
+    return name_ == memory->name_ && description_ == memory->description_ && labels_ == memory->labels_;
+}
+
+void tkClassifierDataProviderMemory::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkClassifierDataProviderMemory::serialize_);
+}
+
+void tkClassifierDataProviderMemory::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkClassifierDataProvider::dispatchSerialize(archive);
+    archive || name_ || description_ || patterns_ || labels_;
+    if (patterns_.size() != labels_.size())
+        throw tkArchive::Errors(L"Training data have not as many labels as patterns");
+}
+
+tkPersistent* tkClassifierDataProviderMemory::make()
+{
+    return new tkClassifierDataProviderMemory;
+}

@@ -1,0 +1,85 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERDATAPROVIDER_H
+#define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERDATAPROVIDER_H
+
+#include "clss/clastool/clastool/tkFeaturePattern.h"
+#include "foundation/tkPtrHandle.h"
+
+#include <string>
+#include <vector>
+
+/// Source of training data: a numbered sequence of feature patterns, all of the same number of
+/// measurements, each with a category label (>= 0, or -1 where the category is unknown).
+class TK_EXPORT tkClassifierDataProvider : public tkPersistent, public tkRepBase
+{
+public:
+    virtual std::wstring name() = 0;
+    virtual std::wstring description() = 0;
+
+    /// Number of measurements of every pattern.
+    virtual long numMeasurements() const = 0;
+    virtual long numPatterns() const = 0;
+
+    /// Pattern and label at `index`, 0 <= index < numPatterns(); throw tkClassifierDefs::BadIndex for others.
+    virtual tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) = 0;
+    virtual long categoryLabel(long index) const = 0;
+
+protected:
+    tkClassifierDataProvider() = default;
+    tkClassifierDataProvider(const tkClassifierDataProvider&) = default;
+    tkClassifierDataProvider& operator=(const tkClassifierDataProvider&) = default;
+
+    void dispatchSerialize(tkArchive& archive) override;
+
+    /// Whether the other provider holds the same; an override asks the base first.
+    virtual bool isEqual_(const tkClassifierDataProvider& other) const;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+};
+
+/// Training data in memory. The patterns are shared with whoever added them, and with copies.
+class TK_EXPORT tkClassifierDataProviderMemory : public tkClassifierDataProvider
+{
+public:
+    /// Free texts, empty at first.
+    std::wstring name() override;
+    void setName(const std::wstring& name);
+    std::wstring description() override;
+    void setDescription(const std::wstring& description);
+
+    /// Replaces the whole contents. Throws tkClassifierDefs::BadFeatures if the numbers of patterns and labels
+    /// differ, then if the patterns differ in length (tkBadPointer for a null handle), then
+    /// tkClassifierDefs::BadLabel if a label is below -1.
+    void data(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns, const std::vector<long>& labels);
+
+    /// Appends one pattern. Throws tkBadPointer for a null handle, tkClassifierDefs::BadFeatures if the pattern's
+    /// length is not that of the data so far, then tkClassifierDefs::BadLabel if the label is below -1.
+    /// Amortised constant time.
+    void addData(const tkPtrHandle_const<tkFeaturePattern>& pattern, long label);
+
+    /// Number of measurements of pattern 0, 0 without patterns.
+    long numMeasurements() const override;
+    long numPatterns() const override;
+    tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override;
+    long categoryLabel(long index) const override;
+
+    /// Equal patterns (by value) and labels in the same order, equal name and description.
+    bool operator==(const tkClassifierDataProvider& other) const { return isEqual_(other); }
+    bool operator!=(const tkClassifierDataProvider& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+    bool isEqual_(const tkClassifierDataProvider& other) const override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    std::wstring name_;
+    std::wstring description_;
+    std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns_;
+    std::vector<long> labels_; // parallel to patterns_, each >= -1
+};
+
+#endif

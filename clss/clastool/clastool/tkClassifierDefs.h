@@ -1,0 +1,66 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERDEFS_H
+#define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERDEFS_H
+
+#include "foundation/tkException.h"
+
+#include <string>
+
+/// Scope of the classifier's error classes. Every failure that the library reports is one of the eight
+/// classes below; a handler for Errors catches them all, one for tkException the foundation's as well.
+class TK_EXPORT tkClassifierDefs
+{
+public:
+    /// Root of the errors. An error's only state is its message.
+    class TK_EXPORT Errors : public tkExceptionWithString
+    {
+    public:
+        long errorNumber() const override = 0;
+        void suicideAndRethrow() override = 0;
+
+    protected:
+        explicit Errors(const std::wstring& message = L"");
+        void dispatchSerialize(tkArchive& archive) override;
+
+    private:
+        void serialize_(tkArchive& archive, unsigned char version);
+    };
+
+/// The body that all concrete errors share; what they mean is said where each is declared.
+#define TK_CLASSIFIER_ERROR(Name)                                                                                      \
+    class TK_EXPORT Name : public Errors                                                                               \
+    {                                                                                                                  \
+    public:                                                                                                            \
+        explicit Name(const std::wstring& message = L"");                                                              \
+        long errorNumber() const override;                                                                             \
+        void suicideAndRethrow() override;                                                                             \
+                                                                                                                       \
+    protected:                                                                                                         \
+        void dispatchSerialize(tkArchive& archive) override;                                                           \
+                                                                                                                       \
+    private:                                                                                                           \
+        void serialize_(tkArchive& archive, unsigned char version);                                                    \
+        static tkPersistent* make();                                                                                   \
+        static const Registration registration_;                                                                       \
+    }
+
+    /// A parameter's value is out of its domain; errorNumber() 0x10004200.
+    TK_CLASSIFIER_ERROR(BadParams);
+    /// The operation needs a trained classifier or tool; 0x10004201.
+    TK_CLASSIFIER_ERROR(NotTrained);
+    /// The index of a measurement, pattern or label is out of range; 0x10004202.
+    TK_CLASSIFIER_ERROR(BadIndex);
+    /// A category label is not allowed where it stands; 0x10004203.
+    TK_CLASSIFIER_ERROR(BadLabel);
+    /// The trained method does not have what was asked for; 0x10004204.
+    TK_CLASSIFIER_ERROR(BadMethod);
+    /// A method or distribution is declared but not provided; 0x10004205.
+    TK_CLASSIFIER_ERROR(NotImplemented);
+    /// Invalid measurements where valid ones are needed, or patterns of unequal length; 0x10004206.
+    TK_CLASSIFIER_ERROR(BadFeatures);
+    /// Training had too little usable data; 0x10004207.
+    TK_CLASSIFIER_ERROR(InsufficientTrainData);
+
+#undef TK_CLASSIFIER_ERROR
+};
+
+#endif

@@ -1,0 +1,90 @@
+#include "clss/clastool/clastool/tkFeaturePattern.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_Messages.h"
+#include "foundation/tkArchiveOperators.h"
+
+#include <algorithm>
+
+const tkPersistent::Registration tkFeaturePattern::registration_(typeid(tkFeaturePattern), &tkFeaturePattern::make);
+
+tkFeaturePattern::tkFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices)
+    : validity_(measurements.size(), true)
+{
+    const long count = static_cast<long>(measurements.size());
+    for (const long index : invalidIndices)
+    {
+        if (index < 0)
+            throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
+        if (index >= count)
+            throw tkClassifierDefs::BadIndex(L"Feature measurement indices must be < number of features");
+        validity_[static_cast<std::size_t>(index)] = false;
+    }
+    measurements_ = measurements;
+}
+
+long tkFeaturePattern::numMeasurements() const
+{
+    return static_cast<long>(measurements_.size());
+}
+
+const std::vector<double>& tkFeaturePattern::featureMeasurements(bool requireAllValid) const
+{
+    if (requireAllValid && numInvalid() > 0)
+        throw tkClassifierDefs::BadFeatures(L"Access to full feature vector requires that all features are valid.");
+    return measurements_;
+}
+
+double tkFeaturePattern::featureMeasurement(long index, bool throwIfInvalid) const
+{
+    if (isValid(index))
+        return measurements_[static_cast<std::size_t>(index)];
+    if (throwIfInvalid)
+        throw tkClassifierDefs::BadFeatures(L"The measurement for the specified measurement index is not valid.");
+    return index < numMeasurements() ? measurements_[static_cast<std::size_t>(index)] : 0.0;
+}
+
+bool tkFeaturePattern::isValid(long index) const
+{
+    if (index < 0)
+        throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
+    return index < numMeasurements() && validity_[static_cast<std::size_t>(index)];
+}
+
+long tkFeaturePattern::numInvalid() const
+{
+    return static_cast<long>(std::count(validity_.begin(), validity_.end(), false));
+}
+
+std::vector<long> tkFeaturePattern::invalidFeatureIndices()
+{
+    std::vector<long> indices;
+    for (std::size_t i = 0; i < validity_.size(); ++i)
+        if (!validity_[i])
+            indices.push_back(static_cast<long>(i));
+    return indices;
+}
+
+bool tkFeaturePattern::operator==(const tkFeaturePattern& other) const
+{
+    return measurements_ == other.measurements_ && validity_ == other.validity_;
+}
+
+void tkFeaturePattern::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkFeaturePattern::serialize_);
+}
+
+void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkPersistent::dispatchSerialize(archive);
+    archive || measurements_ || validity_;
+    if (validity_.size() != measurements_.size())
+        throw tkArchive::Errors(L"A feature pattern has not as many validity flags as measurements");
+}
+
+tkPersistent* tkFeaturePattern::make()
+{
+    return new tkFeaturePattern;
+}

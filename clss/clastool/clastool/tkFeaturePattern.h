@@ -1,0 +1,56 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKFEATUREPATTERN_H
+#define CLSS_CLASTOOL_CLASTOOL_TKFEATUREPATTERN_H
+
+#include "foundation/tkPersistent.h"
+#include "foundation/tkRepBase.h"
+
+#include <vector>
+
+/// What the host measured on one object: a fixed number of measurements, each valid or not.
+///
+/// The units are the host's. An invalid measurement keeps the value it was given, which takes part in
+/// comparison and storing but in no classification. A pattern does not change once it is built, except
+/// by assignment; data providers share patterns through tkPtrHandle_const.
+class TK_EXPORT tkFeaturePattern : public tkPersistent, public tkRepBase
+{
+public:
+    /// Takes the measurements; those at `invalidIndices` (in any order, repeated or not) are invalid.
+    /// For each index in turn throws tkClassifierDefs::BadIndex if it is negative, then if it is not below
+    /// the number of measurements.
+    tkFeaturePattern(const std::vector<double>& measurements = {}, const std::vector<long>& invalidIndices = {});
+
+    long numMeasurements() const;
+
+    /// All stored values. Throws tkClassifierDefs::BadFeatures if `requireAllValid` and one is invalid.
+    const std::vector<double>& featureMeasurements(bool requireAllValid) const;
+
+    /// The value at `index`. Throws tkClassifierDefs::BadIndex if index < 0 and, if `throwIfInvalid`,
+    /// tkClassifierDefs::BadFeatures if the measurement is invalid or beyond the end. Otherwise an invalid
+    /// measurement gives its stored value, one beyond the end 0.0.
+    double featureMeasurement(long index, bool throwIfInvalid) const;
+
+    /// Whether the measurement is valid; beyond the end none is. Throws tkClassifierDefs::BadIndex if index < 0.
+    bool isValid(long index) const;
+
+    long numInvalid() const;
+
+    /// Indices of the invalid measurements, ascending.
+    std::vector<long> invalidFeatureIndices();
+
+    /// Exact comparison of all stored values, invalid ones included, and of the validity flags.
+    bool operator==(const tkFeaturePattern& other) const;
+    bool operator!=(const tkFeaturePattern& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    std::vector<double> measurements_;
+    std::vector<bool> validity_; // parallel to measurements_
+};
+
+#endif

@@ -43,10 +43,13 @@ const std::vector<Folder> theTree = {
      {
          "tkNMMatrix",
          "tkNMNormal",
+         "tkNMNeighborSearch",
      }},
     {"clss/clastool/clastool",
      {
          "tkClassifierDefs",
+         "tk_Messages",
+         "tk_PersistentClasses",
          "tkFeaturePattern",
          "tkClassifierDataProvider",
          "tkClassifierCosts",

@@ -1,0 +1,13 @@
+#include "clss/clastool/clastool.h"
+
+#include "clss/clastool/clastool/tk_PersistentClasses.h"
+
+const std::vector<const std::type_info*>& tk_persistentClasses()
+{
+    static const std::vector<const std::type_info*> classes = {
+        &typeid(tkClassifierDefs::BadParams),    &typeid(tkFeaturePattern),
+        &typeid(tkClassifierDataProviderMemory), &typeid(tkPatternDistanceMetricNorm),
+        &typeid(tkClassifierTrainParamsKNN),     &typeid(tk_ClassifierKNN),
+    };
+    return classes;
+}

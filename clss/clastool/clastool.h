@@ -1,0 +1,22 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_H
+#define CLSS_CLASTOOL_CLASTOOL_H
+
+/// Everything, the implementation classes (tk_) included.
+
+#include "clss/clastool/clastool/tkClassifierCosts.h"
+#include "clss/clastool/clastool/tkClassifierDataProvider.h"
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tkClassifierFrequencies.h"
+#include "clss/clastool/clastool/tkClassifierResult.h"
+#include "clss/clastool/clastool/tkClassifierTool.h"
+#include "clss/clastool/clastool/tkClassifierTrainParams.h"
+#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+#include "clss/clastool/clastool/tkFeaturePattern.h"
+#include "clss/clastool/clastool/tkPatternDistanceMetric.h"
+#include "clss/clastool/clastool/tk_CategoryModel.h"
+#include "clss/clastool/clastool/tk_Classifier.h"
+#include "clss/clastool/clastool/tk_ClassifierKNN.h"
+#include "foundation/tkArchive.h"
+#include "foundation/tkArchiveOperators.h"
+
+#endif

@@ -1,0 +1,116 @@
+#include "clss/clastool/clastool/tkClassifierTool.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_Classifier.h"
+#include "clss/clastool/clastool/tk_Messages.h"
+#include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+
+tkClassifierTool::tkClassifierTool() : classifier_(new tkPtrHandle<tk_Classifier>) {}
+
+tkClassifierTool::tkClassifierTool(const tkClassifierTool& other)
+{
+    *this = other;
+}
+
+tkClassifierTool::~tkClassifierTool() = default;
+
+tkClassifierTool& tkClassifierTool::operator=(const tkClassifierTool& other)
+{
+    classifier_.reset(new tkPtrHandle<tk_Classifier>);
+    if (&other != this && other.isTrained())
+        *classifier_ = (*other.classifier_)->clone();
+    return *this;
+}
+
+void tkClassifierTool::train(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
+                             tkDiagObject* diag, unsigned long flags)
+{
+    if (isTrained())
+        untrain();
+    tk_Classifier* created = nullptr;
+    try
+    {
+        created = params.newClassifier_();
+    }
+    catch (...)
+    {
+        *classifier_ = tkPtrHandle<tk_Classifier>();
+        throw tkClassifierDefs::NotImplemented(
+            L"The classification method specified by the training parameters is not implemented.");
+    }
+    TK_ASSERT(created != nullptr);
+    *classifier_ = tkPtrHandle<tk_Classifier>(created);
+    try
+    {
+        (*classifier_)->train(data, params, diag, flags);
+    }
+    catch (...)
+    {
+        untrain();
+        throw;
+    }
+    checkReady_(params);
+}
+
+void tkClassifierTool::retrain(const tkClassifierTrainParams& params, tkDiagObject* diag, unsigned long flags)
+{
+    if (classifier_->isNull())
+        throw tkClassifierDefs::NotTrained(tk_Messages::notTrainedForRetraining);
+    (*classifier_)->retrain(params, diag, flags);
+    checkReady_(params);
+}
+
+void tkClassifierTool::checkReady_(const tkClassifierTrainParams& params)
+{
+    if (!params.throwIfNotReady())
+        return;
+    try
+    {
+        (*classifier_)->checkRunnable_();
+    }
+    catch (const tkClassifierDefs::Errors&)
+    {
+        untrain();
+        throw;
+    }
+}
+
+void tkClassifierTool::untrain()
+{
+    if (!classifier_->isNull())
+        (*classifier_)->untrain();
+}
+
+bool tkClassifierTool::isTrained() const
+{
+    return !classifier_->isNull() && (*classifier_)->isTrained();
+}
+
+tkPtrHandle_const<tkClassifierTrainParams> tkClassifierTool::trainParams() const
+{
+    if (classifier_->isNull())
+        throw tkClassifierDefs::NotTrained(tk_Messages::notTrainedForParams);
+    return (*classifier_)->trainParams();
+}
+
+void tkClassifierTool::run(const tkFeaturePattern& pattern, tkClassifierResult& result, tkDiagObject* diag,
+                           unsigned long flags) const
+{
+    if (classifier_->isNull())
+        throw tkClassifierDefs::NotTrained(tk_Messages::notTrainedForRunning);
+    (*classifier_)->run(pattern, result, diag, flags);
+}
+
+bool tkClassifierTool::operator==(const tkClassifierTool& other) const
+{
+    if (isTrained() != other.isTrained())
+        return false;
+    return !isTrained() || (*classifier_)->isEquivalent(**other.classifier_);
+}
+
+tkArchive& operator||(tkArchive& archive, tkClassifierTool& tool)
+{
+    archive.exchangeVersion("clss/clastool/clastool", 896);
+    return archive || *tool.classifier_;
+}

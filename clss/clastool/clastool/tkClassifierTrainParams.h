@@ -1,0 +1,48 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERTRAINPARAMS_H
+#define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERTRAINPARAMS_H
+
+#include "foundation/tkPersistent.h"
+#include "foundation/tkPtrHandle.h"
+
+class tk_Classifier;
+
+/// Parameters of one training technique. Their class chooses the technique: it creates the classifier that
+/// tkClassifierTool trains with them.
+class TK_EXPORT tkClassifierTrainParams : public virtual tkPersistent, public virtual tkRepBase
+{
+public:
+    tkClassifierTrainParams() = default;
+
+    /// Whether tkClassifierTool undoes a training, and throws, when the trained classifier cannot run. True at
+    /// first; copied with the parameters but not stored.
+    bool throwIfNotReady() const { return throwIfNotReady_; }
+    void throwIfNotReady(bool throwIfNotReady) { throwIfNotReady_ = throwIfNotReady; }
+
+    /// A new copy of the concrete parameters.
+    virtual tkPtrHandle<tkClassifierTrainParams> clone() const = 0;
+
+protected:
+    tkClassifierTrainParams(const tkClassifierTrainParams&) = default;
+    tkClassifierTrainParams& operator=(const tkClassifierTrainParams&) = default;
+
+    void dispatchSerialize(tkArchive& archive) override;
+
+    /// Whether the other parameters are of the same class and value; an override asks the base first.
+    virtual bool isEqual_(const tkClassifierTrainParams& other) const;
+
+    /// Whether a classifier trained with the other parameters can be retrained with these.
+    virtual bool isSameTechnique_(const tkClassifierTrainParams& other) const = 0;
+
+    /// A new, untrained classifier of the technique, owned by the caller; never null. May throw anything.
+    virtual tk_Classifier* newClassifier_() const = 0;
+
+private:
+    friend class tk_Classifier;
+    friend class tkClassifierTool;
+
+    void serialize_(tkArchive& archive, unsigned char version);
+
+    bool throwIfNotReady_ = true;
+};
+
+#endif

@@ -1,0 +1,76 @@
+#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_ClassifierKNN.h"
+#include "foundation/tkArchiveOperators.h"
+
+const tkPersistent::Registration tkClassifierTrainParamsKNN::registration_(typeid(tkClassifierTrainParamsKNN),
+                                                                           &tkClassifierTrainParamsKNN::make);
+
+tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k)
+    : tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(2.0), tkClassifierCosts(1.0))
+{
+}
+
+tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k, const tkPatternDistanceMetric& metric,
+                                                       const tkClassifierCosts& costs)
+    : misclassificationCosts_(costs)
+{
+    this->k(k);
+    distanceMetric(metric);
+}
+
+void tkClassifierTrainParamsKNN::k(long k)
+{
+    if (k < 1)
+        throw tkClassifierDefs::BadParams(L"K must be >= 1");
+    k_ = k;
+}
+
+void tkClassifierTrainParamsKNN::distanceMetric(const tkPatternDistanceMetric& metric)
+{
+    distanceMetric_ = metric.clone();
+}
+
+tkPtrHandle<tkClassifierTrainParams> tkClassifierTrainParamsKNN::clone() const
+{
+    return tkPtrHandle<tkClassifierTrainParams>(new tkClassifierTrainParamsKNN(*this));
+}
+
+bool tkClassifierTrainParamsKNN::isEqual_(const tkClassifierTrainParams& other) const
+{
+    if (!tkClassifierTrainParams::isEqual_(other))
+        return false;
+    const auto* const knn = dynamic_cast<const tkClassifierTrainParamsKNN*>(&other);
+    return knn && k_ == knn->k_ && distanceMetric_->isEquivalent(*knn->distanceMetric_) &&
+           misclassificationCosts_ == knn->misclassificationCosts_;
+}
+
+bool tkClassifierTrainParamsKNN::isSameTechnique_(const tkClassifierTrainParams& other) const
+{
+    return dynamic_cast<const tkClassifierTrainParamsKNN*>(&other) != nullptr;
+}
+
+tk_Classifier* tkClassifierTrainParamsKNN::newClassifier_() const
+{
+    return new tk_ClassifierKNN;
+}
+
+void tkClassifierTrainParamsKNN::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkClassifierTrainParamsKNN::serialize_);
+}
+
+void tkClassifierTrainParamsKNN::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkClassifierTrainParams::dispatchSerialize(archive);
+    archive || k_;
+    archive || distanceMetric_;
+    archive || misclassificationCosts_;
+}
+
+tkPersistent* tkClassifierTrainParamsKNN::make()
+{
+    return new tkClassifierTrainParamsKNN;
+}

@@ -1,0 +1,86 @@
+#include "clss/clastool/clastool/tkPatternDistanceMetric.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tkFeaturePattern.h"
+#include "foundation/tkArchive.h"
+
+#include <cmath>
+
+bool tkPatternDistanceMetric::isEquivalent(const tkPatternDistanceMetric&) const
+{
+    return true;
+}
+
+void tkPatternDistanceMetric::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkPatternDistanceMetric::serialize_);
+}
+
+void tkPatternDistanceMetric::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkPersistent::dispatchSerialize(archive);
+}
+
+const tkPersistent::Registration tkPatternDistanceMetricNorm::registration_(typeid(tkPatternDistanceMetricNorm),
+                                                                            &tkPatternDistanceMetricNorm::make);
+
+tkPatternDistanceMetricNorm::tkPatternDistanceMetricNorm(double order)
+{
+    this->order(order);
+}
+
+void tkPatternDistanceMetricNorm::order(double order)
+{
+    if (!(order > 0.0))
+        throw tkClassifierDefs::BadParams(L"Order of norm distance must be > 0");
+    order_ = order;
+}
+
+double tkPatternDistanceMetricNorm::distance(const tkFeaturePattern& p1, const tkFeaturePattern& p2) const
+{
+    const long n = p1.numMeasurements();
+    if (n != p2.numMeasurements())
+        throw tkClassifierDefs::BadFeatures(
+            // The missing blank is part of the text.
+            L"Pattern distance function requires the number of measurementsin the two patterns to be equal");
+    double sum = 0.0;
+    if (n > 0)
+    {
+        const double* const a = p1.featureMeasurements(true).data();
+        const double* const b = p2.featureMeasurements(true).data();
+        for (long i = 0; i < n; ++i)
+            sum += std::pow(std::fabs(a[i] - b[i]), order_);
+    }
+    return std::pow(sum, 1.0 / order_);
+}
+
+tkPtrHandle<tkPatternDistanceMetric> tkPatternDistanceMetricNorm::clone() const
+{
+    return tkPtrHandle<tkPatternDistanceMetric>(new tkPatternDistanceMetricNorm(*this));
+}
+
+bool tkPatternDistanceMetricNorm::isEquivalent(const tkPatternDistanceMetric& other) const
+{
+    if (!tkPatternDistanceMetric::isEquivalent(other))
+        return false;
+    const auto* const norm = dynamic_cast<const tkPatternDistanceMetricNorm*>(&other);
+    return norm && !(order_ < norm->order_) && !(order_ > norm->order_);
+}
+
+void tkPatternDistanceMetricNorm::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkPatternDistanceMetricNorm::serialize_);
+}
+
+void tkPatternDistanceMetricNorm::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkPatternDistanceMetric::dispatchSerialize(archive);
+    archive || order_;
+}
+
+tkPersistent* tkPatternDistanceMetricNorm::make()
+{
+    return new tkPatternDistanceMetricNorm;
+}

@@ -1,0 +1,72 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TK_CLASSIFIERKNN_H
+#define CLSS_CLASTOOL_CLASTOOL_TK_CLASSIFIERKNN_H
+
+#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+#include "clss/clastool/clastool/tk_Classifier.h"
+
+#include <vector>
+
+/// The k-nearest-neighbour classifier: keeps the training patterns and lets those nearest to a pattern vote.
+///
+/// Copies share the stored data: a pattern that one of them learns incrementally serves all, while a new
+/// training of one leaves the others alone. The stored data hold the patterns by handle, as the provider
+/// gave them. A classifier loaded from an archive runs with default parameters until it is retrained.
+class TK_EXPORT tk_ClassifierKNN : public tk_Classifier
+{
+public:
+    tkPtrHandle<tk_Classifier> clone() const override;
+
+    /// Equal parameters and equal stored data; what was last trained or retrained with is in the parameters.
+    bool isEquivalent(const tk_Classifier& other) const override;
+    bool operator==(const tk_ClassifierKNN& other) const;
+    bool operator!=(const tk_ClassifierKNN& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+    /// Throws tkClassifierDefs::BadFeatures at the first pattern with an invalid measurement. Patterns of label
+    /// -1 are skipped.
+    void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) override;
+    void retrain_(const tkClassifierTrainParams& params) override;
+    /// Creates no stored data: the classifier stays untrained.
+    void trainStart_(const tkClassifierTrainParams& params) override;
+    /// Unlike train_(), takes patterns with invalid measurements and of label -1 as they are.
+    void trainIncremental_(const tkFeaturePattern& pattern, long label) override;
+    void untrain_() override;
+    bool isTrained_() const override;
+    /// Throws tkClassifierDefs::InsufficientTrainData if no pattern is stored.
+    void checkRunnable_() const override;
+    /// Throws as checkRunnable_(), then tkClassifierDefs::BadFeatures for a pattern with an invalid measurement or
+    /// of another length than the stored ones, then what the metric and the result throw.
+    void run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const override;
+
+private:
+    void recordTrainInputs_(tkDiagObject*, unsigned long) const override {}
+    void recordTrainDetails_(tkDiagObject*, unsigned long) const override {}
+    void recordTrainResults_(tkDiagObject*, unsigned long) const override {}
+    void recordRunInputs_(tkDiagObject*, unsigned long, const tkFeaturePattern&) const override {}
+    void recordRunDetails_(tkDiagObject*, unsigned long) const override {}
+    void recordRunResults_(tkDiagObject*, unsigned long, const tkFeaturePattern&,
+                           const tkClassifierResult&) const override
+    {
+    }
+
+    /// Indices and distances of the k stored patterns nearest to `pattern`, nearest first.
+    ///
+    /// The stored patterns are taken in order into a list kept sorted by distance. A pattern enters ahead of
+    /// those at the same distance, but does not displace the last of a full list at the same distance.
+    void findNearestNeighbors_(const tkFeaturePattern& pattern, long k, std::vector<long>& indices,
+                               std::vector<double>& distances) const;
+
+    /// One category result per label among the neighbours, ascending, with its share of the votes.
+    void fillMatchResults_(const std::vector<long>& indices, std::vector<tkClassifierCategoryResult>& results) const;
+
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    tkPtrHandle<tkClassifierDataProviderMemory> trainingData_; // null: untrained
+    tkClassifierTrainParamsKNN params_;                        // of the last training or retraining; not stored
+};
+
+#endif

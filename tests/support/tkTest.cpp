@@ -42,6 +42,27 @@ namespace
     return unlike("threw nothing", expected, text);
 }
 
+std::string storePointerToBytes(tkPersistent& object)
+{
+    std::ostringstream stream;
+    {
+        tkArchive archive(stream);
+        tkPersistent* unused = nullptr;
+        tkPersistent::serializePointer(archive, &object, unused);
+    }
+    return stream.str();
+}
+
+std::unique_ptr<tkPersistent> loadPointerFromBytes(const std::string& bytes)
+{
+    std::istringstream stream(bytes);
+    tkArchive archive(stream);
+    tkPersistent* loaded = nullptr;
+    tkPersistent::serializePointer(archive, nullptr, loaded);
+    EXPECT_EQ(archive.position(), bytes.size()) << "bytes are left over after loading";
+    return std::unique_ptr<tkPersistent>(loaded);
+}
+
 std::string goldenBytes(const std::string& fileName)
 {
     std::ifstream file(std::string(CLASTOOL_GOLDEN_DIR "/") + fileName, std::ios::binary);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -46,6 +47,12 @@ void loadFromBytes(const std::string& bytes, T& object)
     archive || object;
     EXPECT_EQ(archive.position(), bytes.size()) << "bytes are left over after loading";
 }
+
+/// The bytes of an archive that holds a pointer to `object`: the name of its class, then its record.
+std::string storePointerToBytes(tkPersistent& object);
+
+/// The object from such an archive, of a class that is not reference-counted.
+std::unique_ptr<tkPersistent> loadPointerFromBytes(const std::string& bytes);
 
 /// The bytes of a stored record under tests/golden. Fails, and gives no bytes, if the file cannot be read.
 std::string goldenBytes(const std::string& fileName);

@@ -1,0 +1,80 @@
+#include "tests/golden/dataModel.h"
+#include "tkTest.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "foundation/tkArchiveOperators.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace
+{
+template <class Error>
+std::string errorBytes()
+{
+    Error error(golden::errorMessage);
+    return storePointerToBytes(error);
+}
+
+/// A pointer to a copy of `object`, so that the record begins with the name of its class.
+template <class T>
+std::string handleBytes(const T& object)
+{
+    return storeToBytes(tkPtrHandle<T>(new T(object)));
+}
+
+/// The files of the folder, each with the bytes that this library stores today. Types are added here, never changed:
+/// the file of a type tells what was written when the type was new.
+std::vector<std::pair<std::string, std::string>> archives()
+{
+    return {
+        {"tkClassifierDefs.BadParams.bin", errorBytes<tkClassifierDefs::BadParams>()},
+        {"tkClassifierDefs.NotTrained.bin", errorBytes<tkClassifierDefs::NotTrained>()},
+        {"tkClassifierDefs.BadIndex.bin", errorBytes<tkClassifierDefs::BadIndex>()},
+        {"tkClassifierDefs.BadLabel.bin", errorBytes<tkClassifierDefs::BadLabel>()},
+        {"tkClassifierDefs.BadMethod.bin", errorBytes<tkClassifierDefs::BadMethod>()},
+        {"tkClassifierDefs.NotImplemented.bin", errorBytes<tkClassifierDefs::NotImplemented>()},
+        {"tkClassifierDefs.BadFeatures.bin", errorBytes<tkClassifierDefs::BadFeatures>()},
+        {"tkClassifierDefs.InsufficientTrainData.bin", errorBytes<tkClassifierDefs::InsufficientTrainData>()},
+        {"tkFeaturePattern.bin", handleBytes(golden::featurePattern())},
+        {"tkClassifierDataProviderMemory.bin", handleBytes(golden::dataProvider())},
+        {"tkClassifierCosts.bin", storeToBytes(golden::costs())},
+        {"tkClassifierFrequencies.bin", storeToBytes(golden::frequencies())},
+        {"tkClassifierCategoryResult.bin", storeToBytes(golden::categoryResult())},
+        {"tkClassifierResult.bin", storeToBytes(golden::result())},
+    };
+}
+} // namespace
+
+/// Stores the records that a folder does not have yet. Those that are there are left alone: they were written by an
+/// earlier library, and what they prove is that this one still reads them.
+int main(int argc, char** argv)
+{
+    if (argc != 2)
+    {
+        std::cerr << "usage: golden_generate FOLDER\n";
+        return 2;
+    }
+    for (const auto& [name, bytes] : archives())
+    {
+        const std::filesystem::path path = std::filesystem::path(argv[1]) / name;
+        if (std::filesystem::exists(path))
+        {
+            std::cout << "kept    " << name << "\n";
+            continue;
+        }
+        std::ofstream file(path, std::ios::binary);
+        file << bytes << std::flush;
+        if (!file)
+        {
+            std::cerr << "cannot write " << path << "\n";
+            return 1;
+        }
+        std::cout << "written " << name << "\n";
+    }
+    return 0;
+}

@@ -6,8 +6,10 @@
 #include "clss/clastool/clastool/tkClassifierCosts.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tkClassifierFeatureScore.h"
 #include "clss/clastool/clastool/tkClassifierFrequencies.h"
 #include "clss/clastool/clastool/tkClassifierResult.h"
+#include "clss/clastool/clastool/tkClassifierRuleTable.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/clastool/clastool/tkClassifierTrainParams.h"
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
@@ -16,6 +18,7 @@
 #include "clss/clastool/clastool/tk_CategoryModel.h"
 #include "clss/clastool/clastool/tk_Classifier.h"
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
+#include "clss/clastool/clastool/tk_DataGenerator.h"
 #include "foundation/tkArchive.h"
 #include "foundation/tkArchiveOperators.h"
 

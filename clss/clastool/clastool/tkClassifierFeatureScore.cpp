@@ -1,0 +1,234 @@
+#include "clss/clastool/clastool/tkClassifierFeatureScore.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "foundation/tkArchive.h"
+#include "foundation/tkAssert.h"
+
+#include <algorithm>
+#include <typeinfo>
+
+namespace
+{
+enum Tag : unsigned long
+{
+    ignoreTag = 0x1632,
+    oneSidedTag = 0x8269,
+    twoSidedTag = 0xE9AC
+};
+
+constexpr wchar_t y0Range[] = L"y0 must be between 0 and 1";
+constexpr wchar_t y1Range[] = L"y1 must be between 0 and 1";
+constexpr wchar_t x1Between[] = L"x1 must lie between x0 and xc";
+
+void checkLevel(double y, const wchar_t* text)
+{
+    if (!(y >= 0.0) || y > 1.0)
+        throw tkClassifierDefs::BadParams(text);
+}
+
+/// Whether x1 lies below or above both of its neighbours. False for what a NaN makes undecidable.
+bool isOutside(const tkClassifierFeatureScoreOneSided& f)
+{
+    return (f.x0() < f.x1() && f.xc() < f.x1()) || (f.x0() > f.x1() && f.xc() > f.x1());
+}
+
+bool isAnyAbove(double x0, double x1, double xc, double limit)
+{
+    return x0 > limit || x1 > limit || xc > limit;
+}
+
+bool isSame(double a, double b)
+{
+    return !(a < b) && !(a > b);
+}
+
+/// Loads an object of one class and lets the handle hold it, or stores the one that the handle holds.
+template <class Function>
+void exchange(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
+{
+    if (archive.isStoring())
+        archive || static_cast<Function&>(*handle);
+    else
+    {
+        Function loaded;
+        archive || loaded;
+        handle = loaded.clone();
+    }
+}
+} // namespace
+
+double tkClassifierFeatureScoreIgnore::score(double) const
+{
+    return -1.0;
+}
+
+tkPtrHandle<tkClsFtSc> tkClassifierFeatureScoreIgnore::clone() const
+{
+    return tkPtrHandle<tkClsFtSc>(new tkClassifierFeatureScoreIgnore(*this));
+}
+
+bool tkClassifierFeatureScoreIgnore::operator==(const tkClsFtSc& other) const
+{
+    return typeid(*this) == typeid(other);
+}
+
+void tkClassifierFeatureScoreOneSided::init(double x0, double x1, double xc, double y0, double y1)
+{
+    checkLevel(y0, y0Range);
+    checkLevel(y1, y1Range);
+    if (!((x1 <= x0 || x1 <= xc) && (x1 >= x0 || x1 >= xc)))
+        throw tkClassifierDefs::BadParams(L"x1 must be lie between x0 and xc"); // the doubled verb is deliberate
+    x0_ = x0;
+    x1_ = x1;
+    xc_ = xc;
+    y0_ = y0;
+    y1_ = y1;
+}
+
+void tkClassifierFeatureScoreOneSided::y0(double y0)
+{
+    checkLevel(y0, y0Range);
+    y0_ = y0;
+}
+
+void tkClassifierFeatureScoreOneSided::y1(double y1)
+{
+    checkLevel(y1, y1Range);
+    y1_ = y1;
+}
+
+double tkClassifierFeatureScoreOneSided::score(double v) const
+{
+    if (isOutside(*this))
+        throw tkClassifierDefs::BadParams(x1Between);
+    if (x0_ <= x1_ && x1_ <= xc_)
+    {
+        if (v > xc_)
+            return 0.0;
+        if (v >= x1_)
+            return y1_;
+        if (v <= x0_)
+            return y0_;
+    }
+    else
+    {
+        TK_ASSERT(xc_ <= x1_ && x1_ <= x0_);
+        if (v < xc_)
+            return 0.0;
+        if (v <= x1_)
+            return y1_;
+        if (v >= x0_)
+            return y0_;
+    }
+    // The line through (x0, y0) and (x1, y1), in this form and order.
+    return (x1_ * y0_ - x0_ * y1_ - v * (y0_ - y1_)) / (x1_ - x0_);
+}
+
+tkPtrHandle<tkClsFtSc> tkClassifierFeatureScoreOneSided::clone() const
+{
+    return tkPtrHandle<tkClsFtSc>(new tkClassifierFeatureScoreOneSided(*this));
+}
+
+bool tkClassifierFeatureScoreOneSided::operator==(const tkClsFtSc& other) const
+{
+    if (typeid(*this) != typeid(other))
+        return false;
+    const auto& f = static_cast<const tkClassifierFeatureScoreOneSided&>(other);
+    return isSame(x0_, f.x0_) && isSame(x1_, f.x1_) && isSame(xc_, f.xc_) && isSame(y0_, f.y0_) && isSame(y1_, f.y1_);
+}
+
+tkClassifierFeatureScoreTwoSided::tkClassifierFeatureScoreTwoSided()
+{
+    init(0.0, -1.0, -1.0, 0.0, 1.0, 1.0, 1.0, 0.0, 1.0, 0.0);
+}
+
+void tkClassifierFeatureScoreTwoSided::init(double x0, double x1, double xc, double x0h, double x1h, double xch,
+                                            double y0, double y1, double y0h, double y1h)
+{
+    if (isAnyAbove(x0, x1, xc, std::min(std::min(x0h, x1h), xch)))
+        throw tkClassifierDefs::BadParams(L"x0 > lowest || x1 > lowest || xc > lowest");
+    tkClassifierFeatureScoreOneSided low;
+    low.init(x0, x1, xc, y0, y1);
+    high_.init(x0h, x1h, xch, y0h, y1h);
+    low_ = low;
+}
+
+void tkClassifierFeatureScoreTwoSided::y0h(double y0h)
+{
+    checkLevel(y0h, L"y0h must be between 0 and 1");
+    high_.y0(y0h);
+}
+
+void tkClassifierFeatureScoreTwoSided::y1h(double y1h)
+{
+    checkLevel(y1h, L"y1h must be between 0 and 1");
+    high_.y1(y1h);
+}
+
+double tkClassifierFeatureScoreTwoSided::score(double v) const
+{
+    if (isOutside(low_) || isOutside(high_))
+        throw tkClassifierDefs::BadParams(x1Between);
+    const double lowest = high_.x0() > high_.xc() ? high_.xc() : high_.x0();
+    TK_ASSERT(!(high_.x1() < lowest));
+    if (isAnyAbove(low_.x0(), low_.x1(), low_.xc(), lowest))
+        throw tkClassifierDefs::BadParams(L"Bad x values");
+    return v >= lowest ? high_.score(v) : low_.score(v);
+}
+
+tkPtrHandle<tkClsFtSc> tkClassifierFeatureScoreTwoSided::clone() const
+{
+    return tkPtrHandle<tkClsFtSc>(new tkClassifierFeatureScoreTwoSided(*this));
+}
+
+bool tkClassifierFeatureScoreTwoSided::operator==(const tkClsFtSc& other) const
+{
+    if (typeid(*this) != typeid(other))
+        return false;
+    const auto& f = static_cast<const tkClassifierFeatureScoreTwoSided&>(other);
+    return low_ == f.low_ && high_ == f.high_;
+}
+
+tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreIgnore&)
+{
+    return archive;
+}
+
+tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreOneSided& f)
+{
+    return archive || f.x0_ || f.x1_ || f.xc_ || f.y0_ || f.y1_;
+}
+
+tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreTwoSided& f)
+{
+    return archive || f.low_ || f.high_;
+}
+
+tkArchive& operator||(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
+{
+    unsigned long tag = 0;
+    if (archive.isStoring())
+    {
+        const std::type_info& type = typeid(*handle);
+        const bool isIgnore = type == typeid(tkClassifierFeatureScoreIgnore);
+        const bool isOneSided = type == typeid(tkClassifierFeatureScoreOneSided);
+        TK_ASSERT(isIgnore || isOneSided || type == typeid(tkClassifierFeatureScoreTwoSided));
+        tag = isIgnore ? ignoreTag : isOneSided ? oneSidedTag : twoSidedTag;
+    }
+    archive || tag;
+    switch (tag)
+    {
+    case ignoreTag:
+        exchange<tkClassifierFeatureScoreIgnore>(archive, handle);
+        break;
+    case oneSidedTag:
+        exchange<tkClassifierFeatureScoreOneSided>(archive, handle);
+        break;
+    case twoSidedTag:
+        exchange<tkClassifierFeatureScoreTwoSided>(archive, handle);
+        break;
+    default:
+        break;
+    }
+    return archive;
+}

@@ -1,0 +1,87 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERRULETABLE_H
+#define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERRULETABLE_H
+
+#include "clss/clastool/clastool/tkClassifierFeatureScore.h"
+
+#include <vector>
+
+/// The rule table's input: one value per feature, in the order of the rules' scoring methods.
+class TK_EXPORT tkClassifierFeatureVector
+{
+public:
+    tkClassifierFeatureVector() = default;
+    explicit tkClassifierFeatureVector(const std::vector<double>& featureValues) : featureValues_(featureValues) {}
+
+    const std::vector<double>& featureValues() const { return featureValues_; }
+
+private:
+    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVector);
+
+    std::vector<double> featureValues_;
+};
+
+/// A category and what each feature of its objects is expected to be like. Copies share the scoring functions.
+class TK_EXPORT tkClassifierRule
+{
+public:
+    /// No scoring methods, label 0.
+    tkClassifierRule() = default;
+
+    /// Throws tkClassifierDefs::BadParams if label < 0, then if there are no scoring methods.
+    void init(const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMethods, long label);
+
+    /// One scoring function per feature, in feature order.
+    const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMethods() const { return scoringMethods_; }
+    long label() const { return label_; }
+
+    /// Geometric mean, in [0, 1], of the features' degrees of membership. Features that score -1.0 or NaN are left
+    /// out; with none left the score is 1. One degree of 0 makes the score 0 (a veto).
+    ///
+    /// Throws tkClassifierDefs::BadParams if the numbers of values and scoring methods differ, then if both are 0,
+    /// then what a scoring function throws; tkBadPointer for a null scoring method. Allocates nothing.
+    double score(const tkClassifierFeatureVector& featureVector) const;
+
+    /// Equal scoring functions in the same order, equal labels.
+    bool operator==(const tkClassifierRule& other) const;
+    bool operator!=(const tkClassifierRule& other) const { return !(*this == other); }
+
+private:
+    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule);
+
+    std::vector<tkPtrHandle<tkClsFtSc>> scoringMethods_;
+    long label_ = 0;
+};
+
+/// A classifier written by hand: the first of its rules that fits well enough decides. Put the most specific
+/// rules first. It is untrained until it is given rules.
+class TK_EXPORT tkClassifierRuleTable
+{
+public:
+    /// Replaces the rules. Throws tkClassifierDefs::BadParams if there are none, then if they differ in their number
+    /// of scoring methods; the table then keeps its rules.
+    void train(const std::vector<tkClassifierRule>& rules);
+
+    const std::vector<tkClassifierRule>& rules() const { return rules_; }
+
+    /// Label of the first rule whose score is greater than `hardThreshold`; -1 if there is none.
+    ///
+    /// Throws tkClassifierDefs::BadParams unless the threshold is in [0, 1], tkClassifierDefs::NotTrained without
+    /// rules, tkClassifierDefs::BadParams if there are no values, then if they are not as many as scoring methods, then
+    /// what a rule throws. Allocates nothing.
+    long classifyHardThreshold(const tkClassifierFeatureVector& featureVector, double hardThreshold) const;
+
+    /// Equal rules in the same order.
+    bool operator==(const tkClassifierRuleTable& other) const;
+    bool operator!=(const tkClassifierRuleTable& other) const { return !(*this == other); }
+
+private:
+    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table);
+
+    std::vector<tkClassifierRule> rules_;
+};
+
+TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVector);
+TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule);
+TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table);
+
+#endif

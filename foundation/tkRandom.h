@@ -1,0 +1,40 @@
+#ifndef FOUNDATION_TKRANDOM_H
+#define FOUNDATION_TKRANDOM_H
+
+#include "foundation/tkExport.h"
+
+#include <random>
+
+/// Uniform random numbers. One seed gives the same sequence on every platform, for ever: the generator is the
+/// 64-bit Mersenne Twister (Matsumoto and Nishimura, ACM TOMACS 8, 1998), and the step from its words to
+/// doubles is our own, since the standard library's distributions differ between vendors.
+class TK_EXPORT tkRandomUniform
+{
+public:
+    explicit tkRandomUniform(long seed);
+
+    /// A number in [low, high]: low + u (high - low) with u a multiple of 2^-53 in [0, 1). Rounding may give
+    /// high itself.
+    double next(double low, double high);
+
+private:
+    std::mt19937_64 generator_;
+};
+
+/// Normally distributed random numbers, by the polar method (Marsaglia and Bray, SIAM Review 6, 1964). One seed
+/// gives the same sequence on every platform, as far as the C library's log and sqrt agree.
+class TK_EXPORT tkRandomGaussian
+{
+public:
+    explicit tkRandomGaussian(long seed);
+
+    /// A deviate with this mean and standard deviation.
+    double next(double mean, double sigma);
+
+private:
+    tkRandomUniform uniform_;
+    double spare_ = 0.0; // the second of a pair of standard deviates
+    bool haveSpare_ = false;
+};
+
+#endif

@@ -3,6 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "tests/golden/ruleTable.h"
 #include "tkTest.h"
 
 #include <algorithm>
@@ -436,5 +437,19 @@ TEST(tkClsFtSc, truncatedRecordLeavesTheHandleAsItWas)
         tkPtrHandle<tkClsFtSc> handle = held;
         EXPECT_THROW(loadFromBytes(bytes.substr(0, size), handle), tkArchive::Errors);
         EXPECT_TRUE(handle == held);
+    }
+}
+
+TEST(tkClsFtSc, recordsStoredEarlierLoadAndAreStoredTheSame)
+{
+    for (const auto& [file, expected] : {std::make_pair("tkClassifierFeatureScoreIgnore.bin", golden::ignore()),
+                                         std::make_pair("tkClassifierFeatureScoreOneSided.bin", golden::oneSided()),
+                                         std::make_pair("tkClassifierFeatureScoreTwoSided.bin", golden::twoSided())})
+    {
+        tkPtrHandle<tkClsFtSc> loaded;
+        loadFromBytes(goldenBytes(file), loaded);
+        ASSERT_FALSE(loaded.isNull()) << file;
+        EXPECT_TRUE(*loaded == *expected) << file;
+        EXPECT_EQ(goldenBytes(file), storeToBytes(loaded)) << file;
     }
 }

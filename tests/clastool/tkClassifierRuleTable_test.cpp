@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
+#include "tests/golden/ruleTable.h"
 #include "tkTest.h"
 
 #include <cmath>
@@ -311,4 +312,22 @@ TEST(tkClassifierRuleTable, loadedRulesOfMixedSizesFailWhenTheyScore)
     loadFromBytes(bytes, t);
     EXPECT_EQ(1, t.classifyHardThreshold(values(1), 0.4));
     EXPECT_TK_THROW(t.classifyHardThreshold(values(1), 0.6), BadParams, L"MismatchedFeatureVectorSize");
+}
+
+TEST(tkClassifierRuleTable, recordsStoredEarlierLoadAndAreStoredTheSame)
+{
+    tkClassifierFeatureVector vector;
+    loadFromBytes(goldenBytes("tkClassifierFeatureVector.bin"), vector);
+    EXPECT_EQ(golden::featureVector().featureValues(), vector.featureValues());
+    EXPECT_EQ(goldenBytes("tkClassifierFeatureVector.bin"), storeToBytes(vector));
+
+    tkClassifierRule r;
+    loadFromBytes(goldenBytes("tkClassifierRule.bin"), r);
+    EXPECT_TRUE(r == golden::rule());
+    EXPECT_EQ(goldenBytes("tkClassifierRule.bin"), storeToBytes(r));
+
+    tkClassifierRuleTable t;
+    loadFromBytes(goldenBytes("tkClassifierRuleTable.bin"), t);
+    EXPECT_TRUE(t == golden::ruleTable());
+    EXPECT_EQ(goldenBytes("tkClassifierRuleTable.bin"), storeToBytes(t));
 }

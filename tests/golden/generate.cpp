@@ -1,4 +1,5 @@
 #include "tests/golden/dataModel.h"
+#include "tests/golden/ruleTable.h"
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -46,6 +47,12 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkClassifierFrequencies.bin", storeToBytes(golden::frequencies())},
         {"tkClassifierCategoryResult.bin", storeToBytes(golden::categoryResult())},
         {"tkClassifierResult.bin", storeToBytes(golden::result())},
+        {"tkClassifierFeatureScoreIgnore.bin", storeToBytes(golden::ignore())},
+        {"tkClassifierFeatureScoreOneSided.bin", storeToBytes(golden::oneSided())},
+        {"tkClassifierFeatureScoreTwoSided.bin", storeToBytes(golden::twoSided())},
+        {"tkClassifierFeatureVector.bin", storeToBytes(golden::featureVector())},
+        {"tkClassifierRule.bin", storeToBytes(golden::rule())},
+        {"tkClassifierRuleTable.bin", storeToBytes(golden::ruleTable())},
     };
 }
 } // namespace

@@ -1,0 +1,199 @@
+#include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_Messages.h"
+#include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+
+#include <algorithm>
+
+namespace
+{
+bool contains(const std::vector<long>& set, long index)
+{
+    return std::find(set.begin(), set.end(), index) != set.end();
+}
+
+void checkCategory(long category)
+{
+    if (category < 0)
+        throw tkClassifierDefs::BadLabel(L"Cateogory labels must be >= 0"); // the misspelling is deliberate
+}
+
+void checkIndex(long index)
+{
+    if (index < 0)
+        throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
+}
+} // namespace
+
+tkClassifierDistributionTypes::tkClassifierDistributionTypes(DistributionType defaultType) : defaultType_(defaultType)
+{
+}
+
+void tkClassifierDistributionTypes::distributionTypeOverride(long category, long measurementIndex,
+                                                             DistributionType type)
+{
+    if (type == defaultType_)
+        return;
+    for (std::size_t s = 0; s < sets_.size(); ++s)
+        if (setCategories_[s] == category && contains(sets_[s], measurementIndex))
+            throw tkClassifierDefs::BadParams(L"Cannot override distribution type of a feature measurement that is "
+                                              L"already part of a dependency set.");
+    const long position = distOverrideIndex_(category, measurementIndex);
+    if (position >= 0)
+    {
+        overrideTypes_[static_cast<std::size_t>(position)] = type;
+        return;
+    }
+    const std::size_t count = overrideTypes_.size();
+    try
+    {
+        overrideCategories_.push_back(category);
+        overrideIndices_.push_back(measurementIndex);
+        overrideTypes_.push_back(type);
+    }
+    catch (...)
+    {
+        overrideCategories_.resize(count);
+        overrideIndices_.resize(count);
+        throw;
+    }
+}
+
+void tkClassifierDistributionTypes::clearDistributionOverrides()
+{
+    overrideCategories_.clear();
+    overrideIndices_.clear();
+    overrideTypes_.clear();
+}
+
+tkClassifierDistributionTypes::DistributionType
+tkClassifierDistributionTypes::distributionType(long category, long measurementIndex) const
+{
+    const long position = distOverrideIndex_(category, measurementIndex);
+    return position >= 0 ? overrideTypes_[static_cast<std::size_t>(position)] : defaultType_;
+}
+
+void tkClassifierDistributionTypes::setDependent(long category, const std::vector<long>& measurementIndices)
+{
+    checkCategory(category);
+    for (const long index : measurementIndices)
+        checkIndex(index);
+    std::vector<long> remaining;
+    for (const long index : measurementIndices)
+        if (!contains(remaining, index))
+            remaining.push_back(index);
+    if (remaining.empty())
+        return;
+    const DistributionType type = distributionType(category, remaining.front());
+    for (const long index : remaining)
+        if (distributionType(category, index) != type)
+            throw tkClassifierDefs::BadParams(
+                L"The distribution types of dependent feature measurements must be the same.");
+
+    // Indices that a set of the category holds already leave the list, the last one taking their place: in which
+    // order the others enter the merged set depends on it.
+    std::vector<bool> isMerged(sets_.size(), false);
+    std::size_t first = sets_.size();
+    for (std::size_t s = 0; s < sets_.size(); ++s)
+    {
+        if (setCategories_[s] != category)
+            continue;
+        for (std::size_t i = 0; i < remaining.size();)
+        {
+            if (!contains(sets_[s], remaining[i]))
+            {
+                ++i;
+                continue;
+            }
+            remaining[i] = remaining.back();
+            remaining.pop_back();
+            isMerged[s] = true;
+            first = std::min(first, s);
+        }
+    }
+
+    std::vector<long> newCategories;
+    std::vector<std::vector<long>> newSets;
+    std::size_t merged = 0; // place of set `first` among the new ones
+    for (std::size_t s = 0; s < sets_.size(); ++s)
+    {
+        if (isMerged[s] && s != first)
+        {
+            newSets[merged].insert(newSets[merged].end(), sets_[s].begin(), sets_[s].end());
+            continue;
+        }
+        newCategories.push_back(setCategories_[s]);
+        newSets.push_back(sets_[s]);
+        if (s == first)
+        {
+            merged = newSets.size() - 1;
+            newSets[merged].insert(newSets[merged].end(), remaining.begin(), remaining.end());
+        }
+    }
+    if (first == sets_.size())
+    {
+        newCategories.push_back(category);
+        newSets.push_back(std::move(remaining));
+    }
+    setCategories_ = std::move(newCategories);
+    sets_ = std::move(newSets);
+}
+
+bool tkClassifierDistributionTypes::isDependent(long category, const std::vector<long>& measurementIndices) const
+{
+    checkCategory(category);
+    if (measurementIndices.empty())
+        return false;
+    for (const long index : measurementIndices)
+        checkIndex(index);
+    for (std::size_t s = 0; s < sets_.size(); ++s)
+        if (setCategories_[s] == category && contains(sets_[s], measurementIndices.front()))
+            return std::all_of(measurementIndices.begin(), measurementIndices.end(),
+                               [&](long index) { return contains(sets_[s], index); });
+    return false;
+}
+
+long tkClassifierDistributionTypes::dependencySetCategory(long set) const
+{
+    TK_ASSERT(set >= 0 && set < numDependencySets());
+    return setCategories_[static_cast<std::size_t>(set)];
+}
+
+const std::vector<long>& tkClassifierDistributionTypes::dependencySet(long set) const
+{
+    TK_ASSERT(set >= 0 && set < numDependencySets());
+    return sets_[static_cast<std::size_t>(set)];
+}
+
+bool tkClassifierDistributionTypes::operator==(const tkClassifierDistributionTypes& other) const
+{
+    return defaultType_ == other.defaultType_ && overrideCategories_ == other.overrideCategories_ &&
+           overrideIndices_ == other.overrideIndices_ && overrideTypes_ == other.overrideTypes_ &&
+           setCategories_ == other.setCategories_ && sets_ == other.sets_;
+}
+
+long tkClassifierDistributionTypes::distOverrideIndex_(long category, long measurementIndex) const
+{
+    checkCategory(category);
+    checkIndex(measurementIndex);
+    for (std::size_t i = 0; i < overrideTypes_.size(); ++i)
+        if (overrideCategories_[i] == category && overrideIndices_[i] == measurementIndex)
+            return static_cast<long>(i);
+    return -1;
+}
+
+tkArchive& operator||(tkArchive& archive, tkClassifierDistributionTypes& types)
+{
+    archive.exchangeVersion("clss/clastool/bayes", 262);
+    archive || types.defaultType_;
+    archive || types.overrideCategories_ || types.overrideIndices_ || types.overrideTypes_;
+    archive || types.setCategories_ || types.sets_;
+    if (types.overrideCategories_.size() != types.overrideTypes_.size() ||
+        types.overrideIndices_.size() != types.overrideTypes_.size())
+        throw tkArchive::Errors(L"Overrides of distribution types have not as many categories and indices as types");
+    if (types.setCategories_.size() != types.sets_.size())
+        throw tkArchive::Errors(L"Dependency sets have not as many categories as sets");
+    return archive;
+}

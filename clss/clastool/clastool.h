@@ -3,6 +3,7 @@
 
 /// Everything, the implementation classes (tk_) included.
 
+#include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
 #include "clss/clastool/clastool/tkClassifierCosts.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -21,5 +22,9 @@
 #include "clss/clastool/clastool/tk_DataGenerator.h"
 #include "foundation/tkArchive.h"
 #include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+#include "foundation/tkRandom.h"
+#include "foundation/tkRange.h"
+#include "foundation/tkUtf8.h"
 
 #endif

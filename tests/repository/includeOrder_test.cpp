@@ -1,12 +1,12 @@
 #include "tkTest.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <set>
+#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace
@@ -15,87 +15,80 @@ namespace fs = std::filesystem;
 
 /// The files of the library, a name for each pair of .h and .cpp, from the bottom up: a header may include only
 /// headers that stand before it. A name may stand here before its file does, so that everything has its place.
-struct Folder
+const char theTree[] = R"(
+foundation/tkExport
+foundation/tkAssert
+foundation/tkUtf8
+foundation/tkRepBase
+foundation/tkPtrHandle
+foundation/tkPersistent
+foundation/tkException
+foundation/tkArchive
+foundation/tkArchiveOperators
+foundation/tkArchiveFile
+foundation/tkRange
+foundation/tkPair
+foundation/tkRandom
+foundation/tkDiagObject
+numerics/tkNMMatrix
+numerics/tkNMNormal
+numerics/tkNMNeighborSearch
+clss/clastool/clastool/tkClassifierDefs
+clss/clastool/clastool/tk_Messages
+clss/clastool/clastool/tk_PersistentClasses
+clss/clastool/clastool/tkFeaturePattern
+clss/clastool/clastool/tkClassifierDataProvider
+clss/clastool/clastool/tkClassifierCosts
+clss/clastool/clastool/tkClassifierFrequencies
+clss/clastool/clastool/tkClassifierResult
+clss/clastool/clastool/tkClassifierTrainParams
+clss/clastool/clastool/tk_Classifier
+clss/clastool/clastool/tk_CategoryModel
+clss/clastool/clastool/tkClassifierTool
+clss/clastool/clastool/tkPatternDistanceMetric
+clss/clastool/clastool/tkClassifierTrainParamsKNN
+clss/clastool/clastool/tk_ClassifierKNN
+clss/clastool/clastool/tkPredicateFunction
+clss/clastool/clastool/tkDecisionTree
+clss/clastool/clastool/tk_ClassifierDecisionTree
+clss/clastool/clastool/tkClassifierFeatureScore
+clss/clastool/clastool/tkClassifierRuleTable
+clss/clastool/clastool/tk_DataGenerator
+clss/clastool/bayes/tkClassifierDistributionTypes
+clss/clastool/bayes/tkClassifierTrainParamsBayesian
+clss/clastool/bayes/tk_ProbabilityDensityFunction
+clss/clastool/bayes/tk_CategoryModelBayesian
+clss/clastool/bayes/tk_ClassifierBayesian
+clss/clastool/clastool
+)";
+
+/// Where a file stands in the tree: the line of its folder's first file, and its own; both -1 if it is not there.
+struct Place
 {
-    std::string path;
-    std::vector<std::string> files;
+    int folder;
+    int file;
 };
-
-const std::vector<Folder> theTree = {
-    {"foundation",
-     {
-         "tkExport",
-         "tkAssert",
-         "tkUtf8",
-         "tkRepBase",
-         "tkPtrHandle",
-         "tkPersistent",
-         "tkException",
-         "tkArchive",
-         "tkArchiveOperators",
-         "tkArchiveFile",
-         "tkRange",
-         "tkPair",
-         "tkRandom",
-         "tkDiagObject",
-     }},
-    {"numerics",
-     {
-         "tkNMMatrix",
-         "tkNMNormal",
-         "tkNMNeighborSearch",
-     }},
-    {"clss/clastool/clastool",
-     {
-         "tkClassifierDefs",
-         "tk_Messages",
-         "tk_PersistentClasses",
-         "tkFeaturePattern",
-         "tkClassifierDataProvider",
-         "tkClassifierCosts",
-         "tkClassifierFrequencies",
-         "tkClassifierResult",
-         "tkClassifierTrainParams",
-         "tk_Classifier",
-         "tk_CategoryModel",
-         "tkClassifierTool",
-         "tkPatternDistanceMetric",
-         "tkClassifierTrainParamsKNN",
-         "tk_ClassifierKNN",
-         "tkPredicateFunction",
-         "tkDecisionTree",
-         "tk_ClassifierDecisionTree",
-         "tkClassifierFeatureScore",
-         "tkClassifierRuleTable",
-         "tk_DataGenerator",
-     }},
-    {"clss/clastool/bayes",
-     {
-         "tkClassifierDistributionTypes",
-         "tkClassifierTrainParamsBayesian",
-         "tk_ProbabilityDensityFunction",
-         "tk_CategoryModelBayesian",
-         "tk_ClassifierBayesian",
-     }},
-    {"clss/clastool",
-     {
-         "clastool",
-     }},
-};
-
-/// Place of a file in the tree, first by folder; {-1, -1} for a file that is not in it.
-using Place = std::pair<int, int>;
 
 Place placeOf(const fs::path& file)
 {
-    for (std::size_t folder = 0; folder < theTree.size(); ++folder)
+    const std::string folder = file.parent_path().generic_string();
+    const std::string name = folder + "/" + file.stem().string();
+    Place place{-1, -1};
+    std::istringstream tree(theTree);
+    std::string line;
+    for (int number = 0; std::getline(tree, line); ++number)
     {
-        const std::vector<std::string>& files = theTree[folder].files;
-        const auto found = std::find(files.begin(), files.end(), file.stem().string());
-        if (theTree[folder].path == file.parent_path().generic_string() && found != files.end())
-            return {static_cast<int>(folder), static_cast<int>(found - files.begin())};
+        if (place.folder < 0 && fs::path(line).parent_path().generic_string() == folder)
+            place.folder = number;
+        if (line == name)
+            return {place.folder, number};
     }
     return {-1, -1};
+}
+
+bool inTree(const fs::path& file)
+{
+    return placeOf(file).file >= 0;
 }
 
 struct Include
@@ -113,7 +106,35 @@ std::vector<Include> includesOf(const std::string& source)
     return includes;
 }
 
-bool isImplementation(const fs::path& file) { return file.stem().string().rfind("tk_", 0) == 0; }
+bool isImplementation(const fs::path& file)
+{
+    return file.stem().string().rfind("tk_", 0) == 0;
+}
+
+/// All files in the folders of the library, with their paths from the root.
+std::vector<fs::path> libraryFiles()
+{
+    const fs::path root(CLASTOOL_SOURCE_DIR);
+    std::vector<fs::path> files;
+    for (const char* top : {"foundation", "numerics", "clss"})
+    {
+        if (!fs::exists(root / top))
+            continue;
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root / top))
+        {
+            if (entry.is_regular_file())
+                files.push_back(fs::relative(entry.path(), root));
+        }
+    }
+    return files;
+}
+
+std::string textOf(const fs::path& file)
+{
+    std::ifstream stream(fs::path(CLASTOOL_SOURCE_DIR) / file, std::ios::binary);
+    EXPECT_TRUE(stream.is_open()) << file;
+    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
 
 /// What is wrong with one include line of `file`; empty if nothing is.
 std::string faultOf(const fs::path& file, const Include& include)
@@ -125,14 +146,13 @@ std::string faultOf(const fs::path& file, const Include& include)
         // The names of the language's standard headers have neither ending nor folder. Headers of a platform are
         // for .cpp files; a header of this library in angle brackets would escape the other tests.
         const bool isStandard = include.target.find_first_of("./") == std::string::npos;
-        const bool isOwn = placeOf(target) != Place(-1, -1);
-        return isStandard || (!isHeader && !isOwn) ? "" : "includes <" + include.target + ">";
+        return isStandard || (!isHeader && !inTree(target)) ? "" : "includes <" + include.target + ">";
     }
     const Place from = placeOf(file);
     const Place to = placeOf(target);
-    if (target.extension() != ".h" || to == Place(-1, -1))
+    if (target.extension() != ".h" || !inTree(target))
         return "includes \"" + include.target + "\", which is no header of the tree";
-    if (isHeader ? to >= from : to.first > from.first)
+    if (isHeader ? to.file >= from.file : to.folder > from.folder)
         return "includes \"" + include.target + "\", which stands below it";
     if (isHeader && file.stem().string().rfind("tk", 0) == 0 && !isImplementation(file) && isImplementation(target))
         return "is published and includes the implementation's \"" + include.target + "\"";
@@ -143,7 +163,7 @@ std::string faultOf(const fs::path& file, const Include& include)
 std::string faultsOf(const fs::path& file, const std::string& source)
 {
     std::string faults;
-    if (placeOf(file) == Place(-1, -1))
+    if (!inTree(file))
         faults += file.generic_string() + " has no place in the list of this test\n";
     for (const Include& include : includesOf(source))
     {
@@ -157,23 +177,35 @@ std::string faultsOf(const fs::path& file, const std::string& source)
 
 TEST(includeOrder, libraryIncludesPointUpwardsOnly)
 {
-    const fs::path root(CLASTOOL_SOURCE_DIR);
-    int filesSeen = 0;
-    for (const char* top : {"foundation", "numerics", "clss"})
+    const std::vector<fs::path> files = libraryFiles();
+    EXPECT_FALSE(files.empty());
+    for (const fs::path& file : files)
+        EXPECT_EQ("", faultsOf(file, textOf(file)));
+}
+
+TEST(includeOrder, umbrellaReachesEveryHeaderButThePrivateOnes)
+{
+    std::set<std::string> reached;
+    std::vector<std::string> unread = {"clss/clastool/clastool.h"};
+    while (!unread.empty())
     {
-        if (!fs::exists(root / top))
+        const std::string header = unread.back();
+        unread.pop_back();
+        if (!reached.insert(header).second)
             continue;
-        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root / top))
+        for (const Include& include : includesOf(textOf(header)))
         {
-            if (!entry.is_regular_file())
-                continue;
-            std::ifstream stream(entry.path(), std::ios::binary);
-            const std::string source((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-            EXPECT_EQ("", faultsOf(fs::relative(entry.path(), root), source));
-            ++filesSeen;
+            if (include.quoted)
+                unread.push_back(include.target);
         }
     }
-    EXPECT_GT(filesSeen, 0);
+    for (const fs::path& file : libraryFiles())
+    {
+        if (file.extension() != ".h")
+            continue;
+        const bool isPrivate = file.stem() == "tk_Messages" || file.stem() == "tk_PersistentClasses";
+        EXPECT_EQ(!isPrivate, reached.count(file.generic_string()) == 1) << file;
+    }
 }
 
 TEST(includeOrder, findsAnIncludeOfAHeaderBelow)

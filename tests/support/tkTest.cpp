@@ -33,7 +33,9 @@ namespace
     }
     catch (const std::exception& thrown)
     {
-        return unlike(std::string("threw ") + tkPersistent::typeName(typeid(thrown)) + " with \"" + thrown.what() + "\"", expected, text);
+        return unlike(std::string("threw ") + tkPersistent::typeName(typeid(thrown)) + " with \"" + thrown.what() +
+                          "\"",
+                      expected, text);
     }
     catch (...)
     {

@@ -1,0 +1,59 @@
+#include "clss/clastool/clastool.h"
+
+#include <exception>
+#include <fstream>
+#include <iostream>
+
+int main()
+{
+    try
+    {
+        // Two measurements of each coin, diameter in mm and weight in g, and what it is, in cents.
+        using Pattern = tkPtrHandle_const<tkFeaturePattern>;
+        tkClassifierDataProviderMemory coins;
+        coins.addData(Pattern(new tkFeaturePattern({24.2, 7.8})), 50);
+        coins.addData(Pattern(new tkFeaturePattern({24.3, 7.7})), 50);
+        coins.addData(Pattern(new tkFeaturePattern({24.0, 7.6})), 50);
+        coins.addData(Pattern(new tkFeaturePattern({23.2, 7.5})), 100);
+        coins.addData(Pattern(new tkFeaturePattern({23.3, 7.4})), 100);
+        coins.addData(Pattern(new tkFeaturePattern({23.4, 7.6})), 100);
+
+        // The class of the parameters chooses the method: the 5 nearest neighbours shall vote. To take 50 cents for
+        // a euro costs 2, the other mistake 1.
+        tkClassifierCosts costs(1.0);
+        costs.misclassificationCostOverride(50, 100, 2.0);
+        const tkClassifierTrainParamsKNN params(5, tkPatternDistanceMetricNorm(2.0), costs);
+        tkClassifierTool tool;
+        tool.train(coins, params);
+
+        // Categories come in the order of the costs to be expected, the cheapest decision first: more neighbours
+        // are euros, but the decision for 50 cents costs less.
+        const tkFeaturePattern unknown({23.6, 7.5});
+        tkClassifierResult result;
+        tool.run(unknown, result);
+        for (const tkClassifierCategoryResult& category : result.categoryResults())
+            std::cout << "label " << category.categoryLabel() << ": score " << category.classScore()
+                      << ", expected cost " << category.expectedCost() << '\n';
+
+        // A loaded nearest-neighbour classifier has its data, but runs with default parameters (k = 1, equal costs)
+        // until it is retrained; the stored parameters come with the tool.
+        {
+            std::ofstream file("coins.tk", std::ios::binary);
+            tkArchive archive(file);
+            archive || tool;
+        }
+        std::ifstream file("coins.tk", std::ios::binary);
+        tkArchive archive(file);
+        tkClassifierTool loaded;
+        archive || loaded;
+        loaded.retrain(*loaded.trainParams());
+        tkClassifierResult again;
+        loaded.run(unknown, again);
+        std::cout << (again == result ? "the loaded tool gives the same result\n" : "the results differ\n");
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << error.what() << '\n';
+        return 1;
+    }
+}

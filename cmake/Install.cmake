@@ -21,8 +21,8 @@ install(FILES
   DESTINATION "${clastool_package_dir}")
 
 # The prefix is named relative to the .pc file, so that an installed tree can be moved.
-file(RELATIVE_PATH clastool_prefix_from_pc
-  "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+  BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE clastool_prefix_from_pc)
 cmake_path(APPEND clastool_pc_libdir "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
 cmake_path(APPEND clastool_pc_includedir "\${prefix}" "${clastool_include_root}")
 if(clastool_type STREQUAL "STATIC_LIBRARY")

@@ -178,7 +178,7 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> c
     : categoryResults_(std::move(classScores)),
       matchScoreFactorLog_(matchScoreFactorLog)
 {
-    LabelIndex{categoryResults_};
+    static_cast<void>(LabelIndex(categoryResults_)); // checks that the labels are unique
     sort_();
     double total = 0.0;
     for (const tkClassifierCategoryResult& result : categoryResults_)

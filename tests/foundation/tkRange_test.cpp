@@ -40,8 +40,10 @@ TEST(tkRange, fullRangeAcceptsEveryValueAndIsTheDefault)
 
 TEST(tkRange, noOtherRangeAcceptsNaN)
 {
-    for (const tkRange& range : {tkRange(0.0, 1.0), tkRange(-infinity, 1.0), tkRange(0.0, infinity), tkRange(-infinity, 1.7e308),
-                                 tkRange(infinity, -infinity), tkRange(notANumber, notANumber), tkRange(notANumber, infinity), tkRange(-infinity, notANumber)})
+    for (const tkRange& range :
+         {tkRange(0.0, 1.0), tkRange(-infinity, 1.0), tkRange(0.0, infinity), tkRange(-infinity, 1.7e308),
+          tkRange(infinity, -infinity), tkRange(notANumber, notANumber), tkRange(notANumber, infinity),
+          tkRange(-infinity, notANumber)})
         EXPECT_FALSE(range.isWithin(notANumber)) << range.low() << " " << range.high();
 }
 
@@ -55,7 +57,8 @@ TEST(tkRange, halfOpenRangesAcceptTheInfinityOfTheirSideOnly)
 
 TEST(tkRange, crossedOrNaNEndsAcceptNothing)
 {
-    for (const tkRange& range : {tkRange(2.0, 1.0), tkRange(infinity, -infinity), tkRange(notANumber, 1.0), tkRange(1.0, notANumber)})
+    for (const tkRange& range :
+         {tkRange(2.0, 1.0), tkRange(infinity, -infinity), tkRange(notANumber, 1.0), tkRange(1.0, notANumber)})
         for (const double value : {1.0, 1.5, 2.0, -infinity, infinity, notANumber})
             EXPECT_FALSE(range.isWithin(value)) << range.low() << " " << range.high() << " " << value;
 }
@@ -73,7 +76,7 @@ TEST(tkRange, equalityComparesBothEnds)
 TEST(tkRange, recordHasFixedBytesAndComesBackEqual)
 {
     const std::string bytes("\0"
-                            "\0\0\0\0\0\0\xf8\xbf" // -1.5
+                            "\0\0\0\0\0\0\xf8\xbf"  // -1.5
                             "\0\0\0\0\0\0\x24\x40", // 10.0
                             17);
     EXPECT_EQ(bytes, storeToBytes(tkRange(-1.5, 10.0)));

@@ -24,7 +24,16 @@ struct tkArchive::State_
     struct Object
     {
         tkPersistent* object;        // null: no longer known
-        tkPtrHandle<tkRepBase> kept; // null: cannot be kept, known during one outermost exchange
+        tkPtrHandle<tkRepBase> kept; // null: cannot be kept, known while it lives and the outermost exchange lasts
+        long height = 0;             // nesting of objects in it, itself included; 0: still being exchanged
+    };
+
+    /// A level of an object whose record is done; without a type: marked from outside.
+    struct Level
+    {
+        void* object;
+        std::size_t extent;
+        const std::type_info* type;
     };
 
     std::ostream* out = nullptr;
@@ -32,12 +41,13 @@ struct tkArchive::State_
     unsigned long long position = 0;
     bool failed = false;
 
-    long nestingLimit = 1024;
-    long nesting = 0;
+    long nestingLimit = defaultNestingLimit;
+    long nesting = 0; // of the object being exchanged
+    long deepest = 0; // nesting that was reached in it
 
     std::deque<Object> objects;
-    std::unordered_map<const tkPersistent*, std::uint32_t> numbers; // of stored objects
-    std::vector<std::uint32_t> open; // numbers of the objects being exchanged, outermost first
+    std::unordered_map<const tkPersistent*, std::uint32_t> numbers; // of stored objects and of those not kept
+    tkPersistent* unclaimed = nullptr; // not kept, created by the latest exchange of a pointer
 
     std::unordered_map<std::type_index, std::uint32_t> storedTypes;
     std::vector<const tkPersistent::Registration*> loadedTypes;
@@ -45,7 +55,7 @@ struct tkArchive::State_
     // Of the running outermost exchange: levels of the objects being exchanged, and objects done. Those done
     // by pointer stand in `objects` from `firstObject` on and enter `visited` when it is next consulted.
     long exchanges = 0;
-    std::vector<std::pair<void*, std::size_t>> visitedLevels;
+    std::vector<Level> visitedLevels;
     std::unordered_set<const tkPersistent*> visited;
     std::size_t firstObject = 0;
     std::size_t consulted = 0;
@@ -57,7 +67,19 @@ struct tkArchive::State_
         return visited.count(object) != 0;
     }
 
-    bool isOpen(std::uint32_t number) const { return std::find(open.begin(), open.end(), number) != open.end(); }
+    /// An address that is free again says nothing about the next object there.
+    void forget(tkPersistent* object)
+    {
+        visited.erase(object);
+        if (unclaimed == object)
+            unclaimed = nullptr;
+        const auto known = numbers.find(object);
+        if (known != numbers.end())
+        {
+            objects[known->second - 1].object = nullptr;
+            numbers.erase(known);
+        }
+    }
 };
 
 namespace
@@ -67,15 +89,23 @@ using Word = std::uint32_t;
 /// Memory for data of a length that the input claims is taken in steps, so that a false claim costs little.
 constexpr std::size_t textStep = 4096;
 
-thread_local void* activeState = nullptr;
+/// So much of a type's name goes into a message.
+constexpr std::size_t shownTypeName = 200;
 
 /// Number that means "no object".
 constexpr Word nullNumber = 0;
 
-std::wstring wide(const std::string& bytes)
+/// A link in the chain of the exchanges that run on this thread, innermost first.
+struct Running
 {
-    std::wstring text;
-    return tkUtf8::decode(bytes, text) ? text : L"(unreadable)";
+    void* state;
+    Running* enclosing;
+};
+thread_local Running* running = nullptr;
+
+std::wstring shown(const std::string& typeName)
+{
+    return tkUtf8::readable(typeName.substr(0, shownTypeName));
 }
 } // namespace
 
@@ -84,18 +114,20 @@ std::wstring wide(const std::string& bytes)
 class tkArchive::Exchange_
 {
 public:
-    explicit Exchange_(State_& state)
-        : state_(state),
-          enclosing_(std::exchange(activeState, &state)),
+    explicit Exchange_(tkArchive& archive)
+        : state_(*archive.state_),
+          link_{&state_, running},
           exceptions_(std::uncaught_exceptions())
     {
+        archive.requireSound_();
+        running = &link_;
         if (state_.exchanges++ == 0)
             state_.firstObject = state_.consulted = state_.objects.size();
     }
 
     ~Exchange_()
     {
-        activeState = enclosing_;
+        running = link_.enclosing;
         if (std::uncaught_exceptions() > exceptions_)
             state_.failed = true;
         if (--state_.exchanges == 0)
@@ -122,7 +154,7 @@ private:
     }
 
     State_& state_;
-    void* enclosing_;
+    Running link_;
     int exceptions_;
 };
 
@@ -165,23 +197,40 @@ unsigned long long tkArchive::position() const
 
 void tkArchive::fail_(const std::wstring& what) const
 {
+    state_->failed = true;
     throw Errors(what + (isLoading() ? L" (reading, at byte " : L" (writing, at byte ") +
                  std::to_wstring(state_->position) + L")");
 }
 
-void tkArchive::exchangeBytes(unsigned char* bytes, std::size_t count)
+void tkArchive::requireSound_() const
 {
     if (state_->failed)
         fail_(L"An earlier exchange with this archive failed");
+}
+
+void tkArchive::exchangeBytes(unsigned char* bytes, std::size_t count)
+{
+    requireSound_();
     const auto wanted = static_cast<std::streamsize>(count);
     char* const chars = reinterpret_cast<char*>(bytes);
-    if (isStoring())
+    state_->failed = true; // unless this passes: the stream may throw whatever it likes
+    try
     {
-        if (state_->out->rdbuf()->sputn(chars, wanted) != wanted)
-            fail_(L"The stream cannot be written");
+        if (isStoring())
+        {
+            if (state_->out->fail() || state_->out->rdbuf()->sputn(chars, wanted) != wanted)
+                fail_(L"The stream cannot be written");
+        }
+        else if (state_->in->fail())
+            fail_(L"The stream cannot be read");
+        else if (state_->in->rdbuf()->sgetn(chars, wanted) != wanted)
+            fail_(L"The data end early");
     }
-    else if (state_->in->rdbuf()->sgetn(chars, wanted) != wanted)
-        fail_(L"The data end early");
+    catch (const std::ios_base::failure&)
+    {
+        fail_(isStoring() ? L"The stream cannot be written" : L"The stream cannot be read");
+    }
+    state_->failed = false;
     state_->position += count;
 }
 
@@ -249,6 +298,8 @@ void tkArchive::exchangeDoubles(double* values, std::size_t count)
         for (int b = 0; b < 8; ++b)
             bytes[b] = static_cast<unsigned char>(bits >> (8 * b));
         exchangeBytes(bytes, 8);
+        if (isStoring())
+            continue;
         bits = 0;
         for (int b = 7; b >= 0; --b)
             bits = bits << 8 | bytes[b];
@@ -263,7 +314,8 @@ tkArchive& tkArchive::operator||(bool& value)
     exchangeBytes(&byte, 1);
     if (byte > 1)
         fail_(L"A truth value is neither 0 nor 1");
-    value = byte != 0;
+    if (isLoading())
+        value = byte != 0;
     return *this;
 }
 
@@ -289,6 +341,8 @@ void tkArchive::exchangeText_(std::string& bytes)
         fail_(L"A text is too long");
     Word count = static_cast<Word>(bytes.size());
     exchangeWord_(count);
+    if (isLoading())
+        bytes.clear();
     for (std::size_t done = 0; done < count;)
     {
         const std::size_t step =
@@ -303,6 +357,7 @@ void tkArchive::exchangeVersion(const char* where, int number)
 {
     unsigned char version = 0;
     *this || version;
+    state_->failed = version > 0;
     requireVersion0(version, where, number);
 }
 
@@ -320,7 +375,7 @@ tkArchive& operator||(tkArchive& archive, unsigned char& byte)
 
 tkArchive& operator||(tkArchive& archive, tkPersistent& object)
 {
-    const tkArchive::Exchange_ exchange(*archive.state_);
+    const tkArchive::Exchange_ exchange(archive);
     if (!archive.state_->haveVisited(&object))
     {
         archive.exchangeObject_(object);
@@ -329,18 +384,34 @@ tkArchive& operator||(tkArchive& archive, tkPersistent& object)
     return archive;
 }
 
-void tkArchive::exchangeObject_(tkPersistent& object)
+void tkArchive::nest_(long height)
 {
-    if (state_->nesting >= state_->nestingLimit)
+    if (state_->nesting + height > state_->nestingLimit)
         fail_(L"More than " + std::to_wstring(state_->nestingLimit) + L" objects are nested");
+    state_->deepest = std::max(state_->deepest, state_->nesting + height);
+}
+
+long tkArchive::exchangeObject_(tkPersistent& object)
+{
+    nest_(1);
     const std::size_t levels = state_->visitedLevels.size();
-    ++state_->nesting;
+    const long outside = std::exchange(state_->deepest, ++state_->nesting);
     if (isStoring())
         object.dispatchSerialize(*this);
     else
         object.loadSimple(*this);
-    --state_->nesting;
+    const long height = state_->deepest - --state_->nesting;
+    state_->deepest = std::max(state_->deepest, outside);
     state_->visitedLevels.resize(levels);
+    return height;
+}
+
+void tkArchive::meetAgain_(Word number)
+{
+    const long height = state_->objects[number - 1].height;
+    if (height == 0)
+        fail_(L"Object " + std::to_wstring(number) + L" holds itself");
+    nest_(height);
 }
 
 void tkArchive::storePointer_(tkPersistent* object)
@@ -356,8 +427,7 @@ void tkArchive::storePointer_(tkPersistent* object)
     if (known != state_->numbers.end())
     {
         number = known->second;
-        if (state_->isOpen(number))
-            fail_(L"An object holds itself");
+        meetAgain_(number);
         exchangeWord_(number);
         return;
     }
@@ -370,8 +440,9 @@ void tkArchive::storePointer_(tkPersistent* object)
     if (isNewType)
     {
         typeName = tkPersistent::typeName(type);
-        if (!tkPersistent::Registration::find(typeName))
-            fail_(L"The class " + wide(typeName) + L" is not registered");
+        const tkPersistent::Registration* const registration = tkPersistent::Registration::find(typeName);
+        if (!registration || !registration->isFor(type))
+            fail_(L"The class " + shown(typeName) + L" is not registered");
     }
     if (state_->objects.size() >= std::numeric_limits<Word>::max())
         fail_(L"Too many objects");
@@ -387,9 +458,8 @@ void tkArchive::storePointer_(tkPersistent* object)
     exchangeWord_(typeNumber);
     if (isNewType)
         exchangeText_(typeName);
-    state_->open.push_back(number);
-    exchangeObject_(*object);
-    state_->open.pop_back();
+    const long height = exchangeObject_(*object);
+    state_->objects[number - 1].height = height;
 }
 
 tkPersistent* tkArchive::loadPointer_()
@@ -402,8 +472,7 @@ tkPersistent* tkArchive::loadPointer_()
     const std::size_t known = state_->objects.size();
     if (number <= known)
     {
-        if (state_->isOpen(number))
-            fail_(L"Object " + std::to_wstring(number) + L" holds itself");
+        meetAgain_(number);
         tkPersistent* const object = state_->objects[number - 1].object;
         if (!object && number <= state_->firstObject)
             fail_(L"Object " + std::to_wstring(number) + L" is no longer known");
@@ -420,7 +489,7 @@ tkPersistent* tkArchive::loadPointer_()
         exchangeText_(typeName);
         const tkPersistent::Registration* const registration = tkPersistent::Registration::find(typeName);
         if (!registration)
-            fail_(L"The class " + wide(typeName) + L" is not known or has no objects");
+            fail_(L"The class " + shown(typeName) + L" is not known or has no objects");
         state_->loadedTypes.push_back(registration);
     }
     else if (typeNumber == 0 || typeNumber > state_->loadedTypes.size())
@@ -430,29 +499,30 @@ tkPersistent* tkArchive::loadPointer_()
     std::unique_ptr<tkPersistent> uncounted(state_->loadedTypes[typeNumber - 1]->create());
     tkPersistent* const object = uncounted.get();
     tkPtrHandle<tkRepBase> kept(dynamic_cast<tkRepBase*>(object));
-    if (!kept.isNull())
+    if (kept.isNull())
+        state_->numbers.emplace(object, number);
+    else
         static_cast<void>(uncounted.release());
     state_->objects.push_back({object, std::move(kept)});
-    state_->open.push_back(number);
-    exchangeObject_(*object);
-    state_->open.pop_back();
-    static_cast<void>(uncounted.release());
+    const long height = exchangeObject_(*object);
+    state_->objects[number - 1].height = height;
+    state_->unclaimed = uncounted.release();
     return object;
 }
 
 void tkArchive::discardLoaded(tkPersistent* object)
 {
-    if (!object || dynamic_cast<tkRepBase*>(object))
-        return;
-    for (std::size_t i = state_->firstObject; i < state_->objects.size(); ++i)
-        if (state_->objects[i].object == object)
-            state_->objects[i].object = nullptr;
-    delete object;
+    if (object == state_->unclaimed)
+    {
+        state_->forget(object);
+        delete object;
+    }
 }
 
 void tkPersistent::serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded)
 {
-    const tkArchive::Exchange_ exchange(*archive.state_);
+    const tkArchive::Exchange_ exchange(archive);
+    archive.state_->unclaimed = nullptr;
     if (archive.isStoring())
         archive.storePointer_(stored);
     else
@@ -461,23 +531,37 @@ void tkPersistent::serializePointer(tkArchive& archive, tkPersistent* stored, tk
 
 bool tkPersistent::haveVisited(void* object, std::size_t classExtent)
 {
-    if (!activeState)
-        return false;
-    const auto& levels = static_cast<tkArchive::State_*>(activeState)->visitedLevels;
-    return std::find(levels.rbegin(), levels.rend(), std::make_pair(object, classExtent)) != levels.rend();
+    return haveVisitedLevel_(object, classExtent, nullptr);
 }
 
 void tkPersistent::setVisited(void* object, std::size_t classExtent)
 {
-    if (activeState)
-        static_cast<tkArchive::State_*>(activeState)->visitedLevels.emplace_back(object, classExtent);
+    setVisitedLevel_(object, classExtent, nullptr);
+}
+
+bool tkPersistent::haveVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type)
+{
+    if (!running)
+        return false;
+    const auto& levels = static_cast<tkArchive::State_*>(running->state)->visitedLevels;
+    return std::any_of(levels.rbegin(), levels.rend(),
+                       [&](const tkArchive::State_::Level& level)
+                       {
+                           return level.object == object && level.extent == classExtent &&
+                                  (!type || !level.type || *type == *level.type);
+                       });
+}
+
+void tkPersistent::setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type)
+{
+    if (running)
+        static_cast<tkArchive::State_*>(running->state)->visitedLevels.push_back({object, classExtent, type});
 }
 
 tkPersistent::~tkPersistent()
 {
-    // An address that is free again says nothing about the next object there.
-    if (activeState)
-        static_cast<tkArchive::State_*>(activeState)->visited.erase(this);
+    for (const Running* r = running; r; r = r->enclosing)
+        static_cast<tkArchive::State_*>(r->state)->forget(this);
 }
 
 const tkPersistent::Registration tkArchive::Errors::registration_(typeid(tkArchive::Errors), &tkArchive::Errors::make);
@@ -517,7 +601,7 @@ const tkPersistent::Registration tkArchive::UnknownVersion::registration_(typeid
 
 tkArchive::UnknownVersion::UnknownVersion(const char* where, int number)
     : Errors(L"A record has an unknown version" +
-             (where ? L" (" + wide(where) + L", " + std::to_wstring(number) + L")" : std::wstring())),
+             (where ? L" (" + tkUtf8::readable(where) + L", " + std::to_wstring(number) + L")" : std::wstring())),
       where_(where ? where : ""),
       number_(number)
 {

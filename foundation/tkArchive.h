@@ -33,8 +33,11 @@ public:
     bool isLoading() const;
     bool isStoring() const;
 
-    /// How many objects may be nested in one another, 1,024 at first; deeper ones are refused in both
-    /// directions, since each level costs some of the thread's stack.
+    static constexpr long defaultNestingLimit = 1024;
+
+    /// How many objects may be nested in one another, an object met again counting with all that it holds.
+    /// Deeper ones are refused in both directions: each level costs some of the thread's stack whenever the
+    /// objects are exchanged, copied, compared or destroyed.
     long nestingLimit() const;
     void nestingLimit(long objects);
 
@@ -64,8 +67,9 @@ public:
     /// The same test for a version byte already read.
     static void requireVersion0(unsigned char version, const char* where = nullptr, int number = 0);
 
-    /// Takes back a loaded object that its receiver cannot use: one that is not reference-counted is deleted
-    /// (and null when met again), any other goes with the archive.
+    /// Takes back what serializePointer() has just loaded and its receiver cannot use. An object that is not
+    /// reference-counted is deleted, unless it belongs to an earlier receiver, and is null when met again; any
+    /// other goes with the archive.
     void discardLoaded(tkPersistent* object);
 
 private:
@@ -76,7 +80,10 @@ private:
 
     void storePointer_(tkPersistent* object);
     tkPersistent* loadPointer_();
-    void exchangeObject_(tkPersistent& object);
+    long exchangeObject_(tkPersistent& object); // gives its height, the nesting in it with itself
+    void meetAgain_(std::uint32_t number);
+    void nest_(long height); // in the object being exchanged
+    void requireSound_() const;
     void exchangeWord_(std::uint32_t& word);
     void exchangeText_(std::string& bytes);
     [[noreturn]] void fail_(const std::wstring& what) const;

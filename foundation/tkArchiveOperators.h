@@ -40,7 +40,7 @@ tkArchive& operator||(tkArchive& archive, std::vector<Element>& elements)
     for (std::size_t i = 0; i < count; ++i)
     {
         if (i == elements.size())
-            tkGrowVector(elements, count, 16);
+            tkGrowVector(elements, count, 4);
         archive || elements[i];
     }
     return archive;
@@ -74,7 +74,8 @@ inline tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements)
             tkGrowVector(elements, count, 512);
         bool element = elements[i];
         archive || element;
-        elements[i] = element;
+        if (archive.isLoading())
+            elements[i] = element;
     }
     return archive;
 }

@@ -18,7 +18,8 @@ std::atomic<tkPersistent::Registration*> latest{nullptr};
 } // namespace
 
 tkPersistent::Registration::Registration(const std::type_info& type, tkPersistent* (*make)())
-    : typeName_(tkPersistent::typeName(type)),
+    : type_(&type),
+      typeName_(tkPersistent::typeName(type)),
       make_(make),
       next_(latest.load())
 {
@@ -46,6 +47,11 @@ const tkPersistent::Registration* tkPersistent::Registration::find(const std::st
     while (r && r->typeName_ != typeName)
         r = r->next_;
     return r;
+}
+
+bool tkPersistent::Registration::isFor(const std::type_info& type) const
+{
+    return *type_ == type;
 }
 
 tkPersistent* tkPersistent::Registration::create() const

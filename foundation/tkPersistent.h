@@ -32,11 +32,12 @@ public:
     /// nesting) and for damaged input.
     static void serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded);
 
-    /// Whether the level of size `classExtent` at `object` was marked in the running outermost exchange
-    /// of this thread. False when none is running.
+    /// Whether a level of size `classExtent` at `object` was marked in the running outermost exchange of
+    /// this thread. False when none is running.
     static bool haveVisited(void* object, std::size_t classExtent);
 
-    /// Marks that level. The mark lasts until the outermost exchange ends, also by an exception.
+    /// Marks that level. The mark lasts until the object's record ends, at the latest until the outermost
+    /// exchange does, also by an exception; an object whose record is done is marked as a whole.
     static void setVisited(void* object, std::size_t classExtent);
 
     /// Name under which archives know the type: its qualified name, the same from every compiler.
@@ -55,10 +56,14 @@ public:
         /// The latest registration under this name, or null.
         static const Registration* find(const std::string& typeName);
 
+        /// Whether objects of this very class come from create().
+        bool isFor(const std::type_info& type) const;
+
         /// A new default-constructed object, owned by the caller.
         tkPersistent* create() const;
 
     private:
+        const std::type_info* type_;
         std::string typeName_;
         tkPersistent* (*make_)();
         Registration* next_;
@@ -74,15 +79,15 @@ protected:
     /// Loads the record of this very object, then calls reInit().
     virtual void loadSimple(tkArchive& archive);
 
-    /// The record of one level: nothing if the level was visited, else version byte, fields, mark.
-    /// The mark comes last, for a base level may have the address and the size of this one.
+    /// The record of one level: nothing if the level was visited, else version byte, fields, mark. The mark
+    /// also names the class, for another level may have the address and the size of this one.
     template <class Level>
     static void exchangeLevel_(tkArchive& archive, Level* level, void (Level::*serialize)(tkArchive&, unsigned char))
     {
-        if (haveVisited(level, sizeof(Level)))
+        if (haveVisitedLevel_(level, sizeof(Level), &typeid(Level)))
             return;
         (level->*serialize)(archive, exchangeVersion_(archive));
-        setVisited(level, sizeof(Level));
+        setVisitedLevel_(level, sizeof(Level), &typeid(Level));
     }
 
 private:
@@ -90,6 +95,9 @@ private:
 
     void serialize_(tkArchive& archive, unsigned char version);
     static unsigned char exchangeVersion_(tkArchive& archive);
+    // Without a type: any level of that extent.
+    static bool haveVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type);
+    static void setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type);
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "foundation/tkUtf8.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace
@@ -92,6 +93,7 @@ bool tkUtf8::decode(const std::string& bytes, std::wstring& text)
     std::wstring decoded;
     const auto byteAt = [&bytes](std::size_t i)
     { return static_cast<CodePoint>(static_cast<unsigned char>(bytes[i])); };
+    decoded.reserve(std::count_if(bytes.begin(), bytes.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
     for (std::size_t i = 0; i < bytes.size();)
     {
         const CodePoint lead = byteAt(i);
@@ -119,4 +121,13 @@ bool tkUtf8::decode(const std::string& bytes, std::wstring& text)
     }
     text.swap(decoded);
     return true;
+}
+
+std::wstring tkUtf8::readable(const std::string& bytes)
+{
+    std::wstring text;
+    if (!decode(bytes, text))
+        for (const char byte : bytes)
+            append(text, static_cast<unsigned char>(byte) < 0x80 ? static_cast<unsigned char>(byte) : replacement);
+    return text;
 }

@@ -15,6 +15,9 @@ public:
 
     /// Wide form of `bytes` in `text`. False, with `text` unchanged, if the bytes are not valid UTF-8.
     static bool decode(const std::string& bytes, std::wstring& text);
+
+    /// Wide form of `bytes` for a message. Where they are not valid UTF-8, each byte beyond ASCII becomes U+FFFD.
+    static std::wstring readable(const std::string& bytes);
 };
 
 #endif

@@ -1,0 +1,198 @@
+#include "archiveTestObjects.h"
+#include "foundation/tkArchiveFile.h"
+#include "foundation/tkRange.h"
+#include "tkTest.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <streambuf>
+
+// Counts the memory of the whole test program: a hostile archive must not get more than its bytes justify.
+
+namespace
+{
+std::atomic<std::size_t> inUse{0};
+std::atomic<std::size_t> peak{0};
+
+constexpr std::size_t headSize = alignof(std::max_align_t);
+
+void* take(std::size_t size)
+{
+    void* const block = std::malloc(size + headSize);
+    if (!block)
+        throw std::bad_alloc();
+    *static_cast<std::size_t*>(block) = size;
+    const std::size_t now = inUse += size;
+    std::size_t highest = peak;
+    while (now > highest && !peak.compare_exchange_weak(highest, now))
+    {
+    }
+    return static_cast<char*>(block) + headSize;
+}
+
+void give(void* memory) noexcept
+{
+    if (!memory)
+        return;
+    void* const block = static_cast<char*>(memory) - headSize;
+    inUse -= *static_cast<std::size_t*>(block);
+    std::free(block);
+}
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    return take(size);
+}
+void* operator new[](std::size_t size)
+{
+    return take(size);
+}
+void operator delete(void* memory) noexcept
+{
+    give(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    give(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept
+{
+    give(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    give(memory);
+}
+
+namespace
+{
+/// Reads a string that somebody else holds.
+class StringSource : public std::streambuf
+{
+public:
+    explicit StringSource(std::string& bytes) { setg(bytes.data(), bytes.data(), bytes.data() + bytes.size()); }
+};
+
+/// Highest use of memory while `Object` is loaded from the bytes, whether that succeeds or not.
+template <class Object>
+std::size_t peakOfLoading(std::string bytes)
+{
+    StringSource source(bytes);
+    std::istream stream(&source);
+    const std::size_t before = inUse;
+    peak = before;
+    try
+    {
+        Object object;
+        tkArchive archive(stream);
+        archive || object;
+    }
+    catch (const tkArchive::Errors&)
+    {
+    }
+    return peak - before;
+}
+
+template <class Object>
+void expectModest(const std::string& bytes, const char* what)
+{
+    const std::size_t used = peakOfLoading<Object>(bytes);
+    RecordProperty(what, std::to_string(static_cast<double>(used) / static_cast<double>(bytes.size())));
+    EXPECT_LE(used, 16 * bytes.size() + 65536) << what << ": " << bytes.size() << " bytes read";
+}
+
+void RecordProperty(const char* what, const std::string& value)
+{
+    ::testing::Test::RecordProperty(what, value);
+}
+
+std::string word(unsigned long value)
+{
+    return storeToBytes(value);
+}
+
+std::string repeated(const std::string& piece, std::size_t times)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i < times; ++i)
+        bytes += piece;
+    return bytes;
+}
+
+const std::string vectorVersion(1, '\0');
+const std::string hugeCount = vectorVersion + word(0xFFFFFFFF);
+using NodeHandle = tkPtrHandle<ArchiveNode>;
+} // namespace
+
+TEST(tkArchiveMemory, claimsOfHugeCountsCostLittle)
+{
+    expectModest<std::vector<double>>(hugeCount, "doubles");
+    expectModest<std::vector<long>>(hugeCount, "longs");
+    expectModest<std::vector<bool>>(hugeCount, "bools");
+    expectModest<std::vector<std::wstring>>(hugeCount, "texts");
+    expectModest<std::vector<std::vector<std::vector<double>>>>(hugeCount + hugeCount + hugeCount, "nested");
+    expectModest<std::vector<NodeHandle>>(hugeCount, "handles");
+    expectModest<std::wstring>(word(0xFFFFFFFF), "text");
+    expectModest<NodeHandle>(word(1) + word(1) + word(0xFFFFFFFF), "type name");
+}
+
+TEST(tkArchiveMemory, countsThatAreKeptForAWhileCostInProportion)
+{
+    for (const std::size_t size : {100, 5000, 40000, 300000})
+    {
+        const std::string data(size * 8, '\0');
+        const std::string ones(size, '\1');
+        expectModest<std::vector<double>>(hugeCount + data, "doubles");
+        expectModest<std::vector<long>>(hugeCount + data, "longs");
+        expectModest<std::vector<bool>>(hugeCount + ones, "bools");
+        expectModest<std::vector<tkRange>>(hugeCount + repeated(storeToBytes(tkRange()), size), "ranges");
+        expectModest<std::vector<std::vector<double>>>(hugeCount + repeated(vectorVersion + word(0), size),
+                                                       "empty vectors");
+        expectModest<std::vector<std::vector<double>>>(
+            hugeCount + repeated(vectorVersion + word(1) + std::string(8, '\0'), size), "vectors of one");
+        expectModest<std::vector<std::vector<bool>>>(hugeCount + repeated(vectorVersion + word(1) + '\1', size),
+                                                     "flag vectors");
+        expectModest<std::vector<NodeHandle>>(hugeCount + repeated(word(0), size), "null handles");
+        expectModest<std::vector<std::wstring>>(hugeCount + repeated(word(9) + "some text", size), "texts");
+        expectModest<std::wstring>(word(0xFFFFFFFF) + std::string(size, 'a'), "text cut off");
+        expectModest<std::wstring>(word(size) + std::string(size, 'a'), "text");
+        expectModest<std::wstring>(word(size) + std::string(size - 1, 'a') + '\xff', "text that ends badly");
+        expectModest<tkFailure>(std::string(4, '\0') + word(size) + std::string(size, 'a'), "exception");
+        expectModest<NodeHandle>(word(1) + word(1) + word(size) + std::string(size, 'a'), "type name");
+        expectModest<NodeHandle>(word(1) + word(1) + word(size) + std::string(size, '\xff'), "bad type name");
+    }
+}
+
+TEST(tkArchiveMemory, manySmallObjectsCostInProportion)
+{
+    for (const unsigned long count : {10UL, 1000UL, 30000UL})
+    {
+        std::string counted = hugeCount;
+        std::string uncounted = hugeCount;
+        for (unsigned long i = 1; i <= count; ++i)
+        {
+            counted += word(i) + word(1) + (i == 1 ? word(11) + "ArchiveNode" : "") + storeToBytes(ArchiveNode());
+            uncounted += word(i) + word(1) + (i == 1 ? word(12) + "ArchivePlain" : "") + storeToBytes(ArchivePlain());
+        }
+        expectModest<std::vector<NodeHandle>>(counted, "objects");
+        expectModest<std::vector<NodeHandle>>(uncounted, "objects of the wrong type");
+        expectModest<std::vector<ArchivePlain>>(hugeCount + repeated(storeToBytes(ArchivePlain()), count),
+                                                "objects in place");
+    }
+    EXPECT_EQ(0, ArchiveNode::alive());
+    EXPECT_EQ(0, ArchivePlain::alive());
+}
+
+TEST(tkArchiveMemory, nestedObjectsThatClaimHugeCountsCostInProportion)
+{
+    std::string bytes = word(1) + word(1) + word(11) + "ArchiveNode";
+    const std::string open = std::string(2, '\0') + word(0) + word(0) + hugeCount;
+    for (unsigned long i = 2; i <= 1024; ++i)
+        bytes += open + word(i) + word(1);
+    expectModest<NodeHandle>(bytes + open, "nested objects");
+    EXPECT_EQ(0, ArchiveNode::alive());
+}

@@ -248,7 +248,7 @@ tkArchive& tkArchive::operator||(long& value)
     if (isStoring() &&
         (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max()))
         fail_(L"The number " + std::to_wstring(value) + L" does not fit into 32 bits");
-    Word word = static_cast<Word>(value);
+    Word word = isStoring() ? static_cast<Word>(value) : 0;
     exchangeWord_(word);
     if (isLoading())
         value = word <= 0x7FFFFFFF ? static_cast<long>(word) : -static_cast<long>(~word) - 1;
@@ -310,7 +310,7 @@ void tkArchive::exchangeDoubles(double* values, std::size_t count)
 
 tkArchive& tkArchive::operator||(bool& value)
 {
-    unsigned char byte = value;
+    unsigned char byte = isStoring() && value;
     exchangeBytes(&byte, 1);
     if (byte > 1)
         fail_(L"A truth value is neither 0 nor 1");
@@ -545,8 +545,7 @@ bool tkPersistent::haveVisitedLevel_(void* object, std::size_t classExtent, cons
         return false;
     const auto& levels = static_cast<tkArchive::State_*>(running->state)->visitedLevels;
     return std::any_of(levels.rbegin(), levels.rend(),
-                       [&](const tkArchive::State_::Level& level)
-                       {
+                       [&](const tkArchive::State_::Level& level) {
                            return level.object == object && level.extent == classExtent &&
                                   (!type || !level.type || *type == *level.type);
                        });

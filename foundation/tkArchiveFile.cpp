@@ -178,8 +178,8 @@ bool File::open(const fs::path& path)
 
 bool File::create(const fs::path& path, bool)
 {
-    handle_ = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                          nullptr);
+    handle_ =
+        CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     return check_(handle_ != INVALID_HANDLE_VALUE);
 }
 
@@ -556,8 +556,8 @@ void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Exchang
         fail(path, L"is truncated");
     const std::uint64_t version = getNumber(head + sizeof mark, versionSize);
     if (version != formatVersion)
-        fail(path, L"has the format version " + std::to_wstring(version) + L"; only " +
-                       std::to_wstring(formatVersion) + L" is known");
+        fail(path, L"has the format version " + std::to_wstring(version) + L"; only " + std::to_wstring(formatVersion) +
+                       L" is known");
     const std::uint64_t length = getNumber(head + headSize - lengthSize, lengthSize);
     if (size < headSize + checksumSize || size - headSize - checksumSize < length)
         fail(path, L"is truncated");
@@ -599,6 +599,6 @@ void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Exchang
         fail(path, L"cannot be loaded: " + thrown.message());
     }
     if (taken != length)
-        fail(path, L"cannot be loaded: the object takes " + std::to_wstring(taken) + L" of " +
-                       std::to_wstring(length) + L" bytes");
+        fail(path, L"cannot be loaded: the object takes " + std::to_wstring(taken) + L" of " + std::to_wstring(length) +
+                       L" bytes");
 }

@@ -34,7 +34,7 @@ public:
     static void load(const std::filesystem::path& path, Object& object,
                      long nestingLimit = tkArchive::defaultNestingLimit)
     {
-        Object loaded;
+        Object loaded{};
         load_(path, nestingLimit, [&](tkArchive& archive) { archive || loaded; });
         object = std::move(loaded);
     }

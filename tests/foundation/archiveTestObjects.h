@@ -15,7 +15,11 @@ class ArchiveNode : public tkPersistent, public tkRepBase
 public:
     explicit ArchiveNode(long number = 0) : number(number) { ++alive(); }
     ArchiveNode(const ArchiveNode& other)
-        : tkPersistent(other), tkRepBase(other), number(other.number), text(other.text), children(other.children)
+        : tkPersistent(other),
+          tkRepBase(other),
+          number(other.number),
+          text(other.text),
+          children(other.children)
     {
         ++alive();
     }

@@ -128,7 +128,8 @@ TEST(tkArchiveOperators, countsThatTheDataDoNotKeepAreErrors)
 
 TEST(tkArchiveOperators, boolsInVectorsAreCheckedToo)
 {
-    EXPECT_EQ(L"A truth value is neither 0 nor 1 (reading, at byte 7)", refusal<std::vector<bool>>("00 02 00 00 00 01 02"));
+    EXPECT_EQ(L"A truth value is neither 0 nor 1 (reading, at byte 7)",
+              refusal<std::vector<bool>>("00 02 00 00 00 01 02"));
 }
 
 TEST(tkArchiveOperators, enumerationsAreTheirThirtyTwoBits)

@@ -126,10 +126,7 @@ public:
     explicit FullBuffer(int room) : room_(room) {}
 
 protected:
-    int_type overflow(int_type byte) override
-    {
-        return room_-- > 0 ? traits_type::not_eof(byte) : traits_type::eof();
-    }
+    int_type overflow(int_type byte) override { return room_-- > 0 ? traits_type::not_eof(byte) : traits_type::eof(); }
 
 private:
     int room_;
@@ -158,12 +155,9 @@ TEST(tkArchive, knowsItsDirection)
 
 TEST(tkArchive, longsAreFourBytesLeastFirst)
 {
-    const std::pair<long, const char*> records[] = {{0, "00 00 00 00"},
-                                                    {1, "01 00 00 00"},
-                                                    {-1, "ff ff ff ff"},
-                                                    {0x12345678, "78 56 34 12"},
-                                                    {2147483647L, "ff ff ff 7f"},
-                                                    {-2147483647L - 1, "00 00 00 80"}};
+    const std::pair<long, const char*> records[] = {{0, "00 00 00 00"},           {1, "01 00 00 00"},
+                                                    {-1, "ff ff ff ff"},          {0x12345678, "78 56 34 12"},
+                                                    {2147483647L, "ff ff ff 7f"}, {-2147483647L - 1, "00 00 00 80"}};
     for (const auto& [value, bytes] : records)
     {
         EXPECT_EQ(bytes, hex(storeToBytes(value)));
@@ -355,6 +349,14 @@ TEST(tkArchive, storingWritesToNoObject)
     EXPECT_EQ(expected, storeToBytes(flags));
     thread.join();
     EXPECT_EQ(expected, other);
+}
+
+TEST(tkArchive, loadingDoesNotReadTheOldValue)
+{
+    alignas(long) unsigned char room[sizeof(long)];
+    std::memset(room, 0x40, sizeof room); // no value of bool
+    loadFromBytes(fromHex("01"), *reinterpret_cast<bool*>(room));
+    EXPECT_EQ(1, room[0]);
 }
 
 // Streams that fail.
@@ -856,8 +858,7 @@ TEST(tkArchive, anObjectThatHoldsItselfInPlaceRunsIntoTheNestingLimit)
     Scripted* self = nullptr;
     Scripted object([&self](tkArchive& archive) { archive || *self; });
     self = &object;
-    EXPECT_TK_THROW(storeToBytes(object), tkArchive::Errors,
-                    L"More than 1024 objects are nested (writing, at byte 0)");
+    EXPECT_TK_THROW(storeToBytes(object), tkArchive::Errors, L"More than 1024 objects are nested (writing, at byte 0)");
 }
 
 TEST(tkArchive, numbersOfUnknownObjectsAndTypesAreRefused)

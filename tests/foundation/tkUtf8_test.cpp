@@ -82,13 +82,28 @@ TEST(tkUtf8, whatIsNoCharacterBecomesTheReplacementAndIsReported)
 TEST(tkUtf8, refusesEveryKindOfInvalidBytesAndLeavesTheTextAlone)
 {
     EXPECT_TRUE(isValid(""));
-    for (const char* bytes : {"\x80", "\xbf", "\xfe", "\xff",                  // no lead byte
-                              "\xc3", "\xe2\x82", "\xf0\x9f\x98", "a\xe2",     // cut off
-                              "\xc3(", "\xe2(\xac", "\xe2\x82(", "\xf0\x9f(a", // no follower
-                              "\xc0\x80", "\xc1\xbf", "\xe0\x80\x80", "\xe0\x9f\xbf", "\xf0\x80\x80\x80",
-                              "\xf0\x8f\xbf\xbf",                              // longer than necessary
-                              "\xed\xa0\x80", "\xed\xbf\xbf",                  // surrogates
-                              "\xf4\x90\x80\x80", "\xf5\x80\x80\x80"})         // above the largest
+    for (const char* bytes : {"\x80",
+                              "\xbf",
+                              "\xfe",
+                              "\xff", // no lead byte
+                              "\xc3",
+                              "\xe2\x82",
+                              "\xf0\x9f\x98",
+                              "a\xe2", // cut off
+                              "\xc3(",
+                              "\xe2(\xac",
+                              "\xe2\x82(",
+                              "\xf0\x9f(a", // no follower
+                              "\xc0\x80",
+                              "\xc1\xbf",
+                              "\xe0\x80\x80",
+                              "\xe0\x9f\xbf",
+                              "\xf0\x80\x80\x80",
+                              "\xf0\x8f\xbf\xbf", // longer than necessary
+                              "\xed\xa0\x80",
+                              "\xed\xbf\xbf", // surrogates
+                              "\xf4\x90\x80\x80",
+                              "\xf5\x80\x80\x80"}) // above the largest
         EXPECT_FALSE(isValid(bytes)) << ::testing::PrintToString(bytes);
     EXPECT_TRUE(isValid("\xed\x9f\xbf\xee\x80\x80\xf4\x8f\xbf\xbf"));
 }

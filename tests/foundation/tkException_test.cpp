@@ -27,6 +27,12 @@ std::unique_ptr<tkPersistent> throughPointer(tkPersistent& object)
     return std::unique_ptr<tkPersistent>(loaded);
 }
 
+template <class T>
+bool isExactly(const tkPersistent& object)
+{
+    return typeid(object) == typeid(T);
+}
+
 /// A heap copy that tells when it goes.
 template <class Exception>
 class Watched : public Exception
@@ -114,17 +120,17 @@ TEST(tkException, comesBackThroughTheRegistryAsItsOwnClass)
 {
     tkFailure failure(L"f");
     const auto failureAgain = throughPointer(failure);
-    ASSERT_TRUE(typeid(*failureAgain) == typeid(tkFailure));
+    ASSERT_TRUE(isExactly<tkFailure>(*failureAgain));
     EXPECT_STREQ("f", static_cast<tkFailure&>(*failureAgain).what());
 
     tkArchive::Errors errors(L"e");
     const auto errorsAgain = throughPointer(errors);
-    ASSERT_TRUE(typeid(*errorsAgain) == typeid(tkArchive::Errors));
+    ASSERT_TRUE(isExactly<tkArchive::Errors>(*errorsAgain));
     EXPECT_EQ(L"e", static_cast<tkArchive::Errors&>(*errorsAgain).message());
 
     tkArchive::UnknownVersion unknown("w", -3);
     const auto unknownAgain = throughPointer(unknown);
-    ASSERT_TRUE(typeid(*unknownAgain) == typeid(tkArchive::UnknownVersion));
+    ASSERT_TRUE(isExactly<tkArchive::UnknownVersion>(*unknownAgain));
     EXPECT_EQ("w", static_cast<tkArchive::UnknownVersion&>(*unknownAgain).where());
     EXPECT_EQ(-3, static_cast<tkArchive::UnknownVersion&>(*unknownAgain).number());
     EXPECT_EQ(unknown.message(), static_cast<tkArchive::UnknownVersion&>(*unknownAgain).message());

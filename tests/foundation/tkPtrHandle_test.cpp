@@ -81,16 +81,16 @@ TEST(tkPtrHandle, dereferencingNullThrows)
 {
     const AnimalHandle null;
     const AnimalHandleConst nullConst(nullptr);
-    EXPECT_THROW(*null, tkBadPointer);
-    EXPECT_THROW(null->legs, tkBadPointer);
-    EXPECT_THROW(nullConst->legs, tkBadPointer);
+    EXPECT_THROW(static_cast<void>(*null), tkBadPointer);
+    EXPECT_THROW(static_cast<void>(null->legs), tkBadPointer);
+    EXPECT_THROW(static_cast<void>(nullConst->legs), tkBadPointer);
     EXPECT_TRUE(null.isNull());
     EXPECT_FALSE(null);
     EXPECT_EQ(nullptr, null.get());
     std::string what;
     try
     {
-        *nullConst;
+        static_cast<void>(*nullConst);
     }
     catch (const std::runtime_error& thrown)
     {

@@ -13,18 +13,10 @@ static_assert(std::is_abstract_v<tkException> && std::is_abstract_v<tkExceptionW
 
 namespace
 {
-/// Stores `object` by pointer and loads it again; the caller owns it.
+/// Stores `object` by pointer and loads it again.
 std::unique_ptr<tkPersistent> throughPointer(tkPersistent& object)
 {
-    std::stringstream stream;
-    tkPersistent* loaded = nullptr;
-    {
-        tkArchive archive(static_cast<std::ostream&>(stream));
-        tkPersistent::serializePointer(archive, &object, loaded);
-    }
-    tkArchive archive(static_cast<std::istream&>(stream));
-    tkPersistent::serializePointer(archive, nullptr, loaded);
-    return std::unique_ptr<tkPersistent>(loaded);
+    return loadPointerFromBytes(storePointerToBytes(object));
 }
 
 template <class T>
@@ -134,6 +126,20 @@ TEST(tkException, comesBackThroughTheRegistryAsItsOwnClass)
     EXPECT_EQ("w", static_cast<tkArchive::UnknownVersion&>(*unknownAgain).where());
     EXPECT_EQ(-3, static_cast<tkArchive::UnknownVersion&>(*unknownAgain).number());
     EXPECT_EQ(unknown.message(), static_cast<tkArchive::UnknownVersion&>(*unknownAgain).message());
+}
+
+TEST(tkException, loadsEarlierRecords)
+{
+    const auto failure = loadPointerFromBytes(goldenBytes("tkFailure.bin"));
+    ASSERT_TRUE(isExactly<tkFailure>(*failure));
+    EXPECT_EQ(goldenBytes("tkFailure.bin"), storePointerToBytes(*failure));
+    const auto errors = loadPointerFromBytes(goldenBytes("tkArchive.Errors.bin"));
+    ASSERT_TRUE(isExactly<tkArchive::Errors>(*errors));
+    EXPECT_EQ(goldenBytes("tkArchive.Errors.bin"), storePointerToBytes(*errors));
+    const auto unknown = loadPointerFromBytes(goldenBytes("tkArchive.UnknownVersion.bin"));
+    ASSERT_TRUE(isExactly<tkArchive::UnknownVersion>(*unknown));
+    EXPECT_EQ("tkRange", static_cast<tkArchive::UnknownVersion&>(*unknown).where());
+    EXPECT_EQ(goldenBytes("tkArchive.UnknownVersion.bin"), storePointerToBytes(*unknown));
 }
 
 TEST(tkException, unknownVersionWithoutPlaceHasAnEmptyOne)

@@ -90,6 +90,14 @@ TEST(tkRange, recordHasFixedBytesAndComesBackEqual)
     EXPECT_TRUE(loaded == tkRange(2.0, 1.0));
 }
 
+TEST(tkRange, loadsAnEarlierRecord)
+{
+    tkRange loaded;
+    loadFromBytes(goldenBytes("tkRange.bin"), loaded);
+    EXPECT_TRUE(loaded == tkRange(-1.5, 10.0));
+    EXPECT_EQ(goldenBytes("tkRange.bin"), storeToBytes(loaded));
+}
+
 TEST(tkRange, refusesAnotherVersionBeforeReadingFurther)
 {
     tkRange loaded(1.0, 2.0);

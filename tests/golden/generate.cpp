@@ -4,6 +4,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
+#include "foundation/tkRange.h"
 
 #include <filesystem>
 #include <fstream>
@@ -32,7 +33,12 @@ std::string handleBytes(const T& object)
 /// the file of a type tells what was written when the type was new.
 std::vector<std::pair<std::string, std::string>> archives()
 {
+    tkArchive::UnknownVersion unknownVersion("tkRange", 3);
     return {
+        {"tkRange.bin", storeToBytes(tkRange(-1.5, 10.0))},
+        {"tkFailure.bin", errorBytes<tkFailure>()},
+        {"tkArchive.Errors.bin", errorBytes<tkArchive::Errors>()},
+        {"tkArchive.UnknownVersion.bin", storePointerToBytes(unknownVersion)},
         {"tkClassifierDefs.BadParams.bin", errorBytes<tkClassifierDefs::BadParams>()},
         {"tkClassifierDefs.NotTrained.bin", errorBytes<tkClassifierDefs::NotTrained>()},
         {"tkClassifierDefs.BadIndex.bin", errorBytes<tkClassifierDefs::BadIndex>()},

@@ -5,6 +5,7 @@
 #include "foundation/tkPtrHandle.h"
 
 #include <algorithm>
+#include <iterator>
 #include <type_traits>
 #include <vector>
 
@@ -128,6 +129,28 @@ template <class T, std::enable_if_t<std::is_base_of_v<tkPersistent, T>, int> = 0
 tkArchive& operator||(tkArchive& archive, tkPtrHandle_const<T>& handle)
 {
     return tkExchangeHandle<T>(archive, handle);
+}
+
+/// Exchanges vectors whose elements of the same index belong together. A loaded record whose vectors differ in
+/// length is refused with tkArchive::Errors(`difference`); any failed loading leaves all of them empty, so that
+/// they still belong together.
+template <class... Vectors>
+tkArchive& tkExchangeParallel(tkArchive& archive, const wchar_t* difference, Vectors&... vectors)
+{
+    try
+    {
+        (archive || ... || vectors);
+        const std::size_t sizes[] = {vectors.size()...};
+        if (std::count(std::begin(sizes), std::end(sizes), sizes[0]) != sizeof...(vectors))
+            throw tkArchive::Errors(difference);
+    }
+    catch (...)
+    {
+        if (archive.isLoading())
+            (vectors.clear(), ...);
+        throw;
+    }
+    return archive;
 }
 
 #endif

@@ -26,6 +26,13 @@
 ::testing::AssertionResult tkThrowsExactly(const std::function<void()>& action, const std::type_info& expected,
                                            const std::wstring& text);
 
+/// The bytes of a string literal, zeros included.
+template <std::size_t size>
+std::string literalBytes(const char (&literal)[size])
+{
+    return std::string(literal, size - 1);
+}
+
 /// The bytes of an archive that holds `object` alone.
 template <class T>
 std::string storeToBytes(const T& object)

@@ -95,8 +95,7 @@ long tkClassifierCosts::misclOverrideIndex_(long first, long second) const
 tkArchive& operator||(tkArchive& archive, tkClassifierCosts& costs)
 {
     archive.exchangeVersion("clss/clastool/clastool", 435);
-    archive || costs.defaultCost_ || costs.firstLabels_ || costs.secondLabels_ || costs.costs_;
-    if (costs.firstLabels_.size() != costs.costs_.size() || costs.secondLabels_.size() != costs.costs_.size())
-        throw tkArchive::Errors(L"Cost overrides have not as many labels as costs");
-    return archive;
+    archive || costs.defaultCost_;
+    return tkExchangeParallel(archive, L"Cost overrides have not as many labels as costs", costs.firstLabels_,
+                              costs.secondLabels_, costs.costs_);
 }

@@ -17,6 +17,11 @@ class TK_EXPORT tkClassifierCosts
 public:
     /// Gives every confusion the cost `defaultCost`. Throws as the default's setter does.
     tkClassifierCosts(double defaultCost = 1.0);
+    tkClassifierCosts(const tkClassifierCosts&) = default;
+    tkClassifierCosts(tkClassifierCosts&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkClassifierCosts& operator=(const tkClassifierCosts& other) { return *this = tkClassifierCosts(other); }
+    tkClassifierCosts& operator=(tkClassifierCosts&&) = default;
 
     /// Cost of a pair without an override. Throws tkClassifierDefs::BadParams if cost < 0.
     double defaultMisclassificationCost() const;

@@ -136,9 +136,8 @@ void tkClassifierDataProviderMemory::serialize_(tkArchive& archive, unsigned cha
 {
     tkArchive::requireVersion0(version);
     tkClassifierDataProvider::dispatchSerialize(archive);
-    archive || name_ || description_ || patterns_ || labels_;
-    if (patterns_.size() != labels_.size())
-        throw tkArchive::Errors(L"Training data have not as many labels as patterns");
+    archive || name_ || description_;
+    tkExchangeParallel(archive, L"Training data have not as many labels as patterns", patterns_, labels_);
 }
 
 tkPersistent* tkClassifierDataProviderMemory::make()

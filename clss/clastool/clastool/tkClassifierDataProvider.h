@@ -41,7 +41,18 @@ private:
 class TK_EXPORT tkClassifierDataProviderMemory : public tkClassifierDataProvider
 {
 public:
-    /// Free texts, empty at first.
+    /// No patterns, empty texts.
+    tkClassifierDataProviderMemory() = default;
+    tkClassifierDataProviderMemory(const tkClassifierDataProviderMemory&) = default;
+    tkClassifierDataProviderMemory(tkClassifierDataProviderMemory&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkClassifierDataProviderMemory& operator=(const tkClassifierDataProviderMemory& other)
+    {
+        return *this = tkClassifierDataProviderMemory(other);
+    }
+    tkClassifierDataProviderMemory& operator=(tkClassifierDataProviderMemory&&) = default;
+
+    /// Free texts.
     std::wstring name() override;
     void setName(const std::wstring& name);
     std::wstring description() override;

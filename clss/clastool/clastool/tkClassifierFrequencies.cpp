@@ -87,8 +87,7 @@ long tkClassifierFrequencies::freqOverrideIndex_(long label) const
 tkArchive& operator||(tkArchive& archive, tkClassifierFrequencies& frequencies)
 {
     archive.exchangeVersion("clss/clastool/clastool", 522);
-    archive || frequencies.defaultFrequency_ || frequencies.labels_ || frequencies.frequencies_;
-    if (frequencies.labels_.size() != frequencies.frequencies_.size())
-        throw tkArchive::Errors(L"Frequency overrides have not as many labels as frequencies");
-    return archive;
+    archive || frequencies.defaultFrequency_;
+    return tkExchangeParallel(archive, L"Frequency overrides have not as many labels as frequencies",
+                              frequencies.labels_, frequencies.frequencies_);
 }

@@ -17,6 +17,14 @@ class TK_EXPORT tkClassifierFrequencies
 public:
     /// Gives every category `frequency`. Throws as the default's setter does.
     tkClassifierFrequencies(double frequency = 1.0);
+    tkClassifierFrequencies(const tkClassifierFrequencies&) = default;
+    tkClassifierFrequencies(tkClassifierFrequencies&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkClassifierFrequencies& operator=(const tkClassifierFrequencies& other)
+    {
+        return *this = tkClassifierFrequencies(other);
+    }
+    tkClassifierFrequencies& operator=(tkClassifierFrequencies&&) = default;
 
     /// Frequency of a category without an override. Throws tkClassifierDefs::BadParams if frequency <= 0.
     double defaultCategoryFrequency() const;

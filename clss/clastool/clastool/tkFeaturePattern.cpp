@@ -79,9 +79,8 @@ void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char version)
 {
     tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
-    archive || measurements_ || validity_;
-    if (validity_.size() != measurements_.size())
-        throw tkArchive::Errors(L"A feature pattern has not as many validity flags as measurements");
+    tkExchangeParallel(archive, L"A feature pattern has not as many validity flags as measurements", measurements_,
+                       validity_);
 }
 
 tkPersistent* tkFeaturePattern::make()

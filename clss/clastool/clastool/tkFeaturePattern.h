@@ -18,6 +18,11 @@ public:
     /// For each index in turn throws tkClassifierDefs::BadIndex if it is negative, then if it is not below
     /// the number of measurements.
     tkFeaturePattern(const std::vector<double>& measurements = {}, const std::vector<long>& invalidIndices = {});
+    tkFeaturePattern(const tkFeaturePattern&) = default;
+    tkFeaturePattern(tkFeaturePattern&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkFeaturePattern& operator=(const tkFeaturePattern& other) { return *this = tkFeaturePattern(other); }
+    tkFeaturePattern& operator=(tkFeaturePattern&&) = default;
 
     long numMeasurements() const;
 

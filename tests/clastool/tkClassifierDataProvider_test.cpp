@@ -67,8 +67,10 @@ public:
     long patterns = 0;
 };
 
-/// The record of `provider`, taken apart: three versions, name, description, patterns, labels.
-std::string recordOf(const std::wstring& name, const std::wstring& description, Patterns patterns, Longs labels)
+/// The record of a provider with any contents: three versions, name, description, patterns, labels.
+template <class Handle = Pattern>
+std::string recordOf(const std::wstring& name, const std::wstring& description, std::vector<Handle> patterns,
+                     Longs labels)
 {
     std::ostringstream stream;
     tkArchive archive(stream);
@@ -401,4 +403,14 @@ TEST(tkClassifierDataProvider, loadingChecksNeitherLabelsNorLengthsNorHandles)
     EXPECT_TRUE(loaded.featurePattern(1).isNull());
     EXPECT_EQ(2, loaded.featurePattern(2)->numMeasurements());
     EXPECT_THROW(static_cast<void>(loaded == loaded), tkBadPointer);
+}
+
+TEST(tkClassifierDataProvider, loadedObjectThatIsNoPatternGivesANullHandle)
+{
+    using Provider = tkPtrHandle<tkClassifierDataProvider>;
+    tkClassifierDataProviderMemory loaded;
+    loadFromBytes(recordOf<Provider>(L"", L"", {Provider(new tkClassifierDataProviderMemory)}, {1}), loaded);
+    ASSERT_EQ(1, loaded.numPatterns());
+    EXPECT_TRUE(loaded.featurePattern(0).isNull());
+    EXPECT_THROW(loaded.numMeasurements(), tkBadPointer);
 }

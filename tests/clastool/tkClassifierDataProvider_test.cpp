@@ -273,6 +273,15 @@ TEST(tkClassifierDataProvider, otherProviderTypesAreUnequal)
     EXPECT_TRUE(host.baseIsEqual(example()));
 }
 
+TEST(tkClassifierDataProvider, equalityWithADerivedClassIsTheSameFromBothSides)
+{
+    const ResizedProvider derived;
+    const tkClassifierDataProviderMemory base;
+    EXPECT_FALSE(base == derived);
+    EXPECT_FALSE(derived == base);
+    EXPECT_TRUE(derived == ResizedProvider());
+}
+
 TEST(tkClassifierDataProvider, copiesShareThePatternsAndNothingElse)
 {
     tkClassifierDataProviderMemory original = example();

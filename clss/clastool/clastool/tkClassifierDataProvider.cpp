@@ -116,15 +116,15 @@ long tkClassifierDataProviderMemory::categoryLabel(long index) const
 
 bool tkClassifierDataProviderMemory::isEqual_(const tkClassifierDataProvider& other) const
 {
-    if (!tkClassifierDataProvider::isEqual_(other))
+    if (!tkClassifierDataProvider::isEqual_(other) || typeid(*this) != typeid(other))
         return false;
-    const auto* const memory = dynamic_cast<const tkClassifierDataProviderMemory*>(&other);
-    if (!memory || patterns_.size() != memory->patterns_.size())
+    const auto& memory = dynamic_cast<const tkClassifierDataProviderMemory&>(other);
+    if (patterns_.size() != memory.patterns_.size())
         return false;
     for (std::size_t i = 0; i < patterns_.size(); ++i)
-        if (*patterns_[i] != *memory->patterns_[i])
+        if (*patterns_[i] != *memory.patterns_[i])
             return false;
-    return name_ == memory->name_ && description_ == memory->description_ && labels_ == memory->labels_;
+    return name_ == memory.name_ && description_ == memory.description_ && labels_ == memory.labels_;
 }
 
 void tkClassifierDataProviderMemory::dispatchSerialize(tkArchive& archive)

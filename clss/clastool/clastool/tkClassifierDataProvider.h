@@ -74,7 +74,8 @@ public:
     tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override;
     long categoryLabel(long index) const override;
 
-    /// Equal patterns (by value) and labels in the same order, equal name and description.
+    /// The same class, equal patterns (by value) and labels in the same order, equal name and description.
+    /// Throws tkBadPointer if it meets a null handle, which only a loaded provider can hold.
     bool operator==(const tkClassifierDataProvider& other) const { return isEqual_(other); }
     bool operator!=(const tkClassifierDataProvider& other) const { return !(*this == other); }
 

@@ -177,8 +177,9 @@ TYPED_TEST(tkClassifierDefsErrors, goldenArchiveGivesTheClassAndMessageAndTheSam
     const std::string bytes = goldenBytes(qualifiedName<TypeParam>().replace(16, 2, ".") + ".bin");
     const std::unique_ptr<tkPersistent> loaded = loadPointerFromBytes(bytes);
     ASSERT_NE(nullptr, loaded);
-    ASSERT_TRUE(typeid(*loaded) == typeid(TypeParam));
-    const auto& error = dynamic_cast<const TypeParam&>(*loaded);
+    const tkPersistent& object = *loaded;
+    ASSERT_TRUE(typeid(object) == typeid(TypeParam));
+    const auto& error = dynamic_cast<const TypeParam&>(object);
     EXPECT_EQ(golden::errorMessage, error.message());
     EXPECT_EQ(Facts<TypeParam>::number, error.errorNumber());
     EXPECT_EQ(bytes, storePointerToBytes(*loaded));

@@ -21,6 +21,7 @@
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
 #include "clss/clastool/clastool/tk_DataGenerator.h"
 #include "foundation/tkArchive.h"
+#include "foundation/tkArchiveFile.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkRandom.h"

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <limits>
 #include <new>
+#include <random>
 #include <set>
 #include <system_error>
 
@@ -32,10 +33,11 @@ class tkArchiveFileInFolder : public ::testing::Test
 protected:
     tkArchiveFileInFolder()
     {
-        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
-        folder = fs::path(::testing::TempDir()) / (std::string("tkArchiveFile_") + test->name());
-        fs::remove_all(folder);
-        fs::create_directories(folder);
+        // Several builds may run their tests at once.
+        std::random_device random;
+        do
+            folder = fs::path(::testing::TempDir()) / ("tkArchiveFile_test-" + std::to_string(random()));
+        while (!fs::create_directory(folder));
         path = folder / "object.tka";
     }
     ~tkArchiveFileInFolder() override { fs::remove_all(folder); }

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <new>
+#include <random>
 #include <streambuf>
 
 #if defined(__has_feature)
@@ -194,7 +195,8 @@ TEST(tkArchiveMemory, manySmallObjectsCostInProportion)
 
 TEST(tkArchiveMemory, loadingAFileCostsNoMoreThanLoadingItsArchive)
 {
-    const std::filesystem::path path = std::filesystem::path(::testing::TempDir()) / "tkArchiveMemory_test.tka";
+    const std::filesystem::path path = std::filesystem::path(::testing::TempDir()) /
+                                       ("tkArchiveMemory_test-" + std::to_string(std::random_device()()) + ".tka");
     const std::vector<long> numbers(200000, 5);
     tkArchiveFile::save(path, numbers);
     const std::size_t before = inUse;

@@ -209,7 +209,8 @@ tkArchive& operator||(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
     unsigned long tag = 0;
     if (archive.isStoring())
     {
-        const std::type_info& type = typeid(*handle);
+        const tkClsFtSc& function = *handle;
+        const std::type_info& type = typeid(function);
         const bool isIgnore = type == typeid(tkClassifierFeatureScoreIgnore);
         const bool isOneSided = type == typeid(tkClassifierFeatureScoreOneSided);
         TK_ASSERT(isIgnore || isOneSided || type == typeid(tkClassifierFeatureScoreTwoSided));

@@ -54,6 +54,14 @@ bool tkPersistent::Registration::isFor(const std::type_info& type) const
     return *type_ == type;
 }
 
+std::vector<std::string> tkPersistent::Registration::typeNames()
+{
+    std::vector<std::string> names;
+    for (const Registration* r = latest.load(); r; r = r->next_)
+        names.push_back(r->typeName_);
+    return names;
+}
+
 tkPersistent* tkPersistent::Registration::create() const
 {
     tkPersistent* const object = make_();

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string>
 #include <typeinfo>
+#include <vector>
 
 class tkArchive;
 
@@ -58,6 +59,9 @@ public:
 
         /// Whether objects of this very class come from create().
         bool isFor(const std::type_info& type) const;
+
+        /// The names of all registrations, the latest first.
+        static std::vector<std::string> typeNames();
 
         /// A new default-constructed object, owned by the caller.
         tkPersistent* create() const;

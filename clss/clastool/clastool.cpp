@@ -5,9 +5,19 @@
 const std::vector<const std::type_info*>& tk_persistentClasses()
 {
     static const std::vector<const std::type_info*> classes = {
-        &typeid(tkClassifierDefs::BadParams),    &typeid(tkFeaturePattern),
-        &typeid(tkClassifierDataProviderMemory), &typeid(tkPatternDistanceMetricNorm),
-        &typeid(tkClassifierTrainParamsKNN),     &typeid(tk_ClassifierKNN),
+        &typeid(tkClassifierDefs::BadParams),
+        &typeid(tkClassifierDefs::NotTrained),
+        &typeid(tkClassifierDefs::BadIndex),
+        &typeid(tkClassifierDefs::BadLabel),
+        &typeid(tkClassifierDefs::BadMethod),
+        &typeid(tkClassifierDefs::NotImplemented),
+        &typeid(tkClassifierDefs::BadFeatures),
+        &typeid(tkClassifierDefs::InsufficientTrainData),
+        &typeid(tkFeaturePattern),
+        &typeid(tkClassifierDataProviderMemory),
+        &typeid(tkPatternDistanceMetricNorm),
+        &typeid(tkClassifierTrainParamsKNN),
+        &typeid(tk_ClassifierKNN),
     };
     return classes;
 }

@@ -1,5 +1,6 @@
 #include "clss/clastool/clastool/tk_CategoryModel.h"
 
+#include "clss/clastool/clastool/tk_PersistentClasses.h"
 #include "foundation/tkArchive.h"
 
 bool tk_CategoryModel::operator==(const tk_CategoryModel& other) const
@@ -14,6 +15,7 @@ void tk_CategoryModel::dispatchSerialize(tkArchive& archive)
 
 void tk_CategoryModel::serialize_(tkArchive& archive, unsigned char version)
 {
+    static_cast<void>(tk_persistentClasses());
     tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
     archive || categoryLabel_ || numMeasurements_;

@@ -1,0 +1,34 @@
+#include "tkTest.h"
+
+#include "clss/clastool/clastool/tk_PersistentClasses.h"
+
+#include <set>
+
+TEST(tk_PersistentClasses, listsEveryRegisteredClassOfTheLibraryAboveItsFoundation)
+{
+    // The foundation's classes are linked with the archive itself; a class of the tests does not begin with "tk".
+    const std::set<std::string> foundation = {"tkArchive::Errors", "tkArchive::UnknownVersion", "tkFailure"};
+    std::set<std::string> registered;
+    for (const std::string& name : tkPersistent::Registration::typeNames())
+        if (name.rfind("tk", 0) == 0 && foundation.count(name) == 0)
+            registered.insert(name);
+
+    std::set<std::string> listed;
+    for (const std::type_info* type : tk_persistentClasses())
+        EXPECT_TRUE(listed.insert(tkPersistent::typeName(*type)).second) << tkPersistent::typeName(*type) << " twice";
+
+    EXPECT_EQ(listed, registered);
+    EXPECT_EQ(registered.count("tk_ClassifierKNN"), 1u);
+}
+
+TEST(tk_PersistentClasses, anArchiveCanCreateEveryListedClass)
+{
+    for (const std::type_info* type : tk_persistentClasses())
+    {
+        const std::string name = tkPersistent::typeName(*type);
+        const tkPersistent::Registration* const registration = tkPersistent::Registration::find(name);
+        ASSERT_NE(registration, nullptr) << name;
+        const std::unique_ptr<tkPersistent> created(registration->create());
+        EXPECT_EQ(tkPersistent::typeName(typeid(*created)), name);
+    }
+}

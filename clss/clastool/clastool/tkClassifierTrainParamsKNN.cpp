@@ -39,11 +39,11 @@ tkPtrHandle<tkClassifierTrainParams> tkClassifierTrainParamsKNN::clone() const
 
 bool tkClassifierTrainParamsKNN::isEqual_(const tkClassifierTrainParams& other) const
 {
-    if (!tkClassifierTrainParams::isEqual_(other))
+    if (!tkClassifierTrainParams::isEqual_(other) || typeid(*this) != typeid(other))
         return false;
-    const auto* const knn = dynamic_cast<const tkClassifierTrainParamsKNN*>(&other);
-    return knn && k_ == knn->k_ && distanceMetric_->isEquivalent(*knn->distanceMetric_) &&
-           misclassificationCosts_ == knn->misclassificationCosts_;
+    const auto& knn = dynamic_cast<const tkClassifierTrainParamsKNN&>(other);
+    return k_ == knn.k_ && distanceMetric_->isEquivalent(*knn.distanceMetric_) &&
+           misclassificationCosts_ == knn.misclassificationCosts_;
 }
 
 bool tkClassifierTrainParamsKNN::isSameTechnique_(const tkClassifierTrainParams& other) const

@@ -62,10 +62,10 @@ tkPtrHandle<tkPatternDistanceMetric> tkPatternDistanceMetricNorm::clone() const
 
 bool tkPatternDistanceMetricNorm::isEquivalent(const tkPatternDistanceMetric& other) const
 {
-    if (!tkPatternDistanceMetric::isEquivalent(other))
+    if (!tkPatternDistanceMetric::isEquivalent(other) || typeid(*this) != typeid(other))
         return false;
-    const auto* const norm = dynamic_cast<const tkPatternDistanceMetricNorm*>(&other);
-    return norm && !(order_ < norm->order_) && !(order_ > norm->order_);
+    const auto& norm = dynamic_cast<const tkPatternDistanceMetricNorm&>(other);
+    return !(order_ < norm.order_) && !(order_ > norm.order_);
 }
 
 void tkPatternDistanceMetricNorm::dispatchSerialize(tkArchive& archive)

@@ -13,7 +13,17 @@ tkClassifierTool::tkClassifierTool(const tkClassifierTool& other)
     *this = other;
 }
 
-tkClassifierTool::~tkClassifierTool() = default;
+tkClassifierTool::~tkClassifierTool()
+{
+    try
+    {
+        untrain();
+    }
+    catch (...)
+    {
+        // A method that cannot forget is released all the same; a destructor has nobody to tell.
+    }
+}
 
 tkClassifierTool& tkClassifierTool::operator=(const tkClassifierTool& other)
 {

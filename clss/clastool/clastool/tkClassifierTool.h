@@ -21,6 +21,7 @@ class TK_EXPORT tkClassifierTool
 public:
     tkClassifierTool();
     tkClassifierTool(const tkClassifierTool& other);
+    /// Untrains the classifier before it releases it.
     ~tkClassifierTool();
 
     /// Takes a clone of the other tool's classifier if that is trained, otherwise becomes empty. Assigning a

@@ -58,6 +58,9 @@ protected:
 
     void dispatchSerialize(tkArchive& archive) override;
 
+    /// The parameters kept, null if none: a method refuses to load those of another technique.
+    const tkClassifierTrainParams* heldParams_() const { return trainParams_.get(); }
+
     /// Learns from `data`; the classifier is untrained. *Requires* parameters of the method's own class.
     virtual void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) = 0;
     /// Takes over new parameters of the same technique; the classifier is trained automatically.

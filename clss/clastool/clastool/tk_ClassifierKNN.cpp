@@ -12,13 +12,14 @@
 
 namespace
 {
-/// The parameters as those of this method. A loaded k may be out of range: it fails here as in the setter.
-const tkClassifierTrainParamsKNN& knnParams(const tkClassifierTrainParams& params)
+/// A copy of the parameters as those of this method. A loaded k may be out of range: it fails here as in the setter.
+tkClassifierTrainParamsKNN knnParams(const tkClassifierTrainParams& params)
 {
     const auto* const knn = dynamic_cast<const tkClassifierTrainParamsKNN*>(&params);
     TK_ASSERT(knn != nullptr);
-    tkClassifierTrainParamsKNN(*knn).k(knn->k());
-    return *knn;
+    tkClassifierTrainParamsKNN checked(*knn);
+    checked.k(knn->k());
+    return checked;
 }
 } // namespace
 
@@ -56,8 +57,6 @@ void tk_ClassifierKNN::train_(const tkClassifierDataProvider& data, const tkClas
     const long numPatterns = provider.numPatterns();
     std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns;
     std::vector<long> labels;
-    patterns.reserve(static_cast<std::size_t>(numPatterns));
-    labels.reserve(static_cast<std::size_t>(numPatterns));
     for (long i = 0; i < numPatterns; ++i)
     {
         tkPtrHandle_const<tkFeaturePattern> pattern = provider.featurePattern(i);
@@ -175,8 +174,11 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char version)
     tkArchive::requireVersion0(version);
     tk_Classifier::dispatchSerialize(archive);
     archive || trainingData_;
-    if (archive.isLoading())
-        params_ = tkClassifierTrainParamsKNN();
+    if (!archive.isLoading())
+        return;
+    params_ = tkClassifierTrainParamsKNN();
+    if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
+        throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
 }
 
 tkPersistent* tk_ClassifierKNN::make()

@@ -9,6 +9,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
+#include <fstream>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -913,6 +914,69 @@ TEST(tk_ClassifierKNN, copiesOfAToolMayBeRunOnDifferentThreads)
     for (const tkClassifierResult& result : results)
         EXPECT_TRUE(result == serial);
     EXPECT_TRUE(run(tool, {4.2}) == serial);
+}
+
+// ---- Independent figures
+
+namespace
+{
+/// Compares the shares with a table of tests/reference; returns the number of queries compared.
+long expectAsInTable(const std::string& fileName)
+{
+    std::ifstream table(CLASTOOL_REFERENCE_DIR "/" + fileName);
+    knnOracle::Data data;
+    std::vector<std::vector<double>> queries;
+    tkClassifierTool tool;
+    std::vector<double> trainedWith;
+    long compared = 0;
+    for (std::string line; std::getline(table, line);)
+    {
+        std::istringstream fields(line);
+        std::string kind, field;
+        std::getline(fields, kind, ',');
+        std::vector<double> numbers;
+        while (kind[0] != '#' && std::getline(fields, field, ','))
+            numbers.push_back(std::stod(field));
+        if (kind == "train")
+        {
+            data.labels.push_back(static_cast<long>(numbers[0]));
+            data.patterns.emplace_back(numbers.begin() + 1, numbers.end());
+        }
+        else if (kind == "query")
+            queries.push_back(numbers);
+        else if (kind == "votes")
+        {
+            const long k = static_cast<long>(numbers[1]);
+            const std::vector<double> wanted = {numbers[0], numbers[1]};
+            if (trainedWith != wanted)
+                tool.train(providerOf(data), Params(k, tkPatternDistanceMetricNorm(numbers[0]), tkClassifierCosts()));
+            trainedWith = wanted;
+            std::map<long, double> expected;
+            for (std::size_t label = 0; label + 3 < numbers.size(); ++label)
+                if (numbers[label + 3] > 0.0)
+                    expected[static_cast<long>(label)] = numbers[label + 3] / static_cast<double>(k);
+            EXPECT_EQ(shares(run(tool, queries.at(static_cast<std::size_t>(numbers[2])))), expected)
+                << fileName << ": " << line;
+            ++compared;
+        }
+    }
+    return compared;
+}
+} // namespace
+
+TEST(tk_ClassifierKNN, sharesAgreeWithAnIndependentImplementationOnIris)
+{
+    EXPECT_EQ(expectAsInTable("nearestNeighbors.iris.csv"), 707);
+}
+
+TEST(tk_ClassifierKNN, sharesAgreeWithAnIndependentImplementationOnWine)
+{
+    EXPECT_EQ(expectAsInTable("nearestNeighbors.wine.csv"), 1067);
+}
+
+TEST(tk_ClassifierKNN, sharesAgreeWithAnIndependentImplementationOnDigits)
+{
+    EXPECT_EQ(expectAsInTable("nearestNeighbors.digits.csv"), 1150);
 }
 
 // ---- Equality

@@ -1,4 +1,5 @@
 #include "scriptedMethod.h"
+#include "tests/golden/nearestNeighbors.h"
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -576,4 +577,23 @@ TEST_F(tkClassifierToolTest, aStoredObjectThatIsNoClassifierLeavesTheToolEmpty)
     loadFromBytes(std::string(1, '\0') + storeToBytes(stray), tool);
     EXPECT_FALSE(holdsClassifier(tool));
     EXPECT_TK_THROW(tool.trainParams(), tkClassifierDefs::NotTrained, trainBeforeParams);
+}
+
+TEST(tkClassifierTool, goldenArchivesComeBackEqualAndStoreToTheSameBytes)
+{
+    const std::string trained = goldenBytes("tkClassifierTool.KNN.bin");
+    tkClassifierTool tool;
+    loadFromBytes(trained, tool);
+    EXPECT_TRUE(tool == golden::toolKNN());
+    EXPECT_EQ(storeToBytes(tool), trained);
+    tool.retrain(*tool.trainParams());
+    tkClassifierResult expected, result;
+    golden::toolKNN().run(tkFeaturePattern({2.0, 2.5}), expected);
+    tool.run(tkFeaturePattern({2.0, 2.5}), result);
+    EXPECT_TRUE(result == expected);
+
+    const std::string empty = goldenBytes("tkClassifierTool.empty.bin");
+    loadFromBytes(empty, tool);
+    EXPECT_FALSE(tool.isTrained());
+    EXPECT_EQ(storeToBytes(tool), empty);
 }

@@ -1,4 +1,5 @@
 #include "scriptedMethod.h"
+#include "tests/golden/nearestNeighbors.h"
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -242,4 +243,13 @@ TEST(tkClassifierTrainParamsKNN, refusesToStoreAKOfMoreThan32Bits)
         const tkClassifierTrainParamsKNN params(static_cast<long>(2147483648LL));
         EXPECT_THROW(storeToBytes(params), tkArchive::Errors);
     }
+}
+
+TEST(tkClassifierTrainParamsKNN, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
+{
+    const std::string bytes = goldenBytes("tkClassifierTrainParamsKNN.bin");
+    tkPtrHandle<tkClassifierTrainParams> loaded;
+    loadFromBytes(bytes, loaded);
+    EXPECT_TRUE(golden::paramsKNN() == *loaded);
+    EXPECT_EQ(storeToBytes(loaded), bytes);
 }

@@ -1,3 +1,4 @@
+#include "tests/golden/nearestNeighbors.h"
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -215,4 +216,13 @@ TEST(tkPatternDistanceMetricNorm, refusesAnUnknownVersionAtEachLevel)
         EXPECT_THROW(loadFromBytes(damaged, metric), tkArchive::UnknownVersion) << level;
         EXPECT_EQ(metric.order(), 3.0) << level;
     }
+}
+
+TEST(tkPatternDistanceMetricNorm, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
+{
+    const std::string bytes = goldenBytes("tkPatternDistanceMetricNorm.bin");
+    tkPtrHandle<tkPatternDistanceMetric> loaded;
+    loadFromBytes(bytes, loaded);
+    EXPECT_TRUE(golden::metric().isEquivalent(*loaded));
+    EXPECT_EQ(storeToBytes(loaded), bytes);
 }

@@ -1,5 +1,6 @@
 #include "knnOracle.h"
 #include "scriptedMethod.h"
+#include "tests/golden/nearestNeighbors.h"
 #include "tkAllocations.h"
 #include "tkTest.h"
 
@@ -1163,4 +1164,13 @@ TEST(tk_ClassifierKNN, storedDataOfAnotherClassLeaveTheClassifierUntrained)
     tk_ClassifierKNN classifier;
     loadFromBytes(bytes, classifier);
     EXPECT_FALSE(classifier.isTrained());
+}
+
+TEST(tk_ClassifierKNN, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
+{
+    const std::string bytes = goldenBytes("tk_ClassifierKNN.bin");
+    tkPtrHandle<tk_Classifier> loaded;
+    loadFromBytes(bytes, loaded);
+    EXPECT_TRUE(golden::classifierKNN().isEquivalent(*loaded));
+    EXPECT_EQ(storeToBytes(loaded), bytes);
 }

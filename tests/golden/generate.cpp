@@ -1,4 +1,5 @@
 #include "tests/golden/dataModel.h"
+#include "tests/golden/nearestNeighbors.h"
 #include "tests/golden/ruleTable.h"
 #include "tkTest.h"
 
@@ -59,6 +60,11 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkClassifierFeatureVector.bin", storeToBytes(golden::featureVector())},
         {"tkClassifierRule.bin", storeToBytes(golden::rule())},
         {"tkClassifierRuleTable.bin", storeToBytes(golden::ruleTable())},
+        {"tkPatternDistanceMetricNorm.bin", handleBytes(golden::metric())},
+        {"tkClassifierTrainParamsKNN.bin", handleBytes(golden::paramsKNN())},
+        {"tk_ClassifierKNN.bin", handleBytes(golden::classifierKNN())},
+        {"tkClassifierTool.KNN.bin", storeToBytes(golden::toolKNN())},
+        {"tkClassifierTool.empty.bin", storeToBytes(tkClassifierTool())},
     };
 }
 } // namespace

@@ -6,6 +6,9 @@
 #include "clss/clastool/clastool/tkPatternDistanceMetric.h"
 #include "foundation/tkArchiveOperators.h"
 
+#include <cmath>
+#include <limits>
+
 namespace
 {
 const wchar_t unequalLengths[] =

@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tk_PersistentClasses.h"
 
+#include <memory>
 #include <set>
 
 TEST(tk_PersistentClasses, listsEveryRegisteredClassOfTheLibraryAboveItsFoundation)
@@ -29,6 +30,7 @@ TEST(tk_PersistentClasses, anArchiveCanCreateEveryListedClass)
         const tkPersistent::Registration* const registration = tkPersistent::Registration::find(name);
         ASSERT_NE(registration, nullptr) << name;
         const std::unique_ptr<tkPersistent> created(registration->create());
-        EXPECT_EQ(tkPersistent::typeName(typeid(*created)), name);
+        const tkPersistent& object = *created;
+        EXPECT_EQ(tkPersistent::typeName(typeid(object)), name);
     }
 }

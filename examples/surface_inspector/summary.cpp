@@ -1,0 +1,94 @@
+#include "summary.h"
+
+#include "text.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <ostream>
+
+namespace inspector
+{
+
+namespace
+{
+
+void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& confusion)
+{
+    std::size_t width = 9;
+    for (const Surface& surface : dataset.surfaces)
+        width = std::max(width, surface.name.size() + 2);
+    const int column = static_cast<int>(width);
+
+    out << "  " << std::left << std::setw(column + 7) << "true \\ decided" << std::right;
+    for (const Surface& surface : dataset.surfaces)
+        out << std::setw(column) << surface.name;
+    out << std::setw(column) << "refused" << '\n';
+    for (std::size_t i = 0; i < dataset.surfaces.size(); ++i)
+    {
+        out << "  " << std::left << std::setw(column + 7) << dataset.surfaces[i].name << std::right;
+        for (const long count : confusion.counts[i])
+            out << std::setw(column) << count;
+        out << '\n';
+    }
+    out << "  accuracy " << fixed(confusion.accuracy(), 3) << " (" << confusion.right << " of " << confusion.total
+        << " tiles)\n";
+}
+
+void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit)
+{
+    out << "\n" << exhibit.title << " (" << exhibit.origin << ")\n ";
+    for (std::size_t i = 0; i < numMeasurements; ++i)
+        out << ' ' << measurementNames[i] << ' ' << measurementText(exhibit.measured, i)
+            << (i + 1 < numMeasurements ? "," : "\n");
+    if (exhibit.decision.label < 0)
+    {
+        out << "  refused: " << exhibit.decision.refusal << '\n';
+        return;
+    }
+    out << "  category    match score  class score  expected cost\n";
+    for (const tkClassifierCategoryResult& category : exhibit.decision.result.categoryResults())
+    {
+        out << "  " << std::left << std::setw(10) << surfaceName(dataset, category.categoryLabel()) << std::right
+            << std::setw(13) << fixed(category.matchScore(), 3) << std::setw(13) << fixed(category.classScore(), 3)
+            << std::setw(15) << fixed(category.expectedCost(), 3) << '\n';
+    }
+}
+
+} // namespace
+
+void writeSummary(std::ostream& out, const Findings& findings)
+{
+    const Dataset& dataset = findings.dataset;
+    out << dataset.surfaces.size() << " surfaces, " << dataset.train.size() << " tiles of the left halves learned";
+    if (dataset.leftOut > 0)
+        out << " (" << dataset.leftOut << " of one grey level left out)";
+    out << ", " << dataset.test.size() << " of the right halves tried\n\n"
+        << numNeighbours << " nearest neighbours, every confusion costs 1\n";
+    writeConfusion(out, dataset, findings.confusion);
+
+    for (const Exhibit& exhibit : findings.exhibits)
+        writeExhibit(out, dataset, exhibit);
+
+    const CostChange& change = findings.costChange;
+    out << "\nTo take " << surfaceName(dataset, change.truth) << " for " << surfaceName(dataset, change.decision)
+        << " now costs " << change.costAfter << " (retrained, the stored tiles untouched)\n";
+    writeConfusion(out, dataset, change.confusion);
+    out << "  changed: " << countChanged(findings.tests, change.tests) << " of " << change.tests.size() << " tiles, "
+        << countChanged(findings.windows.decisions, change.windows.decisions) << " of "
+        << change.windows.decisions.size() << " windows of the mosaic\n"
+        << "  mistakes at the new cost: " << fixed(change.totalBefore, 0) << " as decided before, "
+        << fixed(change.totalAfter, 0) << " now\n"
+        << "  with the old cost put back, "
+        << (change.restored ? "all results are as before" : "results are NOT as before") << '\n';
+
+    const Storage& storage = findings.storage;
+    out << "\nStored in " << storage.path << ": " << storage.bytes << " bytes\n"
+        << "  the tool loaded from it " << (storage.equal ? "equals" : "does NOT equal") << " the stored one\n"
+        << "  as loaded it runs with default parameters (1 neighbour): " << storage.differingAtFirst << " of "
+        << findings.tests.size() << " results differ\n"
+        << "  after tool.retrain(*tool.trainParams()): " << storage.differingAtLast << " differ\n";
+
+    writeExhibit(out, dataset, findings.flatTile);
+}
+
+} // namespace inspector

@@ -1,7 +1,6 @@
 #include "clss/clastool/clastool.h"
 
 #include <exception>
-#include <fstream>
 #include <iostream>
 
 int main()
@@ -37,15 +36,9 @@ int main()
 
         // A loaded nearest-neighbour classifier has its data, but runs with default parameters (k = 1, equal costs)
         // until it is retrained; the stored parameters come with the tool.
-        {
-            std::ofstream file("coins.tk", std::ios::binary);
-            tkArchive archive(file);
-            archive || tool;
-        }
-        std::ifstream file("coins.tk", std::ios::binary);
-        tkArchive archive(file);
+        tkArchiveFile::save("coins.tk", tool);
         tkClassifierTool loaded;
-        archive || loaded;
+        tkArchiveFile::load("coins.tk", loaded);
         loaded.retrain(*loaded.trainParams());
         tkClassifierResult again;
         loaded.run(unknown, again);

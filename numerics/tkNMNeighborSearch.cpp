@@ -59,6 +59,12 @@
 // that the definition is computed for few of them. If more than a fifth of the rows pass the test of bytes, reading
 // these one by one gains nothing over reading all, and the rest is done without the bytes.
 
+#if defined(__GNUC__)
+#define TK_ALWAYS_INLINE [[gnu::always_inline]] inline
+#else
+#define TK_ALWAYS_INLINE inline
+#endif
+
 namespace
 {
 using Bytes = tkNMByteDistances;
@@ -73,7 +79,7 @@ constexpr long chunkBlocks = 16;
 constexpr long smallestShadow = 128; // rows; fewer are as fast without
 constexpr long sampleRows = 4096;    // that centres and step are taken from
 constexpr long sampleTail = 512;     // one sample row in so many may be clipped at either end of a column
-constexpr long batchRows = 64;
+constexpr long batchRows = 16;       // fetched together: enough to overlap their cache misses
 constexpr long mostMinima = 16384;
 constexpr long mostCandidates = 512;
 constexpr long mostKnown = 8;
@@ -94,22 +100,60 @@ double definedDistance(const double* query, const double* row, long n, double or
     return std::pow(sum, 1.0 / order);
 }
 
-// Sum of |a - b|^power, in an order of its own.
+// sums[j] = sum of |query - rows[j]|^power, added up in four lanes, which compilers turn into vectors.
 template <int power>
-double powerSum(const double* a, const double* b, long n)
+TK_ALWAYS_INLINE void addPowers(const double* query, const double* const* rows, long count, long n, double* sums)
 {
-    double sums[4] = {};
-    const auto add = [&](double& sum, long c) {
-        const double t = std::fabs(a[c] - b[c]);
-        sum += power == 1 ? t : power == 2 ? t * t : t * t * t;
-    };
-    long c = 0;
-    for (; c + 4 <= n; c += 4)
-        for (int lane = 0; lane < 4; ++lane)
-            add(sums[lane], c + lane);
-    for (; c < n; ++c)
-        add(sums[0], c);
-    return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+    for (long j = 0; j < count; ++j)
+    {
+        const double* row = rows[j];
+        double lanes[4] = {};
+        const auto add = [&](int lane, long c)
+        {
+            const double t = std::fabs(query[c] - row[c]);
+            lanes[lane] += power == 1 ? t : power == 2 ? t * t : t * t * t;
+        };
+        long c = 0;
+        for (; c + 4 <= n; c += 4)
+            for (int lane = 0; lane < 4; ++lane)
+                add(lane, c + lane);
+        for (; c < n; ++c)
+            add(0, c);
+        sums[j] = (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
+    }
+}
+
+using PowerSums = void (*)(const double*, const double* const*, long, long, double*);
+
+template <int power>
+void powerSums(const double* query, const double* const* rows, long count, long n, double* sums)
+{
+    addPowers<power>(query, rows, count, n, sums);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+template <int power>
+__attribute__((target("avx2"))) void powerSumsAvx2(const double* query, const double* const* rows, long count, long n,
+                                                   double* sums)
+{
+    addPowers<power>(query, rows, count, n, sums);
+}
+#else
+template <int power>
+constexpr PowerSums powerSumsAvx2 = powerSums<power>;
+#endif
+
+// Null for orders without fast powers.
+PowerSums choosePowerSums(double order, Bytes::Instructions instructions)
+{
+    const bool avx2 = std::min(instructions, Bytes::best()) >= Bytes::Avx2;
+    if (order == 1.0)
+        return avx2 ? powerSumsAvx2<1> : powerSums<1>;
+    if (order == 2.0)
+        return avx2 ? powerSumsAvx2<2> : powerSums<2>;
+    if (order == 3.0)
+        return avx2 ? powerSumsAvx2<3> : powerSums<3>;
+    return nullptr;
 }
 
 // Position of `value` in steps from `centre`, clipped to the range of a byte.
@@ -176,17 +220,6 @@ private:
     long* indices_;
     double* distances_;
 };
-
-void prefetch(const double* row, long n)
-{
-#if defined(__GNUC__)
-    for (long c = 0; c < n; c += 8)
-        __builtin_prefetch(row + c);
-#else
-    static_cast<void>(row);
-    static_cast<void>(n);
-#endif
-}
 
 void fetchConsecutive(const tkNMNeighborSearch::Rows& source, long first, long count, long* indices,
                       const double** rows)
@@ -314,29 +347,38 @@ class tkNMNeighborSearch::Run_
 {
 public:
     /// `distances` has room for 2 k entries, `indices` for k. The list comes to stand in the first k.
-    Run_(const tkNMNeighborSearch& search, const Rows& rows, const double* query, double order, long k, long* indices,
-         double* distances) :
-        search_(search),
-        rows_(rows), query_(query), order_(order), n_(search.numColumns_), k_(k),
-        powerSum_(order == 1.0   ? powerSum<1>
-                  : order == 2.0 ? powerSum<2>
-                  : order == 3.0 ? powerSum<3>
-                                 : nullptr),
-        selection_(distances), keys_(distances + k), list_(k, indices, distances)
+    Run_(const tkNMNeighborSearch& search, const Rows& rows, const double* query, double order, long k,
+         Instructions instructions, long* indices, double* distances)
+        : search_(search),
+          rows_(rows),
+          query_(query),
+          order_(order),
+          n_(search.numColumns_),
+          k_(k),
+          powerSums_(choosePowerSums(order, instructions)),
+          instructions_(instructions),
+          selection_(distances),
+          keys_(distances + k),
+          list_(k, indices, distances)
     {
         std::fill(keys_, keys_ + k, infinity);
     }
 
-    void run(Instructions instructions)
+    void run()
     {
         long next = 0;
         if (search_.numBlocks_() > 0)
-            next = searchBlocks_(instructions) * Bytes::blockRows;
+            next = searchBlocks_() * Bytes::blockRows;
         else
             list_.clear();
-        for (; next < search_.numRows_; ++next)
-            take_(next, true);
         takeBatch_(true);
+        for (; next < search_.numRows_; next += batchRows)
+        {
+            batchSize_ = std::min(batchRows, search_.numRows_ - next);
+            for (long j = 0; j < batchSize_; ++j)
+                batch_[j] = next + j;
+            takeBatch_(true);
+        }
         decide_();
     }
 
@@ -358,10 +400,10 @@ private:
 
     // Searches blocks from the first one on. Returns how many it searched: all, or fewer if the bytes rule out too few
     // rows.
-    long searchBlocks_(Instructions instructions)
+    long searchBlocks_()
     {
         const int power = order_ < 2.0 ? 1 : 2;
-        const Bytes bytes(n_, power, instructions);
+        const Bytes bytes(n_, power, instructions_);
         Bytes::Query query;
         double errorSquares = 0.0;
         for (long c = 0; c < n_; ++c)
@@ -377,7 +419,8 @@ private:
         const double errorFactor = power == 1 ? std::sqrt(columns) : 1.0;
         const double queryError = errorFactor * std::sqrt(errorSquares) + 1e-6;
         const double scale = std::ldexp(1.0, -bytes.shift()) * (1.0 + 1e-9);
-        const auto limit = [&](double rowError) {
+        const auto limit = [&](double rowError)
+        {
             const double reach = reach_ * reachFactor + errorFactor * rowError + queryError;
             return static_cast<long>(std::min((power == 2 ? reach * reach : reach) * scale, 65535.0));
         };
@@ -455,12 +498,15 @@ private:
     {
         const double* rows[batchRows];
         rows_.fetch(batch_, batchSize_, rows);
-        for (long j = 0; j < batchSize_; ++j)
-            prefetch(rows[j], n_);
+        double keys[batchRows];
+        if (powerSums_)
+            powerSums_(query_, rows, batchSize_, n_, keys);
+        else
+            for (long j = 0; j < batchSize_; ++j)
+                keys[j] = definedDistance(query_, rows[j], n_, order_);
         for (long j = 0; j < batchSize_; ++j)
         {
-            const double key =
-                powerSum_ ? powerSum_(query_, rows[j], n_) : definedDistance(query_, rows[j], n_, order_);
+            const double key = keys[j];
             if (key > keyBound_)
                 continue;
             if (key < keys_[0])
@@ -482,7 +528,7 @@ private:
     {
         double bound = keys_[0];
         double reach = std::max(bound, std::pow(2.0, -960.0 / order_));
-        if (powerSum_)
+        if (powerSums_)
         {
             bound += bound * (8.0 * static_cast<double>(n_) + 512.0) * 0x1p-53 + tinySum;
             reach = std::pow(bound, 1.0 / order_);
@@ -512,7 +558,7 @@ private:
     // Equal rows have equal distances: where many stand at the edge of the list, most are not worth the powers.
     double distance_(const Candidate_& candidate)
     {
-        if (!powerSum_)
+        if (!powerSums_)
             return candidate.key;
         for (long i = 0; i < std::min(numKnown_, mostKnown); ++i)
             if (known_[i].key == candidate.key && std::memcmp(known_[i].row, candidate.row, n_ * sizeof(double)) == 0)
@@ -528,10 +574,11 @@ private:
     const double order_;
     const long n_;
     const long k_;
-    double (*const powerSum_)(const double*, const double*, long); // null: the key is the distance
+    const PowerSums powerSums_; // null: the keys are the distances
+    const Instructions instructions_;
 
-    double* const selection_; // k places that the list needs only after pass 1
-    double* const keys_;      // heap of the k smallest keys, the largest first
+    double* const selection_;    // k places that the list needs only after pass 1
+    double* const keys_;         // heap of the k smallest keys, the largest first
     double keyBound_ = infinity; // rows with larger keys are not in the list
     double reach_ = infinity;    // nor are rows farther away than this
 
@@ -554,7 +601,7 @@ void tkNMNeighborSearch::nearest(const Rows& rows, const double* query, double o
     distances.resize(2 * k);
     if (k < numRows_ && allModest_ && numColumns_ > 0 && isModest(query, numColumns_) && order >= 1.0 &&
         order <= largestOrder)
-        Run_(*this, rows, query, order, k, indices.data(), distances.data()).run(instructions);
+        Run_(*this, rows, query, order, k, instructions, indices.data(), distances.data()).run();
     else
         searchByDefinition(rows, numRows_, query, numColumns_, order, k, indices.data(), distances.data());
     distances.resize(k);

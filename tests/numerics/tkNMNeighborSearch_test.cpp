@@ -154,10 +154,12 @@ const std::vector<Kind>& kinds()
 {
     static const std::vector<Kind> all = {
         {"Gaussian", [](Random& r, long) { return gaussian(r); }},
-        {"mixture", [](Random& r, long c) { return 5.0 * static_cast<double>(below(r, 4) * (c + 1) % 7) + gaussian(r); }},
+        {"mixture",
+         [](Random& r, long c) { return 5.0 * static_cast<double>(below(r, 4) * (c + 1) % 7) + gaussian(r); }},
         {"lattice", [](Random& r, long) { return static_cast<double>(below(r, 4)); }},
         {"tenths", [](Random& r, long) { return 0.1 * static_cast<double>(below(r, 5)); }},
-        {"mixed scales", [](Random& r, long c) { return gaussian(r) * std::pow(10.0, static_cast<double>(c % 13 - 6)); }},
+        {"mixed scales",
+         [](Random& r, long c) { return gaussian(r) * std::pow(10.0, static_cast<double>(c % 13 - 6)); }},
         {"offset", [](Random& r, long) { return 1e8 + gaussian(r); }},
         {"ulps apart", [](Random& r, long) { return 1.0 + 0x1p-52 * static_cast<double>(below(r, 6)); }},
         {"heavy tails", [](Random& r, long) { return std::cauchy_distribution<double>()(r); }},
@@ -167,10 +169,14 @@ const std::vector<Kind>& kinds()
         {"just underflowing", [](Random& r, long) { return gaussian(r) * 0x1p-482; }},
         {"cubes underflowing", [](Random& r, long) { return gaussian(r) * 1e-107; }},
         {"denormal", [](Random& r, long) { return 5e-324 * static_cast<double>(below(r, 9)); }},
-        {"all magnitudes", [](Random& r, long) { return std::ldexp(gaussian(r), static_cast<int>(below(r, 520)) - 260); }},
+        {"all magnitudes",
+         [](Random& r, long) { return std::ldexp(gaussian(r), static_cast<int>(below(r, 520)) - 260); }},
         {"constant column", [](Random& r, long c) { return c % 2 == 0 ? 3.25 : gaussian(r); }},
         {"constant", [](Random&, long) { return -7.5; }},
-        {"some infinite", [](Random& r, long) { return below(r, 300) == 0 ? infinity : below(r, 300) == 0 ? -infinity : gaussian(r); }},
+        {"some infinite",
+         [](Random& r, long) { return below(r, 300) == 0   ? infinity
+                                      : below(r, 300) == 0 ? -infinity
+                                                           : gaussian(r); }},
         {"some not numbers", [](Random& r, long) { return below(r, 200) == 0 ? notANumber : gaussian(r); }},
     };
     return all;

@@ -352,7 +352,7 @@ tkNMByteDistances::tkNMByteDistances(long columns, int power, Instructions instr
     TK_ASSERT(columns >= 1 && columns <= maxColumns && (power == 1 || power == 2));
     // A group of absolute differences is at most 17 * 127, one of squares at most 65535 because it saturates there.
     const long groups = (columns / 2 + groupPairs - 1) / groupPairs;
-    const long headroom = power == 1 ? 30 : 1;
+    const long headroom = power == 1 ? 32 : 1;
     while (groups > headroom << shape_.shift)
         ++shape_.shift;
     instructions = std::min(instructions, best());

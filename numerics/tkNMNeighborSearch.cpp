@@ -246,6 +246,15 @@ void searchByDefinition(const tkNMNeighborSearch::Rows& source, long numRows, co
 }
 } // namespace
 
+std::size_t tkNMNeighborSearch::memory() const
+{
+    std::size_t bytes = centres_.capacity() * sizeof(double) + errors_.capacity() * sizeof(float) +
+                        chunks_.capacity() * sizeof chunks_[0];
+    for (const std::vector<Line>& chunk : chunks_)
+        bytes += chunk.capacity() * sizeof(Line);
+    return bytes;
+}
+
 void tkNMNeighborSearch::update(const Rows& rows, long numRows, long numColumns)
 {
     TK_ASSERT(numRows >= 0 && numColumns >= 0);

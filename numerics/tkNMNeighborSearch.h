@@ -3,6 +3,7 @@
 
 #include "numerics/tkNMByteDistances.h"
 
+#include <cstddef>
 #include <vector>
 
 /// Finds the rows nearest to a query in the norm distance, reading one byte per measurement instead of eight.
@@ -19,11 +20,10 @@ public:
     class TK_EXPORT Rows
     {
     public:
+        virtual ~Rows() = default;
+
         /// rows[j] = the measurements of row indices[j], for j = 0 .. count-1.
         virtual void fetch(const long* indices, long count, const double** rows) const = 0;
-
-    protected:
-        ~Rows() = default;
     };
 
     /// How a search may compute; the result is the same. More than the processor has means the best it has.
@@ -32,8 +32,12 @@ public:
     long numRows() const { return numRows_; }
     long numColumns() const { return numColumns_; }
 
+    /// Bytes that it occupies beside itself.
+    std::size_t memory() const;
+
     /// Takes in rows numRows() .. numRows-1 of `rows`; with another number of columns or fewer rows than before it
-    /// begins anew. Takes amortised constant time per measurement, however the rows are divided among calls.
+    /// begins anew. Takes amortised constant time per measurement, however the rows are divided among calls. Running
+    /// out of memory costs later queries time, but nothing else: the rows count all the same.
     void update(const Rows& rows, long numRows, long numColumns);
 
     /// The neighbour list of `query` (numColumns() measurements) for the norm of `order` > 0:

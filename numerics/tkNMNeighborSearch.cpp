@@ -35,7 +35,7 @@
 //
 // a row of order p >= 2 is tested with m = 2, one of order 1 <= p < 2 with m = 1. It is ruled out if
 //
-//   sum > ((n^(1/m - 1/p) B / h + |e_x|_m + |e_q|_m)^m / 2^s                                                     (1)
+//   sum > (n^(1/m - 1/p) B / h + |e_x|_m + |e_q|_m)^m / 2^s                                                     (1)
 //
 // where B is an upper bound of |x - q|_p for every row with d <= D. A step is the only scale, and subtracting the
 // centre has a relative error of 2^-53, so that all errors in evaluating the right hand side stay below the 1e-6
@@ -154,17 +154,6 @@ PowerSums choosePowerSums(double order, Bytes::Instructions instructions)
     if (order == 3.0)
         return avx2 ? powerSumsAvx2<3> : powerSums<3>;
     return nullptr;
-}
-
-// Position of `value` in steps from `centre`, clipped to the range of a byte.
-double steps(double value, double centre, double stepsPerUnit)
-{
-    return std::min(std::max((value - centre) * stepsPerUnit, -127.0), 127.0);
-}
-
-std::int8_t nearestByte(double steps)
-{
-    return static_cast<std::int8_t>(static_cast<int>(steps + 127.5) - 127);
 }
 
 // Replaces the largest of the k entries of a heap whose largest entry is the first.
@@ -317,6 +306,27 @@ void tkNMNeighborSearch::fit_(const Rows& rows, long numRows)
     fitRows_ = numRows;
 }
 
+// Rounds a row to bytes; returns the sum of the squared rounding errors.
+double tkNMNeighborSearch::toBytes_(const double* row, std::int8_t* bytes) const
+{
+    const double stepsPerUnit = 1.0 / step_;
+    double squares[4] = {};
+    const auto round = [&](int lane, long c)
+    {
+        const double exact = std::min(std::max((row[c] - centres_[c]) * stepsPerUnit, -127.0), 127.0);
+        const int byte = static_cast<int>(exact + 127.5) - 127;
+        bytes[c] = static_cast<std::int8_t>(byte);
+        squares[lane] += (exact - byte) * (exact - byte);
+    };
+    long c = 0;
+    for (; c + 4 <= numColumns_; c += 4)
+        for (int lane = 0; lane < 4; ++lane)
+            round(lane, c + lane);
+    for (; c < numColumns_; ++c)
+        round(0, c);
+    return (squares[0] + squares[1]) + (squares[2] + squares[3]);
+}
+
 // Adds the next 64 rows to the shadow.
 void tkNMNeighborSearch::appendBlock_(const Rows& rows)
 {
@@ -328,19 +338,15 @@ void tkNMNeighborSearch::appendBlock_(const Rows& rows)
     if (block / chunkBlocks == static_cast<long>(chunks_.size()))
         chunks_.emplace_back(chunkBlocks * numColumns_);
     std::int8_t* bytes = chunks_.back()[block % chunkBlocks * numColumns_].bytes;
-    const double stepsPerUnit = 1.0 / step_;
+    std::int8_t rowBytes[Bytes::maxColumns];
     double largest = 0.0;
     for (long row = 0; row < Bytes::blockRows; ++row)
     {
-        double squares = 0.0;
-        for (long c = 0; c < numColumns_; ++c)
-        {
-            const double exact = steps(fetched[row][c], centres_[c], stepsPerUnit);
-            const std::int8_t byte = nearestByte(exact);
-            bytes[Bytes::offset(numColumns_, row, c)] = byte;
-            squares += (exact - byte) * (exact - byte);
-        }
-        largest = std::max(largest, squares);
+        largest = std::max(largest, toBytes_(fetched[row], rowBytes));
+        for (long c = 0; c + 2 <= numColumns_; c += 2)
+            std::memcpy(bytes + Bytes::offset(numColumns_, row, c), rowBytes + c, 2);
+        if (numColumns_ % 2 != 0)
+            bytes[Bytes::offset(numColumns_, row, numColumns_ - 1)] = rowBytes[numColumns_ - 1];
     }
     errors_.push_back(static_cast<float>(std::sqrt(largest) * (1.0 + 1e-6)));
     largestError_ = std::max(largestError_, errors_.back());
@@ -414,13 +420,7 @@ private:
         const int power = order_ < 2.0 ? 1 : 2;
         const Bytes bytes(n_, power, instructions_);
         Bytes::Query query;
-        double errorSquares = 0.0;
-        for (long c = 0; c < n_; ++c)
-        {
-            const double exact = steps(query_[c], search_.centres_[c], 1.0 / search_.step_);
-            query.bytes[c] = nearestByte(exact);
-            errorSquares += (exact - query.bytes[c]) * (exact - query.bytes[c]);
-        }
+        const double errorSquares = search_.toBytes_(query_, query.bytes);
         bytes.prepare(query);
         // Factors of (1), which turn norms of order p and of order 2 into norms of order m.
         const double columns = static_cast<double>(n_);
@@ -460,8 +460,10 @@ private:
 
         // Pass 2.
         list_.clear();
+        // Without pass 1 the bound comes down as rows are looked at, and many pass at first.
+        const long allowed = 8 * k_ + 2 * Bytes::blockRows;
         long block = 0;
-        for (long passed = 0; block < blocks && passed <= block * Bytes::blockRows / 5 + 2 * batchRows; ++block)
+        for (long passed = 0; block < blocks && passed <= block * Bytes::blockRows / 5 + allowed; ++block)
         {
             const long highest = limit(search_.largestError_);
             while (block < numMinima && minima[block] > highest)
@@ -513,35 +515,36 @@ private:
         else
             for (long j = 0; j < batchSize_; ++j)
                 keys[j] = definedDistance(query_, rows[j], n_, order_);
+        const double largestKey = keys_[0];
         for (long j = 0; j < batchSize_; ++j)
         {
-            const double key = keys[j];
-            if (key > keyBound_)
+            if (keys[j] > keyBound_)
                 continue;
-            if (key < keys_[0])
-            {
-                replaceLargest(keys_, k_, key);
-                lowerBound_();
-            }
+            if (keys[j] < keys_[0])
+                replaceLargest(keys_, k_, keys[j]);
             if (!asCandidates)
                 continue;
             if (numCandidates_ == mostCandidates)
                 makeRoom_();
-            candidates_[numCandidates_++] = {batch_[j], key, rows[j]};
+            candidates_[numCandidates_++] = {batch_[j], keys[j], rows[j]};
         }
+        if (keys_[0] < largestKey)
+            tightenBounds_();
         batchSize_ = 0;
     }
 
     // Lets the bounds follow the largest of the k smallest keys; see (2).
-    void lowerBound_()
+    void tightenBounds_()
     {
         double bound = keys_[0];
-        double reach = std::max(bound, std::pow(2.0, -960.0 / order_));
+        double reach;
         if (powerSums_)
         {
             bound += bound * (8.0 * static_cast<double>(n_) + 512.0) * 0x1p-53 + tinySum;
             reach = std::pow(bound, 1.0 / order_);
         }
+        else
+            reach = std::max(bound, std::pow(tinySum, 1.0 / order_));
         keyBound_ = std::min(keyBound_, bound);
         reach_ = std::min(reach_, reach * (1.0 + 1e-9));
     }

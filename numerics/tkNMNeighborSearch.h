@@ -58,6 +58,7 @@ private:
 
     void fit_(const Rows& rows, long numRows);
     void appendBlock_(const Rows& rows);
+    double toBytes_(const double* row, std::int8_t* bytes) const;
     long numBlocks_() const { return static_cast<long>(errors_.size()); }
     const Line* block_(long block) const;
 

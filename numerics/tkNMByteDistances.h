@@ -6,7 +6,7 @@
 #include <cstdint>
 
 /// Distances between a query and blocks of 64 rows that hold one byte per column: the inner loops of
-/// tkNMNeighborSearch, once per instruction set. Private to the library.
+/// tkNMNeighborSearch, once per instruction set. No part of the interface that the library promises to keep.
 ///
 /// A block is `columns` lines of 64 bytes, in pairs of columns: the two lines of a pair hold its first and second
 /// column in turn, row by row. The last column of an odd number has a line to itself. The bytes are signed and

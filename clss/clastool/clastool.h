@@ -27,5 +27,6 @@
 #include "foundation/tkRandom.h"
 #include "foundation/tkRange.h"
 #include "foundation/tkUtf8.h"
+#include "numerics/tkNMNeighborSearch.h"
 
 #endif

@@ -32,6 +32,7 @@ foundation/tkRandom
 foundation/tkDiagObject
 numerics/tkNMMatrix
 numerics/tkNMNormal
+numerics/tkNMByteDistances
 numerics/tkNMNeighborSearch
 clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages

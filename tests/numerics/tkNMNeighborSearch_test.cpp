@@ -328,6 +328,24 @@ TEST(tkNMNeighborSearch, nearlyAllRowsAreRuledOutUnseen)
         }
 }
 
+// In one column the triangle inequality is tight, so that a rounding error taken too small shows at once: bytes are
+// the whole numbers here, every block ends with a row that is one, and all others lie 0.45 away from theirs.
+TEST(tkNMNeighborSearch, theLargestRoundingErrorOfABlockCounts)
+{
+    Random random(22);
+    Table table;
+    for (long i = 0; i < 1280; ++i)
+    {
+        const double size =
+            i % 64 == 63 ? 127.0 : 10.55 + static_cast<double>(below(random, 100)) + 1e-4 * gaussian(random);
+        table.rows.push_back({i % 128 < 64 ? size : -size});
+    }
+    const tkNMNeighborSearch search = searchOf(table);
+    for (int whole = -9; whole < 10; ++whole)
+        for (const double order : {1.0, 2.0, 3.0, 1.5, 4.0})
+            compare(search, table, {static_cast<double>(whole)}, order, {1, 2, 3, 30}, "tight bounds");
+}
+
 TEST(tkNMNeighborSearch, outliersDoNotSpoilTheFilter)
 {
     Random random(10);

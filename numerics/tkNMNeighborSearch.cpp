@@ -603,18 +603,15 @@ private:
     NeighborList list_;
 };
 
-void tkNMNeighborSearch::nearest(const Rows& rows, const double* query, double order, long k,
-                                 std::vector<long>& indices, std::vector<double>& distances,
-                                 Instructions instructions) const
+long tkNMNeighborSearch::nearest(const Rows& rows, const double* query, double order, long k, long* indices,
+                                 double* distances, Instructions instructions) const
 {
     TK_ASSERT(k >= 1);
     k = std::min(k, numRows_);
-    indices.resize(k);
-    distances.resize(2 * k);
     if (k < numRows_ && allModest_ && numColumns_ > 0 && isModest(query, numColumns_) && order >= 1.0 &&
         order <= largestOrder)
-        Run_(*this, rows, query, order, k, instructions, indices.data(), distances.data()).run();
+        Run_(*this, rows, query, order, k, instructions, indices, distances).run();
     else
-        searchByDefinition(rows, numRows_, query, numColumns_, order, k, indices.data(), distances.data());
-    distances.resize(k);
+        searchByDefinition(rows, numRows_, query, numColumns_, order, k, indices, distances);
+    return k;
 }

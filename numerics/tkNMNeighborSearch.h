@@ -46,10 +46,11 @@ public:
     ///
     /// For rows i = 0, 1, ... in order: a full list (k entries) turns away a distance >= its last one; otherwise row i
     /// enters in front of the first entry whose distance is not smaller, and a full list drops its last entry.
-    /// `indices` and `distances` get min(k, numRows()) entries. `rows` are those given to `update`. *Requires* k >= 1.
-    /// Allocates nothing if the two vectors have room for 2 k entries.
-    void nearest(const Rows& rows, const double* query, double order, long k, std::vector<long>& indices,
-                 std::vector<double>& distances, Instructions instructions = tkNMByteDistances::best()) const;
+    /// Returns the number of entries, which is m = min(k, numRows()); *requires* k >= 1, and room for m indices and
+    /// for 2 m distances, the second half of which is left undefined. `rows` are those given to `update`.
+    /// Allocates nothing.
+    long nearest(const Rows& rows, const double* query, double order, long k, long* indices, double* distances,
+                 Instructions instructions = tkNMByteDistances::best()) const;
 
 private:
     using Line = tkNMByteDistances::Line;

@@ -611,6 +611,25 @@ TEST(tk_ClassifierKNN, aHugeKCostsNothing)
     EXPECT_EQ(labelsOf(run(classifier, {3.0})).size(), 10u);
 }
 
+TEST(tk_ClassifierKNN, aRunAllocatesNothingButTheVectorOfItsResult)
+{
+    tkClassifierDataProviderMemory data;
+    for (int i = 0; i < 3000; ++i)
+        data.addData(tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern({std::sin(i), std::cos(3.0 * i)})),
+                     i % 7);
+    const tkFeaturePattern query({0.25, -0.5});
+    for (const long k : {1L, 5L, 32L})
+        for (const double order : {0.5, 1.0, 2.0, 3.0})
+        {
+            tkClassifierTool tool;
+            tool.train(data, tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(order), tkClassifierCosts()));
+            tkClassifierResult result;
+            const tkAllocations allocations;
+            tool.run(query, result);
+            EXPECT_EQ(1u, allocations.count()) << "k " << k << ", order " << order;
+        }
+}
+
 TEST(tk_ClassifierKNN, asksTheMetricOncePerStoredPatternInStorageOrderWithTheQueryFirst)
 {
     const auto calls = std::make_shared<TableMetric::Calls>();

@@ -56,6 +56,17 @@ tkNMNeighborSearch searchOf(const Table& table)
     return search;
 }
 
+void nearest(const tkNMNeighborSearch& search, const Table& table, const double* query, double order, long k,
+             std::vector<long>& indices, std::vector<double>& distances,
+             tkNMNeighborSearch::Instructions level = tkNMByteDistances::best())
+{
+    const long size = std::min(k, search.numRows());
+    indices.resize(static_cast<std::size_t>(std::max(size, 0L)));
+    distances.resize(2 * indices.size());
+    EXPECT_EQ(size, search.nearest(table, query, order, k, indices.data(), distances.data(), level));
+    distances.resize(indices.size());
+}
+
 // The definition, word for word.
 double distanceOf(const Row& query, const Row& row, double order)
 {
@@ -134,7 +145,7 @@ long compare(const tkNMNeighborSearch& search, const Table& table, const Row& qu
         listOf(all, k, expectedIndices, expectedDistances);
         for (const auto level : levels())
         {
-            search.nearest(table, query.data(), order, k, indices, distances, level);
+            nearest(search, table, query.data(), order, k, indices, distances, level);
             ++comparisons;
             if (indices != expectedIndices || !sameBits(distances, expectedDistances))
                 ADD_FAILURE() << what << ": order " << order << ", k " << k << ", " << table.size() << " rows of "
@@ -322,8 +333,8 @@ TEST(tkNMNeighborSearch, nearlyAllRowsAreRuledOutUnseen)
         {
             table.numFetched = 0;
             for (int i = 0; i < 20; ++i)
-                search.nearest(table, table.rows[static_cast<std::size_t>(i * 37)].data(), order, 3, indices, distances,
-                               level);
+                nearest(search, table, table.rows[static_cast<std::size_t>(i * 37)].data(), order, 3, indices,
+                        distances, level);
             EXPECT_LE(table.numFetched, 20 * 200) << "order " << order << ", instructions " << level;
         }
 }
@@ -359,7 +370,7 @@ TEST(tkNMNeighborSearch, outliersDoNotSpoilTheFilter)
     table.numFetched = 0;
     std::vector<long> indices;
     std::vector<double> distances;
-    search.nearest(table, table.rows[500].data(), 2.0, 3, indices, distances);
+    nearest(search, table, table.rows[500].data(), 2.0, 3, indices, distances);
     EXPECT_LE(table.numFetched, 200);
 }
 
@@ -379,7 +390,7 @@ TEST(tkNMNeighborSearch, theFilterFollowsRowsThatLieElsewhereThanTheFirstOnes)
     table.numFetched = 0;
     std::vector<long> indices;
     std::vector<double> distances;
-    search.nearest(table, table.rows[5000].data(), 2.0, 3, indices, distances);
+    nearest(search, table, table.rows[5000].data(), 2.0, 3, indices, distances);
     EXPECT_LE(table.numFetched, 200);
 }
 
@@ -394,7 +405,7 @@ TEST(tkNMNeighborSearch, dataThatDefeatTheFilterAreReadOnce)
     table.numFetched = 0;
     std::vector<long> indices;
     std::vector<double> distances;
-    search.nearest(table, query.data(), 2.0, 3, indices, distances);
+    nearest(search, table, query.data(), 2.0, 3, indices, distances);
     EXPECT_LE(table.numFetched, 20000 + 100);
     compare(search, table, query, 2.0, {1, 3, 7, 5000, 19999}, "far query");
 }
@@ -438,13 +449,13 @@ TEST(tkNMNeighborSearch, aTieInsideTheListGoesToTheLaterRowAndAtItsEndToTheEarli
     const Row query = {0.0};
     std::vector<long> indices;
     std::vector<double> distances;
-    search.nearest(table, query.data(), 2.0, 1, indices, distances);
+    nearest(search, table, query.data(), 2.0, 1, indices, distances);
     EXPECT_EQ(indices, (std::vector<long>{0}));
-    search.nearest(table, query.data(), 2.0, 2, indices, distances);
+    nearest(search, table, query.data(), 2.0, 2, indices, distances);
     EXPECT_EQ(indices, (std::vector<long>{1, 0}));
-    search.nearest(table, query.data(), 2.0, 3, indices, distances);
+    nearest(search, table, query.data(), 2.0, 3, indices, distances);
     EXPECT_EQ(indices, (std::vector<long>{2, 1, 0}));
-    search.nearest(table, query.data(), 2.0, 1000000, indices, distances);
+    nearest(search, table, query.data(), 2.0, 1000000, indices, distances);
     EXPECT_EQ(indices, (std::vector<long>{2, 1, 0}));
     EXPECT_EQ(distances, (std::vector<double>{1.0, 1.0, 1.0}));
 }
@@ -469,7 +480,7 @@ TEST(tkNMNeighborSearch, noRowsNoColumnsAndVeryManyColumns)
     std::vector<double> distances = {1.0};
     const Table none;
     tkNMNeighborSearch search = searchOf(none);
-    search.nearest(none, nullptr, 2.0, 3, indices, distances);
+    nearest(search, none, nullptr, 2.0, 3, indices, distances);
     EXPECT_TRUE(indices.empty());
     EXPECT_TRUE(distances.empty());
     EXPECT_EQ(search.memory(), 0u);
@@ -532,9 +543,9 @@ TEST(tkNMNeighborSearch, aQueryAllocatesNothingWhenTheVectorsHaveRoom)
     for (const auto level : all)
         for (const double order : orders)
         {
-            search.nearest(table, table.rows[5].data(), order, 3, indices, distances, level);
-            search.nearest(table, table.rows[6].data(), order, 1000, indices, distances, level);
-            smallSearch.nearest(small, small.rows[6].data(), order, 10, indices, distances, level);
+            nearest(search, table, table.rows[5].data(), order, 3, indices, distances, level);
+            nearest(search, table, table.rows[6].data(), order, 1000, indices, distances, level);
+            nearest(smallSearch, small, small.rows[6].data(), order, 10, indices, distances, level);
         }
     EXPECT_EQ(allocations.count(), 0u);
 }
@@ -603,5 +614,5 @@ TEST(tkNMNeighborSearch, requiresAtLeastOneNeighbour)
     const Table none;
     std::vector<long> indices;
     std::vector<double> distances;
-    EXPECT_THROW(searchOf(none).nearest(none, nullptr, 2.0, 0, indices, distances), tkAssertionFailure);
+    EXPECT_THROW(nearest(searchOf(none), none, nullptr, 2.0, 0, indices, distances), tkAssertionFailure);
 }

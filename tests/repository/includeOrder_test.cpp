@@ -28,6 +28,7 @@ foundation/tkArchiveOperators
 foundation/tkArchiveFile
 foundation/tkRange
 foundation/tkPair
+foundation/tkScratch
 foundation/tkRandom
 foundation/tkDiagObject
 numerics/tkNMMatrix
@@ -38,6 +39,7 @@ clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages
 clss/clastool/clastool/tk_PersistentClasses
 clss/clastool/clastool/tkFeaturePattern
+clss/clastool/clastool/tk_NeighborIndex
 clss/clastool/clastool/tkClassifierDataProvider
 clss/clastool/clastool/tkClassifierCosts
 clss/clastool/clastool/tkClassifierFrequencies

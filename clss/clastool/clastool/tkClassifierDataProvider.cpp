@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_NeighborIndex.h"
 #include "foundation/tkArchiveOperators.h"
 
 namespace
@@ -31,6 +32,29 @@ void tkClassifierDataProvider::serialize_(tkArchive& archive, unsigned char vers
 
 const tkPersistent::Registration tkClassifierDataProviderMemory::registration_(typeid(tkClassifierDataProviderMemory),
                                                                                &tkClassifierDataProviderMemory::make);
+
+tkClassifierDataProviderMemory::tkClassifierDataProviderMemory() = default;
+
+tkClassifierDataProviderMemory::tkClassifierDataProviderMemory(const tkClassifierDataProviderMemory& other)
+    : tkClassifierDataProvider(other),
+      name_(other.name_),
+      description_(other.description_),
+      patterns_(other.patterns_),
+      labels_(other.labels_)
+{
+}
+
+tkClassifierDataProviderMemory::tkClassifierDataProviderMemory(tkClassifierDataProviderMemory&&) noexcept = default;
+
+tkClassifierDataProviderMemory::~tkClassifierDataProviderMemory() = default;
+
+tkClassifierDataProviderMemory& tkClassifierDataProviderMemory::operator=(const tkClassifierDataProviderMemory& other)
+{
+    return *this = tkClassifierDataProviderMemory(other);
+}
+
+tkClassifierDataProviderMemory&
+tkClassifierDataProviderMemory::operator=(tkClassifierDataProviderMemory&&) noexcept = default;
 
 std::wstring tkClassifierDataProviderMemory::name()
 {
@@ -68,6 +92,7 @@ void tkClassifierDataProviderMemory::data(const std::vector<tkPtrHandle_const<tk
     auto newLabels = labels;
     patterns_ = std::move(newPatterns);
     labels_ = std::move(newLabels);
+    neighborIndex_.reset();
 }
 
 void tkClassifierDataProviderMemory::addData(const tkPtrHandle_const<tkFeaturePattern>& pattern, long label)
@@ -88,6 +113,8 @@ void tkClassifierDataProviderMemory::addData(const tkPtrHandle_const<tkFeaturePa
         labels_.pop_back();
         throw;
     }
+    if (neighborIndex_)
+        neighborIndex_->update(patterns_);
 }
 
 long tkClassifierDataProviderMemory::numMeasurements() const
@@ -114,6 +141,15 @@ long tkClassifierDataProviderMemory::categoryLabel(long index) const
     return labels_[static_cast<std::size_t>(index)];
 }
 
+void tkClassifierDataProviderMemory::indexNeighbors_()
+{
+    if (neighborIndex_)
+        return;
+    auto index = std::make_unique<tk_NeighborIndex>();
+    index->update(patterns_);
+    neighborIndex_ = std::move(index);
+}
+
 bool tkClassifierDataProviderMemory::isEqual_(const tkClassifierDataProvider& other) const
 {
     if (!tkClassifierDataProvider::isEqual_(other) || typeid(*this) != typeid(other))
@@ -137,6 +173,8 @@ void tkClassifierDataProviderMemory::serialize_(tkArchive& archive, unsigned cha
     tkArchive::requireVersion0(version);
     tkClassifierDataProvider::dispatchSerialize(archive);
     archive || name_ || description_;
+    if (archive.isLoading())
+        neighborIndex_.reset();
     tkExchangeParallel(archive, L"Training data have not as many labels as patterns", patterns_, labels_);
 }
 

@@ -4,8 +4,11 @@
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkPtrHandle.h"
 
+#include <memory>
 #include <string>
 #include <vector>
+
+class tk_NeighborIndex;
 
 /// Source of training data: a numbered sequence of feature patterns, all of the same number of
 /// measurements, each with a category label (>= 0, or -1 where the category is unknown).
@@ -42,15 +45,13 @@ class TK_EXPORT tkClassifierDataProviderMemory : public tkClassifierDataProvider
 {
 public:
     /// No patterns, empty texts.
-    tkClassifierDataProviderMemory() = default;
-    tkClassifierDataProviderMemory(const tkClassifierDataProviderMemory&) = default;
-    tkClassifierDataProviderMemory(tkClassifierDataProviderMemory&&) = default;
+    tkClassifierDataProviderMemory();
+    tkClassifierDataProviderMemory(const tkClassifierDataProviderMemory& other);
+    tkClassifierDataProviderMemory(tkClassifierDataProviderMemory&& other) noexcept;
+    ~tkClassifierDataProviderMemory() override;
     /// Whole or, if memory runs out, not at all.
-    tkClassifierDataProviderMemory& operator=(const tkClassifierDataProviderMemory& other)
-    {
-        return *this = tkClassifierDataProviderMemory(other);
-    }
-    tkClassifierDataProviderMemory& operator=(tkClassifierDataProviderMemory&&) = default;
+    tkClassifierDataProviderMemory& operator=(const tkClassifierDataProviderMemory& other);
+    tkClassifierDataProviderMemory& operator=(tkClassifierDataProviderMemory&& other) noexcept;
 
     /// Free texts.
     std::wstring name() override;
@@ -84,6 +85,11 @@ protected:
     bool isEqual_(const tkClassifierDataProvider& other) const override;
 
 private:
+    friend class tk_ClassifierKNN;
+
+    /// Makes the index of the patterns, which addData() then keeps up to date, unless there is one.
+    void indexNeighbors_();
+
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();
     static const Registration registration_;
@@ -91,7 +97,8 @@ private:
     std::wstring name_;
     std::wstring description_;
     std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns_;
-    std::vector<long> labels_; // parallel to patterns_, each >= -1
+    std::vector<long> labels_;                        // parallel to patterns_, each >= -1
+    std::unique_ptr<tk_NeighborIndex> neighborIndex_; // of patterns_; null until it is asked for
 };
 
 #endif

@@ -5,40 +5,13 @@
 #include "clss/clastool/clastool/tkClassifierFrequencies.h"
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
+#include "foundation/tkScratch.h"
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 
 namespace
 {
-/// `size` elements, on the stack up to a number that covers nearly every use, so that building a result
-/// allocates nothing but the result.
-template <class Element>
-class Scratch
-{
-public:
-    explicit Scratch(std::size_t size)
-        : size_(size),
-          heap_(size > local ? new Element[size] : nullptr),
-          elements_(heap_ ? heap_.get() : stack_)
-    {
-    }
-
-    Element& operator[](std::size_t i) { return elements_[i]; }
-    Element* begin() { return elements_; }
-    Element* end() { return elements_ + size_; }
-    void shrink(std::size_t size) { size_ = size; }
-
-private:
-    static constexpr std::size_t local = 64;
-
-    std::size_t size_;
-    std::unique_ptr<Element[]> heap_;
-    Element stack_[local];
-    Element* elements_;
-};
-
 /// The categories of a result by label, to find a label's place without a linear search.
 class LabelIndex
 {
@@ -71,11 +44,11 @@ private:
         std::size_t index;
     };
 
-    Scratch<Place> places_;
+    tkScratch<Place> places_;
 };
 
 /// p_i: the frequency of each category. Overrides are walked last to first, so that the first of a label wins.
-void fillPriors(Scratch<double>& priors, const std::vector<tkClassifierCategoryResult>& results, LabelIndex& index,
+void fillPriors(tkScratch<double>& priors, const std::vector<tkClassifierCategoryResult>& results, LabelIndex& index,
                 const tkClassifierFrequencies& frequencies)
 {
     for (const tkClassifierCategoryResult& result : results)
@@ -105,11 +78,11 @@ struct CostOverride
 /// The loop runs over j outside and i inside: every C_i still gets its terms in ascending j, one addition
 /// each, but the additions of different i are independent of one another. Where the term is not the default
 /// one - none for i = j, another cost for an override - the sum as it was before the addition is taken again.
-void addCosts(Scratch<double>& sums, Scratch<double>& joint, std::size_t n, LabelIndex& index,
+void addCosts(tkScratch<double>& sums, tkScratch<double>& joint, std::size_t n, LabelIndex& index,
               const tkClassifierCosts& costs)
 {
     const std::size_t allOverrides = static_cast<std::size_t>(costs.numMisclassificationOverrides());
-    Scratch<CostOverride> overrides(allOverrides);
+    tkScratch<CostOverride> overrides(allOverrides);
     std::size_t count = 0;
     for (std::size_t k = 0; k < allOverrides; ++k)
     {
@@ -199,7 +172,7 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
     const std::size_t n = categoryResults_.size();
     LabelIndex index(categoryResults_);
 
-    Scratch<double> priors(n);
+    tkScratch<double> priors(n);
     fillPriors(priors, categoryResults_, index, frequencies);
     double priorSum = 0.0;
     for (const double prior : priors)
@@ -207,7 +180,7 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
     if (priorSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
 
-    Scratch<double> joint(n);
+    tkScratch<double> joint(n);
     double jointSum = 0.0;
     for (std::size_t i = 0; i < n; ++i)
     {
@@ -217,7 +190,7 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
     if (jointSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");
 
-    Scratch<double>& sums = priors; // no longer needed
+    tkScratch<double>& sums = priors; // no longer needed
     addCosts(sums, joint, n, index, costs);
     for (std::size_t i = 0; i < n; ++i)
         categoryResults_[i] =

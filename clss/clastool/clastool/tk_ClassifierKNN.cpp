@@ -3,12 +3,13 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierFrequencies.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_NeighborIndex.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "foundation/tkScratch.h"
 
 #include <algorithm>
 #include <limits>
-#include <map>
 
 namespace
 {
@@ -69,6 +70,7 @@ void tk_ClassifierKNN::train_(const tkClassifierDataProvider& data, const tkClas
         labels.push_back(label);
     }
     trainingData_->data(patterns, labels);
+    trainingData_->indexNeighbors_();
 }
 
 void tk_ClassifierKNN::retrain_(const tkClassifierTrainParams& params)
@@ -107,40 +109,45 @@ void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult&
     if (pattern.numInvalid() != 0 || pattern.numMeasurements() != trainingData_->numMeasurements())
         throw tkClassifierDefs::BadFeatures(tk_Messages::knnInvalidMeasurements);
 
-    std::vector<long> indices;
-    std::vector<double> distances;
+    // More neighbours than patterns are never found, so a huge k needs no more room.
+    const auto room = static_cast<std::size_t>(std::min(params_.k(), trainingData_->numPatterns()));
+    tkScratch<long> indices(room);
+    tkScratch<double> distances(2 * room);
     std::vector<tkClassifierCategoryResult> categoryResults;
-    findNearestNeighbors_(pattern, params_.k(), indices, distances);
-    fillMatchResults_(indices, categoryResults);
+    const long found = findNearestNeighbors_(pattern, static_cast<long>(room), indices.data(), distances.data());
+    fillMatchResults_(indices.data(), found, categoryResults);
     result = tkClassifierResult(std::move(categoryResults), tkClassifierFrequencies(1.0),
                                 params_.misclassificationCosts(), 0.0);
 }
 
-void tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, long k, std::vector<long>& indices,
-                                             std::vector<double>& distances) const
+long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, long k, long* indices,
+                                             double* distances) const
 {
     const tkPatternDistanceMetric& metric = *params_.distanceMetric();
-    const long numPatterns = trainingData_->numPatterns();
+    const tk_NeighborIndex* const index = trainingData_->neighborIndex_.get();
+    if (index && index->covers(trainingData_->patterns_) && typeid(metric) == typeid(tkPatternDistanceMetricNorm))
+    {
+        const double order = dynamic_cast<const tkPatternDistanceMetricNorm&>(metric).order();
+        return index->nearest(trainingData_->patterns_, pattern, order, k, indices, distances);
+    }
 
-    // More neighbours than patterns are never found, so a huge k needs no more room.
-    const auto room = static_cast<std::size_t>(std::min(k, numPatterns));
-    indices.assign(room, 0);
-    distances.assign(room, std::numeric_limits<double>::infinity());
+    std::fill(indices, indices + k, 0);
+    std::fill(distances, distances + k, std::numeric_limits<double>::infinity());
 
     // The comparisons are written for a NaN distance to go where they send it: it is never turned away, and
     // it enters at the front.
-    std::size_t found = 0;
-    for (long i = 0; i < numPatterns; ++i)
+    long found = 0;
+    for (long i = 0; i < trainingData_->numPatterns(); ++i)
     {
         const double d = metric.distance(pattern, *trainingData_->featurePattern(i));
-        if (found >= room && d >= distances[room - 1])
+        if (found >= k && d >= distances[k - 1])
             continue;
-        std::size_t pos = 0;
+        long pos = 0;
         while (d > distances[pos])
             ++pos;
-        if (found < room)
+        if (found < k)
             ++found;
-        for (std::size_t j = found - 1; j > pos; --j)
+        for (long j = found - 1; j > pos; --j)
         {
             indices[j] = indices[j - 1];
             distances[j] = distances[j - 1];
@@ -148,20 +155,28 @@ void tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
         indices[pos] = i;
         distances[pos] = d;
     }
-    indices.resize(found);
-    distances.resize(found);
+    return found;
 }
 
-void tk_ClassifierKNN::fillMatchResults_(const std::vector<long>& indices,
+void tk_ClassifierKNN::fillMatchResults_(const long* indices, long count,
                                          std::vector<tkClassifierCategoryResult>& results) const
 {
-    std::map<long, long> votes;
-    for (const long index : indices)
-        ++votes[trainingData_->categoryLabel(index)];
+    tkScratch<long> labels(static_cast<std::size_t>(count));
+    for (long j = 0; j < count; ++j)
+        labels[static_cast<std::size_t>(j)] = trainingData_->categoryLabel(indices[j]);
+    std::sort(labels.begin(), labels.end());
+
+    long numLabels = 0;
+    for (std::size_t j = 0; j < labels.size(); ++j)
+        numLabels += j == 0 || labels[j] != labels[j - 1];
     results.clear();
-    results.reserve(votes.size());
-    for (const auto& [label, count] : votes)
-        results.emplace_back(label, static_cast<double>(count) / static_cast<double>(indices.size()), 0.0, 0.0);
+    results.reserve(static_cast<std::size_t>(numLabels));
+    for (const long* first = labels.begin(); first != labels.end();)
+    {
+        const long* const last = std::upper_bound(first, static_cast<const long*>(labels.end()), *first);
+        results.emplace_back(*first, static_cast<double>(last - first) / static_cast<double>(count), 0.0, 0.0);
+        first = last;
+    }
 }
 
 void tk_ClassifierKNN::dispatchSerialize(tkArchive& archive)
@@ -179,6 +194,8 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char version)
     params_ = tkClassifierTrainParamsKNN();
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
         throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
+    if (!trainingData_.isNull())
+        trainingData_->indexNeighbors_();
 }
 
 tkPersistent* tk_ClassifierKNN::make()

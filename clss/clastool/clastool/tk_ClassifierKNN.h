@@ -51,15 +51,16 @@ private:
     {
     }
 
-    /// Indices and distances of the k stored patterns nearest to `pattern`, nearest first.
+    /// Indices and distances of the k stored patterns nearest to `pattern`, nearest first; returns their number,
+    /// m = min(k, number of patterns). There is room for m indices and 2 m distances.
     ///
     /// The stored patterns are taken in order into a list kept sorted by distance. A pattern enters ahead of
-    /// those at the same distance, but does not displace the last of a full list at the same distance.
-    void findNearestNeighbors_(const tkFeaturePattern& pattern, long k, std::vector<long>& indices,
-                               std::vector<double>& distances) const;
+    /// those at the same distance, but does not displace the last of a full list at the same distance. For the norm
+    /// distance itself the same list comes from an index; any other metric is called once for every pattern.
+    long findNearestNeighbors_(const tkFeaturePattern& pattern, long k, long* indices, double* distances) const;
 
     /// One category result per label among the neighbours, ascending, with its share of the votes.
-    void fillMatchResults_(const std::vector<long>& indices, std::vector<tkClassifierCategoryResult>& results) const;
+    void fillMatchResults_(const long* indices, long count, std::vector<tkClassifierCategoryResult>& results) const;
 
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();

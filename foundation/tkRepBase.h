@@ -27,9 +27,12 @@ public:
     /// Counts one holder less; deletes the object if it was the last. *Requires* an earlier addReference.
     void removeReference() const noexcept
     {
-        if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        if (dropReference())
             delete this;
     }
+
+    /// The same without deleting; whether it was the last, so that the object is the caller's to delete.
+    bool dropReference() const noexcept { return count_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
 private:
     mutable std::atomic<long> count_{0};

@@ -1,0 +1,287 @@
+#include "clss/clastool/clastool/tkDecisionTree.h"
+
+#include "foundation/tkArchiveOperators.h"
+
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+namespace
+{
+using Tree = tkPtrHandle_const<tkDecisionTree>;
+
+/// Trees that were found equal, in classes (a union-find structure): two trees that are equal to a third need no
+/// comparison. A tree in a class equals itself, which one with a NaN in it does not.
+class EqualTrees
+{
+public:
+    /// Whether `a` and `b` are known to be equal. If not they are now, so that the caller must find out.
+    /// Trees that nothing shares are met once, and not recorded.
+    bool known(const tkDecisionTree* a, const tkDecisionTree* b)
+    {
+        if (a->referenceCount() <= 1 && b->referenceCount() <= 1)
+            return false;
+        const auto [entryOfA, isNew] = classes_.try_emplace(a);
+        Class* const classOfA = root_(&entryOfA->second);
+        Class* const classOfB = root_(&classes_[b]);
+        if (classOfA == classOfB)
+            return !isNew;
+        classOfA->parent = classOfB;
+        return false;
+    }
+
+private:
+    /// One tree's place in the forest of classes.
+    struct Class
+    {
+        Class* parent = nullptr; // null: the root, which stands for the class
+    };
+
+    static Class* root_(Class* c)
+    {
+        while (c->parent)
+        {
+            if (c->parent->parent)
+                c->parent = c->parent->parent; // shortens the path for those who come after
+            c = c->parent;
+        }
+        return c;
+    }
+
+    std::unordered_map<const tkDecisionTree*, Class> classes_; // entries stay where they are as it grows
+};
+} // namespace
+
+long tkDecisionTree::numCategories() const
+{
+    return static_cast<long>(categoryLabels().size());
+}
+
+bool tkDecisionTree::isEqual(const tkDecisionTree&) const
+{
+    return true;
+}
+
+void tkDecisionTree::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkDecisionTree::serialize_);
+}
+
+void tkDecisionTree::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkPersistent::dispatchSerialize(archive);
+}
+
+const tkPersistent::Registration tkDecisionTreeNode::registration_(typeid(tkDecisionTreeNode),
+                                                                   &tkDecisionTreeNode::make);
+
+tkDecisionTreeNode::tkDecisionTreeNode()
+    : trueTree_(new tkDecisionTreeLeaf),
+      falseTree_(trueTree_),
+      predicateFunction_(new tkRangePredicate)
+{
+}
+
+tkDecisionTreeNode::tkDecisionTreeNode(const tkPredicateFunction& predicate, const tkDecisionTree& trueTree,
+                                       const tkDecisionTree& falseTree)
+    : trueTree_(trueTree.clone()),
+      falseTree_(falseTree.clone()),
+      predicateFunction_(predicate.clone())
+{
+}
+
+tkDecisionTreeNode::~tkDecisionTreeNode()
+{
+    destroy_(takeLast_(trueTree_));
+    destroy_(takeLast_(falseTree_));
+}
+
+tkDecisionTreeNode& tkDecisionTreeNode::operator=(const tkDecisionTreeNode& other)
+{
+    // The other node may go with a subtree that is released here, so that it is not looked at again.
+    tkDecisionTreeNode copy(other);
+    trueTree_.swap(copy.trueTree_);
+    falseTree_.swap(copy.falseTree_);
+    predicateFunction_.swap(copy.predicateFunction_);
+    return *this;
+}
+
+void tkDecisionTreeNode::trueTree(const tkDecisionTree& tree)
+{
+    trueTree_ = tree.clone();
+}
+
+void tkDecisionTreeNode::falseTree(const tkDecisionTree& tree)
+{
+    falseTree_ = tree.clone();
+}
+
+void tkDecisionTreeNode::predicateFunction(const tkPredicateFunction& predicate)
+{
+    predicateFunction_ = predicate.clone();
+}
+
+std::vector<long> tkDecisionTreeNode::categoryLabels() const
+{
+    // By definition the list of a node is that of its false subtree, then what the list of the true subtree adds.
+    // So it is what the first leaf lists, then what each further leaf adds; a leaf met again adds nothing.
+    std::vector<long> labels;
+    std::unordered_set<long> listed;
+    std::unordered_set<const tkDecisionTree*> visited; // of the trees that may be met again
+    bool isFirstLeaf = true;
+    std::vector<const Tree*> open{&trueTree_, &falseTree_};
+    while (!open.empty())
+    {
+        const tkDecisionTree& tree = **open.back();
+        open.pop_back();
+        if (tree.referenceCount() > 1 && !visited.insert(&tree).second)
+            continue;
+        if (typeid(tree) == typeid(tkDecisionTreeNode))
+        {
+            const auto& node = static_cast<const tkDecisionTreeNode&>(tree);
+            open.push_back(&node.trueTree_);
+            open.push_back(&node.falseTree_);
+            continue;
+        }
+        for (const long label : tree.categoryLabels())
+            if (listed.insert(label).second || isFirstLeaf)
+                labels.push_back(label);
+        isFirstLeaf = false;
+    }
+    return labels;
+}
+
+tkPtrHandle<tkDecisionTree> tkDecisionTreeNode::clone() const
+{
+    return tkPtrHandle<tkDecisionTree>(new tkDecisionTreeNode(*this));
+}
+
+bool tkDecisionTreeNode::isEqual(const tkDecisionTree& other) const
+{
+    std::vector<std::pair<const Tree*, const Tree*>> open;
+    const auto equalButForSubtrees = [&open](const tkDecisionTreeNode& a, const tkDecisionTree& tree)
+    {
+        if (!a.tkDecisionTree::isEqual(tree) || typeid(a) != typeid(tree))
+            return false;
+        const auto& b = static_cast<const tkDecisionTreeNode&>(tree);
+        if (!a.predicateFunction_->isEqual(*b.predicateFunction_))
+            return false;
+        open.emplace_back(&a.falseTree_, &b.falseTree_);
+        open.emplace_back(&a.trueTree_, &b.trueTree_);
+        return true;
+    };
+
+    if (!equalButForSubtrees(*this, other))
+        return false;
+    EqualTrees equalTrees;
+    while (!open.empty())
+    {
+        const tkDecisionTree& a = **open.back().first;
+        const tkDecisionTree& b = **open.back().second;
+        open.pop_back();
+        if (equalTrees.known(&a, &b))
+            continue;
+        const bool isNode = typeid(a) == typeid(tkDecisionTreeNode);
+        if (!(isNode ? equalButForSubtrees(static_cast<const tkDecisionTreeNode&>(a), b) : a.isEqual(b)))
+            return false;
+    }
+    return true;
+}
+
+/// Gives up the reference; the node, if it was the last one and the node is the caller's to destroy. A tree of
+/// another class is destroyed here if that was its last reference.
+tkDecisionTreeNode* tkDecisionTreeNode::takeLast_(tkPtrHandle_const<tkDecisionTree>& tree) noexcept
+{
+    const tkDecisionTree* const released = tree.detach();
+    if (!released || !released->dropReference())
+        return nullptr;
+    if (typeid(*released) == typeid(tkDecisionTreeNode))
+        return static_cast<tkDecisionTreeNode*>(const_cast<tkDecisionTree*>(released));
+    delete released;
+    return nullptr;
+}
+
+/// Destroys a node that nobody holds (or null), and all that goes with it, without recursion.
+///
+/// Nodes wait in a chain linked by their false side. A node with a true subtree to destroy waits behind that
+/// subtree, which hands its own false subtree over in exchange for the place (a rotation). Each node gets in
+/// front of another at most once.
+void tkDecisionTreeNode::destroy_(tkDecisionTreeNode* node) noexcept
+{
+    while (node)
+    {
+        if (tkDecisionTreeNode* const subtree = takeLast_(node->trueTree_))
+        {
+            node->trueTree_ = std::move(subtree->falseTree_);
+            subtree->falseTree_ = Tree(node);
+            node = subtree;
+        }
+        else
+        {
+            tkDecisionTreeNode* const next = takeLast_(node->falseTree_);
+            delete node;
+            node = next;
+        }
+    }
+}
+
+void tkDecisionTreeNode::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkDecisionTreeNode::serialize_);
+}
+
+void tkDecisionTreeNode::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkDecisionTree::dispatchSerialize(archive);
+    archive || trueTree_ || falseTree_ || predicateFunction_;
+}
+
+tkPersistent* tkDecisionTreeNode::make()
+{
+    return new tkDecisionTreeNode;
+}
+
+const tkPersistent::Registration tkDecisionTreeLeaf::registration_(typeid(tkDecisionTreeLeaf),
+                                                                   &tkDecisionTreeLeaf::make);
+
+tkDecisionTreeLeaf::tkDecisionTreeLeaf(const tkClassifierResult& result) : classifierResult_(result) {}
+
+std::vector<long> tkDecisionTreeLeaf::categoryLabels() const
+{
+    std::vector<long> labels;
+    labels.reserve(classifierResult_.categoryResults().size());
+    for (const tkClassifierCategoryResult& result : classifierResult_.categoryResults())
+        labels.push_back(result.categoryLabel());
+    return labels;
+}
+
+tkPtrHandle<tkDecisionTree> tkDecisionTreeLeaf::clone() const
+{
+    return tkPtrHandle<tkDecisionTree>(new tkDecisionTreeLeaf(*this));
+}
+
+bool tkDecisionTreeLeaf::isEqual(const tkDecisionTree& other) const
+{
+    if (!tkDecisionTree::isEqual(other) || typeid(*this) != typeid(other))
+        return false;
+    return classifierResult_ == static_cast<const tkDecisionTreeLeaf&>(other).classifierResult_;
+}
+
+void tkDecisionTreeLeaf::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkDecisionTreeLeaf::serialize_);
+}
+
+void tkDecisionTreeLeaf::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkDecisionTree::dispatchSerialize(archive);
+    archive || classifierResult_;
+}
+
+tkPersistent* tkDecisionTreeLeaf::make()
+{
+    return new tkDecisionTreeLeaf;
+}

@@ -1,0 +1,119 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKDECISIONTREE_H
+#define CLSS_CLASTOOL_CLASTOOL_TKDECISIONTREE_H
+
+#include "clss/clastool/clastool/tkClassifierResult.h"
+#include "clss/clastool/clastool/tkPredicateFunction.h"
+
+/// A decision tree built by hand: a node (tkDecisionTreeNode) or a leaf (tkDecisionTreeLeaf).
+///
+/// Subtrees may be shared, within a tree and between trees: a chain of nodes whose two subtrees are one object
+/// has far more paths than objects. All operations take time for each object and not for each path, and they
+/// need no stack for the depth of a tree. An archive does, and refuses trees deeper than its nesting limit.
+/// A tree loaded from damaged data may lack subtrees or predicates: where one is needed, tkBadPointer is thrown.
+class TK_EXPORT tkDecisionTree : public tkPersistent, public tkRepBase
+{
+public:
+    tkDecisionTree() = default;
+
+    /// The labels that can come out of the tree, as the leaves list them from the false side to the true side,
+    /// each at its first place. A label that the leaf furthest on the false side repeats is repeated.
+    virtual std::vector<long> categoryLabels() const = 0;
+
+    /// Number of categoryLabels(), found as they are.
+    long numCategories() const;
+
+    /// A new tree that shares its subtrees with this one.
+    virtual tkPtrHandle<tkDecisionTree> clone() const = 0;
+
+    /// The same shape with equal predicates and equal results; which subtrees are shared makes no difference.
+    /// An override asks the base first.
+    virtual bool isEqual(const tkDecisionTree& other) const;
+    bool operator==(const tkDecisionTree& other) const { return isEqual(other); }
+    bool operator!=(const tkDecisionTree& other) const { return !(*this == other); }
+
+protected:
+    tkDecisionTree(const tkDecisionTree&) = default;
+    tkDecisionTree& operator=(const tkDecisionTree&) = default;
+
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+};
+
+/// An inner node: a predicate, and the subtrees that follow when it is true and when it is false.
+///
+/// The node keeps clones of what it is given. Changing a tree afterwards does not change the nodes that it was
+/// given to, except through what lies deeper: a clone shares that. Copies share subtrees and predicate.
+class TK_EXPORT tkDecisionTreeNode : public tkDecisionTree
+{
+public:
+    /// The default predicate, whether measurement 0 is valid, and one empty leaf as both subtrees.
+    tkDecisionTreeNode();
+    tkDecisionTreeNode(const tkPredicateFunction& predicate, const tkDecisionTree& trueTree,
+                       const tkDecisionTree& falseTree);
+    tkDecisionTreeNode(const tkDecisionTreeNode&) = default;
+    ~tkDecisionTreeNode() override;
+
+    /// The other node may be one below this.
+    tkDecisionTreeNode& operator=(const tkDecisionTreeNode& other);
+
+    /// The subtree that follows when the predicate is true: shared when read, cloned when set.
+    const tkPtrHandle_const<tkDecisionTree>& trueTree() const { return trueTree_; }
+    void trueTree(const tkDecisionTree& tree);
+
+    /// The subtree that follows when the predicate is false.
+    const tkPtrHandle_const<tkDecisionTree>& falseTree() const { return falseTree_; }
+    void falseTree(const tkDecisionTree& tree);
+
+    /// The question asked here.
+    const tkPtrHandle_const<tkPredicateFunction>& predicateFunction() const { return predicateFunction_; }
+    void predicateFunction(const tkPredicateFunction& predicate);
+
+    std::vector<long> categoryLabels() const override;
+    tkPtrHandle<tkDecisionTree> clone() const override;
+    bool isEqual(const tkDecisionTree& other) const override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    static tkDecisionTreeNode* takeLast_(tkPtrHandle_const<tkDecisionTree>& tree) noexcept;
+    static void destroy_(tkDecisionTreeNode* node) noexcept;
+
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    // None is null, unless loaded.
+    tkPtrHandle_const<tkDecisionTree> trueTree_;
+    tkPtrHandle_const<tkDecisionTree> falseTree_;
+    tkPtrHandle_const<tkPredicateFunction> predicateFunction_;
+};
+
+/// A leaf: the finished result of every pattern that reaches it.
+class TK_EXPORT tkDecisionTreeLeaf : public tkDecisionTree
+{
+public:
+    explicit tkDecisionTreeLeaf(const tkClassifierResult& result = tkClassifierResult());
+
+    const tkClassifierResult& classifierResult() const { return classifierResult_; }
+    void classifierResult(const tkClassifierResult& result) { classifierResult_ = result; }
+
+    /// The labels of the result's categories in their order.
+    std::vector<long> categoryLabels() const override;
+    tkPtrHandle<tkDecisionTree> clone() const override;
+    bool isEqual(const tkDecisionTree& other) const override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    tkClassifierResult classifierResult_;
+};
+
+#endif

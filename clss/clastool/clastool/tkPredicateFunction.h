@@ -1,0 +1,138 @@
+#ifndef CLSS_CLASTOOL_CLASTOOL_TKPREDICATEFUNCTION_H
+#define CLSS_CLASTOOL_CLASTOOL_TKPREDICATEFUNCTION_H
+
+#include "foundation/tkPersistent.h"
+#include "foundation/tkPtrHandle.h"
+#include "foundation/tkRange.h"
+
+#include <vector>
+
+class tkFeaturePattern;
+
+/// The question that a node of a decision tree asks about a pattern.
+///
+/// The predicates of this library count a measurement beyond the end of a pattern as an invalid one. Predicates
+/// are equal if they are of the same class and ask the same; trees that share their subtrees rely on this being
+/// an equivalence.
+class TK_EXPORT tkPredicateFunction : public tkPersistent, public tkRepBase
+{
+public:
+    tkPredicateFunction() = default;
+
+    /// The answer for `pattern`; must be safe to call from several threads at once.
+    virtual bool outcome(const tkFeaturePattern& pattern) const = 0;
+
+    /// A new copy.
+    virtual tkPtrHandle<tkPredicateFunction> clone() const = 0;
+
+    /// Whether the other predicate asks the same; an override asks the base first.
+    virtual bool isEqual(const tkPredicateFunction& other) const;
+    bool operator==(const tkPredicateFunction& other) const { return isEqual(other); }
+    bool operator!=(const tkPredicateFunction& other) const { return !(*this == other); }
+
+protected:
+    tkPredicateFunction(const tkPredicateFunction&) = default;
+    tkPredicateFunction& operator=(const tkPredicateFunction&) = default;
+
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+};
+
+/// Whether all of the listed measurements are valid and lie in a range, the same for all of them. True for
+/// every pattern if none is listed.
+class TK_EXPORT tkRangePredicate : public tkPredicateFunction
+{
+public:
+    /// Whether measurement 0 is valid: the full range accepts every value.
+    tkRangePredicate();
+
+    /// Throws tkClassifierDefs::BadIndex if an index is negative.
+    tkRangePredicate(const tkRange& range, const std::vector<long>& indices);
+    tkRangePredicate(const tkRangePredicate&) = default;
+    tkRangePredicate(tkRangePredicate&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkRangePredicate& operator=(const tkRangePredicate& other) { return *this = tkRangePredicate(other); }
+    tkRangePredicate& operator=(tkRangePredicate&&) = default;
+
+    const tkRange& range() const { return range_; }
+    const std::vector<long>& indices() const { return indices_; }
+
+    bool outcome(const tkFeaturePattern& pattern) const override;
+    tkPtrHandle<tkPredicateFunction> clone() const override;
+
+    /// Equal ranges, and the same indices in the same order.
+    bool isEqual(const tkPredicateFunction& other) const override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    tkRange range_;
+    std::vector<long> indices_; // >= 0, unless loaded
+};
+
+/// Whether all of the listed measurements are valid. True for every pattern if none is listed.
+class TK_EXPORT tkValidityPredicate : public tkPredicateFunction
+{
+public:
+    /// Whether measurement 0 is valid.
+    tkValidityPredicate();
+
+    /// Throws tkClassifierDefs::BadIndex if an index is negative.
+    explicit tkValidityPredicate(const std::vector<long>& indices);
+
+    const std::vector<long>& indices() const { return indices_; }
+
+    bool outcome(const tkFeaturePattern& pattern) const override;
+    tkPtrHandle<tkPredicateFunction> clone() const override;
+
+    /// The same indices in the same order.
+    bool isEqual(const tkPredicateFunction& other) const override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    std::vector<long> indices_; // >= 0, unless loaded
+};
+
+/// Whether measurement index1 is greater than measurement index2; both must be valid.
+class TK_EXPORT tkComparisonPredicate : public tkPredicateFunction
+{
+public:
+    /// Throws tkClassifierDefs::BadParams if the indices are equal, then tkClassifierDefs::BadIndex if one is
+    /// negative.
+    explicit tkComparisonPredicate(long index1 = 0, long index2 = 1);
+
+    long index1() const { return index1_; }
+    long index2() const { return index2_; }
+
+    bool outcome(const tkFeaturePattern& pattern) const override;
+    tkPtrHandle<tkPredicateFunction> clone() const override;
+
+    /// The same indices; with the two swapped it is another predicate.
+    bool isEqual(const tkPredicateFunction& other) const override;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    long index1_; // >= 0 and different from index2_, unless loaded
+    long index2_; // >= 0, unless loaded
+};
+
+#endif

@@ -18,6 +18,12 @@ const std::vector<const std::type_info*>& tk_persistentClasses()
         &typeid(tkPatternDistanceMetricNorm),
         &typeid(tkClassifierTrainParamsKNN),
         &typeid(tk_ClassifierKNN),
+        &typeid(tkRangePredicate),
+        &typeid(tkValidityPredicate),
+        &typeid(tkComparisonPredicate),
+        &typeid(tkDecisionTreeNode),
+        &typeid(tkDecisionTreeLeaf),
+        &typeid(tk_ClassifierDecisionTree),
     };
     return classes;
 }

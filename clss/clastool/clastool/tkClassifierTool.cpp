@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Classifier.h"
+#include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
@@ -63,6 +64,25 @@ void tkClassifierTool::train(const tkClassifierDataProvider& data, const tkClass
     checkReady_(params);
 }
 
+void tkClassifierTool::train(const tkDecisionTree& tree, tkDiagObject* diag, unsigned long flags)
+{
+    // The tree may be held by the tool alone; one on the stack is held by nobody and must not be deleted.
+    const tkPtrHandle_const<tkDecisionTree> kept(tree.referenceCount() > 0 ? &tree : nullptr);
+    if (isTrained())
+        untrain();
+    const tkPtrHandle<tk_ClassifierDecisionTree> created(new tk_ClassifierDecisionTree);
+    *classifier_ = created;
+    try
+    {
+        created->trainManual(tree, diag, flags);
+    }
+    catch (...)
+    {
+        untrain();
+        throw;
+    }
+}
+
 void tkClassifierTool::retrain(const tkClassifierTrainParams& params, tkDiagObject* diag, unsigned long flags)
 {
     if (classifier_->isNull())
@@ -102,6 +122,16 @@ tkPtrHandle_const<tkClassifierTrainParams> tkClassifierTool::trainParams() const
     if (classifier_->isNull())
         throw tkClassifierDefs::NotTrained(tk_Messages::notTrainedForParams);
     return (*classifier_)->trainParams();
+}
+
+tkPtrHandle_const<tkDecisionTree> tkClassifierTool::decisionTree() const
+{
+    if (!isTrained())
+        throw tkClassifierDefs::NotTrained(L"Classifier tool must be trained before requesting the decision tree.");
+    const auto* const classifier = dynamic_cast<const tk_ClassifierDecisionTree*>(classifier_->get());
+    if (!classifier)
+        throw tkClassifierDefs::BadMethod(L"Classifier tool was not trained using a decision tree.");
+    return classifier->decisionTree();
 }
 
 void tkClassifierTool::run(const tkFeaturePattern& pattern, tkClassifierResult& result, tkDiagObject* diag,

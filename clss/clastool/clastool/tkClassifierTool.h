@@ -8,14 +8,16 @@
 
 #include <memory>
 
+class tkDecisionTree;
 class tk_Classifier;
 
 /// Trains and runs a classifier of any method; the training parameters choose the method.
 ///
-/// States: empty; holding an untrained classifier; trained. A training that fails leaves the tool untrained.
-/// Copies never share a classifier. One trained tool may be run from many threads at once; every other
-/// operation needs the tool to itself. Stored and loaded with `archive || tool`; a loaded nearest-neighbour
-/// tool runs with default parameters until tool.retrain(*tool.trainParams()), see tkClassifierTrainParamsKNN.
+/// States: empty; holding an untrained classifier; trained from data; trained from a decision tree. A training that
+/// fails leaves the tool untrained. Copies never share a classifier. One trained tool may be run from many threads
+/// at once; every other operation needs the tool to itself. Stored and loaded with `archive || tool`; a loaded
+/// nearest-neighbour tool runs with default parameters until tool.retrain(*tool.trainParams()), see
+/// tkClassifierTrainParamsKNN.
 class TK_EXPORT tkClassifierTool
 {
 public:
@@ -40,6 +42,10 @@ public:
     /// tkClassifierDefs::Errors of the check (the tool is then untrained).
     void retrain(const tkClassifierTrainParams& params, tkDiagObject* diag = nullptr, unsigned long flags = 0);
 
+    /// Makes the tool a decision-tree classifier with a clone of `tree`, which may be a part of the tool's own one.
+    /// Throws what the clone throws.
+    void train(const tkDecisionTree& tree, tkDiagObject* diag = nullptr, unsigned long flags = 0);
+
     /// Forgets what was learned.
     void untrain();
     bool isTrained() const;
@@ -47,6 +53,10 @@ public:
     /// The parameters of the last training or retraining, shared. Throws tkClassifierDefs::NotTrained if untrained,
     /// tkClassifierDefs::BadMethod if the tool was not trained automatically.
     tkPtrHandle_const<tkClassifierTrainParams> trainParams() const;
+
+    /// The tree, shared. Throws tkClassifierDefs::NotTrained if untrained, then tkClassifierDefs::BadMethod if the tool
+    /// was not trained from a tree.
+    tkPtrHandle_const<tkDecisionTree> decisionTree() const;
 
     /// Classifies `pattern`. Throws tkClassifierDefs::NotTrained if untrained, then what the method throws;
     /// `result` is then as it was.

@@ -1,0 +1,113 @@
+#include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+
+namespace
+{
+[[noreturn]] void failAutomaticTraining()
+{
+    throw tkClassifierDefs::NotImplemented(L"Automatic decision tree training is not implemented.");
+}
+
+[[noreturn]] void failIncrementalTraining()
+{
+    throw tkClassifierDefs::NotImplemented(L"Incremental decision tree training is not implemented.");
+}
+} // namespace
+
+const tkPersistent::Registration tk_ClassifierDecisionTree::registration_(typeid(tk_ClassifierDecisionTree),
+                                                                          &tk_ClassifierDecisionTree::make);
+
+void tk_ClassifierDecisionTree::trainManual(const tkDecisionTree& tree, tkDiagObject* diag, unsigned long flags)
+{
+    const tkPtrHandle_const<tkDecisionTree> previous = decisionTree_; // `tree` may be in it
+    if (isTrained())
+        untrain();
+    decisionTree_ = tree.clone();
+    tkDiagObject* const destination = tkDiagObject::getRecordingDestination(diag, flags);
+    recordTrainInputs_(destination, flags);
+    recordTrainDetails_(diag, flags);
+    recordTrainResults_(destination, flags);
+}
+
+const tkPtrHandle_const<tkDecisionTree>& tk_ClassifierDecisionTree::decisionTree() const
+{
+    TK_ASSERT(isTrained());
+    return decisionTree_;
+}
+
+tkPtrHandle<tk_Classifier> tk_ClassifierDecisionTree::clone() const
+{
+    return tkPtrHandle<tk_Classifier>(new tk_ClassifierDecisionTree(*this));
+}
+
+bool tk_ClassifierDecisionTree::isEquivalent(const tk_Classifier& other) const
+{
+    const auto* const tree = dynamic_cast<const tk_ClassifierDecisionTree*>(&other);
+    return tree && *tree == *this;
+}
+
+bool tk_ClassifierDecisionTree::operator==(const tk_ClassifierDecisionTree& other) const
+{
+    return tk_Classifier::isEquivalent(other) && decisionTree_->isEqual(*other.decisionTree_);
+}
+
+void tk_ClassifierDecisionTree::train_(const tkClassifierDataProvider&, const tkClassifierTrainParams&)
+{
+    failAutomaticTraining();
+}
+
+void tk_ClassifierDecisionTree::retrain_(const tkClassifierTrainParams&)
+{
+    failAutomaticTraining();
+}
+
+void tk_ClassifierDecisionTree::trainStart_(const tkClassifierTrainParams&)
+{
+    failIncrementalTraining();
+}
+
+void tk_ClassifierDecisionTree::trainIncremental_(const tkFeaturePattern&, long)
+{
+    failIncrementalTraining();
+}
+
+void tk_ClassifierDecisionTree::untrain_()
+{
+    decisionTree_ = tkPtrHandle_const<tkDecisionTree>();
+}
+
+bool tk_ClassifierDecisionTree::isTrained_() const
+{
+    return !decisionTree_.isNull();
+}
+
+void tk_ClassifierDecisionTree::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
+{
+    TK_ASSERT(isTrained());
+    const tkDecisionTree* tree = decisionTree_.get();
+    while (const auto* const node = dynamic_cast<const tkDecisionTreeNode*>(tree))
+        tree = &*(node->predicateFunction()->outcome(pattern) ? node->trueTree() : node->falseTree());
+    const auto* const leaf = dynamic_cast<const tkDecisionTreeLeaf*>(tree);
+    TK_ASSERT(leaf != nullptr);
+    result = leaf->classifierResult();
+}
+
+void tk_ClassifierDecisionTree::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tk_ClassifierDecisionTree::serialize_);
+}
+
+void tk_ClassifierDecisionTree::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tk_Classifier::dispatchSerialize(archive);
+    archive || decisionTree_;
+}
+
+tkPersistent* tk_ClassifierDecisionTree::make()
+{
+    return new tk_ClassifierDecisionTree;
+}

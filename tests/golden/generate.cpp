@@ -1,6 +1,7 @@
 #include "tests/golden/dataModel.h"
 #include "tests/golden/nearestNeighbors.h"
 #include "tests/golden/ruleTable.h"
+#include "tests/golden/trees.h"
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -65,6 +66,14 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tk_ClassifierKNN.bin", handleBytes(golden::classifierKNN())},
         {"tkClassifierTool.KNN.bin", storeToBytes(golden::toolKNN())},
         {"tkClassifierTool.empty.bin", storeToBytes(tkClassifierTool())},
+        {"tkRangePredicate.bin", handleBytes(golden::rangePredicate())},
+        {"tkValidityPredicate.bin", handleBytes(golden::validityPredicate())},
+        {"tkComparisonPredicate.bin", handleBytes(golden::comparisonPredicate())},
+        {"tkDecisionTreeLeaf.bin", handleBytes(golden::leaf())},
+        {"tkDecisionTreeNode.bin", handleBytes(golden::node())},
+        {"tkDecisionTreeNode.shared.bin", handleBytes(golden::sharingNode())},
+        {"tk_ClassifierDecisionTree.bin", handleBytes(golden::treeClassifier())},
+        {"tkClassifierTool.tree.bin", storeToBytes(golden::treeTool())},
     };
 }
 } // namespace

@@ -42,7 +42,7 @@ enum State
     trainedTree,
 };
 const State allStates[] = {empty, untrainedData, untrainedTree, trainedData, trainedTree};
-const char* const stateNames[] = {"empty", "holding an untrained nearest-neighbour classifier",
+const std::string stateNames[] = {"empty", "holding an untrained nearest-neighbour classifier",
                                   "holding an untrained tree classifier", "trained from data", "trained from a tree"};
 
 tkClassifierDataProviderMemory data(const tkFeaturePattern& pattern = tkFeaturePattern({1.0}))

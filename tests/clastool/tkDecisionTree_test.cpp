@@ -7,10 +7,13 @@
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "foundation/tkArchiveFile.h"
 #include "foundation/tkArchiveOperators.h"
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
+#include <random>
 #include <set>
 #include <thread>
 #include <type_traits>
@@ -593,6 +596,18 @@ TEST(tkDecisionTree, deeperThanTheNestingLimitIsRefusedInBothDirections)
     Tree back;
     loadFromBytes(storeToBytes(sharedChain(1023, leaf({1}))), back);
     EXPECT_TRUE(*back == *sharedChain(1023, leaf({1})));
+}
+
+TEST(tkDecisionTree, fileIsLeftAsItIsWhenATreeIsTooDeepForIt)
+{
+    const std::filesystem::path file =
+        std::filesystem::path(::testing::TempDir()) / ("tkDecisionTree_test-" + std::to_string(std::random_device()()));
+    tkArchiveFile::save(file, golden::node());
+    EXPECT_THROW(tkArchiveFile::save(file, asNode(sharedChain(1100, leaf({1})))), tkArchive::Errors);
+    tkDecisionTreeNode loaded;
+    EXPECT_NO_THROW(tkArchiveFile::load(file, loaded));
+    EXPECT_TRUE(loaded == golden::node());
+    std::filesystem::remove(file);
 }
 
 // ------------------------------------------------------------------------------- against the plain definition

@@ -31,7 +31,9 @@ foundation/tkPair
 foundation/tkScratch
 foundation/tkRandom
 foundation/tkDiagObject
+numerics/tkNMBuffer
 numerics/tkNMMatrix
+numerics/tkNMTriangle
 numerics/tkNMNormal
 numerics/tkNMByteDistances
 numerics/tkNMNeighborSearch

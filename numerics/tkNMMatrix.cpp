@@ -1,0 +1,64 @@
+#include "numerics/tkNMMatrix.h"
+
+#include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+
+tkNMMatrix::tkNMMatrix(long rows, long cols) : rows_(rows), cols_(cols)
+{
+    TK_ASSERT(rows >= 0 && cols >= 0);
+    elements_.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols));
+}
+
+double tkNMMatrix::remainder(long i, long j) const
+{
+    const std::size_t position = position_(i, j);
+    return remainders_.empty() ? 0.0 : remainders_[position];
+}
+
+void tkNMMatrix::remainder(long i, long j, double value)
+{
+    const std::size_t position = position_(i, j);
+    if (remainders_.empty())
+    {
+        if (value == 0.0)
+            return;
+        remainders_.resize(elements_.size());
+    }
+    remainders_[position] = value;
+}
+
+bool tkNMMatrix::operator==(const tkNMMatrix& other) const
+{
+    if (rows_ != other.rows_ || cols_ != other.cols_ || elements_ != other.elements_)
+        return false;
+    for (long i = 0; i < rows_; ++i)
+        for (long j = 0; j < cols_; ++j)
+            if (remainder(i, j) != other.remainder(i, j))
+                return false;
+    return true;
+}
+
+std::size_t tkNMMatrix::position_(long i, long j) const
+{
+    TK_ASSERT(i >= 0 && i < rows_ && j >= 0 && j < cols_);
+    return static_cast<std::size_t>(i) * static_cast<std::size_t>(cols_) + static_cast<std::size_t>(j);
+}
+
+tkArchive& operator||(tkArchive& archive, tkNMMatrix& matrix)
+{
+    archive.exchangeVersion("tkNMMatrix");
+    tkNMMatrix loaded;
+    tkNMMatrix& exchanged = archive.isLoading() ? loaded : matrix;
+    archive || exchanged.rows_ || exchanged.cols_ || exchanged.elements_ || exchanged.remainders_;
+    if (archive.isLoading())
+    {
+        const std::size_t size = loaded.elements_.size();
+        const bool fits =
+            loaded.rows_ >= 0 && loaded.cols_ >= 0 &&
+            static_cast<unsigned long long>(loaded.rows_) * static_cast<unsigned long long>(loaded.cols_) == size;
+        if (!fits || (!loaded.remainders_.empty() && loaded.remainders_.size() != size))
+            throw tkArchive::Errors(L"A stored matrix has another number of elements than its size says");
+        matrix = std::move(loaded);
+    }
+    return archive;
+}

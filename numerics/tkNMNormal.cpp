@@ -1,0 +1,397 @@
+#include "numerics/tkNMNormal.h"
+
+#include "foundation/tkAssert.h"
+#include "numerics/tkNMBuffer.h"
+#include "numerics/tkNMTriangle.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <numeric>
+#include <utility>
+
+namespace
+{
+/// Log densities are sums of multiples of 2^-39. Such sums are exact up to a magnitude of 2^14, in any order, and
+/// differences between categories do not change when a common multiple of ln 2 is added to both: that is what
+/// another unit (a factor of a power of two) does to them. For the same reason ln 2 is a multiple of 2^-39 here;
+/// it is 1.8e-13 too large.
+const double perGridStep = 0x1p39;
+const double gridLn2 = 0x1.62e42fefa4p-1;
+
+/// v rounded to a multiple of 2^-39, for 0 <= v < 2^13; beyond, to one of the doubles' own larger steps.
+double roundedToGrid(double v)
+{
+    const double shift = 0x1p13; // above it, doubles have steps of 2^-39
+    return (v + shift) - shift;
+}
+
+const double lnTwoPi = 1.8378770664093454836;
+
+/// No squared distance counts more, so that sums over many sets remain finite.
+const double largestSquare = 1e300;
+
+/// A covariance factors if no measurement is determined by those before it to more than this part of its variance.
+const double smallestPivot = 0x1p-33;
+const double smallestRidge = 0x1p-13;
+const double largestRidge = 0x1p20;
+
+/// A measurement whose deviation is at most this part of its mean did not vary: rounding explains the rest.
+const double constantPart = 0x1p-48;
+/// The deviation of a measurement that did not vary, as a part of its reference.
+const double constantDeviation = 0x1p-10;
+} // namespace
+
+/// What an evaluation needs beside the pattern and the mean.
+struct tkNMNormal::Factor_
+{
+    tkNMTriangle inverse; // of the Cholesky factor, its columns in the measurements' own units
+    double logPeak;       // log density at the mean
+    double ridge;         // part of its variance that was added to each measurement
+
+    /// Log density where the measurements differ by `deviations` from their means.
+    double logDensity(const double* deviations) const
+    {
+        double square = inverse.squaredLength(deviations);
+        if (!(square <= largestSquare))
+        {
+            const double* const end = deviations + inverse.dimension();
+            if (std::all_of(deviations, end, [](double v) { return std::isfinite(v); }))
+                square = largestSquare;
+        }
+        return logPeak - roundedToGrid(0.5 * square);
+    }
+};
+
+tkNMNormal::tkNMNormal() : count_(0), factorOrNull_(nullptr) {}
+
+tkNMNormal::tkNMNormal(const tkNMNormal& other)
+    : count_(other.count_),
+      mean_(other.mean_),
+      meanRemainder_(other.meanRemainder_),
+      squares_(other.squares_),
+      reference_(other.reference_),
+      factorOrNull_(nullptr)
+{
+}
+
+tkNMNormal::tkNMNormal(tkNMNormal&& other) noexcept : tkNMNormal()
+{
+    swap_(other);
+}
+
+tkNMNormal& tkNMNormal::operator=(tkNMNormal other) noexcept
+{
+    swap_(other);
+    return *this;
+}
+
+tkNMNormal::~tkNMNormal()
+{
+    forgetFactor_();
+}
+
+tkNMMatrix tkNMNormal::mean() const
+{
+    tkNMMatrix mean(dimension(), 1);
+    for (long j = 0; j < dimension(); ++j)
+    {
+        mean(j, 0) = mean_[j];
+        mean.remainder(j, 0, meanRemainder_[j]);
+    }
+    return mean;
+}
+
+tkNMMatrix tkNMNormal::covariance() const
+{
+    tkNMMatrix covariance(dimension(), dimension());
+    const double divisor = static_cast<double>(std::max(count_ - 1, 1L));
+    auto sum = squares_.begin();
+    for (long i = 0; i < dimension(); ++i)
+        for (long j = 0; j <= i; ++j, ++sum)
+        {
+            // The rounded quotient's remainder is exact, so that restore() finds the sum again.
+            const double quotient = *sum / divisor;
+            const double remainder = std::fma(-quotient, divisor, *sum) / divisor;
+            covariance(i, j) = covariance(j, i) = quotient;
+            covariance.remainder(i, j, remainder);
+            covariance.remainder(j, i, remainder);
+        }
+    return covariance;
+}
+
+double tkNMNormal::mean(long j) const
+{
+    TK_ASSERT(j >= 0 && j < dimension());
+    return mean_[j];
+}
+
+double tkNMNormal::variance(long j) const
+{
+    TK_ASSERT(j >= 0 && j < dimension());
+    return covariance_(j, j);
+}
+
+bool tkNMNormal::restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, long count)
+{
+    const long dimension = mean.rows();
+    if (count < 0 || mean.cols() != 1 || covariance.rows() != dimension || covariance.cols() != dimension)
+        return false;
+
+    tkNMNormal restored;
+    restored.count_ = count;
+    const double divisor = static_cast<double>(std::max(count - 1, 1L));
+    for (long i = 0; i < dimension; ++i)
+    {
+        restored.mean_.push_back(mean(i, 0));
+        restored.meanRemainder_.push_back(mean.remainder(i, 0));
+        for (long j = 0; j <= i; ++j)
+            restored.squares_.push_back(std::fma(covariance(i, j), divisor, covariance.remainder(i, j) * divisor));
+    }
+    swap_(restored);
+    return true;
+}
+
+void tkNMNormal::clear()
+{
+    tkNMNormal empty;
+    swap_(empty);
+}
+
+double tkNMNormal::largestMagnitude()
+{
+    return 0x1p490;
+}
+
+tkNMNormal::Status tkNMNormal::check(const double* pattern, long dimension) const
+{
+    if (count_ > 0 && dimension != this->dimension())
+        return eSizeChanged;
+    if (count_ >= std::numeric_limits<std::int32_t>::max())
+        return eOutOfRange;
+    for (long j = 0; j < dimension; ++j)
+        if (!(std::fabs(pattern[j]) <= largestMagnitude()))
+            return eOutOfRange;
+    return eOk;
+}
+
+/// With n the new count, m the mean before and m' after, per pattern x:
+///     m' = m + (x - m) / n,   S_ij += (x_i - m_i) (x_j - m'_j) for j <= i.
+/// A mean that is one double would be wrong by half a unit in its last place at every pattern, and S by as much
+/// times the deviation: of 16 digits, as many are lost as the mean has more than the deviation. The remainder
+/// (Knuth's two-sum of mean and step) keeps all of them.
+tkNMNormal::Status tkNMNormal::add(const double* pattern, long dimension)
+{
+    const Status status = check(pattern, dimension);
+    if (status != eOk)
+        return status;
+
+    const std::size_t d = static_cast<std::size_t>(dimension);
+    tkNMBuffer<double> before(d); // x - m
+    tkNMBuffer<double> after(d);  // x - m'
+    if (count_ == 0)
+    {
+        std::vector<double> mean(d);
+        std::vector<double> remainder(d);
+        std::vector<double> squares(d * (d + 1) / 2);
+        mean_.swap(mean);
+        meanRemainder_.swap(remainder);
+        squares_.swap(squares);
+    }
+    forgetFactor_();
+    ++count_;
+
+    const double n = static_cast<double>(count_);
+    for (std::size_t j = 0; j < d; ++j)
+    {
+        before[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
+        const double step = before[j] / n + meanRemainder_[j];
+        const double sum = mean_[j] + step;
+        const double added = sum - mean_[j];
+        meanRemainder_[j] = (mean_[j] - (sum - added)) + (step - added);
+        mean_[j] = sum;
+        after[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
+    }
+    double* row = squares_.data();
+    for (std::size_t i = 0; i < d; row += ++i)
+        for (std::size_t j = 0; j <= i; ++j)
+            row[j] += before[i] * after[j];
+    return eOk;
+}
+
+void tkNMNormal::referenceDeviations(const std::vector<double>& deviations)
+{
+    std::vector<double> copy(deviations);
+    forgetFactor_();
+    reference_ = std::move(copy);
+}
+
+tkNMNormal::Status tkNMNormal::logDensity(const double* pattern, long dimension, double& result) const
+{
+    if (count_ == 0)
+        return eNoValidData;
+    if (dimension != this->dimension())
+        return eWrongLength;
+    tkNMBuffer<double> v(mean_.size());
+    for (std::size_t j = 0; j < mean_.size(); ++j)
+        v[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
+    result = factor_().logDensity(v.data());
+    return eOk;
+}
+
+tkNMNormal::Status tkNMNormal::logMarginal(const double* pattern, const bool* valid, long dimension,
+                                           double& result) const
+{
+    if (count_ == 0)
+        return eNoValidData;
+    if (dimension != this->dimension())
+        return eWrongLength;
+    std::vector<std::size_t> measurements;
+    std::vector<double> v;
+    for (std::size_t j = 0; j < mean_.size(); ++j)
+        if (valid[j])
+        {
+            measurements.push_back(j);
+            v.push_back((pattern[j] - mean_[j]) - meanRemainder_[j]);
+        }
+    // The ridge is that of the joint distribution, for it is its marginal that is asked for.
+    Factor_ factor;
+    factor_(measurements, factor_().ridge, factor);
+    result = factor.logDensity(v.data());
+    return eOk;
+}
+
+bool tkNMNormal::operator==(const tkNMNormal& other) const
+{
+    return count_ == other.count_ && mean_ == other.mean_ && meanRemainder_ == other.meanRemainder_ &&
+           squares_ == other.squares_;
+}
+
+void tkNMNormal::swap_(tkNMNormal& other) noexcept
+{
+    std::swap(count_, other.count_);
+    mean_.swap(other.mean_);
+    meanRemainder_.swap(other.meanRemainder_);
+    squares_.swap(other.squares_);
+    reference_.swap(other.reference_);
+    other.factorOrNull_.store(factorOrNull_.exchange(other.factorOrNull_.load()));
+}
+
+void tkNMNormal::forgetFactor_()
+{
+    delete factorOrNull_.exchange(nullptr);
+}
+
+double tkNMNormal::covariance_(std::size_t i, std::size_t j) const
+{
+    return squares_[i * (i + 1) / 2 + j] / static_cast<double>(std::max(count_ - 1, 1L));
+}
+
+/// Whether measurement j varies, and its deviation; the one it is given if it does not. That is a small part of
+/// the reference or, where none is known, of the magnitude of its mean, so that it has the measurement's unit. A
+/// measurement that was always 0.0 has no unit that could be known here; any deviation will do.
+double tkNMNormal::deviation_(std::size_t j, bool& varies) const
+{
+    const double magnitude = std::fabs(mean_[j]);
+    const double deviation = std::sqrt(covariance_(j, j));
+    varies = !(deviation <= constantPart * magnitude);
+    if (varies)
+        return deviation;
+    if (j < reference_.size() && reference_[j] > constantPart * magnitude)
+        return constantDeviation * reference_[j];
+    return magnitude > 0.0 ? constantDeviation * magnitude : 1.0;
+}
+
+const tkNMNormal::Factor_& tkNMNormal::factor_() const
+{
+    Factor_* factor = factorOrNull_.load(std::memory_order_acquire);
+    if (factor)
+        return *factor;
+
+    std::vector<std::size_t> all(mean_.size());
+    std::iota(all.begin(), all.end(), std::size_t(0));
+    auto fresh = std::make_unique<Factor_>();
+    double ridge = 0.0;
+    while (!factor_(all, ridge, *fresh) && ridge < largestRidge)
+        ridge = ridge > 0.0 ? 2.0 * ridge : smallestRidge;
+
+    // Whoever comes first publishes; all compute the same.
+    if (factorOrNull_.compare_exchange_strong(factor, fresh.get(), std::memory_order_acq_rel,
+                                              std::memory_order_acquire))
+        return *fresh.release();
+    return *factor;
+}
+
+/// Factors the covariance R of the measurements u_j x_j, where u_j is the power of two that brings the deviation
+/// into [1, 2): R_ij = u_i C_ij u_j, R_jj times 1 + ridge. Multiplying by u_j is exact, so that R does not depend
+/// on the measurements' units as far as these differ by powers of two. With the Cholesky factor L of R,
+///     W = L^-1 diag(u),   logPeak = -1/2 (d ln 2 pi + sum over j of ln L_jj²) + (sum over j of log2 u_j) ln 2.
+/// False if a pivot L_jj² is below smallestPivot R_jj; the log density is then NaN.
+bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ridge, Factor_& factor) const
+{
+    const std::size_t d = measurements.size();
+    tkNMTriangle l(d);
+    std::vector<double> u(d);
+    std::vector<char> varies(d);
+    long exponents = 0;
+    for (std::size_t i = 0; i < d; ++i)
+    {
+        bool itVaries = true;
+        const double deviation = deviation_(measurements[i], itVaries);
+        varies[i] = itVaries;
+        int exponent = 0; // deviation in [2^(exponent - 1), 2^exponent)
+        if (std::isfinite(deviation))
+            std::frexp(deviation, &exponent);
+        exponent = std::max(exponent, -1000); // whose inverse is still a double
+        exponents += 1 - exponent;
+        u[i] = std::ldexp(1.0, 1 - exponent);
+        for (std::size_t j = 0; j < i; ++j)
+            l(i, j) = varies[i] && varies[j] ? covariance_(measurements[i], measurements[j]) * u[i] * u[j] : 0.0;
+        const double variance = itVaries ? covariance_(measurements[i], measurements[i]) * u[i] * u[i]
+                                         : (deviation * u[i]) * (deviation * u[i]);
+        l(i, i) = variance + ridge * variance;
+    }
+
+    factor.inverse = tkNMTriangle(d);
+    factor.logPeak = std::numeric_limits<double>::quiet_NaN();
+    factor.ridge = ridge;
+
+    double lnDeterminant = 0.0;
+    for (std::size_t j = 0; j < d; ++j)
+    {
+        double pivot = l(j, j);
+        for (std::size_t k = 0; k < j; ++k)
+            pivot -= l(j, k) * l(j, k);
+        if (!(pivot >= smallestPivot * l(j, j)))
+            return false;
+        lnDeterminant += std::log(pivot);
+        l(j, j) = std::sqrt(pivot);
+        for (std::size_t i = j + 1; i < d; ++i)
+        {
+            double element = l(i, j);
+            for (std::size_t k = 0; k < j; ++k)
+                element -= l(i, k) * l(j, k);
+            l(i, j) = element / l(j, j);
+        }
+    }
+
+    for (std::size_t j = 0; j < d; ++j)
+    {
+        factor.inverse(j, j) = 1.0 / l(j, j);
+        for (std::size_t i = j + 1; i < d; ++i)
+        {
+            double sum = 0.0;
+            for (std::size_t k = j; k < i; ++k)
+                sum += l(i, k) * factor.inverse(k, j);
+            factor.inverse(i, j) = -sum / l(i, i);
+        }
+        for (std::size_t i = j; i < d; ++i)
+            factor.inverse(i, j) *= u[j];
+    }
+
+    const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);
+    factor.logPeak = std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;
+    return true;
+}

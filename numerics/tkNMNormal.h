@@ -1,0 +1,100 @@
+#ifndef NUMERICS_TKNMNORMAL_H
+#define NUMERICS_TKNMNORMAL_H
+
+#include "numerics/tkNMMatrix.h"
+
+#include <atomic>
+#include <cstddef>
+#include <vector>
+
+/// A multivariate normal distribution, learned pattern by pattern.
+///
+/// Mean and sums of squares follow Welford (Technometrics 4, 1962, 419-420), the mean with a remainder below its
+/// last place. The log density goes through the inverse Cholesky factor of the covariance, each measurement in a
+/// unit of a power of two near its deviation; the factor is computed once per state, at the first evaluation.
+/// Singular covariances are regularised. docs/numerics.md derives all of it.
+///
+/// Several threads may evaluate one object; a change excludes every other use.
+class TK_EXPORT tkNMNormal
+{
+public:
+    enum Status
+    {
+        eOk,
+        eNoValidData, ///< evaluated with count 0
+        eSizeChanged, ///< a training pattern of another dimension
+        eWrongLength, ///< an evaluated pattern of another dimension
+        eOutOfRange   ///< a training measurement above largestMagnitude(), or more than 2^31 - 1 patterns
+    };
+
+    tkNMNormal();
+    tkNMNormal(const tkNMNormal& other);
+    tkNMNormal(tkNMNormal&& other) noexcept;
+    tkNMNormal& operator=(tkNMNormal other) noexcept;
+    ~tkNMNormal();
+
+    /// Number of patterns learned since the last clear().
+    long count() const { return count_; }
+    /// Number of measurements, fixed by the first pattern; 0 while there is none.
+    long dimension() const { return static_cast<long>(mean_.size()); }
+
+    /// The means, a column; each with its remainder.
+    tkNMMatrix mean() const;
+    /// The covariance with divisor count - 1; zeros for a count of 1. Never regularised.
+    tkNMMatrix covariance() const;
+    /// Mean and variance of one measurement. *Requires* 0 <= j < dimension().
+    double mean(long j) const;
+    double variance(long j) const;
+
+    /// Takes over statistics as mean(), covariance() and count() gave them; the distribution then goes on as the
+    /// original would, bit for bit. False, and no change, if their sizes do not fit together or count < 0.
+    bool restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, long count);
+
+    /// Back to the state of a new object.
+    void clear();
+
+    /// The largest magnitude of a measurement for which no sum of squares can overflow, 2^490.
+    static double largestMagnitude();
+
+    /// Whether add() would learn the pattern: eOk, eSizeChanged or eOutOfRange, in this order of checks.
+    Status check(const double* pattern, long dimension) const;
+    /// Learns one pattern of finite measurements, at a cost in proportion to dimension². Anything but eOk changes
+    /// nothing.
+    Status add(const double* pattern, long dimension);
+
+    /// What a measurement that never varied is compared with, one for each measurement: its standard deviation
+    /// over all categories (0.0: not known). Not part of the statistics, and forgotten by clear().
+    const std::vector<double>& referenceDeviations() const { return reference_; }
+    void referenceDeviations(const std::vector<double>& deviations);
+
+    /// The natural logarithm of the density at `pattern`, a multiple of 2^-39 up to a magnitude of 2^12. Finite
+    /// for finite patterns: no squared distance counts more than 1e300. Statuses eNoValidData, eWrongLength.
+    Status logDensity(const double* pattern, long dimension, double& result) const;
+
+    /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
+    /// invalid measurement's value is not read. Factors their covariance anew: cost in proportion to dimension³.
+    Status logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
+
+    /// Equality of count, mean and covariance.
+    bool operator==(const tkNMNormal& other) const;
+    bool operator!=(const tkNMNormal& other) const { return !(*this == other); }
+
+private:
+    struct Factor_;
+
+    void swap_(tkNMNormal& other) noexcept;
+    void forgetFactor_();
+    double covariance_(std::size_t i, std::size_t j) const;
+    double deviation_(std::size_t j, bool& varies) const;
+    const Factor_& factor_() const;
+    bool factor_(const std::vector<std::size_t>& measurements, double ridge, Factor_& factor) const;
+
+    long count_;
+    std::vector<double> mean_;
+    std::vector<double> meanRemainder_;          // mean_ + meanRemainder_ is the mean
+    std::vector<double> squares_;                // sums of products of deviations; lower triangle, row by row
+    std::vector<double> reference_;              // empty or one per measurement
+    mutable std::atomic<Factor_*> factorOrNull_; // owned; that of the present state, once it was needed
+};
+
+#endif

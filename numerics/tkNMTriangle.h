@@ -1,0 +1,51 @@
+#ifndef NUMERICS_TKNMTRIANGLE_H
+#define NUMERICS_TKNMTRIANGLE_H
+
+#include "foundation/tkExport.h"
+
+#include <cstddef>
+#include <vector>
+
+/// A lower triangular matrix W, laid out for the one product that evaluating a normal density takes: |W v|².
+///
+/// Eight rows form a block, stored column by column, so that eight independent sums run side by side: with
+/// y_i = ((W_i0 v_0 + W_i1 v_1) + W_i2 v_2) + ... and q_l = (y_l² + y_(l+8)²) + ..., the result is
+/// ((q_0 + q_4) + (q_2 + q_6)) + ((q_1 + q_5) + (q_3 + q_7)). Every Level follows this formula, and their results
+/// have the same bits. Zeros fill what is above the diagonal or below the last row within a block.
+class TK_EXPORT tkNMTriangle
+{
+public:
+    /// Width of the instructions used; a processor has all levels up to its best.
+    enum Level
+    {
+        ePlain,
+        eAVX2,
+        eAVX512
+    };
+    static Level bestLevel();
+
+    explicit tkNMTriangle(std::size_t dimension = 0);
+
+    std::size_t dimension() const { return dimension_; }
+
+    /// Element in row i, column j <= i. *Requires* i < dimension().
+    double operator()(std::size_t i, std::size_t j) const { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
+    double& operator()(std::size_t i, std::size_t j) { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
+
+    /// |W v|² for dimension() doubles at `v`; 0.0 for dimension 0. *Requires* level <= bestLevel().
+    double squaredLength(const double* v) const { return squaredLength(v, bestLevel()); }
+    double squaredLength(const double* v, Level level) const;
+
+private:
+    struct alignas(64) Column_
+    {
+        double rows[8] = {};
+    };
+
+    static std::size_t offset_(std::size_t block) { return block * (block + 1) * 4; } // 8 + 16 + ... + 8 block
+
+    std::size_t dimension_;
+    std::vector<Column_> blocks_;
+};
+
+#endif

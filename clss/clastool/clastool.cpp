@@ -24,6 +24,10 @@ const std::vector<const std::type_info*>& tk_persistentClasses()
         &typeid(tkDecisionTreeNode),
         &typeid(tkDecisionTreeLeaf),
         &typeid(tk_ClassifierDecisionTree),
+        &typeid(tkClassifierTrainParamsBayesian),
+        &typeid(tk_ClassifierBayesian),
+        &typeid(tk_CategoryModelBayesian),
+        &typeid(tk_PDFMultivariateNormal),
     };
     return classes;
 }

@@ -4,6 +4,10 @@
 /// Everything, the implementation classes (tk_) included.
 
 #include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
+#include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
+#include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
+#include "clss/clastool/bayes/tk_ClassifierBayesian.h"
+#include "clss/clastool/bayes/tk_ProbabilityDensityFunction.h"
 #include "clss/clastool/clastool/tkClassifierCosts.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierDefs.h"

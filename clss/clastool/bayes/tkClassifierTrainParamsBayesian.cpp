@@ -1,0 +1,62 @@
+#include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
+
+#include "clss/clastool/bayes/tk_ClassifierBayesian.h"
+#include "foundation/tkArchive.h"
+
+const tkPersistent::Registration tkClassifierTrainParamsBayesian::registration_(typeid(tkClassifierTrainParamsBayesian),
+                                                                                &tkClassifierTrainParamsBayesian::make);
+
+tkClassifierTrainParamsBayesian::tkClassifierTrainParamsBayesian(const tkClassifierDistributionTypes& distributionTypes,
+                                                                 const tkClassifierFrequencies& categoryFrequencies,
+                                                                 const tkClassifierCosts& misclassificationCosts,
+                                                                 const tkFeaturePattern& maxMeasurementValues)
+    : distributionTypes_(distributionTypes),
+      categoryFrequencies_(categoryFrequencies),
+      misclassificationCosts_(misclassificationCosts),
+      maxMeasurementValues_(maxMeasurementValues)
+{
+}
+
+tkPtrHandle<tkClassifierTrainParams> tkClassifierTrainParamsBayesian::clone() const
+{
+    return tkPtrHandle<tkClassifierTrainParams>(new tkClassifierTrainParamsBayesian(*this));
+}
+
+bool tkClassifierTrainParamsBayesian::isEqual_(const tkClassifierTrainParams& other) const
+{
+    if (!tkClassifierTrainParams::isEqual_(other))
+        return false;
+    const auto* const bayesian = dynamic_cast<const tkClassifierTrainParamsBayesian*>(&other);
+    return bayesian && distributionTypes_ == bayesian->distributionTypes_ &&
+           misclassificationCosts_ == bayesian->misclassificationCosts_ &&
+           categoryFrequencies_ == bayesian->categoryFrequencies_ &&
+           maxMeasurementValues_ == bayesian->maxMeasurementValues_;
+}
+
+bool tkClassifierTrainParamsBayesian::isSameTechnique_(const tkClassifierTrainParams& other) const
+{
+    return dynamic_cast<const tkClassifierTrainParamsBayesian*>(&other) != nullptr;
+}
+
+tk_Classifier* tkClassifierTrainParamsBayesian::newClassifier_() const
+{
+    return new tk_ClassifierBayesian;
+}
+
+void tkClassifierTrainParamsBayesian::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tkClassifierTrainParamsBayesian::serialize_);
+}
+
+void tkClassifierTrainParamsBayesian::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkClassifierTrainParams::dispatchSerialize(archive);
+    // The record has the costs before the frequencies.
+    archive || distributionTypes_ || misclassificationCosts_ || categoryFrequencies_ || maxMeasurementValues_;
+}
+
+tkPersistent* tkClassifierTrainParamsBayesian::make()
+{
+    return new tkClassifierTrainParamsBayesian;
+}

@@ -1,0 +1,65 @@
+#ifndef CLSS_CLASTOOL_BAYES_TKCLASSIFIERTRAINPARAMSBAYESIAN_H
+#define CLSS_CLASTOOL_BAYES_TKCLASSIFIERTRAINPARAMSBAYESIAN_H
+
+#include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
+#include "clss/clastool/clastool/tkClassifierCosts.h"
+#include "clss/clastool/clastool/tkClassifierFrequencies.h"
+#include "clss/clastool/clastool/tkClassifierTrainParams.h"
+#include "clss/clastool/clastool/tkFeaturePattern.h"
+
+/// Parameters of Bayesian classification: each category is modelled by the probability densities of its
+/// measurements (Duda, Hart and Stork, Pattern Classification, 2nd ed., chapters 2 and 3).
+///
+/// The distribution types and maximum values shape the models when they are trained and cannot change in a
+/// retraining; frequencies and costs take part in each decision and can.
+class TK_EXPORT tkClassifierTrainParamsBayesian : public tkClassifierTrainParams
+{
+public:
+    explicit tkClassifierTrainParamsBayesian(
+        const tkClassifierDistributionTypes& distributionTypes =
+            tkClassifierDistributionTypes(tkClassifierDistributionTypes::eNormal),
+        const tkClassifierFrequencies& categoryFrequencies = tkClassifierFrequencies(),
+        const tkClassifierCosts& misclassificationCosts = tkClassifierCosts(),
+        const tkFeaturePattern& maxMeasurementValues = tkFeaturePattern());
+
+    /// Distribution of every measurement of every category, and the dependency sets.
+    const tkClassifierDistributionTypes& distributionTypes() const { return distributionTypes_; }
+    void distributionTypes(const tkClassifierDistributionTypes& types) { distributionTypes_ = types; }
+
+    /// A-priori frequencies of the categories.
+    const tkClassifierFrequencies& categoryFrequencies() const { return categoryFrequencies_; }
+    void categoryFrequencies(const tkClassifierFrequencies& frequencies) { categoryFrequencies_ = frequencies; }
+
+    /// Costs of deciding for one category when another is true.
+    const tkClassifierCosts& misclassificationCosts() const { return misclassificationCosts_; }
+    void misclassificationCosts(const tkClassifierCosts& costs) { misclassificationCosts_ = costs; }
+
+    /// For binomial measurements, the largest value that measurement i can take, in its own unit; 1.0 where it is
+    /// invalid or not there.
+    const tkFeaturePattern& maxMeasurementValues() const { return maxMeasurementValues_; }
+    void maxMeasurementValues(const tkFeaturePattern& values) { maxMeasurementValues_ = values; }
+
+    tkPtrHandle<tkClassifierTrainParams> clone() const override;
+
+    /// Equal distribution types, costs, frequencies and maximum values.
+    bool operator==(const tkClassifierTrainParams& other) const { return isEqual_(other); }
+    bool operator!=(const tkClassifierTrainParams& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+    bool isEqual_(const tkClassifierTrainParams& other) const override;
+    bool isSameTechnique_(const tkClassifierTrainParams& other) const override;
+    tk_Classifier* newClassifier_() const override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    tkClassifierDistributionTypes distributionTypes_;
+    tkClassifierFrequencies categoryFrequencies_;
+    tkClassifierCosts misclassificationCosts_;
+    tkFeaturePattern maxMeasurementValues_;
+};
+
+#endif

@@ -1,0 +1,110 @@
+#include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+
+#include <algorithm>
+#include <string>
+
+namespace
+{
+tk_ProbabilityDensityFunction* newDensity(tkClassifierDistributionTypes::DistributionType type,
+                                          const std::vector<long>& set, const tkFeaturePattern& maxMeasurementValues)
+{
+    switch (type)
+    {
+    case tkClassifierDistributionTypes::eNormal:
+        return new tk_PDFMultivariateNormal;
+    case tkClassifierDistributionTypes::eBinomial:
+    {
+        const tkFeaturePattern maxima = tk_ProbabilityDensityFunction::restriction(maxMeasurementValues, set);
+        return new tk_PDFBinomial(maxima.isValid(0) ? maxima : tkFeaturePattern({1.0}));
+    }
+    case tkClassifierDistributionTypes::ePoisson:
+        throw tkClassifierDefs::NotImplemented(L"Poisson distribution is not implemented");
+    case tkClassifierDistributionTypes::eUniform:
+        throw tkClassifierDefs::NotImplemented(L"Uniform distribution is not implemented");
+    }
+    throw tkClassifierDefs::BadParams(L"Unknown distribution type");
+}
+} // namespace
+
+const tkPersistent::Registration tk_CategoryModelBayesian::registration_(typeid(tk_CategoryModelBayesian),
+                                                                         &tk_CategoryModelBayesian::make);
+
+tk_CategoryModelBayesian::tk_CategoryModelBayesian(
+    long categoryLabel, const std::vector<std::vector<long>>& dependencySets,
+    const std::vector<tkClassifierDistributionTypes::DistributionType>& types,
+    const tkFeaturePattern& maxMeasurementValues)
+    : dependencySets_(dependencySets)
+{
+    TK_ASSERT(dependencySets.size() == types.size());
+    this->categoryLabel(categoryLabel);
+    long measurements = 0;
+    for (std::size_t i = 0; i < types.size(); ++i)
+    {
+        densities_.emplace_back(newDensity(types[i], dependencySets[i], maxMeasurementValues));
+        measurements += static_cast<long>(dependencySets[i].size());
+    }
+    numMeasurements(measurements);
+}
+
+double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long) const
+{
+    try
+    {
+        double score = 0.0;
+        for (std::size_t i = 0; i < densities_.size(); ++i)
+            score += densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
+        return score;
+    }
+    catch (const tkClassifierDefs::InsufficientTrainData& error)
+    {
+        throw tkClassifierDefs::InsufficientTrainData(error.message() + L" for category " +
+                                                      std::to_wstring(categoryLabel()));
+    }
+}
+
+void tk_CategoryModelBayesian::adapt(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long)
+{
+    for (std::size_t i = 0; i < densities_.size(); ++i)
+        densities_[i]->updateWithSet(pattern, dependencySets_[i]);
+}
+
+bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const
+{
+    if (!tk_CategoryModel::operator==(other) || densities_.size() != other.densities_.size())
+        return false;
+    for (std::size_t i = 0; i < densities_.size(); ++i)
+        if (!densities_[i]->isEquivalent(*other.densities_[i]))
+            return false;
+    return true;
+}
+
+void tk_CategoryModelBayesian::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tk_CategoryModelBayesian::serialize_);
+}
+
+void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tk_CategoryModel::dispatchSerialize(archive);
+    archive || dependencySets_ || densities_;
+    if (!archive.isLoading())
+        return;
+    const bool isComplete =
+        std::none_of(densities_.begin(), densities_.end(), [](const auto& d) { return d.isNull(); });
+    if (!isComplete || dependencySets_.size() != densities_.size())
+    {
+        dependencySets_.clear();
+        densities_.clear();
+        throw tkArchive::Errors(L"A stored category model has not one density for each dependency set");
+    }
+}
+
+tkPersistent* tk_CategoryModelBayesian::make()
+{
+    return new tk_CategoryModelBayesian;
+}

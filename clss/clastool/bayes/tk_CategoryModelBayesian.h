@@ -1,0 +1,54 @@
+#ifndef CLSS_CLASTOOL_BAYES_TK_CATEGORYMODELBAYESIAN_H
+#define CLSS_CLASTOOL_BAYES_TK_CATEGORYMODELBAYESIAN_H
+
+#include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
+#include "clss/clastool/bayes/tk_ProbabilityDensityFunction.h"
+#include "clss/clastool/clastool/tk_CategoryModel.h"
+#include "foundation/tkPtrHandle.h"
+
+#include <vector>
+
+/// One category as a product of probability densities, one for each set of measurements. The number of
+/// measurements is the size of all sets together. Copies share the densities.
+class TK_EXPORT tk_CategoryModelBayesian : public tk_CategoryModel
+{
+public:
+    /// An empty model, for loading.
+    tk_CategoryModelBayesian() = default;
+
+    /// Untrained densities of the given types, *requires* one type for each set. A binomial density has the
+    /// maximum of its set's first measurement, 1.0 if that is invalid or not there. For the sets in turn throws
+    /// tkClassifierDefs::NotImplemented for ePoisson and eUniform, tkClassifierDefs::BadParams for an unknown
+    /// type, and tkClassifierDefs::BadIndex for a negative index in a binomial set.
+    tk_CategoryModelBayesian(long categoryLabel, const std::vector<std::vector<long>>& dependencySets,
+                             const std::vector<tkClassifierDistributionTypes::DistributionType>& types,
+                             const tkFeaturePattern& maxMeasurementValues);
+
+    const std::vector<std::vector<long>>& dependencySets() const { return dependencySets_; }
+    const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities() const { return densities_; }
+
+    /// The log likelihood: the sum of the densities' log values, in the order of the sets. Throws what the
+    /// densities throw; tkClassifierDefs::InsufficientTrainData tells the category in addition.
+    double matchScore(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr,
+                      unsigned long flags = 0) const override;
+
+    /// Updates the densities in the order of the sets. Where one throws, those before it have learned.
+    void adapt(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr, unsigned long flags = 0) override;
+
+    /// Equal label and number of measurements, and equivalent densities; the sets themselves are not compared.
+    bool operator==(const tk_CategoryModelBayesian& other) const;
+    bool operator!=(const tk_CategoryModelBayesian& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override;
+
+private:
+    void serialize_(tkArchive& archive, unsigned char version);
+    static tkPersistent* make();
+    static const Registration registration_;
+
+    std::vector<std::vector<long>> dependencySets_;
+    std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel
+};
+
+#endif

@@ -1,0 +1,350 @@
+#include "clss/clastool/bayes/tk_ProbabilityDensityFunction.h"
+
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "foundation/tkArchive.h"
+#include "foundation/tkAssert.h"
+#include "foundation/tkException.h"
+#include "numerics/tkNMBuffer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+namespace
+{
+/// The plain measurements that a density works with: those of a whole pattern, or of its restriction to a set.
+/// Invalid ones are 0.0.
+class Measurements
+{
+public:
+    explicit Measurements(const tkFeaturePattern& pattern)
+        : size_(static_cast<std::size_t>(pattern.numMeasurements())),
+          values_(size_),
+          valid_(size_)
+    {
+        for (std::size_t i = 0; i < size_; ++i)
+            take_(pattern, i, static_cast<long>(i));
+    }
+
+    Measurements(const tkFeaturePattern& pattern, const std::vector<long>& set)
+        : size_(set.size()),
+          values_(size_),
+          valid_(size_)
+    {
+        for (std::size_t i = 0; i < size_; ++i)
+            take_(pattern, i, set[i]);
+    }
+
+    long size() const { return static_cast<long>(size_); }
+    const double* values() const { return values_.data(); }
+    const bool* valid() const { return valid_.data(); }
+    bool areAllValid() const { return areAllValid_; }
+
+    /// Divides by `factor` and tells whether the result can be learned from.
+    bool normalize(double factor)
+    {
+        bool areUsable = areAllValid_;
+        for (std::size_t i = 0; i < size_ && areUsable; ++i)
+        {
+            values_[i] /= factor;
+            areUsable = std::isfinite(values_[i]);
+        }
+        return areUsable;
+    }
+
+private:
+    void take_(const tkFeaturePattern& pattern, std::size_t i, long index)
+    {
+        valid_[i] = pattern.isValid(index);
+        values_[i] = valid_[i] ? pattern.featureMeasurements(false)[static_cast<std::size_t>(index)] : 0.0;
+        areAllValid_ = areAllValid_ && valid_[i];
+    }
+
+    std::size_t size_;
+    tkNMBuffer<double> values_;
+    tkNMBuffer<bool> valid_;
+    bool areAllValid_ = true;
+};
+
+/// Turns what the numerical core reports into exceptions.
+void throwUnlessOk(tkNMNormal::Status status)
+{
+    switch (status)
+    {
+    case tkNMNormal::eOk:
+        return;
+    case tkNMNormal::eNoValidData:
+        throw tkClassifierDefs::InsufficientTrainData(L"No valid data has been used to train the distribution");
+    case tkNMNormal::eSizeChanged:
+        throw tkClassifierDefs::BadParams(L"Must call clear before updating with feature vectors of different sizes");
+    case tkNMNormal::eWrongLength:
+        throw tkFailure(L"A pattern has another number of measurements than the distribution was trained with");
+    case tkNMNormal::eOutOfRange:
+        throw tkFailure(L"A measurement is too large, or the patterns are too many, for a normal distribution");
+    }
+}
+
+double logValueOf(const tkNMNormal& normal, const Measurements& x)
+{
+    double result = 0.0;
+    throwUnlessOk(x.areAllValid() ? normal.logDensity(x.values(), x.size(), result)
+                                  : normal.logMarginal(x.values(), x.valid(), x.size(), result));
+    return result;
+}
+
+/// Truncates toward zero; what does not fit becomes the nearest value that does, and NaN becomes 0.
+std::int64_t saturated(double value)
+{
+    constexpr double low = std::numeric_limits<std::int32_t>::min();
+    constexpr double high = std::numeric_limits<std::int32_t>::max();
+    return std::isnan(value) ? 0 : static_cast<std::int64_t>(std::clamp(value, low, high));
+}
+
+/// ln m!. Up to 2^16 - 1 the sum of ln 2, ln 3, ... in this order; beyond, Stirling's series, whose first term left
+/// out is below 1e-27 there, so that the error is that of rounding: relatively below 1e-15.
+double lnFactorial(std::int64_t m)
+{
+    TK_ASSERT(m >= 0);
+    static const std::vector<double> sums = []
+    {
+        std::vector<double> running(1 << 16, 0.0);
+        for (std::size_t i = 2; i < running.size(); ++i)
+            running[i] = running[i - 1] + std::log(static_cast<double>(i));
+        return running;
+    }();
+    if (m < static_cast<std::int64_t>(sums.size()))
+        return sums[static_cast<std::size_t>(m)];
+    const double x = static_cast<double>(m);
+    const double halfLnTwoPi = 0.91893853320467274178;
+    return (x + 0.5) * std::log(x) - x + halfLnTwoPi + (1.0 - 1.0 / (30.0 * x * x)) / (12.0 * x);
+}
+} // namespace
+
+tkFeaturePattern tk_ProbabilityDensityFunction::restriction(const tkFeaturePattern& pattern,
+                                                            const std::vector<long>& set)
+{
+    std::vector<double> values;
+    std::vector<long> invalid;
+    for (const long index : set)
+    {
+        const bool isValid = pattern.isValid(index);
+        if (!isValid)
+            invalid.push_back(static_cast<long>(values.size()));
+        values.push_back(isValid ? pattern.featureMeasurement(index, true) : 0.0);
+    }
+    return tkFeaturePattern(values, invalid);
+}
+
+void tk_ProbabilityDensityFunction::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tk_ProbabilityDensityFunction::serialize_);
+}
+
+void tk_ProbabilityDensityFunction::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tkPersistent::dispatchSerialize(archive);
+}
+
+const tkPersistent::Registration tk_PDFMultivariateNormal::registration_(typeid(tk_PDFMultivariateNormal),
+                                                                         &tk_PDFMultivariateNormal::make);
+
+double tk_PDFMultivariateNormal::logValue(const tkFeaturePattern& pattern) const
+{
+    return logValueOf(normal_, Measurements(pattern));
+}
+
+bool tk_PDFMultivariateNormal::isEquivalent(const tk_ProbabilityDensityFunction& other) const
+{
+    const auto* const normal = dynamic_cast<const tk_PDFMultivariateNormal*>(&other);
+    return normal && *this == *normal;
+}
+
+void tk_PDFMultivariateNormal::updateWithData(const std::vector<tkFeaturePattern>& patterns)
+{
+    updateWithDataNormalize(patterns, 1.0);
+}
+
+void tk_PDFMultivariateNormal::clear()
+{
+    normal_.clear();
+}
+
+double tk_PDFMultivariateNormal::logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const
+{
+    return logValueOf(normal_, Measurements(pattern, set));
+}
+
+void tk_PDFMultivariateNormal::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
+{
+    updateWithSetNormalize(pattern, set, 1.0);
+}
+
+void tk_PDFMultivariateNormal::updateWithSetNormalize(const tkFeaturePattern& pattern, const std::vector<long>& set,
+                                                      double factor)
+{
+    Measurements x(pattern, set);
+    if (normal_.count() > 0 && x.size() != normal_.dimension())
+        throwUnlessOk(tkNMNormal::eSizeChanged);
+    if (x.normalize(factor))
+        throwUnlessOk(normal_.add(x.values(), x.size()));
+}
+
+void tk_PDFMultivariateNormal::updateWithDataNormalize(const std::vector<tkFeaturePattern>& patterns, double factor)
+{
+    if (patterns.empty())
+        return;
+    const long dimension = isValid() ? normal_.dimension() : patterns.front().numMeasurements();
+    for (const tkFeaturePattern& pattern : patterns)
+        if (pattern.numMeasurements() != dimension)
+            throwUnlessOk(tkNMNormal::eSizeChanged);
+
+    tkNMNormal updated(normal_);
+    for (const tkFeaturePattern& pattern : patterns)
+    {
+        Measurements x(pattern);
+        if (x.normalize(factor))
+            throwUnlessOk(updated.add(x.values(), x.size()));
+    }
+    normal_ = std::move(updated);
+}
+
+void tk_PDFMultivariateNormal::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tk_PDFMultivariateNormal::serialize_);
+}
+
+void tk_PDFMultivariateNormal::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tk_ProbabilityDensityFunction::dispatchSerialize(archive);
+    tkNMMatrix mean = normal_.mean();
+    tkNMMatrix covariance = normal_.covariance();
+    long count = normal_.count();
+    archive || mean || covariance || count;
+    if (archive.isLoading() && !normal_.restore(mean, covariance, count))
+        throw tkArchive::Errors(L"The statistics of a stored normal distribution do not fit together");
+}
+
+tkPersistent* tk_PDFMultivariateNormal::make()
+{
+    return new tk_PDFMultivariateNormal;
+}
+
+const tkPersistent::Registration tk_PDFBinomial::registration_(typeid(tk_PDFBinomial), &tk_PDFBinomial::make);
+
+tk_PDFBinomial::tk_PDFBinomial(const tkFeaturePattern& maxValue) : numTrials_(0), probability_(0.0)
+{
+    TK_ASSERT(maxValue.isValid(0));
+    maxValue_ = maxValue.featureMeasurement(0, true);
+}
+
+double tk_PDFBinomial::logValue(const tkFeaturePattern& pattern) const
+{
+    return logValueOf_(pattern.numMeasurements(), pattern, 0);
+}
+
+bool tk_PDFBinomial::isEquivalent(const tk_ProbabilityDensityFunction& other) const
+{
+    const auto* const binomial = dynamic_cast<const tk_PDFBinomial*>(&other);
+    return binomial && *this == *binomial;
+}
+
+void tk_PDFBinomial::updateWithData(const std::vector<tkFeaturePattern>& patterns)
+{
+    if (patterns.empty())
+        return;
+    requireOneMeasurement_(patterns.front().numMeasurements());
+    for (const tkFeaturePattern& pattern : patterns)
+        for (long i = 0; i < pattern.numMeasurements(); ++i)
+            requireTrainable_(pattern, i);
+    accumulator_.updateWithDataNormalize(patterns, maxValue_);
+    estimate_();
+}
+
+void tk_PDFBinomial::clear()
+{
+    accumulator_.clear();
+    numTrials_ = 0;
+}
+
+double tk_PDFBinomial::logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const
+{
+    return logValueOf_(static_cast<long>(set.size()), pattern, set.empty() ? 0 : set.front());
+}
+
+void tk_PDFBinomial::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
+{
+    requireOneMeasurement_(static_cast<long>(set.size()));
+    requireTrainable_(pattern, set.front());
+    accumulator_.updateWithSetNormalize(pattern, set, maxValue_);
+    estimate_();
+}
+
+bool tk_PDFBinomial::operator==(const tk_PDFBinomial& other) const
+{
+    const auto differ = [](double a, double b) { return a < b || a > b; };
+    return numTrials_ == other.numTrials_ && !differ(probability_, other.probability_) &&
+           !differ(maxValue_, other.maxValue_);
+}
+
+void tk_PDFBinomial::requireOneMeasurement_(long numMeasurements)
+{
+    if (numMeasurements != 1)
+        throw tkClassifierDefs::NotImplemented(L"Multivariate Binomial Distributions are not implemented");
+}
+
+void tk_PDFBinomial::requireTrainable_(const tkFeaturePattern& pattern, long index) const
+{
+    if (pattern.isValid(index) && pattern.featureMeasurement(index, true) > maxValue_)
+        throw tkClassifierDefs::BadParams(
+            L"Train data measurement cannot exceed its maximum value when using binomial distribution");
+}
+
+void tk_PDFBinomial::estimate_()
+{
+    if (!accumulator_.isValid())
+        return;
+    probability_ = accumulator_.normal().mean(0);
+    const double variance = accumulator_.normal().variance(0);
+    if (std::fabs(variance) <= 1e-15)
+        return;
+    numTrials_ = static_cast<long>(saturated(probability_ * (1.0 - probability_) / variance + 0.5));
+}
+
+double tk_PDFBinomial::logValueOf_(long numMeasurements, const tkFeaturePattern& pattern, long index) const
+{
+    if (numTrials_ == 0)
+        throw tkClassifierDefs::InsufficientTrainData(L"Insufficient data has been used to train the distribution");
+    requireOneMeasurement_(numMeasurements);
+    if (!pattern.isValid(index))
+        return 0.0;
+    const double x = pattern.featureMeasurement(index, true);
+    if (x > maxValue_)
+        throw tkClassifierDefs::BadParams(L"Feature measurement must be <= specified maximum value");
+
+    const std::int64_t n = numTrials_;
+    const std::int64_t k = saturated(static_cast<double>(n) * x / maxValue_ + 0.5);
+    return lnFactorial(n) - (lnFactorial(k) + lnFactorial(n - k)) + static_cast<double>(k) * std::log(probability_) +
+           static_cast<double>(n - k) * std::log(1.0 - probability_);
+}
+
+void tk_PDFBinomial::dispatchSerialize(tkArchive& archive)
+{
+    exchangeLevel_(archive, this, &tk_PDFBinomial::serialize_);
+}
+
+void tk_PDFBinomial::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkArchive::requireVersion0(version);
+    tk_ProbabilityDensityFunction::dispatchSerialize(archive);
+    archive || numTrials_ || probability_ || maxValue_;
+    if (archive.isLoading())
+        accumulator_.clear();
+}
+
+tkPersistent* tk_PDFBinomial::make()
+{
+    return new tk_PDFBinomial(tkFeaturePattern({1.0}));
+}

@@ -1,0 +1,437 @@
+#include "clss/clastool/bayes/tk_ClassifierBayesian.h"
+
+#include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
+#include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tkClassifierTool.h"
+#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+#include "foundation/tkArchiveOperators.h"
+#include "foundation/tkAssert.h"
+#include "tkTest.h"
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using Types = tkClassifierDistributionTypes;
+using Params = tkClassifierTrainParamsBayesian;
+using Rows = std::vector<std::vector<double>>;
+
+tkClassifierDataProviderMemory provider(const Rows& rows, const std::vector<long>& labels)
+{
+    std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns;
+    for (const std::vector<double>& row : rows)
+        patterns.emplace_back(new tkFeaturePattern(row));
+    tkClassifierDataProviderMemory data;
+    data.data(patterns, labels);
+    return data;
+}
+
+/// Three overlapping categories of dependent measurements.
+void randomData(std::size_t count, std::size_t dimension, unsigned seed, Rows& rows, std::vector<long>& labels)
+{
+    std::mt19937_64 generator(seed);
+    std::normal_distribution<double> deviate;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const long label = static_cast<long>(i % 3);
+        const double common = deviate(generator);
+        std::vector<double> row(dimension);
+        for (std::size_t j = 0; j < dimension; ++j)
+            row[j] = common * (label == 1 ? 1.0 : 0.2) + deviate(generator) + 0.3 * static_cast<double>(label);
+        rows.push_back(row);
+        labels.push_back(label * 10);
+    }
+}
+
+Types joint(std::size_t dimension)
+{
+    Types types(Types::eNormal);
+    std::vector<long> all;
+    for (std::size_t j = 0; j < dimension; ++j)
+        all.push_back(static_cast<long>(j));
+    for (const long label : {0, 10, 20})
+        types.setDependent(label, all);
+    return types;
+}
+
+const tk_CategoryModelBayesian& model(const tk_ClassifierBayesian& classifier, std::size_t i)
+{
+    return dynamic_cast<const tk_CategoryModelBayesian&>(*classifier.categoryModels()[i]);
+}
+
+tkClassifierResult run(const tk_Classifier& classifier, const std::vector<double>& row)
+{
+    tkClassifierResult result;
+    classifier.run(tkFeaturePattern(row), result);
+    return result;
+}
+} // namespace
+
+TEST(tk_CategoryModelBayesian, buildsADensityForEachSet)
+{
+    const tk_CategoryModelBayesian built(4, {{2, 0}, {1}, {9}}, {Types::eNormal, Types::eBinomial, Types::eBinomial},
+                                         tkFeaturePattern({5.0, 7.0}));
+    EXPECT_EQ(built.categoryLabel(), 4);
+    EXPECT_EQ(built.numMeasurements(), 4);
+    EXPECT_TRUE(built.densities()[0]->isEquivalent(tk_PDFMultivariateNormal()));
+    EXPECT_TRUE(built.densities()[1]->isEquivalent(tk_PDFBinomial(tkFeaturePattern({7.0}))));
+    EXPECT_TRUE(built.densities()[2]->isEquivalent(tk_PDFBinomial(tkFeaturePattern({1.0}))));
+}
+
+TEST(tk_CategoryModelBayesian, refusesTypesInTheOrderOfTheSets)
+{
+    const auto build = [](Types::DistributionType first, Types::DistributionType second) {
+        tk_CategoryModelBayesian(0, {{0}, {1}}, {first, second}, tkFeaturePattern());
+    };
+    EXPECT_TK_THROW(build(Types::ePoisson, Types::eUniform), tkClassifierDefs::NotImplemented,
+                    L"Poisson distribution is not implemented");
+    EXPECT_TK_THROW(build(Types::eUniform, Types::ePoisson), tkClassifierDefs::NotImplemented,
+                    L"Uniform distribution is not implemented");
+    EXPECT_TK_THROW(build(static_cast<Types::DistributionType>(4), Types::ePoisson), tkClassifierDefs::BadParams,
+                    L"Unknown distribution type");
+    EXPECT_TK_THROW(build(static_cast<Types::DistributionType>(-1), Types::ePoisson), tkClassifierDefs::BadParams,
+                    L"Unknown distribution type");
+    EXPECT_THROW(tk_CategoryModelBayesian(0, {{0}}, {}, tkFeaturePattern()), tkAssertionFailure);
+}
+
+TEST(tk_CategoryModelBayesian, scoresTheSumInSetOrderAndNamesTheCategory)
+{
+    tk_CategoryModelBayesian built(3, {{1, 0}, {2}}, {Types::eNormal, Types::eNormal}, tkFeaturePattern());
+    EXPECT_TK_THROW(built.matchScore(tkFeaturePattern({1.0, 2.0, 3.0})), tkClassifierDefs::InsufficientTrainData,
+                    L"No valid data has been used to train the distribution for category 3");
+    for (const std::vector<double>& row : Rows{{1, 2, 3}, {2, 2, 5}, {4, 1, 1}, {0, 0, 2}})
+        built.adapt(tkFeaturePattern(row));
+    const tkFeaturePattern pattern({1.0, 1.0, 1.0}, {1});
+    double sum = 0.0;
+    for (std::size_t i = 0; i < 2; ++i)
+        sum += built.densities()[i]->logValue(
+            tk_ProbabilityDensityFunction::restriction(pattern, built.dependencySets()[i]));
+    EXPECT_EQ(built.matchScore(pattern), sum);
+}
+
+TEST(tk_CategoryModelBayesian, copiesShareTheirDensitiesAndRecordsKeepThem)
+{
+    tk_CategoryModelBayesian built(3, {{0}, {1}}, {Types::eNormal, Types::eBinomial}, tkFeaturePattern({1.0, 4.0}));
+    const tk_CategoryModelBayesian copy(built);
+    built.adapt(tkFeaturePattern({1.0, 2.0}));
+    built.adapt(tkFeaturePattern({2.0, 4.0}));
+    EXPECT_EQ(copy.densities()[0].get(), built.densities()[0].get());
+    EXPECT_TRUE(copy == built);
+    tk_CategoryModelBayesian loaded;
+    loadFromBytes(storeToBytes(built), loaded);
+    EXPECT_TRUE(loaded == built);
+    EXPECT_EQ(loaded.dependencySets(), built.dependencySets());
+    loaded.adapt(tkFeaturePattern({3.0, 1.0}));
+    EXPECT_FALSE(loaded == built);
+    for (const std::size_t level : {0u, 1u, 2u})
+    {
+        std::string bytes = storeToBytes(built);
+        bytes[level] = 1;
+        EXPECT_THROW(loadFromBytes(bytes, loaded), tkArchive::UnknownVersion);
+    }
+}
+
+TEST(tk_CategoryModelBayesian, equalityComparesDensitiesAndNotSets)
+{
+    const auto build = [](long label, std::vector<std::vector<long>> sets)
+    {
+        return tk_CategoryModelBayesian(label, sets, std::vector<Types::DistributionType>(sets.size(), Types::eNormal),
+                                        tkFeaturePattern());
+    };
+    EXPECT_TRUE(build(1, {{0}, {1}}) == build(1, {{7}, {5}}));
+    EXPECT_FALSE(build(1, {{0}, {1}}) == build(2, {{0}, {1}}));
+    EXPECT_FALSE(build(1, {{0}, {1}}) == build(1, {{0}}));
+    EXPECT_FALSE(build(1, {{0}, {1}}) == build(1, {{0, 1}}));
+}
+
+TEST(tk_ClassifierBayesian, dependencySetsComeWithTheirFirstMeasurement)
+{
+    Types types(Types::eNormal);
+    types.setDependent(5, {2, 0, 9});
+    types.setDependent(5, {1});
+    types.distributionTypeOverride(5, 3, Types::eBinomial);
+    types.setDependent(6, {0, 1});
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider({{1, 2, 3, 1}, {1, 2, 3, 0}}, {5, 6}), Params(types));
+    EXPECT_EQ(model(classifier, 0).dependencySets(), (std::vector<std::vector<long>>{{2, 0, 9}, {1}, {3}}));
+    EXPECT_TRUE(dynamic_cast<const tk_PDFBinomial*>(model(classifier, 0).densities()[2].get()));
+    EXPECT_EQ(model(classifier, 1).dependencySets(), (std::vector<std::vector<long>>{{0, 1}, {2}, {3}}));
+}
+
+/// What run_ and the result do, written out.
+TEST(tk_ClassifierBayesian, ranksByLikelihoodFrequencyAndCost)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(150, 4, 1, rows, labels);
+    tkClassifierFrequencies frequencies(1.0);
+    frequencies.categoryFrequencyOverride(10, 3.0);
+    tkClassifierCosts costs(1.0);
+    costs.misclassificationCostOverride(20, 0, 7.0);
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(joint(4), frequencies, costs));
+    for (const std::vector<double>& row : rows)
+    {
+        std::vector<double> scores;
+        for (const auto& handle : classifier.categoryModels())
+            scores.push_back(handle->matchScore(tkFeaturePattern(row)));
+        const double best = *std::max_element(scores.begin(), scores.end());
+        std::vector<tkClassifierCategoryResult> matches;
+        for (std::size_t i = 0; i < scores.size(); ++i)
+            matches.emplace_back(static_cast<long>(i) * 10, std::exp(scores[i] - best), 0.0, 0.0);
+        EXPECT_EQ(run(classifier, row), tkClassifierResult(matches, frequencies, costs, -best));
+    }
+}
+
+TEST(tk_ClassifierBayesian, unitsOfPowersOfTwoLeaveEveryBit)
+{
+    for (const bool degenerate : {false, true})
+        for (const bool independent : {false, true})
+        {
+            Rows rows;
+            std::vector<long> labels;
+            randomData(90, 5, 2, rows, labels);
+            if (degenerate)
+                for (std::size_t i = 0; i < rows.size(); ++i)
+                {
+                    rows[i][1] = i % 3 == 1 ? 2.5 : rows[i][1];              // constant in one category,
+                    rows[i][2] = i % 3 == 2 ? 0.0 : rows[i][2];              // zero in another,
+                    rows[i][3] = 4.0;                                        // constant in all,
+                    rows[i][4] = i % 3 == 0 ? 3.0 * rows[i][0] : rows[i][4]; // and collinear in the third
+                }
+            const Params params(independent ? Types(Types::eNormal) : joint(5));
+            tk_ClassifierBayesian classifier;
+            classifier.train(provider(rows, labels), params);
+            for (const int k : {-40, 17, 40})
+            {
+                Rows scaled(rows);
+                for (std::vector<double>& row : scaled)
+                    for (std::size_t j = 0; j < row.size(); ++j)
+                        row[j] = std::ldexp(row[j], j % 2 ? k : -k);
+                tk_ClassifierBayesian other;
+                other.train(provider(scaled, labels), params);
+                for (std::size_t i = 0; i < rows.size(); ++i)
+                    EXPECT_EQ(run(classifier, rows[i]).categoryResults(), run(other, scaled[i]).categoryResults())
+                        << i << " " << k << " " << degenerate << independent;
+            }
+            for (const double factor : {1e-12, 0.3, 1e12})
+            {
+                Rows scaled(rows);
+                for (std::vector<double>& row : scaled)
+                    for (double& x : row)
+                        x *= factor;
+                tk_ClassifierBayesian other;
+                other.train(provider(scaled, labels), params);
+                for (std::size_t i = 0; i < rows.size(); ++i)
+                    EXPECT_EQ(run(classifier, rows[i]).categoryResults()[0].categoryLabel(),
+                              run(other, scaled[i]).categoryResults()[0].categoryLabel());
+            }
+        }
+}
+
+TEST(tk_ClassifierBayesian, equalLikelihoodsBothGetOne)
+{
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider({{1}, {3}, {1}, {3}}, {0, 0, 1, 1}), Params());
+    const tkClassifierResult result = run(classifier, {2.0});
+    EXPECT_EQ(result.categoryResults()[0].matchScore(), 1.0);
+    EXPECT_EQ(result.categoryResults()[1].matchScore(), 1.0);
+}
+
+TEST(tk_ClassifierBayesian, unlabelledDataLeaveItUntrained)
+{
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider({{1}, {3}}, {-1, -1}), Params());
+    EXPECT_FALSE(classifier.isTrained());
+    tkClassifierTool tool;
+    EXPECT_TK_THROW(tool.train(provider({{1}, {3}}, {-1, -1}), Params()), tkClassifierDefs::InsufficientTrainData,
+                    L"No valid data was provided for training.");
+    EXPECT_FALSE(tool.isTrained());
+}
+
+TEST(tk_ClassifierBayesian, oneBinomialPatternFailsTheCheckOfRunnability)
+{
+    Params params((Types(Types::eBinomial)));
+    tkClassifierTool tool;
+    EXPECT_TK_THROW(tool.train(provider({{1}, {0}, {1}}, {7, 8, 8}), params), tkClassifierDefs::InsufficientTrainData,
+                    L"Insufficient data has been used to train the distribution for category 7");
+    EXPECT_FALSE(tool.isTrained());
+    params.throwIfNotReady(false);
+    tool.train(provider({{1}, {0}, {1}}, {7, 8, 8}), params);
+    EXPECT_TRUE(tool.isTrained());
+}
+
+TEST(tk_ClassifierBayesian, retrainingKeepsTheModelsAndRefusesOtherShapes)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(60, 2, 5, rows, labels);
+    Params params(joint(2), tkClassifierFrequencies(), tkClassifierCosts(), tkFeaturePattern({1.0}));
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), params);
+    const tk_CategoryModel* const kept = classifier.categoryModels()[0].get();
+
+    Params other(params);
+    other.distributionTypes(Types(Types::eBinomial));
+    other.maxMeasurementValues(tkFeaturePattern({2.0}));
+    EXPECT_TK_THROW(classifier.retrain(other), tkClassifierDefs::BadParams,
+                    L"Cannot retrain a Bayesian classifier with different distribution types.");
+    other.distributionTypes(params.distributionTypes());
+    EXPECT_TK_THROW(classifier.retrain(other), tkClassifierDefs::BadParams,
+                    L"Cannot retrain a Bayesian classifier with different maximum measurements values.");
+    EXPECT_TK_THROW(classifier.retrain(tkClassifierTrainParamsKNN()), tkClassifierDefs::BadMethod,
+                    L"Cannot retrain with a different classification technique.");
+    tkClassifierFrequencies frequencies(1.0);
+    frequencies.categoryFrequencyOverride(20, 1e6);
+    params.categoryFrequencies(frequencies);
+    classifier.retrain(params);
+    EXPECT_EQ(classifier.categoryModels()[0].get(), kept);
+    EXPECT_EQ(run(classifier, rows[0]).categoryResults()[0].categoryLabel(), 20);
+}
+
+TEST(tk_ClassifierBayesian, secondTrainingStartsFromNoCategories)
+{
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider({{1}, {3}, {5}, {6}}, {0, 0, 1, 1}), Params());
+    classifier.train(provider({{5}, {6}}, {1, 1}), Params());
+    tk_ClassifierBayesian fresh;
+    fresh.train(provider({{5}, {6}}, {1, 1}), Params());
+    EXPECT_TRUE(classifier == fresh);
+    EXPECT_EQ(run(classifier, {5.0}), run(fresh, {5.0}));
+    classifier.untrain();
+    EXPECT_TRUE(classifier == tk_ClassifierBayesian());
+}
+
+TEST(tk_ClassifierBayesian, cannotLearnIncrementally)
+{
+    tk_ClassifierBayesian classifier;
+    classifier.trainStart(Params());
+    EXPECT_FALSE(classifier.isTrained());
+    classifier.train(provider({{1}, {3}}, {0, 0}), Params());
+    EXPECT_THROW(classifier.trainIncremental(tkFeaturePattern({1.0}), 0), tkAssertionFailure);
+    EXPECT_THROW(classifier.train(provider({{1}}, {0}), tkClassifierTrainParamsKNN()), tkAssertionFailure);
+}
+
+TEST(tk_ClassifierBayesian, typesThatCannotBeTrainedEndTheTraining)
+{
+    tkClassifierTool tool;
+    EXPECT_TK_THROW(tool.train(provider({{1}}, {0}), Params(Types(Types::eUniform))), tkClassifierDefs::NotImplemented,
+                    L"Uniform distribution is not implemented");
+    EXPECT_FALSE(tool.isTrained());
+}
+
+TEST(tk_ClassifierBayesian, copiesShareModelsAndRecordsComeBackBitForBit)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(90, 3, 6, rows, labels);
+    for (std::size_t i = 0; i < rows.size(); i += 3)
+        rows[i][2] = 0.0; // gets its unit from the other categories, also after loading
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(joint(3)));
+    const tkPtrHandle<tk_Classifier> copy = classifier.clone();
+    EXPECT_EQ(dynamic_cast<const tk_ClassifierBayesian&>(*copy).categoryModels()[1].get(),
+              classifier.categoryModels()[1].get());
+    EXPECT_TRUE(classifier.isEquivalent(*copy));
+
+    const std::string bytes = storeToBytes(classifier);
+    tk_ClassifierBayesian loaded;
+    loadFromBytes(bytes, loaded);
+    EXPECT_TRUE(loaded == classifier);
+    EXPECT_EQ(storeToBytes(loaded), bytes);
+    for (const std::vector<double>& row : rows)
+        EXPECT_EQ(run(loaded, row), run(classifier, row));
+    for (const std::size_t level : {0u, 1u, 2u})
+    {
+        std::string damaged(bytes);
+        damaged[level] = 1;
+        EXPECT_THROW(loadFromBytes(damaged, loaded), tkArchive::UnknownVersion);
+    }
+}
+
+TEST(tk_ClassifierBayesian, copiesRunInSeveralThreads)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(120, 6, 7, rows, labels);
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(joint(6)));
+    const tk_ClassifierBayesian copy(classifier); // shares factors that no run has asked for yet
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back(
+            [&, t]
+            {
+                const tk_ClassifierBayesian& own = t % 2 ? classifier : copy;
+                for (const std::vector<double>& row : rows)
+                    EXPECT_EQ(run(own, row), run(classifier, row));
+            });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(tk_ClassifierBayesian, aThousandCategoriesOfSixtyFourMeasurements)
+{
+    std::mt19937_64 generator(8);
+    std::normal_distribution<double> deviate;
+    Rows rows;
+    std::vector<long> labels;
+    for (long label = 0; label < 1000; ++label)
+        for (int i = 0; i < 3; ++i)
+        {
+            std::vector<double> row(64);
+            for (double& x : row)
+                x = static_cast<double>(label % 37) + deviate(generator);
+            rows.push_back(row);
+            labels.push_back(label);
+        }
+    Types types(Types::eNormal);
+    std::vector<long> all;
+    for (long j = 0; j < 64; ++j)
+        all.push_back(j);
+    for (long label = 0; label < 1000; ++label)
+        types.setDependent(label, all);
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(types));
+    EXPECT_EQ(run(classifier, rows[1500]).categoryResults()[0].categoryLabel(), 500);
+}
+
+TEST(tkClassifierTrainParamsBayesian, recordKeepsCostsAndFrequenciesApart)
+{
+    tkClassifierFrequencies frequencies(0.25);
+    tkClassifierCosts costs(8.0);
+    const Params params(joint(2), frequencies, costs, tkFeaturePattern({3.0}, {0}));
+    Params loaded;
+    loadFromBytes(storeToBytes(params), loaded);
+    EXPECT_TRUE(loaded == params);
+    EXPECT_EQ(loaded.categoryFrequencies().defaultCategoryFrequency(), 0.25);
+    for (const std::size_t level : {0u, 1u, 2u})
+    {
+        std::string bytes = storeToBytes(params);
+        bytes[level] = 1;
+        EXPECT_THROW(loadFromBytes(bytes, loaded), tkArchive::UnknownVersion);
+    }
+}
+
+TEST(tkClassifierTrainParamsBayesian, everyFieldTakesPartInEquality)
+{
+    const Params params;
+    Params other;
+    EXPECT_TRUE(params == other);
+    other.distributionTypes(Types(Types::eBinomial));
+    EXPECT_FALSE(params == other);
+    other = params;
+    other.misclassificationCosts(tkClassifierCosts(2.0));
+    EXPECT_FALSE(params == other);
+    other = params;
+    other.categoryFrequencies(tkClassifierFrequencies(2.0));
+    EXPECT_FALSE(params == other);
+    other = params;
+    other.maxMeasurementValues(tkFeaturePattern({2.0}));
+    EXPECT_FALSE(params == other);
+    EXPECT_FALSE(params == tkClassifierTrainParamsKNN());
+}

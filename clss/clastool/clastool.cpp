@@ -28,6 +28,7 @@ const std::vector<const std::type_info*>& tk_persistentClasses()
         &typeid(tk_ClassifierBayesian),
         &typeid(tk_CategoryModelBayesian),
         &typeid(tk_PDFMultivariateNormal),
+        &typeid(tk_PDFBinomial),
     };
     return classes;
 }

@@ -6,6 +6,7 @@
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "tests/golden/bayes.h"
 #include "tkTest.h"
 
 #include <algorithm>
@@ -434,4 +435,46 @@ TEST(tkClassifierTrainParamsBayesian, everyFieldTakesPartInEquality)
     other.maxMeasurementValues(tkFeaturePattern({2.0}));
     EXPECT_FALSE(params == other);
     EXPECT_FALSE(params == tkClassifierTrainParamsKNN());
+}
+
+namespace
+{
+/// The object that a golden file holds behind a handle.
+template <class T>
+tkPtrHandle<T> goldenObject(const std::string& file)
+{
+    tkPtrHandle<T> object;
+    loadFromBytes(goldenBytes(file), object);
+    EXPECT_FALSE(object.isNull()) << file;
+    return object;
+}
+} // namespace
+
+TEST(goldenBayes, storedRecordsAreReadAndWrittenAsTheyWere)
+{
+    tkClassifierDistributionTypes types(Types::eBinomial);
+    loadFromBytes(goldenBytes("tkClassifierDistributionTypes.bin"), types);
+    EXPECT_TRUE(types == golden::distributionTypes());
+    EXPECT_EQ(storeToBytes(types), goldenBytes("tkClassifierDistributionTypes.bin"));
+
+    const auto params = goldenObject<Params>("tkClassifierTrainParamsBayesian.bin");
+    EXPECT_TRUE(*params == golden::trainParamsBayesian());
+    EXPECT_EQ(storeToBytes(params), goldenBytes("tkClassifierTrainParamsBayesian.bin"));
+
+    const auto normal = goldenObject<tk_ProbabilityDensityFunction>("tk_PDFMultivariateNormal.bin");
+    EXPECT_TRUE(normal->isEquivalent(golden::normalDensity()));
+    EXPECT_EQ(storeToBytes(normal), goldenBytes("tk_PDFMultivariateNormal.bin"));
+
+    const auto binomial = goldenObject<tk_ProbabilityDensityFunction>("tk_PDFBinomial.bin");
+    EXPECT_TRUE(binomial->isEquivalent(golden::binomialDensity()));
+    EXPECT_EQ(storeToBytes(binomial), goldenBytes("tk_PDFBinomial.bin"));
+
+    const auto category = goldenObject<tk_CategoryModelBayesian>("tk_CategoryModelBayesian.bin");
+    EXPECT_TRUE(*category == golden::categoryModel());
+    EXPECT_EQ(storeToBytes(category), goldenBytes("tk_CategoryModelBayesian.bin"));
+
+    const auto classifier = goldenObject<tk_ClassifierBayesian>("tk_ClassifierBayesian.bin");
+    EXPECT_TRUE(*classifier == golden::classifierBayesian());
+    EXPECT_EQ(storeToBytes(classifier), goldenBytes("tk_ClassifierBayesian.bin"));
+    EXPECT_EQ(run(*classifier, {2.0, 3.0, 3.0}), run(golden::classifierBayesian(), {2.0, 3.0, 3.0}));
 }

@@ -42,9 +42,9 @@ inline tk_PDFBinomial binomialDensity()
 
 inline tk_CategoryModelBayesian categoryModel()
 {
-    tk_CategoryModelBayesian model(
-        4, {{1, 0}, {2}}, {tkClassifierDistributionTypes::eNormal, tkClassifierDistributionTypes::eBinomial},
-        tkFeaturePattern({0.0, 0.0, 4.0}));
+    tk_CategoryModelBayesian model(4, {{1, 0}, {2}},
+                                   {tkClassifierDistributionTypes::eNormal, tkClassifierDistributionTypes::eBinomial},
+                                   tkFeaturePattern({0.0, 0.0, 4.0}));
     for (const std::vector<double>& row : std::vector<std::vector<double>>{{1, 5, 0}, {2, 4, 2}, {4, 4, 3}})
         model.adapt(tkFeaturePattern(row));
     return model;

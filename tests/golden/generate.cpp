@@ -1,3 +1,4 @@
+#include "tests/golden/bayes.h"
 #include "tests/golden/dataModel.h"
 #include "tests/golden/nearestNeighbors.h"
 #include "tests/golden/ruleTable.h"
@@ -61,6 +62,12 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkClassifierFeatureVector.bin", storeToBytes(golden::featureVector())},
         {"tkClassifierRule.bin", storeToBytes(golden::rule())},
         {"tkClassifierRuleTable.bin", storeToBytes(golden::ruleTable())},
+        {"tkClassifierDistributionTypes.bin", storeToBytes(golden::distributionTypes())},
+        {"tkClassifierTrainParamsBayesian.bin", handleBytes(golden::trainParamsBayesian())},
+        {"tk_PDFMultivariateNormal.bin", handleBytes(golden::normalDensity())},
+        {"tk_PDFBinomial.bin", handleBytes(golden::binomialDensity())},
+        {"tk_CategoryModelBayesian.bin", handleBytes(golden::categoryModel())},
+        {"tk_ClassifierBayesian.bin", handleBytes(golden::classifierBayesian())},
         {"tkPatternDistanceMetricNorm.bin", handleBytes(golden::metric())},
         {"tkClassifierTrainParamsKNN.bin", handleBytes(golden::paramsKNN())},
         {"tk_ClassifierKNN.bin", handleBytes(golden::classifierKNN())},

@@ -23,8 +23,9 @@ public:
           values_(size_),
           valid_(size_)
     {
+        const bool areSurelyValid = pattern.numInvalid() == 0;
         for (std::size_t i = 0; i < size_; ++i)
-            take_(pattern, i, static_cast<long>(i));
+            take_(pattern, pattern.featureMeasurements(false), areSurelyValid, i, static_cast<long>(i));
     }
 
     Measurements(const tkFeaturePattern& pattern, const std::vector<long>& set)
@@ -32,8 +33,11 @@ public:
           values_(size_),
           valid_(size_)
     {
+        // Counting the invalid ones spares asking for each, which pays for more than one.
+        const std::vector<double>& all = pattern.featureMeasurements(false);
+        const bool areSurelyValid = size_ > 1 && pattern.numInvalid() == 0;
         for (std::size_t i = 0; i < size_; ++i)
-            take_(pattern, i, set[i]);
+            take_(pattern, all, areSurelyValid, i, set[i]);
     }
 
     long size() const { return static_cast<long>(size_); }
@@ -54,10 +58,11 @@ public:
     }
 
 private:
-    void take_(const tkFeaturePattern& pattern, std::size_t i, long index)
+    void take_(const tkFeaturePattern& pattern, const std::vector<double>& all, bool areSurelyValid, std::size_t i,
+               long index)
     {
-        valid_[i] = pattern.isValid(index);
-        values_[i] = valid_[i] ? pattern.featureMeasurements(false)[static_cast<std::size_t>(index)] : 0.0;
+        valid_[i] = (areSurelyValid && static_cast<std::size_t>(index) < all.size()) || pattern.isValid(index);
+        values_[i] = valid_[i] ? all[static_cast<std::size_t>(index)] : 0.0;
         areAllValid_ = areAllValid_ && valid_[i];
     }
 

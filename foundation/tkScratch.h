@@ -20,9 +20,14 @@ public:
     {
     }
 
+    tkScratch(const tkScratch&) = delete;
+    tkScratch& operator=(const tkScratch&) = delete;
+
     std::size_t size() const { return size_; }
     Element* data() { return elements_; }
+    const Element* data() const { return elements_; }
     Element& operator[](std::size_t i) { return elements_[i]; }
+    const Element& operator[](std::size_t i) const { return elements_[i]; }
     Element* begin() { return elements_; }
     Element* end() { return elements_ + size_; }
 

@@ -1,7 +1,7 @@
 #include "numerics/tkNMNormal.h"
 
 #include "foundation/tkAssert.h"
-#include "numerics/tkNMBuffer.h"
+#include "foundation/tkScratch.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <algorithm>
@@ -189,8 +189,8 @@ tkNMNormal::Status tkNMNormal::add(const double* pattern, long dimension)
         return status;
 
     const std::size_t d = static_cast<std::size_t>(dimension);
-    tkNMBuffer<double> before(d); // x - m
-    tkNMBuffer<double> after(d);  // x - m'
+    tkScratch<double, 256> before(d); // x - m
+    tkScratch<double, 256> after(d);  // x - m'
     if (count_ == 0)
     {
         std::vector<double> mean(d);
@@ -234,7 +234,7 @@ tkNMNormal::Status tkNMNormal::logDensity(const double* pattern, long dimension,
         return eNoValidData;
     if (dimension != this->dimension())
         return eWrongLength;
-    tkNMBuffer<double> v(mean_.size());
+    tkScratch<double, 256> v(mean_.size());
     for (std::size_t j = 0; j < mean_.size(); ++j)
         v[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
     result = factor_().logDensity(v.data());

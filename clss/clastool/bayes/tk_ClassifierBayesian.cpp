@@ -5,7 +5,7 @@
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
-#include "numerics/tkNMBuffer.h"
+#include "foundation/tkScratch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -181,7 +181,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 {
     TK_ASSERT(isTrained_());
     // Results whose match scores are still log likelihoods would not pass their own checks, so that these wait here.
-    tkNMBuffer<double> scores(categoryModels_.size());
+    tkScratch<double, 256> scores(categoryModels_.size());
     for (std::size_t i = 0; i < categoryModels_.size(); ++i)
         scores[i] = categoryModels_[i]->matchScore(pattern);
 

@@ -4,7 +4,7 @@
 #include "foundation/tkArchive.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkException.h"
-#include "numerics/tkNMBuffer.h"
+#include "foundation/tkScratch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -67,8 +67,8 @@ private:
     }
 
     std::size_t size_;
-    tkNMBuffer<double> values_;
-    tkNMBuffer<bool> valid_;
+    tkScratch<double, 256> values_;
+    tkScratch<bool, 256> valid_;
     bool areAllValid_ = true;
 };
 

@@ -1,6 +1,7 @@
 #include "numerics/tkNMNeighborSearch.h"
 
 #include "foundation/tkAssert.h"
+#include "numerics/tkNMNeighborList.h"
 
 #include <algorithm>
 #include <cmath>
@@ -173,43 +174,6 @@ void replaceLargest(T* heap, long k, T value)
     heap[hole] = value;
 }
 
-// The list of the definition, in vectors of at least k entries.
-class NeighborList
-{
-public:
-    NeighborList(long k, long* indices, double* distances) : k_(k), indices_(indices), distances_(distances) {}
-
-    void clear()
-    {
-        found_ = 0;
-        std::fill(distances_, distances_ + k_, infinity);
-    }
-
-    void add(long index, double distance)
-    {
-        if (found_ >= k_ && distance >= distances_[k_ - 1])
-            return;
-        long pos = 0;
-        while (distance > distances_[pos])
-            ++pos;
-        if (found_ < k_)
-            ++found_;
-        for (long j = found_ - 1; j > pos; --j)
-        {
-            indices_[j] = indices_[j - 1];
-            distances_[j] = distances_[j - 1];
-        }
-        indices_[pos] = index;
-        distances_[pos] = distance;
-    }
-
-private:
-    long k_;
-    long found_ = 0;
-    long* indices_;
-    double* distances_;
-};
-
 void fetchConsecutive(const tkNMNeighborSearch::Rows& source, long first, long count, long* indices,
                       const double** rows)
 {
@@ -221,7 +185,7 @@ void fetchConsecutive(const tkNMNeighborSearch::Rows& source, long first, long c
 void searchByDefinition(const tkNMNeighborSearch::Rows& source, long numRows, const double* query, long n, double order,
                         long k, long* indices, double* distances)
 {
-    NeighborList list(k, indices, distances);
+    tkNMNeighborList list(k, indices, distances);
     list.clear();
     long batch[batchRows];
     const double* rows[batchRows];
@@ -600,7 +564,7 @@ private:
     long numCandidates_ = 0;
     Known_ known_[mostKnown];
     long numKnown_ = 0; // all that ever were; the latest ones are kept
-    NeighborList list_;
+    tkNMNeighborList list_;
 };
 
 long tkNMNeighborSearch::nearest(const Rows& rows, const double* query, double order, long k, long* indices,

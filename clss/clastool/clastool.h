@@ -36,6 +36,7 @@
 #include "foundation/tkRange.h"
 #include "foundation/tkScratch.h"
 #include "foundation/tkUtf8.h"
+#include "numerics/tkNMNeighborList.h"
 #include "numerics/tkNMNeighborSearch.h"
 
 #endif

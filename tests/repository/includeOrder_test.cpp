@@ -35,6 +35,7 @@ numerics/tkNMMatrix
 numerics/tkNMTriangle
 numerics/tkNMNormal
 numerics/tkNMByteDistances
+numerics/tkNMNeighborList
 numerics/tkNMNeighborSearch
 clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages

@@ -7,9 +7,9 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
+#include "numerics/tkNMNeighborList.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace
 {
@@ -131,31 +131,11 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
         return index->nearest(trainingData_->patterns_, pattern, order, k, indices, distances);
     }
 
-    std::fill(indices, indices + k, 0);
-    std::fill(distances, distances + k, std::numeric_limits<double>::infinity());
-
-    // The comparisons are written for a NaN distance to go where they send it: it is never turned away, and
-    // it enters at the front.
-    long found = 0;
+    tkNMNeighborList list(k, indices, distances);
+    list.clear();
     for (long i = 0; i < trainingData_->numPatterns(); ++i)
-    {
-        const double d = metric.distance(pattern, *trainingData_->featurePattern(i));
-        if (found >= k && d >= distances[k - 1])
-            continue;
-        long pos = 0;
-        while (d > distances[pos])
-            ++pos;
-        if (found < k)
-            ++found;
-        for (long j = found - 1; j > pos; --j)
-        {
-            indices[j] = indices[j - 1];
-            distances[j] = distances[j - 1];
-        }
-        indices[pos] = i;
-        distances[pos] = d;
-    }
-    return found;
+        list.add(i, metric.distance(pattern, *trainingData_->featurePattern(i)));
+    return list.size();
 }
 
 void tk_ClassifierKNN::fillMatchResults_(const long* indices, long count,

@@ -179,6 +179,29 @@ TEST(tkClassifierFeatureScoreOneSided, levelSettersCheckAndPositionSettersDoNot)
     EXPECT_TK_THROW(f.score(0.0), BadParams, x1Between);
 }
 
+TEST(tkClassifierFeatureScoreOneSided, theEndsOfTheRangeAreLevels)
+{
+    tkClassifierFeatureScoreOneSided f = oneSided(0, 1, 2, 0.0, 1.0);
+    f.y0(1.0);
+    f.y1(0.0);
+    EXPECT_EQ((std::array<double, 5>{0, 1, 2, 1, 0}), fields(f));
+    f.init(0, 1, 2, -0.0, 1.0);
+    EXPECT_EQ(0.0, f.y0());
+    EXPECT_TK_THROW(f.y0(std::nextafter(1.0, 2.0)), BadParams, y0Range);
+    EXPECT_TK_THROW(f.y1(-std::numeric_limits<double>::denorm_min()), BadParams, y1Range);
+}
+
+TEST(tkClassifierFeatureScoreOneSided, aPlateauWithoutEndHasAnInfiniteCutOff)
+{
+    const tkClassifierFeatureScoreOneSided rising = oneSided(0, 1, inf, 0, 1);
+    EXPECT_EQ(0.5, rising.score(0.5));
+    EXPECT_EQ(1.0, rising.score(1e300));
+    EXPECT_EQ(1.0, rising.score(inf));
+    const tkClassifierFeatureScoreOneSided falling = oneSided(0, -1, -inf, 0, 1);
+    EXPECT_EQ(0.5, falling.score(-0.5));
+    EXPECT_EQ(1.0, falling.score(-inf));
+}
+
 TEST(tkClassifierFeatureScoreOneSided, nanPositionIsAProgrammingErrorWhenScored)
 {
     tkClassifierFeatureScoreOneSided f;
@@ -296,6 +319,38 @@ TEST(tkClassifierFeatureScoreTwoSided, scoreChecksLowThenHighThenTheirOrder)
     EXPECT_TK_THROW(f.score(0), BadParams, x1Between);
     f.x1h(1.0);
     EXPECT_TK_THROW(f.score(0), BadParams, L"Bad x values");
+}
+
+TEST(tkClassifierFeatureScoreTwoSided, scoreLooksAtEveryPositionOfLow)
+{
+    constexpr wchar_t bad[] = L"Bad x values";
+    tkClassifierFeatureScoreTwoSided f; // High from 0 to 1
+    f.x0(0.5);
+    EXPECT_TK_THROW(f.score(9), BadParams, bad);
+    f.x0(-1.0);
+    f.xc(0.5);
+    EXPECT_TK_THROW(f.score(9), BadParams, bad);
+    f.x0(0.5);
+    f.x1(0.5);
+    EXPECT_TK_THROW(f.score(9), BadParams, bad);
+    f.x0(0.0), f.x1(0.0), f.xc(0.0); // touching is allowed
+    EXPECT_EQ(0.5, f.score(0.5));
+    f.x0h(1.0), f.xch(-0.5); // High runs towards smaller values, its lower end is its cut-off
+    f.x1h(0.0);
+    EXPECT_TK_THROW(f.score(9), BadParams, bad);
+}
+
+TEST(tkClassifierFeatureScoreTwoSided, nanPositionIsAProgrammingErrorWhenItsHalfIsScored)
+{
+    tkClassifierFeatureScoreTwoSided f;
+    f.x0h(quietNaN); // no value is at or above a lower end that is NaN: Low scores
+    EXPECT_EQ(1.0, f.score(2.0));
+    EXPECT_EQ(0.5, f.score(-0.5));
+    f.x0h(0.0);
+    f.xch(quietNaN);
+    EXPECT_THROW(f.score(0.5), tkAssertionFailure);
+    f.x1h(-1.0); // now x1h lies below the lower end x0h, and nothing shows that it may not
+    EXPECT_THROW(f.score(-5.0), tkAssertionFailure);
 }
 
 TEST(tkClassifierFeatureScoreTwoSided, scoresAsTheDefinitionOnDenseGrids)

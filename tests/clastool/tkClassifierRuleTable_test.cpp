@@ -3,6 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "tests/golden/ruleTable.h"
+#include "tkAllocations.h"
 #include "tkTest.h"
 
 #include <cmath>
@@ -104,6 +105,19 @@ TEST(tkClassifierRule, initChecksLabelThenMethodsAndChangesNothingOnFailure)
     EXPECT_TRUE(r == before);
 }
 
+TEST(tkClassifierRule, initThatRunsOutOfMemoryChangesNothing)
+{
+    const Functions functions = constants({0.25, 0.5, 0.75});
+    expectUnchangedWithoutMemory(scoring({0.5}, 3), [&](tkClassifierRule& r) { r.init(functions, 4); });
+}
+
+TEST(tkClassifierRule, takesItsOwnFunctionsUnderAnotherLabel)
+{
+    tkClassifierRule r = scoring({0.25, 0.5}, 3);
+    r.init(r.scoringMethods(), 4);
+    EXPECT_TRUE(r == scoring({0.25, 0.5}, 4));
+}
+
 TEST(tkClassifierRule, sharesItsFunctionsWithTheCallerAndWithCopies)
 {
     const Functions functions = constants({0.5, 1.0});
@@ -133,10 +147,12 @@ TEST(tkClassifierRule, scoreChecksSizesBeforeEmptiness)
     EXPECT_TK_THROW(tkClassifierRule().score(values(0)), BadParams, L"featureVector.featureValues().size() == 0");
 }
 
-TEST(tkClassifierRule, nullFunctionIsABadPointerWhenItScores)
+TEST(tkClassifierRule, nullFunctionIsABadPointerWhenItScoresAndWhenItIsCompared)
 {
     const tkClassifierRule r = rule(Functions(1), 0);
     EXPECT_THROW(r.score(values(1)), tkBadPointer);
+    EXPECT_THROW(table({r}).classifyHardThreshold(values(1), 0.5), tkBadPointer);
+    EXPECT_THROW(static_cast<void>(r == scoring({0.5}, 0)), tkBadPointer);
 }
 
 TEST(tkClassifierRule, aFunctionsOwnFailurePassesThrough)
@@ -168,6 +184,55 @@ TEST(tkClassifierRuleTable, trainChecksAndKeepsTheOldRulesOnFailure)
     EXPECT_TRUE(t == before);
     t.train({scoring({1, 1}, 7)});
     EXPECT_EQ(7, t.rules().at(0).label());
+}
+
+TEST(tkClassifierRuleTable, trainThatRunsOutOfMemoryKeepsTheOldRules)
+{
+    const std::vector<tkClassifierRule> rules = {scoring({0.25, 0.5}, 4), scoring({0.75, 1.0}, 5)};
+    expectUnchangedWithoutMemory(table({scoring({0.5}, 1), scoring({0.25}, 2), scoring({1.0}, 3)}),
+                                 [&](tkClassifierRuleTable& t) { t.train(rules); });
+}
+
+TEST(tkClassifierRuleTable, assignmentThatRunsOutOfMemoryChangesNothing)
+{
+    const tkClassifierRuleTable other = table({scoring({0.25, 0.5}, 4), scoring({0.75, 1.0}, 5)});
+    expectUnchangedWithoutMemory(table({scoring({0.5}, 1), scoring({0.25}, 2), scoring({1.0}, 3)}),
+                                 [&](tkClassifierRuleTable& t) { t = other; });
+    tkClassifierRuleTable t(other);
+    t = tkClassifierRuleTable(); // the way to clear a table
+    EXPECT_TRUE(t.rules().empty());
+}
+
+TEST(tkClassifierRuleTable, trainsWithItsOwnRulesAndSharesTheirFunctions)
+{
+    tkClassifierRuleTable t = table({scoring({0.5}, 1), scoring({0.25}, 2)});
+    const tkClassifierRuleTable before(t);
+    t.train(t.rules());
+    EXPECT_TRUE(t == before);
+    EXPECT_TRUE(t.rules()[1].scoringMethods()[0] == before.rules()[1].scoringMethods()[0]);
+}
+
+TEST(tkClassifierRuleTable, rulesWithoutMethodsAreStoredAndFailWhenTheyClassify)
+{
+    const tkClassifierRuleTable t = table({tkClassifierRule(), tkClassifierRule()});
+    EXPECT_EQ(2u, t.rules().size());
+    EXPECT_TK_THROW(t.classifyHardThreshold(values(0), 0.5), BadParams, L"featureVector.featureValues().size() == 0");
+    EXPECT_TK_THROW(t.classifyHardThreshold(values(1), 0.5), BadParams,
+                    L"featureVector.featureValues().size() != rules_[0].scoringMethods().size())");
+}
+
+TEST(tkClassifierRuleTable, scoringAndClassifyingAllocateNothing)
+{
+    const tkClassifierRuleTable t = golden::ruleTable();
+    const tkClassifierFeatureVector v = golden::featureVector();
+    const tkAllocations allocations;
+    double sum = 0.0;
+    for (const tkClassifierRule& r : t.rules())
+        sum += r.score(v);
+    const long label = t.classifyHardThreshold(v, 0.999);
+    EXPECT_EQ(0u, allocations.count());
+    EXPECT_TRUE(std::isfinite(sum));
+    EXPECT_EQ(-1, label); // all rules were scored
 }
 
 TEST(tkClassifierRuleTable, classifyChecksInOrder)
@@ -287,6 +352,31 @@ TEST(tkClassifierRuleTable, recordsComeBackEqualAndCarryOnlyTheVersionBytesOfThe
     tkClassifierFeatureVector vector;
     loadFromBytes(storeToBytes(values(3)), vector);
     EXPECT_EQ(values(3).featureValues(), vector.featureValues());
+}
+
+TEST(tkClassifierRuleTable, loadingInPlaceKeepsFunctionsOfUnknownTagsAndLeavesCopiesAlone)
+{
+    const tkClassifierRule before = rule({golden::oneSided(), golden::twoSided()}, 3);
+    tkClassifierRule loaded(before);
+    // Two functions, the first of an unknown kind, the second an ignoring one, then the label 7.
+    loadFromBytes(std::string("\0\x02\0\0\0\x07\0\0\0\x32\x16\0\0\x07\0\0\0", 17), loaded);
+    EXPECT_TRUE(loaded.scoringMethods()[0] == before.scoringMethods()[0]);
+    EXPECT_TRUE(*loaded.scoringMethods()[1] == tkClassifierFeatureScoreIgnore());
+    EXPECT_EQ(7, loaded.label());
+    EXPECT_TRUE(before == rule({golden::oneSided(), golden::twoSided()}, 3));
+
+    tkClassifierRuleTable t = table({before});
+    const tkClassifierRuleTable copy(t);
+    // Two rules, each of one function of an unknown kind: the first rule was there, the second is new.
+    loadFromBytes(std::string("\0\x02\0\0\0"
+                              "\0\x01\0\0\0\x07\0\0\0\x01\0\0\0"
+                              "\0\x01\0\0\0\x07\0\0\0\x02\0\0\0",
+                              31),
+                  t);
+    ASSERT_EQ(2u, t.rules().size());
+    EXPECT_TRUE(t.rules()[0].scoringMethods().at(0) == before.scoringMethods()[0]);
+    EXPECT_TRUE(t.rules()[1].scoringMethods().at(0).isNull());
+    EXPECT_TRUE(copy == table({before}));
 }
 
 TEST(tkClassifierRuleTable, vectorsInsideRecordsRefuseOtherVersions)

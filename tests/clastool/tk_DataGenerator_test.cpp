@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkRandom.h"
+#include "tkAllocations.h"
 #include "tkTest.h"
 
 #include <cmath>
@@ -47,6 +48,58 @@ tkClassifierDataProviderMemory plainMerge(std::vector<tk_ClassDataGenerator> gen
     for (long i = 0; i < m; ++i)
         result.addData(all.featurePattern(order[i]), all.categoryLabel(order[i]));
     return result;
+}
+/// Lets generateData() of a fresh copy run out of memory at its first allocation, at its second and so on. Requires
+/// that the next call then gives what a first call gives: a failed one leaves nothing behind.
+template <class Generator>
+void expectNothingLeftBehind(const Generator& fresh)
+{
+    Generator untroubled(fresh);
+    tkClassifierDataProviderMemory expected = untroubled.generateData();
+    tkClassifierDataProviderMemory again = untroubled.generateData();
+    ASSERT_GT(expected.numPatterns(), 0);
+    std::size_t allowed = 0;
+    for (bool failed = true; failed; ++allowed)
+    {
+        Generator generator(fresh);
+        failed = false;
+        try
+        {
+            const tkAllocations limited(allowed);
+            generator.generateData();
+        }
+        catch (const std::bad_alloc&)
+        {
+            failed = true;
+        }
+        EXPECT_TRUE(generator.generateData() == (failed ? expected : again)) << "after " << allowed;
+    }
+    EXPECT_GT(allowed, 10u);
+}
+/// Lets an assignment of `other` run out of memory in the same way; what throws changes nothing.
+template <class Generator>
+void expectAssignedWholeOrNotAtAll(const Generator& before, const Generator& other)
+{
+    tkClassifierDataProviderMemory expected = Generator(before).generateData();
+    tkClassifierDataProviderMemory otherData = Generator(other).generateData();
+    ASSERT_TRUE(expected != otherData);
+    std::size_t allowed = 0;
+    for (bool failed = true; failed; ++allowed)
+    {
+        Generator generator(before);
+        failed = false;
+        try
+        {
+            const tkAllocations limited(allowed);
+            generator = other;
+        }
+        catch (const std::bad_alloc&)
+        {
+            failed = true;
+        }
+        EXPECT_TRUE(generator.generateData() == (failed ? expected : otherData)) << "after " << allowed;
+    }
+    EXPECT_GT(allowed, 1u);
 }
 } // namespace
 
@@ -104,6 +157,27 @@ TEST(tk_ClassDataGenerator, withoutPatternsOrFeaturesToDraw)
     EXPECT_EQ(9, featureless.generateData().numPatterns());
 }
 
+TEST(tk_ClassDataGenerator, callThatRunsOutOfMemoryLeavesNothingBehind)
+{
+    expectNothingLeftBehind(tk_ClassDataGenerator(distributions(2, 0.0), 3));
+    expectNothingLeftBehind(tk_ClassDataGenerator({}, 3)); // here what is left behind would show as more patterns
+}
+
+TEST(tk_ClassDataGenerator, assignmentThatRunsOutOfMemoryChangesNothing)
+{
+    tk_ClassDataGenerator filled(distributions(2, 7.0), 4);
+    filled.generateData();
+    expectAssignedWholeOrNotAtAll(tk_ClassDataGenerator(distributions(3, 0.0), 2), filled);
+}
+
+TEST(tk_ClassDataGenerator, ofMorePatternsBeginsWithTheSameOnes)
+{
+    tkClassifierDataProviderMemory few = tk_ClassDataGenerator(distributions(3, 1.0), 3).generateData();
+    tkClassifierDataProviderMemory many = tk_ClassDataGenerator(distributions(3, 1.0), 8).generateData();
+    for (long i = 0; i < few.numPatterns(); ++i)
+        EXPECT_TRUE(*few.featurePattern(i) == *many.featurePattern(i));
+}
+
 TEST(tk_ClassDataGenerator, momentsOfManyPatternsAreThoseAskedFor)
 {
     const long n = 100000;
@@ -141,6 +215,32 @@ TEST(tk_TotalDataGenerator, takesAsManyPatternsAsThereAreMeasurements)
     EXPECT_EQ(0, data.categoryLabel(1));
 }
 
+TEST(tk_TotalDataGenerator, categoriesWithoutPatternsGiveNone)
+{
+    // A category without patterns has no measurements either, and the labels of the others stay their places.
+    tk_TotalDataGenerator total({tk_ClassDataGenerator(distributions(2, 0.0), 0), tk_ClassDataGenerator({}, 4),
+                                 tk_ClassDataGenerator(distributions(2, 0.0), 2)});
+    tkClassifierDataProviderMemory data = total.generateData();
+    ASSERT_EQ(2, data.numPatterns());
+    EXPECT_EQ(2, data.categoryLabel(0));
+    EXPECT_EQ(2, data.categoryLabel(1));
+}
+
+TEST(tk_TotalDataGenerator, callThatRunsOutOfMemoryLeavesNothingBehind)
+{
+    expectNothingLeftBehind(tk_TotalDataGenerator(
+        {tk_ClassDataGenerator(distributions(3, 0.0), 3), tk_ClassDataGenerator(distributions(3, 5.0), 4)}));
+}
+
+TEST(tk_TotalDataGenerator, assignmentThatRunsOutOfMemoryChangesNothing)
+{
+    tk_TotalDataGenerator filled({tk_ClassDataGenerator(distributions(2, 7.0), 4)});
+    filled.generateData();
+    expectAssignedWholeOrNotAtAll(tk_TotalDataGenerator({tk_ClassDataGenerator(distributions(3, 0.0), 3),
+                                                         tk_ClassDataGenerator(distributions(3, 2.0), 3)}),
+                                  filled);
+}
+
 TEST(tk_TotalDataGenerator, shufflesAsDefined)
 {
     for (std::size_t features = 1; features <= 40; ++features)
@@ -152,13 +252,19 @@ TEST(tk_TotalDataGenerator, shufflesAsDefined)
     }
 }
 
-TEST(tk_TotalDataGenerator, laterCallsReturnTheSameObjects)
+TEST(tk_TotalDataGenerator, laterCallsAndCopiesReturnTheSameObjects)
 {
-    tk_TotalDataGenerator total({tk_ClassDataGenerator(distributions(3, 0.0), 5)});
+    tk_ClassDataGenerator generator(distributions(3, 0.0), 5);
+    tk_TotalDataGenerator total({generator});
     tkClassifierDataProviderMemory first = total.generateData();
     tkClassifierDataProviderMemory second = total.generateData();
     EXPECT_TRUE(first == second);
     EXPECT_TRUE(first.featurePattern(0) == second.featurePattern(0));
+    EXPECT_TRUE(tk_TotalDataGenerator(total).generateData().featurePattern(0) == first.featurePattern(0));
+    // The total has copies of its generators, which share no patterns with one that had drawn none.
+    EXPECT_FALSE(generator.generateData().featurePattern(0) == first.featurePattern(0));
+    total = tk_TotalDataGenerator({generator});
+    EXPECT_FALSE(total.generateData().featurePattern(0) == first.featurePattern(0));
 }
 
 TEST(tk_TotalDataGenerator, fewerPatternsThanMeasurementsIsABadIndex)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace
 {
@@ -17,7 +18,8 @@ void tkClassifierRule::init(const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMe
         throw tkClassifierDefs::BadParams(L"label < 0");
     if (scoringMethods.empty())
         throw tkClassifierDefs::BadParams(L"scoringMethods.size() == 0");
-    scoringMethods_ = scoringMethods;
+    std::vector<tkPtrHandle<tkClsFtSc>> copy = scoringMethods;
+    scoringMethods_ = std::move(copy);
     label_ = label;
 }
 

@@ -57,6 +57,17 @@ private:
 class TK_EXPORT tkClassifierRuleTable
 {
 public:
+    /// No rules: untrained.
+    tkClassifierRuleTable() = default;
+    tkClassifierRuleTable(const tkClassifierRuleTable&) = default;
+    tkClassifierRuleTable(tkClassifierRuleTable&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkClassifierRuleTable& operator=(const tkClassifierRuleTable& other)
+    {
+        return *this = tkClassifierRuleTable(other);
+    }
+    tkClassifierRuleTable& operator=(tkClassifierRuleTable&&) = default;
+
     /// Replaces the rules. Throws tkClassifierDefs::BadParams if there are none, then if they differ in their number
     /// of scoring methods; the table then keeps its rules.
     void train(const std::vector<tkClassifierRule>& rules);

@@ -2,9 +2,13 @@
 """Prints the sequences that tests/foundation/tkRandom_test.cpp expects of seed 1.
 
 The 64-bit Mersenne Twister is written down here from its published recurrence (Matsumoto and Nishimura's
-mt19937-64 parameters), independently of any C++ library; Python's floats are IEEE doubles.
+mt19937-64 parameters), independently of any C++ library; Python's floats are IEEE doubles. The logarithm is that of
+60 decimal digits, rounded, and thus of no C library either; IEEE fixes the square root.
 """
+import decimal
 import math
+
+decimal.getcontext().prec = 60
 
 MASK = (1 << 64) - 1
 
@@ -41,7 +45,8 @@ def gaussian(generator, count):
         x, y = uniform(generator, -1.0, 1.0), uniform(generator, -1.0, 1.0)
         square = x * x + y * y
         if 0.0 < square < 1.0:
-            factor = math.sqrt(-2.0 * math.log(square) / square)
+            logarithm = float(decimal.Decimal(square).ln())
+            factor = math.sqrt(-2.0 * logarithm / square)
             deviates += [x * factor, y * factor]
     return deviates[:count]
 

@@ -56,5 +56,7 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
     EXPECT_EQ(1u, seen.count("tkClassifierDefs.BadLabel.bin"));
     EXPECT_EQ(1u, seen.count("tkClassifierDataProviderMemory.bin"));
     EXPECT_EQ(1u, seen.count("tkClassifierTool.KNN.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierRuleTable.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierFeatureVector.bin"));
     EXPECT_EQ(1u, seen.count("tkDecisionTreeNode.shared.bin"));
 }

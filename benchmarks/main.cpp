@@ -1,0 +1,52 @@
+#include "peers.h"
+#include "workloads.h"
+
+#include <exception>
+#include <iostream>
+#include <string>
+
+/// Usage: benchmarks [--quick] DIRECTORY [WORKLOADS...]
+int main(int argc, char** argv)
+{
+    struct Workload
+    {
+        const char* name;
+        void (*run)(Harness&);
+    };
+    const Workload workloads[] = {
+        {"KNN", &nearestNeighbours}, {"HOSTILE", &hostileNeighbours}, {"RULES", &ruleTables},
+        {"RESULT", &results},        {"ARCHIVE", &archives},
+    };
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    const bool quick = !arguments.empty() && arguments.front() == "--quick";
+    if (quick)
+        arguments.erase(arguments.begin());
+    if (arguments.empty())
+    {
+        std::cerr << "Usage: " << argv[0] << " [--quick] DIRECTORY [WORKLOADS...]\n";
+        return 2;
+    }
+    try
+    {
+        std::cout << "Peers:";
+        for (const Peer* peer : peers())
+            std::cout << ' ' << peer->name();
+        std::cout << std::endl;
+        Harness harness(quick, arguments.front());
+        const std::vector<std::string> chosen(arguments.begin() + 1, arguments.end());
+        for (const Workload& workload : workloads)
+        {
+            bool wanted = chosen.empty();
+            for (const std::string& name : chosen)
+                wanted = wanted || name == workload.name;
+            if (wanted)
+                workload.run(harness);
+        }
+        return harness.failed() ? 1 : 0;
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << error.what() << '\n';
+        return 1;
+    }
+}

@@ -1,0 +1,201 @@
+#include "naive.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <stdexcept>
+
+namespace naive
+{
+Result result(const Result& matchResults, const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs)
+{
+    for (std::size_t i = 0; i < matchResults.size(); ++i)
+        for (std::size_t j = i + 1; j < matchResults.size(); ++j)
+            if (matchResults[i].label == matchResults[j].label)
+                throw std::invalid_argument("The category labels of the match results must be unique.");
+    std::vector<double> priors;
+    double priorSum = 0.0;
+    for (const CategoryResult& category : matchResults)
+    {
+        priors.push_back(frequencies.categoryFrequency(category.label));
+        priorSum += priors.back();
+    }
+    std::vector<double> joint;
+    double jointSum = 0.0;
+    for (std::size_t i = 0; i < matchResults.size(); ++i)
+    {
+        joint.push_back(matchResults[i].matchScore * priors[i] / priorSum);
+        jointSum += joint.back();
+    }
+    Result ranked;
+    for (std::size_t i = 0; i < matchResults.size(); ++i)
+    {
+        double cost = 0.0;
+        for (std::size_t j = 0; j < matchResults.size(); ++j)
+            if (j != i)
+                cost += costs.misclassificationCost(matchResults[j].label, matchResults[i].label) * joint[j];
+        ranked.push_back({matchResults[i].label, matchResults[i].matchScore, joint[i] / jointSum, cost / jointSum});
+    }
+    std::sort(ranked.begin(), ranked.end(),
+              [](const CategoryResult& a, const CategoryResult& b) { return a.expectedCost < b.expectedCost; });
+    return ranked;
+}
+
+bool agrees(const Result& result, const tkClassifierResult& libraryResult)
+{
+    Result sorted = result;
+    std::sort(sorted.begin(), sorted.end(),
+              [](const CategoryResult& a, const CategoryResult& b)
+              { return a.expectedCost != b.expectedCost ? a.expectedCost < b.expectedCost : a.label < b.label; });
+    const std::vector<tkClassifierCategoryResult>& categories = libraryResult.categoryResults();
+    return std::equal(sorted.begin(), sorted.end(), categories.begin(), categories.end(),
+                      [](const CategoryResult& a, const tkClassifierCategoryResult& b)
+                      {
+                          return a.label == b.categoryLabel() && a.matchScore == b.matchScore() &&
+                                 a.classScore == b.classScore() && a.expectedCost == b.expectedCost();
+                      });
+}
+
+double NormMetric::distance(const tkFeaturePattern& a, const tkFeaturePattern& b) const
+{
+    if (a.numMeasurements() != b.numMeasurements())
+        throw std::invalid_argument("The patterns differ in length");
+    const std::vector<double>& x = a.featureMeasurements(true);
+    const std::vector<double>& y = b.featureMeasurements(true);
+    double sum = 0.0;
+    for (std::size_t i = 0; i < x.size(); ++i)
+        sum += std::pow(std::fabs(x[i] - y[i]), order_);
+    return std::pow(sum, 1.0 / order_);
+}
+
+std::vector<long> nearest(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,
+                          const tkFeaturePattern& query)
+{
+    std::vector<long> indices(static_cast<std::size_t>(k), 0);
+    std::vector<double> distances(static_cast<std::size_t>(k), std::numeric_limits<double>::infinity());
+    std::size_t found = 0;
+    for (long i = 0; i < provider.numPatterns(); ++i)
+    {
+        const PatternHandle pattern = provider.featurePattern(i);
+        const double d = metric.distance(query, *pattern);
+        if (found >= indices.size() && d >= distances.back())
+            continue;
+        std::size_t position = 0;
+        while (d > distances[position])
+            ++position;
+        if (found < indices.size())
+            ++found;
+        for (std::size_t j = found - 1; j > position; --j)
+        {
+            indices[j] = indices[j - 1];
+            distances[j] = distances[j - 1];
+        }
+        indices[position] = i;
+        distances[position] = d;
+    }
+    indices.resize(found);
+    return indices;
+}
+
+Result classifyByNeighbours(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,
+                            const tkFeaturePattern& query)
+{
+    const std::vector<long> indices = nearest(provider, metric, k, query);
+    std::map<long, long> votes;
+    for (const long index : indices)
+        ++votes[provider.categoryLabel(index)];
+    Result matchResults;
+    for (const auto& [label, count] : votes)
+        matchResults.push_back({label, static_cast<double>(count) / static_cast<double>(indices.size()), 0.0, 0.0});
+    return result(matchResults, tkClassifierFrequencies(1.0), tkClassifierCosts(1.0));
+}
+
+TwoSidedScore::TwoSidedScore(const tkClassifierFeatureScoreTwoSided& p)
+    : low_{p.x0(), p.x1(), p.xc(), p.y0(), p.y1()},
+      high_{p.x0h(), p.x1h(), p.xch(), p.y0h(), p.y1h()}
+{
+}
+
+double TwoSidedScore::OneSided::score(double v) const
+{
+    if ((x0 < x1 && xc < x1) || (x0 > x1 && xc > x1))
+        throw std::domain_error("x1 must lie between x0 and xc");
+    if (x0 <= x1 && x1 <= xc)
+    {
+        if (v > xc)
+            return 0.0;
+        if (v >= x1)
+            return y1;
+        if (v <= x0)
+            return y0;
+        return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
+    }
+    if (v < xc)
+        return 0.0;
+    if (v <= x1)
+        return y1;
+    if (v >= x0)
+        return y0;
+    return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
+}
+
+double TwoSidedScore::score(double v) const
+{
+    if ((low_.x1 > low_.x0 && low_.x1 > low_.xc) || (low_.x1 < low_.x0 && low_.x1 < low_.xc))
+        throw std::domain_error("x1 must lie between x0 and xc");
+    if ((high_.x1 > high_.x0 && high_.x1 > high_.xc) || (high_.x1 < high_.x0 && high_.x1 < high_.xc))
+        throw std::domain_error("x1 must lie between x0 and xc");
+    const double lowest = high_.x0 > high_.xc ? high_.xc : high_.x0;
+    if (low_.x0 > lowest || low_.x1 > lowest || low_.xc > lowest)
+        throw std::domain_error("Bad x values");
+    return v >= lowest ? high_.score(v) : low_.score(v);
+}
+
+double Rule::score(const std::vector<double>& values) const
+{
+    if (values.size() != scores.size())
+        throw std::invalid_argument("MismatchedFeatureVectorSize");
+    double product = 1.0;
+    double used = 0.0;
+    for (std::size_t i = 0; i < scores.size(); ++i)
+    {
+        const tkPtrHandle<Score> function = scores[i];
+        const double s = function->score(values[i]);
+        if (s == -1.0 || std::isnan(s))
+            continue;
+        product = product * s;
+        used = used + 1.0;
+    }
+    return product > 0.0 ? std::pow(product, 1.0 / used) : product;
+}
+
+long classifyByRules(const std::vector<Rule>& rules, const std::vector<double>& values, double threshold)
+{
+    for (const Rule& rule : rules)
+        if (rule.score(values) > threshold)
+            return rule.label;
+    return -1;
+}
+
+bool RangePredicate::outcome(const tkFeaturePattern& pattern) const
+{
+    for (const long index : indices_)
+    {
+        if (!pattern.isValid(index))
+            return false;
+        const double value = pattern.featureMeasurement(index, true);
+        if (!(value >= low_ && value <= high_))
+            return false;
+    }
+    return true;
+}
+
+Result classifyByTree(tkPtrHandle_const<Tree> tree, const tkFeaturePattern& pattern)
+{
+    if (const auto* leaf = dynamic_cast<const Leaf*>(tree.get()))
+        return leaf->result();
+    const auto& node = dynamic_cast<const Node&>(*tree);
+    return classifyByTree(node.predicate()->outcome(pattern) ? node.trueTree() : node.falseTree(), pattern);
+}
+} // namespace naive

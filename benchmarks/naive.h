@@ -1,0 +1,148 @@
+#ifndef BENCHMARKS_NAIVE_H
+#define BENCHMARKS_NAIVE_H
+
+#include "clss/clastool/clastool.h"
+
+#include <vector>
+
+/// The definitions written down as they read: every pattern and function behind a counted handle, every distance and
+/// score a virtual call, every power by the C library, everything computed where it is needed. What anyone would write
+/// first, and what the library must agree with.
+namespace naive
+{
+using PatternHandle = tkPtrHandle_const<tkFeaturePattern>;
+
+struct CategoryResult
+{
+    long label;
+    double matchScore;
+    double classScore;
+    double expectedCost;
+};
+using Result = std::vector<CategoryResult>;
+
+/// Priors, costs and ranking; `matchResults` have label and match score.
+Result result(const Result& matchResults, const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs);
+
+/// Whether the library's result has the same bits; entries of equal cost may be ordered in any way.
+bool agrees(const Result& result, const tkClassifierResult& libraryResult);
+
+class Metric
+{
+public:
+    virtual ~Metric() = default;
+    virtual double distance(const tkFeaturePattern& a, const tkFeaturePattern& b) const = 0;
+};
+
+class NormMetric : public Metric
+{
+public:
+    explicit NormMetric(double order) : order_(order) {}
+    double distance(const tkFeaturePattern& a, const tkFeaturePattern& b) const override;
+
+private:
+    double order_;
+};
+
+/// The k nearest of the provider's patterns, by bounded insertion.
+std::vector<long> nearest(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,
+                          const tkFeaturePattern& query);
+
+/// The vote of the nearest.
+Result classifyByNeighbours(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,
+                            const tkFeaturePattern& query);
+
+class Score : public tkRepBase
+{
+public:
+    virtual double score(double value) const = 0;
+};
+
+/// A trapezoid of two one-sided functions that check their corners at every score.
+class TwoSidedScore : public Score
+{
+public:
+    explicit TwoSidedScore(const tkClassifierFeatureScoreTwoSided& parameters);
+    double score(double value) const override;
+
+private:
+    struct OneSided
+    {
+        double x0, x1, xc, y0, y1;
+        double score(double value) const;
+    };
+
+    OneSided low_;
+    OneSided high_;
+};
+
+struct Rule
+{
+    std::vector<tkPtrHandle<Score>> scores;
+    long label;
+    double score(const std::vector<double>& values) const;
+};
+
+/// The first rule that scores above the threshold, or -1.
+long classifyByRules(const std::vector<Rule>& rules, const std::vector<double>& values, double threshold);
+
+class Predicate : public tkRepBase
+{
+public:
+    virtual bool outcome(const tkFeaturePattern& pattern) const = 0;
+};
+
+class RangePredicate : public Predicate
+{
+public:
+    RangePredicate(double low, double high, const std::vector<long>& indices)
+        : low_(low),
+          high_(high),
+          indices_(indices)
+    {
+    }
+    bool outcome(const tkFeaturePattern& pattern) const override;
+
+private:
+    double low_;
+    double high_;
+    std::vector<long> indices_;
+};
+
+class Tree : public tkRepBase
+{
+};
+
+class Leaf : public Tree
+{
+public:
+    explicit Leaf(const Result& result) : result_(result) {}
+    Result result() const { return result_; }
+
+private:
+    Result result_;
+};
+
+class Node : public Tree
+{
+public:
+    Node(tkPtrHandle_const<Predicate> predicate, tkPtrHandle_const<Tree> trueTree, tkPtrHandle_const<Tree> falseTree)
+        : predicate_(predicate),
+          trueTree_(trueTree),
+          falseTree_(falseTree)
+    {
+    }
+    tkPtrHandle_const<Predicate> predicate() const { return predicate_; }
+    tkPtrHandle_const<Tree> trueTree() const { return trueTree_; }
+    tkPtrHandle_const<Tree> falseTree() const { return falseTree_; }
+
+private:
+    tkPtrHandle_const<Predicate> predicate_;
+    tkPtrHandle_const<Tree> trueTree_;
+    tkPtrHandle_const<Tree> falseTree_;
+};
+
+Result classifyByTree(tkPtrHandle_const<Tree> tree, const tkFeaturePattern& pattern);
+} // namespace naive
+
+#endif

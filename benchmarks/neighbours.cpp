@@ -1,0 +1,179 @@
+#include "machine.h"
+#include "naive.h"
+#include "peers.h"
+#include "workloads.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+tkClassifierTrainParamsKNN paramsOf(long k, double order)
+{
+    return tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(order), tkClassifierCosts(1.0));
+}
+
+/// The library's own result, query by query.
+Tool libraryTool(const tkClassifierTool& classifier, const std::vector<tkFeaturePattern>& queries)
+{
+    return {"clastool", Role::Library,
+            [&classifier, &queries, result = tkClassifierResult()](long first, long count) mutable
+            {
+                for (long i = first; i < first + count; ++i)
+                    classifier.run(queries[static_cast<std::size_t>(i) % queries.size()], result);
+                keep(result);
+            }};
+}
+
+Tool naiveTool(tkClassifierDataProviderMemory& provider, const naive::Metric& metric, long k,
+               const std::vector<tkFeaturePattern>& queries)
+{
+    return {"naive", Role::Naive,
+            [&provider, &metric, k, &queries](long first, long count)
+            {
+                for (long i = first; i < first + count; ++i)
+                    keep(naive::classifyByNeighbours(provider, metric, k,
+                                                     queries[static_cast<std::size_t>(i) % queries.size()]));
+            }};
+}
+
+/// Whether the library finds the same neighbours as `expected` finds: each row is made a category of its own, so that
+/// the result lists the neighbours.
+template <class Expected>
+bool findsTheSame(const Table& table, const std::vector<tkFeaturePattern>& queries, long k, double order,
+                  long numQueries, Expected expected)
+{
+    Table numbered{table.rows, table.columns, table.values, std::vector<long>(table.labels.size())};
+    for (std::size_t i = 0; i < numbered.labels.size(); ++i)
+        numbered.labels[i] = static_cast<long>(i);
+    tkClassifierDataProviderMemory provider = providerOf(numbered);
+    tkClassifierTool classifier;
+    classifier.train(provider, paramsOf(k, order));
+    for (long q = 0; q < numQueries; ++q)
+    {
+        const tkFeaturePattern& query = queries[static_cast<std::size_t>(q) % queries.size()];
+        tkClassifierResult result;
+        classifier.run(query, result);
+        std::vector<long> found;
+        for (const tkClassifierCategoryResult& category : result.categoryResults())
+            found.push_back(category.categoryLabel()); // equal costs: by ascending label
+        std::vector<long> wanted = expected(provider, query);
+        std::sort(wanted.begin(), wanted.end());
+        if (found != wanted)
+            return false;
+    }
+    return true;
+}
+
+/// Runs one table against the naive transcription and all peers, and counts what a run and the training allocate.
+void compare(Harness& harness, const std::string& workload, const Table& table, long k,
+             const std::vector<double>& orders, bool readsMemory)
+{
+    const Table queryTable = gaussianTable(harness.size(64, 8), table.columns, 10, 77);
+    const std::vector<tkFeaturePattern> queries = patternsOf(queryTable);
+    tkClassifierDataProviderMemory provider = providerOf(table);
+    tkClassifierTool classifier;
+    const Allocations before = allocations();
+    classifier.train(provider, paramsOf(k, orders.front()));
+    const auto patterns = static_cast<double>(table.rows);
+    const double handles = 2.0 * sizeof(void*) * patterns; // a handle and a label for each pattern
+    harness.figure(workload, "bytes per stored measurement beside patterns, handles and labels",
+                   (static_cast<double>(allocations().bytes - before.bytes) - handles) /
+                       (patterns * static_cast<double>(table.columns)));
+
+    for (const double order : orders)
+    {
+        classifier.retrain(paramsOf(k, order));
+        const naive::NormMetric metric(order);
+        const long checks = harness.size(table.rows > 100000 ? 3 : 16, 4);
+        harness.check(findsTheSame(table, queries, k, order, checks,
+                                   [&](tkClassifierDataProviderMemory& rows, const tkFeaturePattern& query)
+                                   { return naive::nearest(rows, metric, k, query); }),
+                      workload + " finds the same neighbours as the definition");
+        tkClassifierResult result;
+        for (long q = 0; q < checks; ++q)
+        {
+            const tkFeaturePattern& query = queries[static_cast<std::size_t>(q)];
+            classifier.run(query, result);
+            harness.check(naive::agrees(naive::classifyByNeighbours(provider, metric, k, query), result),
+                          workload + " gives the same result as the definition");
+        }
+        const long count = allocations().count;
+        classifier.run(queries.front(), result);
+        harness.figure(workload, "allocations of one run", static_cast<double>(allocations().count - count));
+
+        std::vector<Tool> tools{libraryTool(classifier, queries), naiveTool(provider, metric, k, queries)};
+        for (Peer* peer : peers())
+            peer->addNearest(tools, table, queryTable, k, order);
+        if (readsMemory)
+            tools.push_back({"reading all doubles once", Role::Limit,
+                             [&table](long, long times)
+                             {
+                                 for (long i = 0; i < times; ++i)
+                                     keep(sumOf(table.values.data(), table.rows * table.columns));
+                             }});
+        std::string operation = "one query, order 2";
+        operation.back() = static_cast<char>('0' + static_cast<int>(order));
+        harness.measure(workload, operation, tools);
+    }
+}
+
+/// Data on which nothing can be ruled out cheaply: against a plain scan, which is all that is left then.
+void compareWithScan(Harness& harness, const std::string& workload, const Table& table, const Table& queryTable)
+{
+    constexpr long k = 5;
+    const std::vector<tkFeaturePattern> queries = patternsOf(queryTable);
+    tkClassifierDataProviderMemory provider = providerOf(table);
+    tkClassifierTool classifier;
+    classifier.train(provider, paramsOf(k, 2.0));
+    const naive::NormMetric metric(2.0);
+    harness.check(findsTheSame(table, queries, k, 2.0, harness.size(2, 4),
+                               [&](tkClassifierDataProviderMemory& rows, const tkFeaturePattern& query)
+                               { return naive::nearest(rows, metric, k, query); }),
+                  workload + " finds the same neighbours as the definition");
+    const auto scan = [&table, &queryTable](long first, long count)
+    {
+        for (long i = first; i < first + count; ++i)
+            keep(nearestByScan(table.values.data(), table.rows, table.columns, queryTable.row(i % queryTable.rows), k));
+    };
+    harness.measure(workload, "one query, order 2",
+                    {libraryTool(classifier, queries), {"plain vectorised scan in double", Role::Limit, scan}});
+}
+} // namespace
+
+void nearestNeighbours(Harness& harness)
+{
+    compare(harness, "KNN-A", gaussianTable(harness.size(1000000, 5000), 16, 10, 1), 5, {2.0}, true);
+    compare(harness, "KNN-B", gaussianTable(harness.size(10000, 1000), 8, 10, 2), 3, {2.0, 1.0, 3.0}, false);
+    compare(harness, "KNN-C", gaussianTable(harness.size(100000, 1000), 64, 10, 3), 15, {2.0}, true);
+}
+
+void hostileNeighbours(Harness& harness)
+{
+    const long rows = harness.size(300000, 2000);
+    constexpr long columns = 16;
+    tkRandomUniform uniform(4);
+
+    Table cauchy = gaussianTable(rows, columns, 10, 5);
+    for (double& value : cauchy.values)
+        value = std::tan(uniform.next(-1.5707, 1.5707));
+    Table cauchyQueries = gaussianTable(64, columns, 10, 6);
+    for (double& value : cauchyQueries.values)
+        value = std::tan(uniform.next(-1.5707, 1.5707));
+    compareWithScan(harness, "KNN with Cauchy tails", cauchy, cauchyQueries);
+
+    const Table near = gaussianTable(rows, columns, 10, 7);
+    Table far = gaussianTable(64, columns, 10, 8);
+    for (double& value : far.values)
+        value += 1e6;
+    compareWithScan(harness, "KNN with far queries", near, far);
+
+    Table few = gaussianTable(10, columns, 10, 9);
+    Table repeated{rows, columns, {}, {}};
+    for (long i = 0; i < rows; ++i)
+    {
+        repeated.values.insert(repeated.values.end(), few.row(i % few.rows), few.row(i % few.rows) + columns);
+        repeated.labels.push_back(i % few.rows);
+    }
+    compareWithScan(harness, "KNN with ten distinct patterns", repeated, gaussianTable(64, columns, 10, 10));
+}

@@ -1,0 +1,137 @@
+"""Turns what the benchmarks measured into docs/performance.md with a bar chart for each workload.
+
+Usage: report.py DIRECTORY [DOCS]; reads DIRECTORY/{measurements,figures}.csv and machine.txt, writes DOCS/performance.md
+and DOCS/performance/. Only the standard library is needed."""
+
+import csv
+import html
+import math
+import pathlib
+import shutil
+import sys
+
+INTRODUCTION = """\
+# Performance
+
+<!-- Written by scripts/bench.sh; edit benchmarks/report.py instead. -->
+
+What counts here are the ratios: all figures of a table come from one run, in which the tools took turns in one thread
+on one processor, and each is the median of its rounds. *Ratio* is a tool's time divided by clastool's: above 1,
+clastool is faster. Absolute times are those of the machine named below.
+
+Every workload first compares clastool's results with those of *naive*, the definitions written down plainly (patterns
+and functions behind counted handles, a virtual call and the C library's `pow` for each distance, each factor computed
+where it is needed), and the run fails if they differ. Peers compute with single precision where they
+have nothing better, and deliver a label where clastool delivers scores and costs for all categories. Everything is
+compiled for the baseline of x86-64; libraries choose wider instructions as they run.
+
+`scripts/bench.sh` measures anew and rewrites this page; `scripts/bench.sh --quick` only shows that everything runs.
+"""
+
+WORKLOADS = {
+    "KNN-A": "1,000,000 stored patterns of 16 measurements in 10 classes, k = 5",
+    "KNN-B": "10,000 stored patterns of 8 measurements, k = 3",
+    "KNN-C": "100,000 stored patterns of 64 measurements, k = 15",
+    "KNN before AVX2": "KNN-A's search restricted to the instructions that every x86-64 processor has",
+    "KNN with Cauchy tails": "300,000 stored patterns of 16 measurements without mean and variance, k = 5",
+    "KNN with far queries": "300,000 stored patterns of 16 measurements, queries a million standard deviations away, k = 5",
+    "KNN with ten distinct patterns": "300,000 stored patterns of 16 measurements, ten different ones, k = 5",
+    "BAYES-A": "10 classes, 16 independent normal distributions each, trained with 1,000,000 patterns",
+    "BAYES-B": "10 classes, one normal distribution over 16 measurements each, trained with 1,000,000 patterns",
+    "BAYES-C": "20 classes, one normal distribution over 64 measurements each, trained with 200,000 patterns",
+    "RULES": "50 rules of 12 trapezoids",
+    "TREE": "a complete tree of depth 10",
+    "RESULT": "1,000 categories with 1,000 overridden costs",
+    "SAVE": "KNN-A's classifier into a stream in memory",
+    "LOAD": "KNN-A's classifier from a stream in memory",
+}
+
+STYLE = """\
+text { font: 13px system-ui, sans-serif; fill: #1f2328; }
+.value { fill: #59636e; }
+.library { fill: #1a7f37; } .naive { fill: #8c959f; } .peer { fill: #0969da; } .limit { fill: #bf8700; }
+@media (prefers-color-scheme: dark) {
+  text { fill: #f0f6fc; } .value { fill: #9198a1; }
+  .library { fill: #3fb950; } .naive { fill: #656c76; } .peer { fill: #4493f8; } .limit { fill: #d29922; }
+}"""
+
+
+def rows_of(path):
+    with open(path, newline="") as file:
+        return list(csv.DictReader(file))
+
+
+def seconds_text(seconds):
+    for unit, factor in (("s", 1.0), ("ms", 1e3), ("µs", 1e6)):
+        if seconds * factor >= 1.0:
+            return f"{seconds * factor:.3g} {unit}"
+    return f"{seconds * 1e9:.3g} ns"
+
+
+def ratio_text(ratio):
+    return f"{ratio:.0f}" if ratio >= 100.0 else f"{ratio:.3g}"
+
+
+def chart(title, rows, library):
+    """Bars of the ratios on a logarithmic scale, from the shortest time down."""
+    left, right, height, gap, top = 330, 90, 20, 8, 34
+    ratios = [float(row["seconds"]) / library for row in rows]
+    low = math.log10(min(ratios)) - 0.25
+    span = max(math.log10(max(ratios)) - low, 0.5)
+    width = 760
+    lines = []
+    for i, (row, ratio) in enumerate(zip(rows, ratios)):
+        y = top + i * (height + gap)
+        length = (math.log10(ratio) - low) / span * (width - left - right)
+        lines.append(f'<text x="{left - 8}" y="{y + 15}" text-anchor="end">{html.escape(row["tool"])}</text>')
+        lines.append(f'<rect class="{row["role"]}" x="{left}" y="{y}" width="{length:.1f}" height="{height}" rx="3"/>')
+        lines.append(f'<text class="value" x="{left + length + 6:.1f}" y="{y + 15}">{ratio_text(ratio)}</text>')
+    total = top + len(rows) * (height + gap)
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {total}" width="{width}" height="{total}" '
+            f'role="img" aria-label="{html.escape(title)}">\n<style>{STYLE}</style>\n'
+            f'<text x="0" y="16" font-weight="600">{html.escape(title)} (time relative to clastool, logarithmic)</text>\n'
+            + "\n".join(lines) + "\n</svg>\n")
+
+
+def main():
+    source = pathlib.Path(sys.argv[1])
+    docs = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else "docs")
+    folder = docs / "performance"
+    folder.mkdir(parents=True, exist_ok=True)
+    for old in folder.glob("*.svg"):
+        old.unlink()
+
+    groups = {}
+    for row in rows_of(source / "measurements.csv"):
+        groups.setdefault((row["workload"], row["operation"]), []).append(row)
+    figures = {}
+    for row in rows_of(source / "figures.csv"):
+        figures.setdefault(row["workload"], {})[row["figure"]] = float(row["value"])
+
+    page = [INTRODUCTION, "## The machine\n", "```text\n" + (source / "machine.txt").read_text() + "```\n"]
+    last = None
+    for (workload, operation), rows in groups.items():
+        library = next(float(row["seconds"]) for row in rows if row["role"] == "library")
+        rows = sorted(rows, key=lambda row: float(row["seconds"]))
+        if workload != last:
+            page.append(f"## {workload}\n\n{WORKLOADS[workload]}.\n")
+            for figure, value in figures.get(workload, {}).items():
+                page.append(f"{figure[0].upper()}{figure[1:]}: {value:.4g}.\n")
+            last = workload
+        name = "".join(c if c.isalnum() else "-" for c in f"{workload}-{operation}").lower() + ".svg"
+        (folder / name).write_text(chart(f"{workload}, {operation}", rows, library))
+        page.append(f"![{workload}, {operation}](performance/{name})\n")
+        table = [f"| {operation} | time | fastest to slowest round | ratio |", "|---|---:|---:|---:|"]
+        for row in rows:
+            seconds = float(row["seconds"])
+            tool = f"**{row['tool']}**" if row["role"] == "library" else row["tool"]
+            table.append(f"| {tool} | {seconds_text(seconds)} | {seconds_text(float(row['fastest']))} to "
+                         f"{seconds_text(float(row['slowest']))} | {ratio_text(seconds / library)} |")
+        page.append("\n".join(table) + "\n")
+    (docs / "performance.md").write_text("\n".join(page))
+    for name in ("measurements.csv", "figures.csv"):
+        shutil.copyfile(source / name, folder / name)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,36 @@
+#ifndef BENCHMARKS_WORKLOADS_H
+#define BENCHMARKS_WORKLOADS_H
+
+#include "clss/clastool/clastool.h"
+#include "harness.h"
+
+#include <vector>
+
+/// Labelled rows of measurements, one after the other.
+struct Table
+{
+    long rows = 0;
+    long columns = 0;
+    std::vector<double> values;
+    std::vector<long> labels;
+
+    const double* row(long i) const { return &values[static_cast<std::size_t>(i * columns)]; }
+    tkFeaturePattern pattern(long i) const { return tkFeaturePattern({row(i), row(i) + columns}); }
+};
+
+/// Rows around one centre for each class, the classes in turn; with `spread` of the centres and correlated noise.
+Table gaussianTable(long rows, long columns, long classes, long seed);
+
+/// The table as training data.
+tkClassifierDataProviderMemory providerOf(const Table& table);
+std::vector<tkFeaturePattern> patternsOf(const Table& table);
+
+/// One workload each, or a few that belong together.
+void nearestNeighbours(Harness& harness);
+void hostileNeighbours(Harness& harness);
+void ruleTables(Harness& harness);
+void decisionTrees(Harness& harness);
+void results(Harness& harness);
+void archives(Harness& harness);
+
+#endif

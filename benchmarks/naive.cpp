@@ -178,6 +178,127 @@ long classifyByRules(const std::vector<Rule>& rules, const std::vector<double>& 
     return -1;
 }
 
+void NormalDensity::add(const tkFeaturePattern& pattern)
+{
+    const std::vector<double> x = pattern.featureMeasurements(true);
+    const std::size_t n = x.size();
+    if (count_ == 0.0)
+    {
+        mean_.assign(n, 0.0);
+        products_.assign(n * n, 0.0);
+    }
+    count_ += 1.0;
+    std::vector<double> before(n);
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        before[i] = x[i] - mean_[i];
+        mean_[i] += before[i] / count_;
+    }
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t j = 0; j < n; ++j)
+            products_[i * n + j] += before[i] * (x[j] - mean_[j]);
+}
+
+double NormalDensity::logValue(const tkFeaturePattern& pattern) const
+{
+    const std::vector<double> x = pattern.featureMeasurements(true);
+    const std::size_t n = x.size();
+    std::vector<double> factor(n * n, 0.0); // Cholesky's, lower triangle
+    std::vector<double> z(n);               // factor * z = x - mean
+    double logValue = 0.0;
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        for (std::size_t j = 0; j <= i; ++j)
+        {
+            double sum = products_[i * n + j] / (count_ - 1.0);
+            for (std::size_t k = 0; k < j; ++k)
+                sum -= factor[i * n + k] * factor[j * n + k];
+            factor[i * n + j] = i == j ? std::sqrt(sum) : sum / factor[j * n + j];
+        }
+        double sum = x[i] - mean_[i];
+        for (std::size_t k = 0; k < i; ++k)
+            sum -= factor[i * n + k] * z[k];
+        z[i] = sum / factor[i * n + i];
+        logValue -= 0.5 * (std::log(2.0 * std::acos(-1.0)) + z[i] * z[i]) + std::log(factor[i * n + i]);
+    }
+    return logValue;
+}
+
+namespace
+{
+PatternHandle restricted(const tkFeaturePattern& pattern, const std::vector<long>& set)
+{
+    std::vector<double> measurements;
+    std::vector<long> invalid;
+    for (const long index : set)
+    {
+        if (!pattern.isValid(index))
+            invalid.push_back(static_cast<long>(measurements.size()));
+        measurements.push_back(pattern.featureMeasurement(index, false));
+    }
+    return PatternHandle(new tkFeaturePattern(measurements, invalid));
+}
+} // namespace
+
+std::vector<Category> trainNormals(tkClassifierDataProviderMemory& provider, const std::vector<std::vector<long>>& sets)
+{
+    std::vector<Category> categories;
+    for (long i = 0; i < provider.numPatterns(); ++i)
+    {
+        const PatternHandle pattern = provider.featurePattern(i);
+        const long label = provider.categoryLabel(i);
+        auto category =
+            std::find_if(categories.begin(), categories.end(), [label](const Category& c) { return c.label == label; });
+        if (category == categories.end())
+        {
+            categories.push_back({label, sets, {}});
+            category = categories.end() - 1;
+            for (std::size_t s = 0; s < sets.size(); ++s)
+                category->densities.emplace_back(new NormalDensity);
+        }
+        for (std::size_t s = 0; s < sets.size(); ++s)
+            category->densities[s]->add(*restricted(*pattern, category->sets[s]));
+    }
+    return categories;
+}
+
+Result classifyByNormals(const std::vector<Category>& categories, const tkFeaturePattern& pattern)
+{
+    std::vector<double> scores;
+    for (const Category& category : categories)
+    {
+        double score = 0.0;
+        for (std::size_t s = 0; s < category.sets.size(); ++s)
+            score += category.densities[s]->logValue(*restricted(pattern, category.sets[s]));
+        scores.push_back(score);
+    }
+    const double best = *std::max_element(scores.begin(), scores.end());
+    Result matchResults;
+    for (std::size_t i = 0; i < scores.size(); ++i)
+        matchResults.push_back({categories[i].label, std::exp(scores[i] - best), 0.0, 0.0});
+    return result(matchResults, tkClassifierFrequencies(1.0), tkClassifierCosts(1.0));
+}
+
+bool nearlyAgrees(const Result& result, const tkClassifierResult& libraryResult)
+{
+    const std::vector<tkClassifierCategoryResult>& categories = libraryResult.categoryResults();
+    const auto near = [](double a, double b) { return std::fabs(a - b) <= 1e-8; };
+    if (result.size() != categories.size() || result.front().label != categories.front().categoryLabel())
+        return false;
+    return std::all_of(result.begin(), result.end(),
+                       [&](const CategoryResult& a)
+                       {
+                           return std::any_of(categories.begin(), categories.end(),
+                                              [&](const tkClassifierCategoryResult& b)
+                                              {
+                                                  return a.label == b.categoryLabel() &&
+                                                         near(a.matchScore, b.matchScore()) &&
+                                                         near(a.classScore, b.classScore()) &&
+                                                         near(a.expectedCost, b.expectedCost());
+                                              });
+                       });
+}
+
 bool RangePredicate::outcome(const tkFeaturePattern& pattern) const
 {
     for (const long index : indices_)

@@ -86,6 +86,38 @@ struct Rule
 /// The first rule that scores above the threshold, or -1.
 long classifyByRules(const std::vector<Rule>& rules, const std::vector<double>& values, double threshold);
 
+/// The running mean and covariance of a set of measurements (Welford), and their normal density.
+class NormalDensity : public tkRepBase
+{
+public:
+    void add(const tkFeaturePattern& pattern);
+    /// Factors the covariance anew each time.
+    double logValue(const tkFeaturePattern& pattern) const;
+
+private:
+    double count_ = 0.0;
+    std::vector<double> mean_;
+    std::vector<double> products_; // sums of products of deviations, row by row
+};
+
+/// A class: sets of measurements that depend on one another, each with a density.
+struct Category
+{
+    long label;
+    std::vector<std::vector<long>> sets;
+    std::vector<tkPtrHandle<NormalDensity>> densities;
+};
+
+/// Trains each class with the sets given, pattern by pattern.
+std::vector<Category> trainNormals(tkClassifierDataProviderMemory& provider,
+                                   const std::vector<std::vector<long>>& sets);
+
+Result classifyByNormals(const std::vector<Category>& categories, const tkFeaturePattern& pattern);
+
+/// Whether the library decides for the same category, with scores that differ by rounding only: how a factor is
+/// computed is not part of the definition.
+bool nearlyAgrees(const Result& result, const tkClassifierResult& libraryResult);
+
 class Predicate : public tkRepBase
 {
 public:

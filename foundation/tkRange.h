@@ -3,6 +3,8 @@
 
 #include "foundation/tkExport.h"
 
+#include <limits>
+
 class tkArchive;
 
 /// A range of numbers with closed ends.
@@ -14,8 +16,8 @@ class TK_EXPORT tkRange
 {
 public:
     /// The full range.
-    tkRange() noexcept;
-    tkRange(double low, double high) noexcept;
+    tkRange() noexcept = default;
+    tkRange(double low, double high) noexcept : low_(low), high_(high) {}
 
     /// The range that accepts every value, NaN included.
     static tkRange FullRange() noexcept { return tkRange(); }
@@ -24,15 +26,15 @@ public:
     double high() const noexcept { return high_; }
 
     /// Whether the range accepts the value.
-    bool isWithin(double value) const noexcept;
+    bool isWithin(double value) const noexcept { return (low_ <= value && value <= high_) || *this == FullRange(); }
 
     /// Equality of the ends; a NaN end equals nothing.
     bool operator==(const tkRange& other) const noexcept { return low_ == other.low_ && high_ == other.high_; }
     bool operator!=(const tkRange& other) const noexcept { return !(*this == other); }
 
 private:
-    double low_;
-    double high_;
+    double low_ = -std::numeric_limits<double>::infinity();
+    double high_ = std::numeric_limits<double>::infinity();
 };
 
 /// The record of a range: version byte, low end, high end. Loading checks neither and changes nothing

@@ -86,9 +86,11 @@ public:
         }
         const cv::Ptr<cv::ml::DTrees> tree = cv::ml::DTrees::create();
         tree->setMaxDepth(bits);
-        tree->setMinSampleCount(2);
+        tree->setMinSampleCount(1);
         tree->setRegressionAccuracy(0.0f);
         tree->setUseSurrogates(false);
+        tree->setUse1SERule(false);
+        tree->setTruncatePrunedTree(false);
         tree->setCVFolds(0);
         tree->train(samples, cv::ml::ROW_SAMPLE, leaves);
         if (tree->getNodes().size() != (std::size_t{2} << bits) - 1)

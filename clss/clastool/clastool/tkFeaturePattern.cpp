@@ -23,11 +23,6 @@ tkFeaturePattern::tkFeaturePattern(const std::vector<double>& measurements, cons
     measurements_ = measurements;
 }
 
-long tkFeaturePattern::numMeasurements() const
-{
-    return static_cast<long>(measurements_.size());
-}
-
 const std::vector<double>& tkFeaturePattern::featureMeasurements(bool requireAllValid) const
 {
     if (requireAllValid && numInvalid() > 0)
@@ -44,11 +39,9 @@ double tkFeaturePattern::featureMeasurement(long index, bool throwIfInvalid) con
     return index < numMeasurements() ? measurements_[static_cast<std::size_t>(index)] : 0.0;
 }
 
-bool tkFeaturePattern::isValid(long index) const
+void tkFeaturePattern::failNegativeIndex_()
 {
-    if (index < 0)
-        throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
-    return index < numMeasurements() && validity_[static_cast<std::size_t>(index)];
+    throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
 }
 
 long tkFeaturePattern::numInvalid() const

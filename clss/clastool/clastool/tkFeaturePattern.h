@@ -24,7 +24,7 @@ public:
     tkFeaturePattern& operator=(const tkFeaturePattern& other) { return *this = tkFeaturePattern(other); }
     tkFeaturePattern& operator=(tkFeaturePattern&&) = default;
 
-    long numMeasurements() const;
+    long numMeasurements() const { return static_cast<long>(measurements_.size()); }
 
     /// All stored values. Throws tkClassifierDefs::BadFeatures if `requireAllValid` and one is invalid.
     const std::vector<double>& featureMeasurements(bool requireAllValid) const;
@@ -35,7 +35,12 @@ public:
     double featureMeasurement(long index, bool throwIfInvalid) const;
 
     /// Whether the measurement is valid; beyond the end none is. Throws tkClassifierDefs::BadIndex if index < 0.
-    bool isValid(long index) const;
+    bool isValid(long index) const
+    {
+        if (index < 0)
+            failNegativeIndex_();
+        return index < numMeasurements() && validity_[static_cast<std::size_t>(index)];
+    }
 
     long numInvalid() const;
 
@@ -50,6 +55,7 @@ protected:
     void dispatchSerialize(tkArchive& archive) override;
 
 private:
+    [[noreturn]] static void failNegativeIndex_();
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();
     static const Registration registration_;

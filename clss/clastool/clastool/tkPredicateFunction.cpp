@@ -46,9 +46,12 @@ tkRangePredicate::tkRangePredicate(const tkRange& range, const std::vector<long>
 
 bool tkRangePredicate::outcome(const tkFeaturePattern& pattern) const
 {
+    const std::vector<double>& measurements = pattern.featureMeasurements(false);
     return std::all_of(indices_.begin(), indices_.end(),
-                       [&](long index)
-                       { return pattern.isValid(index) && range_.isWithin(pattern.featureMeasurement(index, true)); });
+                       [&](long index) {
+                           return pattern.isValid(index) &&
+                                  range_.isWithin(measurements[static_cast<std::size_t>(index)]);
+                       });
 }
 
 tkPtrHandle<tkPredicateFunction> tkRangePredicate::clone() const

@@ -4,6 +4,8 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
+#include <typeinfo>
+
 namespace
 {
 [[noreturn]] void failAutomaticTraining()
@@ -14,6 +16,14 @@ namespace
 [[noreturn]] void failIncrementalTraining()
 {
     throw tkClassifierDefs::NotImplemented(L"Incremental decision tree training is not implemented.");
+}
+
+/// The tree as one of class `Tree` or derived from it, or null. To ask for the class itself first spares nearly all
+/// trees the search among the bases, which takes longer than a predicate.
+template <class Tree>
+const Tree* as(const tkDecisionTree* tree)
+{
+    return typeid(*tree) == typeid(Tree) ? static_cast<const Tree*>(tree) : dynamic_cast<const Tree*>(tree);
 }
 } // namespace
 
@@ -88,9 +98,14 @@ void tk_ClassifierDecisionTree::run_(const tkFeaturePattern& pattern, tkClassifi
 {
     TK_ASSERT(isTrained());
     const tkDecisionTree* tree = decisionTree_.get();
-    while (const auto* const node = dynamic_cast<const tkDecisionTreeNode*>(tree))
+    while (typeid(*tree) != typeid(tkDecisionTreeLeaf))
+    {
+        const auto* const node = as<tkDecisionTreeNode>(tree);
+        if (!node)
+            break;
         tree = &*(node->predicateFunction()->outcome(pattern) ? node->trueTree() : node->falseTree());
-    const auto* const leaf = dynamic_cast<const tkDecisionTreeLeaf*>(tree);
+    }
+    const auto* const leaf = as<tkDecisionTreeLeaf>(tree);
     TK_ASSERT(leaf != nullptr);
     result = leaf->classifierResult();
 }

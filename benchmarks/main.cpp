@@ -14,7 +14,7 @@ int main(int argc, char** argv)
         void (*run)(Harness&);
     };
     const Workload workloads[] = {
-        {"KNN", &nearestNeighbours}, {"HOSTILE", &hostileNeighbours}, {"RULES", &ruleTables},
+        {"KNN", &nearestNeighbours}, {"HOSTILE", &hostileNeighbours}, {"RULES", &ruleTables}, {"TREE", &decisionTrees},
         {"RESULT", &results},        {"ARCHIVE", &archives},
     };
     std::vector<std::string> arguments(argv + 1, argv + argc);

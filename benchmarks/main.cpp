@@ -14,8 +14,14 @@ int main(int argc, char** argv)
         void (*run)(Harness&);
     };
     const Workload workloads[] = {
-        {"KNN", &nearestNeighbours}, {"HOSTILE", &hostileNeighbours}, {"RULES", &ruleTables}, {"TREE", &decisionTrees},
-        {"RESULT", &results},        {"ARCHIVE", &archives},
+        {"KNN", &nearestNeighbours},
+        {"BASELINE", &neighboursBeforeAvx2},
+        {"HOSTILE", &hostileNeighbours},
+        {"BAYES", &normalDistributions},
+        {"RULES", &ruleTables},
+        {"TREE", &decisionTrees},
+        {"RESULT", &results},
+        {"ARCHIVE", &archives},
     };
     std::vector<std::string> arguments(argv + 1, argv + argc);
     const bool quick = !arguments.empty() && arguments.front() == "--quick";

@@ -3,6 +3,8 @@
 #include "peers.h"
 #include "workloads.h"
 
+#include "numerics/tkNMNeighborSearch.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -146,6 +148,56 @@ void nearestNeighbours(Harness& harness)
     compare(harness, "KNN-A", gaussianTable(harness.size(1000000, 5000), 16, 10, 1), 5, {2.0}, true);
     compare(harness, "KNN-B", gaussianTable(harness.size(10000, 1000), 8, 10, 2), 3, {2.0, 1.0, 3.0}, false);
     compare(harness, "KNN-C", gaussianTable(harness.size(100000, 1000), 64, 10, 3), 15, {2.0}, true);
+}
+
+void neighboursBeforeAvx2(Harness& harness)
+{
+    class Rows : public tkNMNeighborSearch::Rows
+    {
+    public:
+        explicit Rows(const Table& table) : table_(table) {}
+        void fetch(const long* indices, long count, const double** rows) const override
+        {
+            for (long i = 0; i < count; ++i)
+                rows[i] = table_.row(indices[i]);
+        }
+
+    private:
+        const Table& table_;
+    };
+
+    constexpr long k = 5;
+    const Table table = gaussianTable(harness.size(1000000, 5000), 16, 10, 1);
+    const Table queryTable = gaussianTable(harness.size(64, 8), table.columns, 10, 77);
+    const Rows rows(table);
+    tkNMNeighborSearch search;
+    search.update(rows, table.rows, table.columns);
+    std::vector<long> indices(k);
+    std::vector<double> distances(2 * k);
+    for (long q = 0; q < queryTable.rows; ++q)
+    {
+        std::vector<long> best(k);
+        search.nearest(rows, queryTable.row(q), 2.0, k, best.data(), distances.data());
+        search.nearest(rows, queryTable.row(q), 2.0, k, indices.data(), distances.data(), tkNMByteDistances::Sse2);
+        harness.check(best == indices, "the search finds the same with other instructions");
+    }
+    std::vector<Tool> tools{{"clastool's search", Role::Library,
+                             [&](long first, long count)
+                             {
+                                 for (long i = first; i < first + count; ++i)
+                                     search.nearest(rows, queryTable.row(i % queryTable.rows), 2.0, k, indices.data(),
+                                                    distances.data(), tkNMByteDistances::Sse2);
+                                 keep(indices);
+                             }}};
+    for (Peer* peer : peers())
+        peer->addNearest(tools, table, queryTable, k, 2.0);
+    tools.push_back({"reading all doubles once", Role::Limit,
+                     [&table](long, long times)
+                     {
+                         for (long i = 0; i < times; ++i)
+                             keep(sumOf(table.values.data(), table.rows * table.columns));
+                     }});
+    harness.measure("KNN before AVX2", "one query, order 2", tools);
 }
 
 void hostileNeighbours(Harness& harness)

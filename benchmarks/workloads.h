@@ -27,7 +27,9 @@ std::vector<tkFeaturePattern> patternsOf(const Table& table);
 
 /// One workload each, or a few that belong together.
 void nearestNeighbours(Harness& harness);
+void neighboursBeforeAvx2(Harness& harness);
 void hostileNeighbours(Harness& harness);
+void normalDistributions(Harness& harness);
 void ruleTables(Harness& harness);
 void decisionTrees(Harness& harness);
 void results(Harness& harness);

@@ -58,10 +58,15 @@ Measurements measureTile(const Picture& picture, long x, long y)
     Measurements result;
     result.values = {mean, deviation, sumDx / numSteps, sumDy / numSteps, sumLaplacian / numInside, 0.0};
     if (deviation > 0.0)
-        result.values[5] = cubes / numPixels / (deviation * deviation * deviation);
+        result.values[skewness] = cubes / numPixels / (deviation * deviation * deviation);
     else
-        result.invalid = {5};
+        result.invalid = {skewness};
     return result;
+}
+
+tkPtrHandle_const<tkFeaturePattern> patternOf(const Measurements& tile)
+{
+    return tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(tile.values, tile.invalid));
 }
 
 Spread spreadOf(const std::vector<double>& values)

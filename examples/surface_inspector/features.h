@@ -19,6 +19,17 @@ constexpr long tileSize = 32;
 
 constexpr std::size_t numMeasurements = 6;
 
+/// The measurements by index.
+enum Measurement : long
+{
+    greyMean,
+    standardDeviation,
+    meanDx,
+    meanDy,
+    meanLaplacian,
+    skewness
+};
+
 extern const std::array<const char*, numMeasurements> measurementNames;
 
 /// What was measured on one tile, in grey levels (the skewness has no unit), and which of it is invalid.
@@ -33,6 +44,9 @@ struct Measurements
 /// skewness, the mean of ((grey level - mean) / s)^3, which is invalid where s is 0: a tile of one grey level has none.
 /// *Requires* that the tile lies within the picture.
 Measurements measureTile(const Picture& picture, long x, long y);
+
+/// The measurements as they are, in the form that the classifiers read.
+tkPtrHandle_const<tkFeaturePattern> patternOf(const Measurements& tile);
 
 /// Mean and standard deviation (divided by the count) of some numbers.
 struct Spread
@@ -53,7 +67,7 @@ public:
     /// A measurement that is the same on all tiles stays as it is.
     explicit Scaling(const std::vector<Measurements>& tiles);
 
-    /// The scaled measurements in the form that the classifier reads.
+    /// The scaled measurements in the form that the classifiers read.
     tkPtrHandle_const<tkFeaturePattern> pattern(const Measurements& tile) const;
 
 private:

@@ -4,7 +4,6 @@
 
 #include "clss/clastool/clastool/tkClassifierCosts.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
-#include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
@@ -19,8 +18,6 @@ namespace inspector
 
 namespace
 {
-
-using Pattern = tkPtrHandle_const<tkFeaturePattern>;
 
 Scaling scalingOf(const std::vector<Tile>& tiles)
 {
@@ -59,52 +56,6 @@ std::vector<Pattern> windowPatterns(const Picture& picture, const Scaling& scali
         progress.advance();
     }
     return patterns;
-}
-
-Decision decide(const tkClassifierTool& tool, const tkFeaturePattern& pattern)
-{
-    Decision decision;
-    try
-    {
-        tool.run(pattern, decision.result);
-        decision.label = decision.result.categoryResults().front().categoryLabel();
-    }
-    catch (const tkClassifierDefs::Errors& error)
-    {
-        decision.refusal = error.what();
-    }
-    return decision;
-}
-
-std::vector<Decision> decideAll(const tkClassifierTool& tool, const std::vector<Pattern>& patterns,
-                                const std::string& step)
-{
-    Progress progress(step, patterns.size());
-    std::vector<Decision> decisions;
-    for (const Pattern& pattern : patterns)
-    {
-        decisions.push_back(decide(tool, *pattern));
-        progress.advance();
-    }
-    return decisions;
-}
-
-Confusion confusionOf(const Dataset& dataset, const std::vector<Decision>& decisions)
-{
-    const std::size_t numSurfaces = dataset.surfaces.size();
-    Confusion confusion;
-    confusion.counts.assign(numSurfaces, std::vector<long>(numSurfaces + 1));
-    confusion.total = static_cast<long>(decisions.size());
-    for (std::size_t i = 0; i < decisions.size(); ++i)
-    {
-        const long truth = dataset.test[i].label;
-        const long label = decisions[i].label;
-        const std::size_t column = label < 0 ? numSurfaces : static_cast<std::size_t>(label);
-        ++confusion.counts[static_cast<std::size_t>(truth)][column];
-        if (label == truth)
-            ++confusion.right;
-    }
-    return confusion;
 }
 
 long countDiffering(const std::vector<Decision>& one, const std::vector<Decision>& other)
@@ -211,7 +162,7 @@ CostChange changeCost(const Findings& findings, tkClassifierTool& tool, const st
     params.misclassificationCosts(costs);
     tool.retrain(params);
     change.tests = decideAll(tool, tests, "Right halves, new cost");
-    change.confusion = confusionOf(findings.dataset, change.tests);
+    change.confusion = confusionOf(findings.dataset, findings.dataset.test, change.tests);
     change.windows.decisions = decideAll(tool, windows, "Mosaic, new cost");
     change.totalBefore = totalCost(before, costs);
     change.totalAfter = totalCost(change.confusion, costs);
@@ -274,7 +225,7 @@ Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath)
 
     const std::vector<Pattern> tests = patternsOf(findings.dataset.test, scaling);
     findings.tests = decideAll(tool, tests, "Right halves");
-    findings.confusion = confusionOf(findings.dataset, findings.tests);
+    findings.confusion = confusionOf(findings.dataset, findings.dataset.test, findings.tests);
 
     const std::vector<Pattern> windows = windowPatterns(findings.mosaic.picture, scaling);
     findings.windows.columns = countSteps(findings.mosaic.picture.width);
@@ -285,6 +236,7 @@ Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath)
     findings.costChange = changeCost(findings, tool, tests, windows);
     findings.storage = storeAndLoad(tool, tests, findings.tests, archivePath);
     findings.flatTile = flatTile(scaling, tool);
+    findings.tree = sortWithTree(findings.dataset, findings.flatTile.measured);
     return findings;
 }
 
@@ -302,14 +254,6 @@ std::vector<long> countWindows(const Findings& findings, const WindowMap& window
         }
     }
     return counts;
-}
-
-long countChanged(const std::vector<Decision>& before, const std::vector<Decision>& after)
-{
-    long count = 0;
-    for (std::size_t i = 0; i < before.size(); ++i)
-        count += before[i].label != after[i].label;
-    return count;
 }
 
 } // namespace inspector

@@ -1,11 +1,11 @@
 #ifndef SURFACE_INSPECTOR_INSPECTION_H
 #define SURFACE_INSPECTOR_INSPECTION_H
 
-#include "dataset.h"
-
-#include "clss/clastool/clastool/tkClassifierResult.h"
+#include "decision.h"
+#include "sorting_tree.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,31 +17,6 @@ constexpr long numNeighbours = 5;
 
 /// Step from one window of the mosaic to the next, in pixels.
 constexpr long windowStep = 8;
-
-/// What the classifier says of one tile.
-struct Decision
-{
-    long label = -1;           ///< the category of least expected cost; -1: refused
-    tkClassifierResult result; ///< every category that the classifier ranks
-    std::string refusal;       ///< the library's words, empty if there is a result
-
-    bool operator==(const Decision& other) const { return result == other.result && refusal == other.refusal; }
-    bool operator!=(const Decision& other) const { return !(*this == other); }
-};
-
-/// How the tiles of every surface (row) were decided (column); the last column counts the refused.
-struct Confusion
-{
-    std::vector<std::vector<long>> counts;
-    long right = 0;
-    long total = 0;
-
-    long count(long truth, long decision) const
-    {
-        return counts[static_cast<std::size_t>(truth)][static_cast<std::size_t>(decision)];
-    }
-    double accuracy() const { return static_cast<double>(right) / static_cast<double>(total); }
-};
 
 /// A decision on every window of the mosaic, row by row; windows are tiles that overlap.
 struct WindowMap
@@ -98,6 +73,7 @@ struct Findings
     CostChange costChange;
     Storage storage;
     Exhibit flatTile; ///< has an invalid measurement
+    std::optional<TreeFindings> tree; ///< if the surfaces are those it was built for
 };
 
 /// Trains, classifies, and stores the classifier in the file `archivePath`.
@@ -105,9 +81,6 @@ Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath)
 
 /// How many windows that lie wholly in one part of the mosaic were decided, by label; the last counts the refused.
 std::vector<long> countWindows(const Findings& findings, const WindowMap& windows, const Mosaic::Part& part);
-
-/// How many decisions chose another category.
-long countChanged(const std::vector<Decision>& before, const std::vector<Decision>& after);
 
 } // namespace inspector
 

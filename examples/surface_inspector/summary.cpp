@@ -12,9 +12,11 @@ namespace inspector
 namespace
 {
 
-void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& confusion)
+/// `none` heads the column of the tiles for which no surface was named.
+void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& confusion,
+                    const std::string& none = "refused")
 {
-    std::size_t width = 9;
+    std::size_t width = none.size() + 2;
     for (const Surface& surface : dataset.surfaces)
         width = std::max(width, surface.name.size() + 2);
     const int column = static_cast<int>(width);
@@ -22,7 +24,7 @@ void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& 
     out << "  " << std::left << std::setw(column + 7) << "true \\ decided" << std::right;
     for (const Surface& surface : dataset.surfaces)
         out << std::setw(column) << surface.name;
-    out << std::setw(column) << "refused" << '\n';
+    out << std::setw(column) << none << '\n';
     for (std::size_t i = 0; i < dataset.surfaces.size(); ++i)
     {
         out << "  " << std::left << std::setw(column + 7) << dataset.surfaces[i].name << std::right;
@@ -52,6 +54,31 @@ void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhi
             << std::setw(13) << fixed(category.matchScore(), 3) << std::setw(13) << fixed(category.classScore(), 3)
             << std::setw(15) << fixed(category.expectedCost(), 3) << '\n';
     }
+}
+
+/// What came to each leaf, from left to right.
+void writeLeaves(std::ostream& out, const Dataset& dataset, const TreeFindings& tree, const Branch& branch)
+{
+    for (const Branch& below : branch.branches)
+        writeLeaves(out, dataset, tree, below);
+    if (!branch.isLeaf())
+        return;
+    out << "  leaf " << (branch.label == tree.measureAgain ? "measure again" : surfaceName(dataset, branch.label))
+        << ':';
+    for (std::size_t label = 0; label < branch.counts.size(); ++label)
+        out << (label == 0 ? " " : ", ") << branch.counts[label] << " of " << dataset.surfaces[label].name;
+    out << '\n';
+}
+
+void writeTree(std::ostream& out, const Dataset& dataset, const TreeFindings& tree)
+{
+    out << "\nDecision tree built by hand\n";
+    writeConfusion(out, dataset, tree.confusion, "measure again");
+    writeLeaves(out, dataset, tree, tree.root);
+    out << "  on the left halves, which it was made for, it is right for " << fixed(tree.learned.accuracy(), 3)
+        << "\n  a covered lens: "
+        << (tree.flatTile.label == tree.measureAgain ? "measure again" : surfaceName(dataset, tree.flatTile.label))
+        << '\n';
 }
 
 } // namespace
@@ -89,6 +116,8 @@ void writeSummary(std::ostream& out, const Findings& findings)
         << "  after tool.retrain(*tool.trainParams()): " << storage.differingAtLast << " differ\n";
 
     writeExhibit(out, dataset, findings.flatTile);
+    if (findings.tree)
+        writeTree(out, dataset, *findings.tree);
 }
 
 } // namespace inspector

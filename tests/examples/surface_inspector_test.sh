@@ -52,6 +52,16 @@ refusesPicture() {
     refuses "$2: $1" --mosaic "$2"
 }
 
+# accuracyAfter REGEX: the first accuracy below the first line that matches.
+accuracyAfter() {
+    sed -nE "/^$1/,\$p" out | sed -nE '0,/accuracy/s/^  accuracy ([01]\.[0-9]+) .*/\1/p'
+}
+
+# atLeast FLOOR NUMBER
+atLeast() {
+    awk -v number="${2:-0}" -v floor="$1" 'BEGIN { exit !(number >= floor) }' || fail "'$2' is below $1"
+}
+
 # noise BYTES: the same bytes every time, hardly two of them alike.
 noise() {
     dd if="$data/grass.pgm" bs=1 skip=20000 count="$1" 2> /dev/null
@@ -65,9 +75,7 @@ picture() {
 
 ShippedPicturesAreDecidedRightly() {
     run
-    local accuracy
-    accuracy=$(sed -nE '0,/accuracy/s/^  accuracy ([01]\.[0-9]+) .*/\1/p' out)
-    awk -v a="${accuracy:-0}" 'BEGIN { exit !(a >= 0.95) }' || fail "accuracy '$accuracy'"
+    atLeast 0.95 "$(accuracyAfter '5 nearest neighbours')"
     expectLine '3 surfaces, 384 tiles of the left halves learned, 384 of the right halves tried'
     expectLine 'Never trained \(coins, .*'
     expectLine 'To take [a-z]+ for [a-z]+ now costs 20 .*'
@@ -86,6 +94,43 @@ HigherCostMakesMistakesCheaper() {
     costs=$(sed -nE 's/^  mistakes at the new cost: ([0-9]+) as decided before, ([0-9]+) now$/\1 \2/p' out)
     read -r before after <<< "$costs"
     [ "$after" -lt "$before" ] || fail "mistakes cost $before before, $after after"
+}
+
+TreeBuiltByHandSortsTheTiles() {
+    run
+    atLeast 0.97 "$(accuracyAfter 'Decision tree built by hand')"
+    expectLine '  leaf brick: 128 of brick, 0 of grass, 0 of gravel'
+    expectLine '  leaf measure again: 0 of brick, 0 of grass, 0 of gravel'
+    expectLine '  on the left halves, which it was made for, it is right for 0\.9[789][0-9]'
+    expectLine '  a covered lens: measure again'
+    grep -q '<svg class="drawing" role="img" aria-label="The decision tree' surface_inspector.html ||
+        fail "the tree is not drawn"
+    # Every tile is at one leaf.
+    [ "$(sed -nE 's/^  leaf [^:]*: ([0-9]+) of brick, ([0-9]+) of grass, ([0-9]+) of gravel$/\1 \2 \3/p' out |
+        awk '{ brick += $1; grass += $2; gravel += $3 } END { print brick, grass, gravel }')" = "128 128 128" ] ||
+        fail "the leaves do not hold all tiles"
+}
+
+TreeSendsFlatTilesToMeasureAgain() {
+    # grass whose last row of tiles begins with a flat one in the left half, with two in the right half
+    {
+        head -c $((15 + 480 * 512)) "$data/grass.pgm"
+        for ((row = 0; row < 32; ++row)); do
+            head -c 32 /dev/zero
+            noise 224
+            head -c 64 /dev/zero
+            noise 192
+        done
+    } > grass.pgm
+    run --train "gravel=$data/gravel.pgm" grass=grass.pgm "brick=$data/brick.pgm"
+    expectLine '  leaf measure again: 0 of gravel, 2 of grass, 0 of brick'
+}
+
+OwnSurfacesAreNotSortedByHand() {
+    run --train "brick=$data/brick.pgm" "grass=$data/grass.pgm" "stones=$data/gravel.pgm"
+    ! grep -q 'Decision tree' out surface_inspector.html || fail "a tree for other surfaces"
+    run --train "brick=$data/brick.pgm" "grass=$data/grass.pgm"
+    ! grep -q 'Decision tree' out surface_inspector.html || fail "a tree for other surfaces"
 }
 
 ReportIsWholeAndNeedsNothingElse() {

@@ -237,6 +237,7 @@ Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath)
     findings.storage = storeAndLoad(tool, tests, findings.tests, archivePath);
     findings.flatTile = flatTile(scaling, tool);
     findings.tree = sortWithTree(findings.dataset, findings.flatTile.measured);
+    findings.rules = decideWithRules(findings.dataset, findings.flatTile.measured);
     return findings;
 }
 

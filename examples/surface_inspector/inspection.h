@@ -2,6 +2,7 @@
 #define SURFACE_INSPECTOR_INSPECTION_H
 
 #include "decision.h"
+#include "hand_rules.h"
 #include "sorting_tree.h"
 
 #include <cstdint>
@@ -74,6 +75,7 @@ struct Findings
     Storage storage;
     Exhibit flatTile; ///< has an invalid measurement
     std::optional<TreeFindings> tree; ///< if the surfaces are those it was built for
+    std::optional<RuleFindings> rules; ///< likewise
 };
 
 /// Trains, classifies, and stores the classifier in the file `archivePath`.

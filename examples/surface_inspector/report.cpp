@@ -256,6 +256,8 @@ void writeReport(std::ostream& out, const Findings& findings)
     writeUnmeasured(out, findings);
     if (findings.tree)
         writeTreeSection(out, findings, *findings.tree);
+    if (findings.rules)
+        writeRuleSection(out, findings, *findings.rules);
     out << "</main>\n</body>\n</html>\n";
 }
 

@@ -10,6 +10,7 @@ namespace inspector
 
 /// The sections of the report that stand in files of their own.
 void writeTreeSection(std::ostream& out, const Findings& findings, const TreeFindings& tree);
+void writeRuleSection(std::ostream& out, const Findings& findings, const RuleFindings& rules);
 
 } // namespace inspector
 

@@ -35,6 +35,7 @@ pre { background: var(--card); border: 1px solid var(--line); border-radius: .5r
 .card { background: var(--card); border: 1px solid var(--line); border-radius: .6rem; padding: 1rem 1.1rem; }
 figure { margin: 0; }
 figure.card { margin: 1rem 0; }
+.row > figure.card { margin: 0; }
 figcaption { font-size: .875rem; margin-top: .5rem; }
 .laid { position: relative; border-radius: .4rem; overflow: hidden; }
 .laid img { display: block; width: 100%; height: auto; background-size: 100% 100%; print-color-adjust: exact;
@@ -80,6 +81,11 @@ th:first-child { text-align: left; padding-left: .2rem; }
 .drawing .box { fill: var(--page); stroke: var(--line); }
 .drawing .question { fill: var(--card); stroke: var(--soft); }
 .drawing .branch { fill: none; stroke: var(--accent); stroke-opacity: .45; }
+.drawing.small { min-width: 0; }
+.drawing polygon.member { fill-opacity: .22; }
+.drawing polyline { fill: none; stroke-width: 1.6; }
+.drawing .edge { stroke: var(--ink); stroke-opacity: .35; stroke-width: 2.8; }
+.drawing .mark { stroke: var(--ink); stroke-width: 1.4; }
 .drawing .frame { fill: none; stroke: var(--line); }
 )";
 

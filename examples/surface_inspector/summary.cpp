@@ -81,6 +81,23 @@ void writeTree(std::ostream& out, const Dataset& dataset, const TreeFindings& tr
         << '\n';
 }
 
+void writeRules(std::ostream& out, const Findings& findings, const RuleFindings& rules)
+{
+    const Dataset& dataset = findings.dataset;
+    out << "\nRule table written by hand\n";
+    writeConfusion(out, dataset, rules.confusion, "no rule fits");
+    const Tile& tile = dataset.test[rules.closest];
+    out << "  closest call: " << surfaceName(dataset, tile.label) << ", tile at (" << tile.x << ", " << tile.y
+        << "), rules score";
+    for (std::size_t i = 0; i < rules.scores.size(); ++i)
+        out << (i == 0 ? " " : ", ") << surfaceName(dataset, rules.table.rules()[i].label()) << ' '
+            << fixed(rules.scores[i], 2);
+    out << "\n  the same decision as the trained method on " << static_cast<long>(rules.tests.size()) - countChanged(findings.tests, rules.tests) << " of "
+        << rules.tests.size() << " tiles\n  on the left halves, which they were written for, they are right for "
+        << fixed(rules.learned.accuracy(), 3) << "\n  a covered lens: "
+        << (rules.flatTile.label < 0 ? "no rule fits" : surfaceName(dataset, rules.flatTile.label)) << '\n';
+}
+
 } // namespace
 
 void writeSummary(std::ostream& out, const Findings& findings)
@@ -118,6 +135,8 @@ void writeSummary(std::ostream& out, const Findings& findings)
     writeExhibit(out, dataset, findings.flatTile);
     if (findings.tree)
         writeTree(out, dataset, *findings.tree);
+    if (findings.rules)
+        writeRules(out, findings, *findings.rules);
 }
 
 } // namespace inspector

@@ -118,7 +118,7 @@ const char* helpText()
            "  --mosaic FILE...      pictures that make up the mosaic; of one that is trained, its right half is\n"
            "                        taken. Default: the pictures that are trained\n"
            "  --report FILE         the report, an HTML page (default: surface_inspector.html);\n"
-           "                        the trained classifier is stored beside it\n"
+           "                        the trained classifiers are stored beside it\n"
            "  --help                this text\n"
            "\n"
            "Exit status: 0 done; 2 an argument or a picture is not usable; 1 anything else went wrong.\n";

@@ -55,6 +55,14 @@ long countChanged(const std::vector<Decision>& before, const std::vector<Decisio
     return count;
 }
 
+long countDiffering(const std::vector<Decision>& one, const std::vector<Decision>& other)
+{
+    long count = 0;
+    for (std::size_t i = 0; i < one.size(); ++i)
+        count += one[i] != other[i];
+    return count;
+}
+
 Confusion confusionOf(const Dataset& dataset, const std::vector<Tile>& tiles, const std::vector<Decision>& decisions)
 {
     const long numSurfaces = static_cast<long>(dataset.surfaces.size());

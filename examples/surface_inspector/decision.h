@@ -42,6 +42,9 @@ std::vector<Decision> decideAll(const tkClassifierTool& tool, const std::vector<
 /// How many decisions chose another category.
 long countChanged(const std::vector<Decision>& before, const std::vector<Decision>& after);
 
+/// How many decisions are not equal.
+long countDiffering(const std::vector<Decision>& one, const std::vector<Decision>& other);
+
 /// How the tiles of every surface (row) were decided (column). The last column counts those for which no surface was
 /// named.
 struct Confusion

@@ -21,9 +21,9 @@ struct RuleFindings
     Confusion learned;
     Confusion confusion;
     std::vector<Decision> tests; ///< of dataset.test; -1: no rule fits
-    Decision flatTile;
-    std::size_t closest;        ///< the tile of dataset.test for which the second best rule speaks most
-    std::vector<double> scores; ///< of the rules for this tile, in their order
+    Decision flatTile;           ///< on the tile with an invalid measurement
+    std::size_t closest;         ///< the tile of dataset.test for which the second best rule speaks most
+    std::vector<double> scores;  ///< of the rules for this tile, in their order
 };
 
 /// The measurements as the rules read them; an invalid one is NaN, which every rule leaves out.

@@ -1,11 +1,11 @@
 #include "inspection.h"
 
+#include "bayes.h"
 #include "progress.h"
 
 #include "clss/clastool/clastool/tkClassifierCosts.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
-#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkArchiveFile.h"
 
@@ -19,31 +19,13 @@ namespace inspector
 namespace
 {
 
-Scaling scalingOf(const std::vector<Tile>& tiles)
-{
-    std::vector<Measurements> measured;
-    measured.reserve(tiles.size());
-    for (const Tile& tile : tiles)
-        measured.push_back(tile.measured);
-    return Scaling(measured);
-}
-
-std::vector<Pattern> patternsOf(const std::vector<Tile>& tiles, const Scaling& scaling)
-{
-    std::vector<Pattern> patterns;
-    patterns.reserve(tiles.size());
-    for (const Tile& tile : tiles)
-        patterns.push_back(scaling.pattern(tile.measured));
-    return patterns;
-}
-
 /// As many windows as fit into `size` pixels.
 long countSteps(long size)
 {
     return (size - tileSize) / windowStep + 1;
 }
 
-std::vector<Pattern> windowPatterns(const Picture& picture, const Scaling& scaling)
+std::vector<Pattern> windowPatterns(const Picture& picture)
 {
     const long rows = countSteps(picture.height);
     const long columns = countSteps(picture.width);
@@ -52,18 +34,10 @@ std::vector<Pattern> windowPatterns(const Picture& picture, const Scaling& scali
     for (long row = 0; row < rows; ++row)
     {
         for (long column = 0; column < columns; ++column)
-            patterns.push_back(scaling.pattern(measureTile(picture, column * windowStep, row * windowStep)));
+            patterns.push_back(patternOf(measureTile(picture, column * windowStep, row * windowStep)));
         progress.advance();
     }
     return patterns;
-}
-
-long countDiffering(const std::vector<Decision>& one, const std::vector<Decision>& other)
-{
-    long count = 0;
-    for (std::size_t i = 0; i < one.size(); ++i)
-        count += one[i] != other[i];
-    return count;
 }
 
 /// The class score by which the best category leads; 1 if it is alone.
@@ -88,7 +62,7 @@ Exhibit testExhibit(const Dataset& dataset, const std::vector<Decision>& decisio
 }
 
 /// The clearest and the least clear of the test tiles, and one from the middle of the mosaic's last part.
-std::vector<Exhibit> chooseExhibits(const Findings& findings, const Scaling& scaling, const tkClassifierTool& tool)
+std::vector<Exhibit> chooseExhibits(const Findings& findings, const tkClassifierTool& tool)
 {
     std::vector<std::size_t> decided;
     for (std::size_t i = 0; i < findings.tests.size(); ++i)
@@ -115,7 +89,7 @@ std::vector<Exhibit> chooseExhibits(const Findings& findings, const Scaling& sca
     const Measurements measured = measureTile(findings.mosaic.picture, x, y);
     exhibits.push_back(
         {part.label < 0 ? "Never trained" : "From the mosaic", part.name + ", tile of the mosaic at " + placeText(x, y),
-         crop(findings.mosaic.picture, x, y, tileSize, tileSize), measured, decide(tool, *scaling.pattern(measured))});
+         crop(findings.mosaic.picture, x, y, tileSize, tileSize), measured, decide(tool, *patternOf(measured))});
     return exhibits;
 }
 
@@ -155,20 +129,17 @@ CostChange changeCost(const Findings& findings, tkClassifierTool& tool, const st
         }
     }
 
-    // Retraining replaces the parameters and leaves the stored tiles alone: nothing is measured or trained anew.
-    tkClassifierTrainParamsKNN params(numNeighbours);
+    // Retraining replaces the parameters and leaves the densities alone: nothing is measured or trained anew.
     tkClassifierCosts costs(change.costBefore);
     costs.misclassificationCostOverride(change.truth, change.decision, change.costAfter);
-    params.misclassificationCosts(costs);
-    tool.retrain(params);
+    tool.retrain(bayesParams(findings.dataset, true, costs));
     change.tests = decideAll(tool, tests, "Right halves, new cost");
     change.confusion = confusionOf(findings.dataset, findings.dataset.test, change.tests);
     change.windows.decisions = decideAll(tool, windows, "Mosaic, new cost");
     change.totalBefore = totalCost(before, costs);
     change.totalAfter = totalCost(change.confusion, costs);
 
-    params.misclassificationCosts(tkClassifierCosts(change.costBefore));
-    tool.retrain(params);
+    tool.retrain(bayesParams(findings.dataset, true, tkClassifierCosts(change.costBefore)));
     change.restored = decideAll(tool, tests, "Right halves, old cost") == findings.tests;
     return change;
 }
@@ -184,25 +155,42 @@ Storage storeAndLoad(const tkClassifierTool& tool, const std::vector<Pattern>& t
     storage.path = path;
     storage.bytes = std::filesystem::file_size(path);
     storage.equal = loaded == tool;
-    // A nearest-neighbour classifier comes out of its file with the training data, but runs with the parameters of a
-    // new one (one neighbour, Euclidean distance, equal costs). Those it was trained with are still in trainParams():
-    // retraining with them, which reads no training data, brings back k, metric and costs.
-    storage.differingAtFirst = countDiffering(decisions, decideAll(loaded, tests, "Right halves, as loaded"));
-    loaded.retrain(*loaded.trainParams());
-    storage.differingAtLast = countDiffering(decisions, decideAll(loaded, tests, "Right halves, retrained"));
+    storage.differing = countDiffering(decisions, decideAll(loaded, tests, "Right halves, as loaded"));
     return storage;
 }
 
 /// A tile of one grey level, as a covered lens gives it: its skewness is not defined.
-Exhibit flatTile(const Scaling& scaling, const tkClassifierTool& tool)
+Exhibit flatTile(const tkClassifierTool& tool)
 {
     Picture picture;
     picture.width = tileSize;
     picture.height = tileSize;
     picture.pixels.assign(tileSize * tileSize, 96);
     const Measurements measured = measureTile(picture, 0, 0);
-    return {"A covered lens", "made up: every pixel is 96", picture, measured,
-            decide(tool, *scaling.pattern(measured))};
+    return {"A covered lens", "made up: every pixel is 96", picture, measured, decide(tool, *patternOf(measured))};
+}
+
+tkClassifierTool train(const Dataset& dataset, bool jointly)
+{
+    const std::vector<Pattern> patterns = patternsOf(dataset.train);
+    tkClassifierDataProviderMemory provider;
+    provider.setName(L"surfaces");
+    for (std::size_t i = 0; i < patterns.size(); ++i)
+        provider.addData(patterns[i], dataset.train[i].label);
+    tkClassifierTool tool;
+    tool.train(provider, bayesParams(dataset, jointly));
+    return tool;
+}
+
+Novelty findNovelty(const Findings& findings)
+{
+    Novelty novelty;
+    novelty.threshold = noveltyThreshold(findings.dataset);
+    novelty.tests = refuseUnlike(findings.tests, novelty.threshold);
+    novelty.confusion = confusionOf(findings.dataset, findings.dataset.test, novelty.tests);
+    novelty.windows = findings.windows;
+    novelty.windows.decisions = refuseUnlike(findings.windows.decisions, novelty.threshold);
+    return novelty;
 }
 
 } // namespace
@@ -213,48 +201,62 @@ Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath)
     findings.dataset = std::move(dataset);
     findings.mosaic = std::move(mosaic);
 
-    const Scaling scaling = scalingOf(findings.dataset.train);
-    const std::vector<Pattern> trainPatterns = patternsOf(findings.dataset.train, scaling);
-    tkClassifierDataProviderMemory provider;
-    provider.setName(L"surfaces");
-    for (std::size_t i = 0; i < trainPatterns.size(); ++i)
-        provider.addData(trainPatterns[i], findings.dataset.train[i].label);
-
-    tkClassifierTool tool;
-    tool.train(provider, tkClassifierTrainParamsKNN(numNeighbours));
-
-    const std::vector<Pattern> tests = patternsOf(findings.dataset.test, scaling);
+    tkClassifierTool tool = train(findings.dataset, true);
+    const std::vector<Pattern> tests = patternsOf(findings.dataset.test);
     findings.tests = decideAll(tool, tests, "Right halves");
     findings.confusion = confusionOf(findings.dataset, findings.dataset.test, findings.tests);
 
-    const std::vector<Pattern> windows = windowPatterns(findings.mosaic.picture, scaling);
+    const std::vector<Pattern> windows = windowPatterns(findings.mosaic.picture);
     findings.windows.columns = countSteps(findings.mosaic.picture.width);
     findings.windows.rows = countSteps(findings.mosaic.picture.height);
     findings.windows.decisions = decideAll(tool, windows, "Mosaic");
+    findings.novelty = findNovelty(findings);
 
-    findings.exhibits = chooseExhibits(findings, scaling, tool);
+    findings.exhibits = chooseExhibits(findings, tool);
     findings.costChange = changeCost(findings, tool, tests, windows);
     findings.storage = storeAndLoad(tool, tests, findings.tests, archivePath);
-    findings.flatTile = flatTile(scaling, tool);
-    findings.tree = sortWithTree(findings.dataset, findings.flatTile.measured);
-    findings.rules = decideWithRules(findings.dataset, findings.flatTile.measured);
+    findings.flatTile = flatTile(tool);
+
+    const Measurements& flat = findings.flatTile.measured;
+    findings.independent =
+        confusionOf(findings.dataset, findings.dataset.test,
+                    decideAll(train(findings.dataset, false), tests, "Right halves, independent measurements"));
+    findings.neighbours = voteOfNeighbours(findings.dataset, flat, archivePath + ".neighbours");
+    findings.tree = sortWithTree(findings.dataset, flat);
+    findings.rules = decideWithRules(findings.dataset, flat);
     return findings;
 }
 
-std::vector<long> countWindows(const Findings& findings, const WindowMap& windows, const Mosaic::Part& part)
+WindowCounts countWindows(const Findings& findings, const WindowMap& windows, const Mosaic::Part& part)
 {
-    std::vector<long> counts(findings.dataset.surfaces.size() + 1);
+    WindowCounts counts;
+    counts.decided.resize(findings.dataset.surfaces.size() + 1);
     for (long row = 0; row < windows.rows; ++row)
     {
         for (long column = 0; column < windows.columns; ++column)
         {
             if (findings.mosaic.partAround(column * windowStep, row * windowStep, tileSize) != &part)
                 continue;
-            const long label = windows.decisions[static_cast<std::size_t>(row * windows.columns + column)].label;
-            ++counts[label < 0 ? counts.size() - 1 : static_cast<std::size_t>(label)];
+            const Decision& decision = windows.decisions[static_cast<std::size_t>(row * windows.columns + column)];
+            ++counts.total;
+            ++counts.decided[decision.label < 0 ? counts.decided.size() - 1 : static_cast<std::size_t>(decision.label)];
+            counts.certain += decision.refusal.empty() && certaintyOf(decision) > certainAbove;
         }
     }
     return counts;
+}
+
+double shareRight(const Findings& findings, const WindowMap& windows)
+{
+    long right = 0;
+    long total = 0;
+    for (const Mosaic::Part& part : findings.mosaic.parts)
+    {
+        const WindowCounts counts = countWindows(findings, windows, part);
+        total += counts.total;
+        right += part.label < 0 ? counts.decided.back() : counts.decided[static_cast<std::size_t>(part.label)];
+    }
+    return static_cast<double>(right) / static_cast<double>(total);
 }
 
 } // namespace inspector

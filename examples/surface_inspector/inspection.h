@@ -3,6 +3,7 @@
 
 #include "decision.h"
 #include "hand_rules.h"
+#include "neighbours.h"
 #include "sorting_tree.h"
 
 #include <cstdint>
@@ -12,9 +13,6 @@
 
 namespace inspector
 {
-
-/// How many neighbours vote.
-constexpr long numNeighbours = 5;
 
 /// Step from one window of the mosaic to the next, in pixels.
 constexpr long windowStep = 8;
@@ -57,12 +55,31 @@ struct Storage
 {
     std::string path;
     std::uintmax_t bytes;
-    bool equal;            ///< the tool from the file equals the one that was stored
-    long differingAtFirst; ///< test tiles with another result, as it comes from the file
-    long differingAtLast;  ///< and after it was retrained with its own parameters
+    bool equal;     ///< the tool from the file equals the one that was stored
+    long differing; ///< test tiles with another result
 };
 
-/// All that the report tells.
+/// What is called none of the surfaces, because it fits none.
+struct Novelty
+{
+    double threshold;            ///< of the fit
+    std::vector<Decision> tests; ///< of dataset.test
+    Confusion confusion;
+    WindowMap windows;
+};
+
+/// Counts of the windows that lie wholly in one part of the mosaic.
+struct WindowCounts
+{
+    long total = 0;
+    std::vector<long> decided; ///< by label; the last counts those for which no surface was named
+    long certain = 0;          ///< the best surface has a posterior probability above certainAbove
+};
+
+/// What passes for certain.
+constexpr double certainAbove = 0.99;
+
+/// All that the report tells. The main method is the Bayesian one with all measurements modelled jointly.
 struct Findings
 {
     Dataset dataset;
@@ -70,19 +87,25 @@ struct Findings
     std::vector<Decision> tests; ///< of dataset.test
     Confusion confusion;
     WindowMap windows;
+    Novelty novelty;
+    Confusion independent; ///< with the measurements modelled each by itself
+    NeighbourFindings neighbours;
     std::vector<Exhibit> exhibits;
     CostChange costChange;
     Storage storage;
-    Exhibit flatTile; ///< has an invalid measurement
-    std::optional<TreeFindings> tree; ///< if the surfaces are those it was built for
+    Exhibit flatTile;                  ///< has an invalid measurement
+    std::optional<TreeFindings> tree;  ///< if the surfaces are those it was built for
     std::optional<RuleFindings> rules; ///< likewise
 };
 
-/// Trains, classifies, and stores the classifier in the file `archivePath`.
+/// Trains, classifies, and stores the classifier in the file `archivePath`, that of the neighbours beside it.
 Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath);
 
-/// How many windows that lie wholly in one part of the mosaic were decided, by label; the last counts the refused.
-std::vector<long> countWindows(const Findings& findings, const WindowMap& windows, const Mosaic::Part& part);
+WindowCounts countWindows(const Findings& findings, const WindowMap& windows, const Mosaic::Part& part);
+
+/// The share of the windows inside the parts that are decided rightly; of a part never trained, those for which no
+/// surface was named.
+double shareRight(const Findings& findings, const WindowMap& windows);
 
 } // namespace inspector
 

@@ -1,5 +1,6 @@
 #include "maps.h"
 
+#include <algorithm>
 #include <array>
 
 namespace inspector
@@ -25,6 +26,33 @@ void drawSeams(ColourPicture& map, const Mosaic& mosaic)
     }
 }
 
+/// Every window's middle in the colour for its decision, a refusal hatched.
+ColourPicture paintWindows(const Mosaic& mosaic, const WindowMap& windows,
+                           const std::function<Colour(const Decision&)>& colourOf)
+{
+    ColourPicture map(mosaic.picture.width, mosaic.picture.height);
+    constexpr long margin = (tileSize - windowStep) / 2;
+    for (long row = 0; row < windows.rows; ++row)
+    {
+        for (long column = 0; column < windows.columns; ++column)
+        {
+            const Decision& decision = windows.decisions[static_cast<std::size_t>(row * windows.columns + column)];
+            const bool refused = !decision.refusal.empty();
+            const Colour plain = refused ? Colour{0, 0, 0} : colourOf(decision);
+            for (long y = row * windowStep + margin; y < (row + 1) * windowStep + margin; ++y)
+            {
+                for (long x = column * windowStep + margin; x < (column + 1) * windowStep + margin; ++x)
+                {
+                    const std::uint8_t hatching = (x + y) / 4 % 2 == 0 ? 255 : 0;
+                    map.set(x, y, refused ? Colour{hatching, hatching, hatching, overlayAlpha} : plain);
+                }
+            }
+        }
+    }
+    drawSeams(map, mosaic);
+    return map;
+}
+
 } // namespace
 
 Colour surfaceColour(long label)
@@ -34,29 +62,37 @@ Colour surfaceColour(long label)
     return colours[static_cast<std::size_t>(label)];
 }
 
+Colour valueColour(double value)
+{
+    // Viridis (S. van der Walt and N. Smith, 2015): the higher the value, the brighter, for colour-blind people, too.
+    static const std::array<std::array<double, 3>, 5> anchors = {
+        {{68, 1, 84}, {59, 82, 139}, {33, 145, 140}, {94, 201, 98}, {253, 231, 37}}};
+    const double place = std::clamp(value, 0.0, 1.0) * (anchors.size() - 1);
+    const std::size_t below = std::min(static_cast<std::size_t>(place), anchors.size() - 2);
+    const double share = place - static_cast<double>(below);
+    const auto mixed = [&](std::size_t channel) {
+        return static_cast<std::uint8_t>((1.0 - share) * anchors[below][channel] + share * anchors[below + 1][channel]);
+    };
+    return {mixed(0), mixed(1), mixed(2)};
+}
+
 ColourPicture classMap(const Mosaic& mosaic, const WindowMap& windows)
 {
-    ColourPicture map(mosaic.picture.width, mosaic.picture.height);
-    constexpr long margin = (tileSize - windowStep) / 2;
-    for (long row = 0; row < windows.rows; ++row)
-    {
-        for (long column = 0; column < windows.columns; ++column)
-        {
-            const long label = windows.decisions[static_cast<std::size_t>(row * windows.columns + column)].label;
-            for (long y = row * windowStep + margin; y < (row + 1) * windowStep + margin; ++y)
-            {
-                for (long x = column * windowStep + margin; x < (column + 1) * windowStep + margin; ++x)
-                {
-                    const std::uint8_t hatching = (x + y) / 4 % 2 == 0 ? 255 : 0;
-                    Colour colour = label < 0 ? Colour{hatching, hatching, hatching} : surfaceColour(label);
-                    colour.alpha = overlayAlpha;
-                    map.set(x, y, colour);
-                }
-            }
-        }
-    }
-    drawSeams(map, mosaic);
-    return map;
+    return paintWindows(mosaic, windows,
+                        [](const Decision& decision)
+                        {
+                            if (decision.label < 0)
+                                return Colour{0, 0, 0};
+                            Colour colour = surfaceColour(decision.label);
+                            colour.alpha = overlayAlpha;
+                            return colour;
+                        });
+}
+
+ColourPicture valueMap(const Mosaic& mosaic, const WindowMap& windows,
+                       const std::function<double(const Decision&)>& value)
+{
+    return paintWindows(mosaic, windows, [&](const Decision& decision) { return valueColour(value(decision)); });
 }
 
 ColourPicture seams(const Mosaic& mosaic)

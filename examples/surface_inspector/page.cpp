@@ -1,5 +1,6 @@
 #include "page.h"
 
+#include "bayes.h"
 #include "maps.h"
 #include "text.h"
 
@@ -16,6 +17,12 @@ std::string image(const std::string& address, const std::string& alt, long width
 {
     return "<img class=\"" + className + "\" src=\"" + address + "\" alt=\"" + html(alt) + "\" width=\"" +
            std::to_string(width) + "\" height=\"" + std::to_string(height) + "\">";
+}
+
+std::string colourText(Colour colour)
+{
+    return "rgb(" + std::to_string(colour.red) + "," + std::to_string(colour.green) + "," +
+           std::to_string(colour.blue) + ")";
 }
 
 } // namespace
@@ -53,9 +60,7 @@ std::string name(const Dataset& dataset, long label)
 
 std::string colourText(long label)
 {
-    const Colour colour = surfaceColour(label);
-    return "rgb(" + std::to_string(colour.red) + "," + std::to_string(colour.green) + "," +
-           std::to_string(colour.blue) + ")";
+    return colourText(surfaceColour(label));
 }
 
 std::string swatch(long label)
@@ -82,12 +87,22 @@ void writeOverMosaic(std::ostream& out, const Mosaic& mosaic, const ColourPictur
     out << "</div><figcaption>" << caption << "</figcaption></figure>\n";
 }
 
+std::string scaleBar(const std::string& low, const std::string& middle, const std::string& high)
+{
+    std::string colours;
+    for (int i = 0; i <= 8; ++i)
+        colours += "," + colourText(valueColour(i / 8.0));
+    return "<span class=\"scale\" style=\"background:linear-gradient(90deg" + colours +
+           ")\"></span><span class=\"ends\"><span>" + low + "</span><span>" + middle + "</span><span>" + high +
+           "</span></span>";
+}
+
 void writeLegend(std::ostream& out, const Dataset& dataset)
 {
     out << "<ul class=\"legend\">";
     for (std::size_t i = 0; i < dataset.surfaces.size(); ++i)
         out << "<li>" << swatch(static_cast<long>(i)) << html(dataset.surfaces[i].name) << "</li>";
-    out << "<li><span class=\"swatch hatched\"></span>refused: a measurement is invalid</li></ul>\n";
+    out << "<li><span class=\"swatch\" style=\"background:#000\"></span>none of these</li></ul>\n";
 }
 
 void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& confusion, const std::string& caption,
@@ -137,7 +152,7 @@ void writeMeasured(std::ostream& out, const Measurements& measured)
     out << "</tbody></table>";
 }
 
-void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit)
+void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit, double threshold)
 {
     out << "<div class=\"card\"><h3>" << html(exhibit.title) << "</h3><span class=\"soft\">" << html(exhibit.origin)
         << "</span><div class=\"tile\">" << tileImage(exhibit.picture, exhibit.origin, 112);
@@ -158,7 +173,11 @@ void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhi
             << "</td><td><span class=\"bar\" style=\"width:" << fixed(2.5 * category.classScore(), 2) << "rem\"></span>"
             << fixed(category.classScore(), 2) << "</td><td>" << fixed(category.expectedCost(), 2) << "</td></tr>";
     }
-    out << "</tbody></table></div></div>\n";
+    const double fit = fitOf(exhibit.decision);
+    out << "</tbody></table></div><p>Fit " << fixed(fit, 1) << ": "
+        << (fit < threshold ? "<strong>none of these</strong>, whatever the scores say"
+                            : "it resembles what was learned")
+        << ".</p></div>\n";
 }
 
 } // namespace inspector

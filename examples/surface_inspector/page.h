@@ -31,6 +31,9 @@ std::string tileImage(const Picture& tile, const std::string& alt, long side);
 void writeOverMosaic(std::ostream& out, const Mosaic& mosaic, const ColourPicture& over, const std::string& alt,
                      const std::string& caption);
 
+/// A bar of the colours of valueColour(), with words for both ends and the middle.
+std::string scaleBar(const std::string& low, const std::string& middle, const std::string& high);
+
 void writeLegend(std::ostream& out, const Dataset& dataset);
 
 /// `none` heads the column of the tiles for which no surface was named.
@@ -39,7 +42,8 @@ void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& 
 
 void writeMeasured(std::ostream& out, const Measurements& measured);
 
-void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit);
+/// A tile with its whole result; *requires* that the Bayesian method made it. A fit below `threshold` is pointed out.
+void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit, double threshold);
 
 } // namespace inspector
 

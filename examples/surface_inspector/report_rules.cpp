@@ -50,10 +50,9 @@ void writeCurve(std::ostream& out, const Panel& panel, const tkClassifierRule& r
         const double value = panel.low + (panel.high - panel.low) * i / steps;
         line += point(panel.x(value), Panel::y(trapezoid(rule, panel.measurement)->score(value))) + " ";
     }
-    out << "<polygon class=\"member\" fill=\"" << colourText(rule.label()) << "\" points=\""
-        << point(left, bottom) << ' ' << line << point(right, bottom) << "\"/><polyline class=\"edge\" points=\"" << line
-        << "\"/><polyline class=\"member\" stroke=\"" << colourText(rule.label()) << "\" points=\"" << line
-        << "\"/>\n";
+    out << "<polygon class=\"member\" fill=\"" << colourText(rule.label()) << "\" points=\"" << point(left, bottom)
+        << ' ' << line << point(right, bottom) << "\"/><polyline class=\"edge\" points=\"" << line
+        << "\"/><polyline class=\"member\" stroke=\"" << colourText(rule.label()) << "\" points=\"" << line << "\"/>\n";
 }
 
 /// The curves of one measurement, and the tile's value on each of them.
@@ -151,19 +150,17 @@ void writeRuleSection(std::ostream& out, const Findings& findings, const RuleFin
            "question. A rule's score is the geometric mean of its degrees, so that a single 0 is a veto. The first "
            "rule that scores above "
         << fixed(ruleThreshold, 2)
-        << " decides; if there is none, no rule fits, and none is made to. The mean grey level is left out, it tells of "
+        << " decides; if there is none, no rule fits, and none is made to. The mean grey level is left out, it tells "
+           "of "
            "the lamp more than of the surface.</p>\n<div class=\"row\">\n";
     writePanels(out, rules.table.rules(), dataset.test[rules.closest].measured);
     writeMarkedTile(out, dataset, rules);
-    out << "</div>\n<div class=\"row wide\">\n";
-    writeConfusion(out, dataset, rules.confusion, "The rule table on the right halves", "no rule fits");
-    out << "<div><p>The tile that is marked is the one for which the second rule speaks most, the closest call of "
-           "all.</p><p>The rules make the same decision as the method that was trained on <strong>"
+    out << "</div>\n<p>The tile that is marked is the closest call of all, the one for which the second rule speaks "
+           "most. The rules make the same decision as the Bayesian method on <strong>"
         << percent(static_cast<double>(agreeing) / static_cast<double>(rules.tests.size()))
         << "</strong> of the tiles. On the left halves, which they were written for, they are right for <strong>"
-        << percent(rules.learned.accuracy()) << "</strong>.</p><p>To the covered lens they say: <strong>"
-        << (rules.flatTile.label < 0 ? "no rule fits" : name(dataset, rules.flatTile.label))
-        << "</strong>.</p></div>\n</div>\n";
+        << percent(rules.learned.accuracy()) << "</strong>, on the right halves for <strong>"
+        << percent(rules.confusion.accuracy()) << "</strong>.</p>\n";
 }
 
 } // namespace inspector

@@ -9,6 +9,7 @@ namespace inspector
 {
 
 /// The sections of the report that stand in files of their own.
+void writeNoveltySection(std::ostream& out, const Findings& findings);
 void writeTreeSection(std::ostream& out, const Findings& findings, const TreeFindings& tree);
 void writeRuleSection(std::ostream& out, const Findings& findings, const RuleFindings& rules);
 

@@ -57,8 +57,7 @@ void describe(const tkPredicateFunction& predicate, Branch& branch)
     if (const auto* range = dynamic_cast<const tkRangePredicate*>(&predicate))
     {
         branch.question = measurementName(range->indices().front());
-        branch.condition =
-            "within " + fixed(range->range().low(), 1) + " to " + fixed(range->range().high(), 1) + "?";
+        branch.condition = "within " + fixed(range->range().low(), 1) + " to " + fixed(range->range().high(), 1) + "?";
     }
     else if (const auto* comparison = dynamic_cast<const tkComparisonPredicate*>(&predicate))
     {

@@ -29,7 +29,7 @@ struct TreeFindings
     Confusion learned;
     Confusion confusion;
     long measureAgain; ///< the category of tiles with an invalid measurement: one more than there are surfaces
-    Decision flatTile;
+    Decision flatTile; ///< on the tile with an invalid measurement
 };
 
 /// Sorts the tiles of the right halves, and one more that has an invalid measurement. Nothing unless the surfaces are

@@ -46,7 +46,10 @@ figcaption { font-size: .875rem; margin-top: .5rem; }
 .swatch { display: inline-block; width: .95em; height: .95em; margin-right: .45em; border-radius: .2em;
   vertical-align: -.1em; border: 1px solid rgba(128, 128, 128, .6); print-color-adjust: exact;
   -webkit-print-color-adjust: exact; }
-.hatched { background: repeating-linear-gradient(135deg, #fff 0 3px, #000 3px 6px); }
+.scale { display: block; height: .6rem; margin-top: .4rem; border-radius: .2rem; print-color-adjust: exact;
+  -webkit-print-color-adjust: exact; }
+.ends { display: flex; justify-content: space-between; font-variant-numeric: tabular-nums; }
+.point { border-left: 4px solid var(--accent); padding: .4rem .9rem; font-size: 1.1rem; }
 .scroll { overflow-x: auto; }
 table { border-collapse: collapse; font-variant-numeric: tabular-nums; font-size: .94rem; }
 caption { text-align: left; font-size: .875rem; padding-bottom: .5rem; }
@@ -55,8 +58,9 @@ th { font-weight: 600; }
 thead th { color: var(--soft); font-size: .82rem; vertical-align: bottom; }
 th:first-child { text-align: left; padding-left: .2rem; }
 .confusion { width: 100%; }
-.confusion td { border: 2px solid var(--card); text-align: center; min-width: 3.6rem; }
-.confusion thead th { text-align: center; }
+.confusion td { border: 2px solid var(--card); text-align: center; min-width: 2.6rem; }
+.confusion th, .confusion td { padding: .35rem .3rem; }
+.confusion thead th { text-align: center; white-space: normal; }
 .confusion thead th:first-child { text-align: left; }
 .result th, .result td { padding: .35rem .3rem; }
 .spreads { font-size: .86rem; width: 100%; }
@@ -69,6 +73,9 @@ th:first-child { text-align: left; padding-left: .2rem; }
 .measured th { font-weight: 400; color: var(--soft); }
 .bar { display: inline-block; height: .6em; border-radius: .2em; background: var(--accent); margin-right: .4em;
   print-color-adjust: exact; -webkit-print-color-adjust: exact; vertical-align: baseline; }
+.answers { display: grid; grid-template-columns: auto 1fr; gap: .15rem 1rem; margin: 0; max-width: 46rem; }
+.answers dt { color: var(--soft); }
+.answers dd { margin: 0; font-weight: 600; }
 .strip { display: flex; flex-wrap: wrap; gap: .8rem; padding: 0; list-style: none; }
 .strip li { font-size: .8rem; text-align: center; color: var(--soft); }
 .strip img { margin: 0 auto .2rem; }

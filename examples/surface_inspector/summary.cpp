@@ -1,8 +1,10 @@
 #include "summary.h"
 
+#include "bayes.h"
 #include "text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iomanip>
 #include <ostream>
 
@@ -47,6 +49,7 @@ void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhi
         out << "  refused: " << exhibit.decision.refusal << '\n';
         return;
     }
+    out << "  fit " << fixed(fitOf(exhibit.decision), 2) << '\n';
     out << "  category    match score  class score  expected cost\n";
     for (const tkClassifierCategoryResult& category : exhibit.decision.result.categoryResults())
     {
@@ -92,10 +95,62 @@ void writeRules(std::ostream& out, const Findings& findings, const RuleFindings&
     for (std::size_t i = 0; i < rules.scores.size(); ++i)
         out << (i == 0 ? " " : ", ") << surfaceName(dataset, rules.table.rules()[i].label()) << ' '
             << fixed(rules.scores[i], 2);
-    out << "\n  the same decision as the trained method on " << static_cast<long>(rules.tests.size()) - countChanged(findings.tests, rules.tests) << " of "
+    out << "\n  the same decision as the trained method on "
+        << static_cast<long>(rules.tests.size()) - countChanged(findings.tests, rules.tests) << " of "
         << rules.tests.size() << " tiles\n  on the left halves, which they were written for, they are right for "
         << fixed(rules.learned.accuracy(), 3) << "\n  a covered lens: "
         << (rules.flatTile.label < 0 ? "no rule fits" : surfaceName(dataset, rules.flatTile.label)) << '\n';
+}
+
+void writeNovelty(std::ostream& out, const Findings& findings)
+{
+    const Novelty& novelty = findings.novelty;
+    out << "\nBayesian, none of these where the fit is below "
+        << (std::isfinite(novelty.threshold) ? fixed(novelty.threshold, 2) : "nothing: too few tiles were learned")
+        << '\n';
+    writeConfusion(out, findings.dataset, novelty.confusion, "none");
+    out << "  windows inside the parts of the mosaic: " << percent(shareRight(findings, novelty.windows))
+        << " right, by posterior alone " << percent(shareRight(findings, findings.windows)) << '\n';
+    for (const Mosaic::Part& part : findings.mosaic.parts)
+    {
+        const WindowCounts plain = countWindows(findings, findings.windows, part);
+        const WindowCounts fitting = countWindows(findings, novelty.windows, part);
+        out << "  " << part.name << (part.label < 0 ? ", never trained" : "") << ": posterior above "
+            << fixed(certainAbove, 2) << " on "
+            << percent(static_cast<double>(plain.certain) / static_cast<double>(plain.total)) << ", none of these on "
+            << percent(static_cast<double>(fitting.decided.back()) / static_cast<double>(fitting.total))
+            << " of its windows\n";
+    }
+}
+
+void writeCostChange(std::ostream& out, const Findings& findings)
+{
+    const Dataset& dataset = findings.dataset;
+    const CostChange& change = findings.costChange;
+    out << "\nTo take " << surfaceName(dataset, change.truth) << " for " << surfaceName(dataset, change.decision)
+        << " now costs " << change.costAfter << " (retrained, the densities untouched)\n";
+    writeConfusion(out, dataset, change.confusion);
+    out << "  changed: " << countChanged(findings.tests, change.tests) << " of " << change.tests.size() << " tiles, "
+        << countChanged(findings.windows.decisions, change.windows.decisions) << " of "
+        << change.windows.decisions.size() << " windows of the mosaic\n"
+        << "  mistakes at the new cost: " << fixed(change.totalBefore, 0) << " as decided before, "
+        << fixed(change.totalAfter, 0) << " now\n"
+        << "  with the old cost put back, "
+        << (change.restored ? "all results are as before" : "results are NOT as before") << '\n';
+}
+
+void writeStorage(std::ostream& out, const Findings& findings)
+{
+    const Storage& storage = findings.storage;
+    const NeighbourFindings& neighbours = findings.neighbours;
+    const auto equality = [](bool equal) { return equal ? "equals" : "does NOT equal"; };
+    out << "\nStored in " << storage.path << ": " << storage.bytes << " bytes\n"
+        << "  the tool loaded from it " << equality(storage.equal) << " the stored one, " << storage.differing << " of "
+        << findings.tests.size() << " results differ\n"
+        << "  the neighbours' tool from its file " << equality(neighbours.equal) << " the stored one\n"
+        << "  as loaded it runs with default parameters (1 neighbour): " << neighbours.differingAtFirst << " of "
+        << findings.tests.size() << " results differ\n"
+        << "  after tool.retrain(*tool.trainParams()): " << neighbours.differingAtLast << " differ\n";
 }
 
 } // namespace
@@ -107,32 +162,22 @@ void writeSummary(std::ostream& out, const Findings& findings)
     if (dataset.leftOut > 0)
         out << " (" << dataset.leftOut << " of one grey level left out)";
     out << ", " << dataset.test.size() << " of the right halves tried\n\n"
-        << numNeighbours << " nearest neighbours, every confusion costs 1\n";
+        << "Bayesian, all measurements jointly\n";
     writeConfusion(out, dataset, findings.confusion);
+    out << "\nBayesian, each measurement by itself\n";
+    writeConfusion(out, dataset, findings.independent);
+    out << '\n' << numNeighbours << " nearest neighbours\n";
+    writeConfusion(out, dataset, findings.neighbours.confusion);
+    writeNovelty(out, findings);
 
     for (const Exhibit& exhibit : findings.exhibits)
         writeExhibit(out, dataset, exhibit);
 
-    const CostChange& change = findings.costChange;
-    out << "\nTo take " << surfaceName(dataset, change.truth) << " for " << surfaceName(dataset, change.decision)
-        << " now costs " << change.costAfter << " (retrained, the stored tiles untouched)\n";
-    writeConfusion(out, dataset, change.confusion);
-    out << "  changed: " << countChanged(findings.tests, change.tests) << " of " << change.tests.size() << " tiles, "
-        << countChanged(findings.windows.decisions, change.windows.decisions) << " of "
-        << change.windows.decisions.size() << " windows of the mosaic\n"
-        << "  mistakes at the new cost: " << fixed(change.totalBefore, 0) << " as decided before, "
-        << fixed(change.totalAfter, 0) << " now\n"
-        << "  with the old cost put back, "
-        << (change.restored ? "all results are as before" : "results are NOT as before") << '\n';
-
-    const Storage& storage = findings.storage;
-    out << "\nStored in " << storage.path << ": " << storage.bytes << " bytes\n"
-        << "  the tool loaded from it " << (storage.equal ? "equals" : "does NOT equal") << " the stored one\n"
-        << "  as loaded it runs with default parameters (1 neighbour): " << storage.differingAtFirst << " of "
-        << findings.tests.size() << " results differ\n"
-        << "  after tool.retrain(*tool.trainParams()): " << storage.differingAtLast << " differ\n";
+    writeCostChange(out, findings);
+    writeStorage(out, findings);
 
     writeExhibit(out, dataset, findings.flatTile);
+    out << "  neighbours: " << findings.neighbours.flatTile.refusal << '\n';
     if (findings.tree)
         writeTree(out, dataset, *findings.tree);
     if (findings.rules)

@@ -75,6 +75,8 @@ picture() {
 
 ShippedPicturesAreDecidedRightly() {
     run
+    atLeast 0.98 "$(accuracyAfter 'Bayesian, all measurements jointly')"
+    atLeast 0.95 "$(accuracyAfter 'Bayesian, each measurement by itself')"
     atLeast 0.95 "$(accuracyAfter '5 nearest neighbours')"
     expectLine '3 surfaces, 384 tiles of the left halves learned, 384 of the right halves tried'
     expectLine 'Never trained \(coins, .*'
@@ -82,10 +84,11 @@ ShippedPicturesAreDecidedRightly() {
     expectLine '  changed: [1-9][0-9]* of 384 tiles, [1-9][0-9]* of [0-9]+ windows of the mosaic'
     expectLine '  with the old cost put back, all results are as before'
     expectLine "Stored in surface_inspector.classifier: $(stat -c %s surface_inspector.classifier) bytes"
-    expectLine '  the tool loaded from it equals the stored one'
+    expectLine '  the tool loaded from it equals the stored one, 0 of 384 results differ'
+    expectLine "  the neighbours' tool from its file equals the stored one"
     expectLine '  as loaded it runs with default parameters \(1 neighbour\): [1-9][0-9]* of 384 results differ'
     expectLine '  after tool.retrain\(\*tool.trainParams\(\)\): 0 differ'
-    expectLine '  refused: K-nearest neighbor classification does not support invalid measurements'
+    expectLine '  neighbours: K-nearest neighbor classification does not support invalid measurements'
 }
 
 HigherCostMakesMistakesCheaper() {
@@ -94,6 +97,18 @@ HigherCostMakesMistakesCheaper() {
     costs=$(sed -nE 's/^  mistakes at the new cost: ([0-9]+) as decided before, ([0-9]+) now$/\1 \2/p' out)
     read -r before after <<< "$costs"
     [ "$after" -lt "$before" ] || fail "mistakes cost $before before, $after after"
+}
+
+PosteriorIsSureOfWhatWasNeverTrainedAndFitIsNot() {
+    run
+    atLeast 0.95 "$(accuracyAfter 'Bayesian, none of these where the fit is below')"
+    local share='[0-9]+\.[0-9]'
+    expectLine "  windows inside the parts of the mosaic: 9[5-9]\.[0-9] % right, by posterior alone [67][0-9]\.[0-9] %"
+    expectLine "  coins, never trained: posterior above 0.99 on [6-9]$share %, none of these on 9[0-9]\.[0-9] % of its windows"
+    expectLine "  brick: posterior above 0.99 on $share %, none of these on [0-9]\.[0-9] % of its windows"
+    grep -q 'No tile of coins was learned' surface_inspector.html || fail "the point is not made"
+    run --mosaic "$data/brick.pgm" "$data/grass.pgm"
+    ! grep -qE 'never trained|No tile of' out surface_inspector.html || fail "something is unknown"
 }
 
 TreeBuiltByHandSortsTheTiles() {
@@ -146,7 +161,7 @@ OwnSurfacesAreNotSortedByHand() {
 ReportIsWholeAndNeedsNothingElse() {
     run --report my.html
     expectLine 'Report with pictures: my.html'
-    [ -e my.classifier ] || fail "no stored classifier"
+    [ -e my.classifier ] && [ -e my.classifier.neighbours ] || fail "no stored classifier"
     [ "$(tail -n 1 my.html)" = '</html>' ] || fail "the report ends early"
     grep -oE '(src|href)="[^"]{0,40}|url\([^)]{0,40}|@import|<link|<script' my.html > resources
     ! grep -vE '^(src="|url\()data:image/png;base64,' resources || fail "the report needs another file"

@@ -133,6 +133,14 @@ public:
     void swap(tkPtrHandle_const& other) noexcept { this->swap_(other); }
 };
 
+/// Keeps `object` alive while the handle lives, if handles hold it at all: it may be that only what is about to let
+/// go of it does. An object on the stack is held by nobody, and the handle is null.
+template <class T>
+tkPtrHandle_const<T> tkKeepAlive(const T& object) noexcept
+{
+    return tkPtrHandle_const<T>(object.referenceCount() > 0 ? &object : nullptr);
+}
+
 /// Handles compare by identity of their objects.
 template <class A, class B>
 bool operator==(const tkPtrHandleBase<A>& a, const tkPtrHandleBase<B>& b) noexcept

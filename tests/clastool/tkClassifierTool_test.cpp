@@ -424,9 +424,17 @@ TEST_F(tkClassifierToolTest, otherExceptionsOfTheReadinessCheckPassWithoutUntrai
 TEST_F(tkClassifierToolTest, canBeTrainedWithItsOwnParameters)
 {
     trainSilently();
-    tool.train(data, *tool.trainParams());
+    {
+        const tkClassifierTrainParams& own = *tool.trainParams();
+        ASSERT_EQ(own.referenceCount(), 1) << "the tool alone holds them";
+        tool.train(data, own);
+    }
     EXPECT_EQ(dynamic_cast<const ScriptedParams&>(*tool.trainParams()).value, 5);
-    tool.retrain(*tool.trainParams());
+    {
+        const tkClassifierTrainParams& own = *tool.trainParams();
+        ASSERT_EQ(own.referenceCount(), 1) << "the tool alone holds them";
+        tool.retrain(own);
+    }
     EXPECT_EQ(dynamic_cast<const ScriptedParams&>(*tool.trainParams()).value, 5);
 }
 

@@ -436,3 +436,17 @@ TEST(tkPredicateFunction, sharedPredicateIsStoredOnceAndComesBackShared)
     EXPECT_TRUE(*loaded[1] == *stored[1]);
     EXPECT_TRUE(loaded[2].isNull());
 }
+
+TEST(tkPredicateFunction, aPredicateOfADerivedClassEqualsNoneOfItsBase)
+{
+    class DerivedValidity : public tkValidityPredicate
+    {
+    };
+    class DerivedComparison : public tkComparisonPredicate
+    {
+    };
+    EXPECT_FALSE(tkValidityPredicate() == DerivedValidity());
+    EXPECT_FALSE(DerivedValidity() == tkValidityPredicate());
+    EXPECT_FALSE(tkComparisonPredicate() == DerivedComparison());
+    EXPECT_FALSE(DerivedComparison() == tkComparisonPredicate());
+}

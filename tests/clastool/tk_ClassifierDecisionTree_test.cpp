@@ -77,6 +77,39 @@ protected:
     }
 };
 
+/// Sends what is recorded to another object, with other flags.
+class RedirectingDiag : public tkDiagObject
+{
+public:
+    tkDiagObject* destination = nullptr;
+
+protected:
+    tkDiagObject* recordingDestination_(unsigned long& flags) override
+    {
+        flags += 100;
+        return destination;
+    }
+};
+
+/// Tells which object each hook of a training is given to record into.
+class RecordingClassifier : public tk_ClassifierDecisionTree
+{
+public:
+    mutable std::vector<std::string> calls;
+
+private:
+    void recordTrainInputs_(tkDiagObject* diag, unsigned long flags) const override { note("inputs", diag, flags); }
+    void recordTrainDetails_(tkDiagObject* diag, unsigned long flags) const override { note("details", diag, flags); }
+    void recordTrainResults_(tkDiagObject* diag, unsigned long flags) const override { note("results", diag, flags); }
+
+    void note(const char* hook, const tkDiagObject* diag, unsigned long flags) const
+    {
+        const auto* const redirecting = dynamic_cast<const RedirectingDiag*>(diag);
+        calls.push_back(std::string(hook) + (redirecting && redirecting->destination ? " caller " : " destination ") +
+                        std::to_string(flags) + (isTrained() ? " trained" : " untrained"));
+    }
+};
+
 class UnknownTree : public tkDecisionTree
 {
 public:
@@ -499,4 +532,47 @@ TEST(tk_ClassifierDecisionTree, goldenArchiveComesBackEqualAndStoresToTheSameByt
     tkClassifierResult result;
     loaded->run(tkFeaturePattern(std::vector<double>(300, 1.0)), result);
     EXPECT_TRUE(result == plain::run(golden::node(), tkFeaturePattern(std::vector<double>(300, 1.0))));
+}
+
+TEST(tk_ClassifierDecisionTree, theDetailsOfATrainingGoToTheCallersObjectAndTheRestToItsDestination)
+{
+    RedirectingDiag destination;
+    RedirectingDiag callers;
+    callers.destination = &destination;
+    RecordingClassifier classifier;
+    classifier.trainManual(*leaf({3}), &callers, 5);
+    EXPECT_EQ((std::vector<std::string>{"inputs destination 105 trained", "details caller 105 trained",
+                                        "results destination 105 trained"}),
+              classifier.calls);
+}
+
+TEST(tk_ClassifierDecisionTree, nodesAndLeavesOfDerivedClassesAreFollowed)
+{
+    class DerivedLeaf : public tkDecisionTreeLeaf
+    {
+    public:
+        using tkDecisionTreeLeaf::tkDecisionTreeLeaf;
+        tkPtrHandle<tkDecisionTree> clone() const override
+        {
+            return tkPtrHandle<tkDecisionTree>(new DerivedLeaf(*this));
+        }
+    };
+    class DerivedNode : public tkDecisionTreeNode
+    {
+    public:
+        using tkDecisionTreeNode::tkDecisionTreeNode;
+        tkPtrHandle<tkDecisionTree> clone() const override
+        {
+            return tkPtrHandle<tkDecisionTree>(new DerivedNode(*this));
+        }
+    };
+    const DerivedNode root(tkComparisonPredicate(0, 1), DerivedLeaf(plain::resultOf({7})),
+                           tkDecisionTreeLeaf(plain::resultOf({8})));
+    Classifier classifier;
+    classifier.trainManual(root);
+    tkClassifierResult result;
+    classifier.run(tkFeaturePattern({2.0, 1.0}), result);
+    EXPECT_TRUE(result == plain::resultOf({7}));
+    classifier.run(tkFeaturePattern({1.0, 2.0}), result);
+    EXPECT_TRUE(result == plain::resultOf({8}));
 }

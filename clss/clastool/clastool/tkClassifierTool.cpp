@@ -37,6 +37,7 @@ tkClassifierTool& tkClassifierTool::operator=(const tkClassifierTool& other)
 void tkClassifierTool::train(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
                              tkDiagObject* diag, unsigned long flags)
 {
+    const auto kept = tkKeepAlive(params); // the tool alone may hold them
     if (isTrained())
         untrain();
     tk_Classifier* created = nullptr;
@@ -66,8 +67,7 @@ void tkClassifierTool::train(const tkClassifierDataProvider& data, const tkClass
 
 void tkClassifierTool::train(const tkDecisionTree& tree, tkDiagObject* diag, unsigned long flags)
 {
-    // The tree may be held by the tool alone; one on the stack is held by nobody and must not be deleted.
-    const tkPtrHandle_const<tkDecisionTree> kept(tree.referenceCount() > 0 ? &tree : nullptr);
+    const auto kept = tkKeepAlive(tree); // the tool alone may hold it
     if (isTrained())
         untrain();
     const tkPtrHandle<tk_ClassifierDecisionTree> created(new tk_ClassifierDecisionTree);
@@ -85,6 +85,7 @@ void tkClassifierTool::train(const tkDecisionTree& tree, tkDiagObject* diag, uns
 
 void tkClassifierTool::retrain(const tkClassifierTrainParams& params, tkDiagObject* diag, unsigned long flags)
 {
+    const auto kept = tkKeepAlive(params); // the tool alone may hold them
     if (classifier_->isNull())
         throw tkClassifierDefs::NotTrained(tk_Messages::notTrainedForRetraining);
     (*classifier_)->retrain(params, diag, flags);

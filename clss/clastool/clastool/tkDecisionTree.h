@@ -8,8 +8,10 @@
 ///
 /// Subtrees may be shared, within a tree and between trees: a chain of nodes whose two subtrees are one object
 /// has far more paths than objects. All operations take time for each object and not for each path, and they
-/// need no stack for the depth of a tree. An archive does, and refuses trees deeper than its nesting limit.
-/// A tree loaded from damaged data may lack subtrees or predicates: where one is needed, tkBadPointer is thrown.
+/// need no stack for the depth of a tree, as long as its objects are of exactly these classes; one of a host's
+/// class is asked and destroyed within the call of the one above it. An archive refuses trees deeper than its
+/// nesting limit. A tree loaded from damaged data may lack subtrees or predicates: where one is needed,
+/// tkBadPointer is thrown.
 class TK_EXPORT tkDecisionTree : public tkPersistent, public tkRepBase
 {
 public:

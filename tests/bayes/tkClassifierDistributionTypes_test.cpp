@@ -3,6 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "tkAllocations.h"
 #include "tkTest.h"
 
 #include <algorithm>
@@ -360,4 +361,43 @@ TEST(tkClassifierDistributionTypes, recordWhoseVectorsDifferInLengthIsRefused)
         Types loaded(Types::eNormal);
         EXPECT_THROW(loadFromBytes(bytes, loaded), tkArchive::Errors);
     }
+}
+
+TEST(tkClassifierDistributionTypes, aFailedLoadingLeavesVectorsThatBelongTogether)
+{
+    Types stored(Types::eNormal);
+    stored.setDependent(7, {6});
+    stored.distributionTypeOverride(7, 8, Types::eUniform);
+    const std::string bytes = storeToBytes(stored);
+    Types before(Types::eNormal);
+    for (const long label : {1L, 2L, 3L})
+    {
+        before.setDependent(label, {1, 2});
+        before.distributionTypeOverride(label, 3, Types::eBinomial);
+    }
+    for (std::size_t size = 0; size < bytes.size(); ++size)
+    {
+        Types loaded(before);
+        EXPECT_THROW(loadFromBytes(bytes.substr(0, size), loaded), tkArchive::Errors) << size;
+        for (long s = 0; s < loaded.numDependencySets(); ++s)
+            EXPECT_TRUE(loaded.isDependent(loaded.dependencySetCategory(s), loaded.dependencySet(s))) << size;
+        Types again(Types::eNormal);
+        loadFromBytes(storeToBytes(loaded), again); // refuses vectors that differ in length
+        EXPECT_TRUE(again == loaded) << size;
+        EXPECT_EQ(loaded.distributionType(9, 9), loaded.defaultDistributionType()) << size;
+    }
+}
+
+TEST(tkClassifierDistributionTypes, changesAreWholeOrNotAtAllIfMemoryRunsOut)
+{
+    Types types(Types::eNormal);
+    types.setDependent(1, {0, 1});
+    types.distributionTypeOverride(1, 5, Types::eBinomial);
+    Types other(types);
+    other.setDependent(2, {0, 1, 7});
+    other.distributionTypeOverride(1, 9, Types::eBinomial);
+    expectUnchangedWithoutMemory(types, [&](Types& t) { t = other; });
+    expectUnchangedWithoutMemory(types, [](Types& t) { t.setDependent(1, {1, 2, 3}); });
+    expectUnchangedWithoutMemory(types, [](Types& t) { t.setDependent(2, {1, 2}); });
+    expectUnchangedWithoutMemory(types, [](Types& t) { t.distributionTypeOverride(1, 6, Types::eUniform); });
 }

@@ -7,6 +7,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "tests/golden/bayes.h"
+#include "tkAllocations.h"
 #include "tkTest.h"
 
 #include <algorithm>
@@ -20,6 +21,9 @@ namespace
 using Types = tkClassifierDistributionTypes;
 using Params = tkClassifierTrainParamsBayesian;
 using Rows = std::vector<std::vector<double>>;
+using Sets = std::vector<std::vector<long>>;
+using Density = tkPtrHandle<tk_ProbabilityDensityFunction>;
+using Densities = std::vector<Density>;
 
 tkClassifierDataProviderMemory provider(const Rows& rows, const std::vector<long>& labels)
 {
@@ -147,6 +151,133 @@ TEST(tk_CategoryModelBayesian, equalityComparesDensitiesAndNotSets)
     EXPECT_FALSE(build(1, {{0}, {1}}) == build(2, {{0}, {1}}));
     EXPECT_FALSE(build(1, {{0}, {1}}) == build(1, {{0}}));
     EXPECT_FALSE(build(1, {{0}, {1}}) == build(1, {{0, 1}}));
+}
+
+TEST(tk_CategoryModelBayesian, assignmentIsWholeOrNotAtAll)
+{
+    const tk_CategoryModelBayesian other(1, {{0}, {1}, {2}}, {Types::eNormal, Types::eNormal, Types::eNormal},
+                                         tkFeaturePattern());
+    const tk_CategoryModelBayesian before = golden::categoryModel();
+    bool failed = true;
+    std::size_t allowed = 0;
+    for (; failed; ++allowed)
+    {
+        tk_CategoryModelBayesian assigned(before);
+        failed = false;
+        {
+            const tkAllocations limited(allowed);
+            try
+            {
+                assigned = other;
+            }
+            catch (const std::bad_alloc&)
+            {
+                failed = true;
+            }
+        }
+        EXPECT_TRUE(assigned == (failed ? before : other));
+        EXPECT_EQ(assigned.dependencySets(), (failed ? before : other).dependencySets()); // which == does not compare
+    }
+    EXPECT_GT(allowed, 3u);
+}
+
+TEST(tk_CategoryModelBayesian, densitiesBeforeTheOneThatRefusesHaveLearned)
+{
+    tk_CategoryModelBayesian built(3, {{0}, {1}, {2}}, {Types::eNormal, Types::eBinomial, Types::eNormal},
+                                   tkFeaturePattern({0.0, 4.0}));
+    EXPECT_TK_THROW(built.adapt(tkFeaturePattern({1.0, 5.0, 2.0})), tkClassifierDefs::BadParams,
+                    L"Train data measurement cannot exceed its maximum value when using binomial distribution");
+    tk_PDFMultivariateNormal learned;
+    learned.updateWithData({tkFeaturePattern({1.0})});
+    EXPECT_TRUE(built.densities()[0]->isEquivalent(learned));
+    EXPECT_TRUE(built.densities()[1]->isEquivalent(tk_PDFBinomial(tkFeaturePattern({4.0}))));
+    EXPECT_TRUE(built.densities()[2]->isEquivalent(tk_PDFMultivariateNormal()));
+}
+
+namespace
+{
+/// The record of a category model of label 3, its densities those of `densities`.
+std::string modelRecord(long numMeasurements, Sets sets, Densities densities)
+{
+    std::ostringstream stream;
+    {
+        tkArchive archive(stream);
+        unsigned char version = 0;
+        long label = 3;
+        archive || version || version || version || label || numMeasurements || sets || densities;
+    }
+    return stream.str();
+}
+
+Density trainedDensity(tk_ProbabilityDensityFunction* density)
+{
+    Density handle(density);
+    for (const double value : {0.0, 1.0, 1.0})
+        handle->updateWithData({tkFeaturePattern({value})});
+    return handle;
+}
+} // namespace
+
+TEST(tk_CategoryModelBayesian, recordsWhoseSetsDoNotFitAreRefusedAndLeaveNoDensity)
+{
+    const Density normal = trainedDensity(new tk_PDFMultivariateNormal);
+    const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
+    const wchar_t otherSize[] = L"A stored category model has another number of measurements than its dependency sets";
+    const auto refuses = [](const std::string& record, const wchar_t* text)
+    {
+        tk_CategoryModelBayesian loaded = golden::categoryModel();
+        EXPECT_TK_THROW(loadFromBytes(record, loaded), tkArchive::Errors, text);
+        EXPECT_TRUE(loaded.densities().empty());
+        EXPECT_TRUE(loaded.dependencySets().empty());
+    };
+    refuses(modelRecord(1, {{0}}, {}), incomplete);
+    refuses(modelRecord(0, {}, {normal}), incomplete);
+    refuses(modelRecord(7, {{0}}, {Density()}), incomplete); // before the number of measurements
+    for (const long numMeasurements : {-1L, 0L, 2L, 2147483647L})
+        refuses(modelRecord(numMeasurements, {{0}}, {normal}), otherSize);
+
+    tk_CategoryModelBayesian loaded;
+    loadFromBytes(modelRecord(1, {{0}}, {normal}), loaded);
+    EXPECT_EQ(loaded.densities().size(), 1u);
+}
+
+TEST(tk_CategoryModelBayesian, anArchiveThatEndsEarlyLeavesAsManySetsAsDensities)
+{
+    const std::string record = modelRecord(1, {{0}}, {trainedDensity(new tk_PDFMultivariateNormal)});
+    for (std::size_t size = 0; size < record.size(); ++size)
+    {
+        tk_CategoryModelBayesian loaded = golden::categoryModel();
+        EXPECT_THROW(loadFromBytes(record.substr(0, size), loaded), tkArchive::Errors) << size;
+        EXPECT_EQ(loaded.dependencySets().size(), loaded.densities().size()) << size;
+    }
+}
+
+TEST(tk_CategoryModelBayesian, storedSetsOfAnyIndicesHaveTheirErrors)
+{
+    const auto load = [](const std::vector<long>& set, const Density& density)
+    {
+        tk_CategoryModelBayesian loaded;
+        loadFromBytes(modelRecord(static_cast<long>(set.size()), {set}, {density}), loaded);
+        return loaded;
+    };
+    const Density normal = trainedDensity(new tk_PDFMultivariateNormal);
+    const Density binomial = trainedDensity(new tk_PDFBinomial(tkFeaturePattern({1.0})));
+    const Density untrained(new tk_PDFBinomial(tkFeaturePattern({1.0})));
+    const tkFeaturePattern pattern({1.0, 1.0});
+    const wchar_t badIndex[] = L"Feature measurement indices must be >= 0";
+    for (const Density& density : {normal, binomial, untrained})
+        for (const std::vector<long>& set : Sets{{-1}, {0, -2147483647}})
+        {
+            tk_CategoryModelBayesian loaded = load(set, density);
+            EXPECT_TK_THROW(loaded.matchScore(pattern), tkClassifierDefs::BadIndex, badIndex);
+            EXPECT_TK_THROW(loaded.adapt(pattern), tkClassifierDefs::BadIndex, badIndex);
+        }
+    EXPECT_EQ(load({2147483647}, normal).matchScore(pattern), 0.0); // beyond the end: invalid
+    EXPECT_EQ(load({2147483647}, binomial).matchScore(pattern), 0.0);
+    EXPECT_THROW(load({0, 1}, normal).matchScore(pattern), tkFailure);
+    EXPECT_THROW(load({}, normal).matchScore(pattern), tkFailure);
+    EXPECT_THROW(load({}, binomial).matchScore(pattern), tkClassifierDefs::NotImplemented);
+    EXPECT_THROW(load({}, binomial).adapt(pattern), tkClassifierDefs::NotImplemented);
 }
 
 TEST(tk_ClassifierBayesian, dependencySetsComeWithTheirFirstMeasurement)
@@ -352,6 +483,160 @@ TEST(tk_ClassifierBayesian, copiesShareModelsAndRecordsComeBackBitForBit)
         damaged[level] = 1;
         EXPECT_THROW(loadFromBytes(damaged, loaded), tkArchive::UnknownVersion);
     }
+}
+
+TEST(tk_ClassifierBayesian, patternsBeforeTheOneThatIsRefusedStayLearned)
+{
+    const Params params(Types(Types::eBinomial), tkClassifierFrequencies(), tkClassifierCosts(),
+                        tkFeaturePattern({1.0, 1.0}));
+    tk_ClassifierBayesian classifier;
+    EXPECT_TK_THROW(classifier.train(provider({{0, 0}, {5, 5}, {0, 1}, {1, 2}, {1, 1}}, {3, -1, 3, 3, 4}), params),
+                    tkClassifierDefs::BadParams,
+                    L"Train data measurement cannot exceed its maximum value when using binomial distribution");
+    ASSERT_EQ(classifier.categoryModels().size(), 1u);
+    const auto learned = [](const std::vector<double>& values)
+    {
+        tk_PDFBinomial density(tkFeaturePattern({1.0}));
+        for (const double value : values)
+            density.updateWithData({tkFeaturePattern({value})});
+        return density;
+    };
+    EXPECT_TRUE(model(classifier, 0).densities()[0]->isEquivalent(learned({0, 0, 1})));
+    EXPECT_TRUE(model(classifier, 0).densities()[1]->isEquivalent(learned({0, 1})));
+}
+
+TEST(tk_ClassifierBayesian, aCategoryWhoseFirstPatternIsRefusedDoesNotBecomeOne)
+{
+    const Params params((Types(Types::eBinomial)));
+    tk_ClassifierBayesian classifier;
+    EXPECT_THROW(classifier.train(provider({{1}, {2}}, {3, 4}), params), tkClassifierDefs::BadParams);
+    EXPECT_EQ(classifier.categoryModels().size(), 1u);
+}
+
+TEST(tk_ClassifierBayesian, onlyTheUnknownLabelIsSkipped)
+{
+    struct Relabelled : tkClassifierDataProviderMemory
+    {
+        using tkClassifierDataProviderMemory::tkClassifierDataProviderMemory;
+        long categoryLabel(long index) const override { return index - 2; } // which its own setters refuse
+    };
+    Relabelled data;
+    static_cast<tkClassifierDataProviderMemory&>(data) = provider({{1}, {2}}, {0, 0});
+    tk_ClassifierBayesian classifier;
+    EXPECT_TK_THROW(classifier.train(data, Params()), tkClassifierDefs::BadLabel, L"Cateogory labels must be >= 0");
+    EXPECT_FALSE(classifier.isTrained());
+}
+
+TEST(tk_ClassifierBayesian, runningAllocatesTheCategoriesOfTheResultAndNothingElse)
+{
+    for (const std::size_t dimension : {1u, 6u, 64u})
+    {
+        Rows rows;
+        std::vector<long> labels;
+        randomData(256, dimension, 9, rows, labels);
+        for (std::size_t i = 0; i < labels.size(); ++i)
+            labels[i] = static_cast<long>(i % 64);
+        Types types(Types::eNormal);
+        std::vector<long> even;
+        for (std::size_t j = 0; j < dimension; j += 2)
+            even.push_back(static_cast<long>(j));
+        for (long label = 0; label < 64; ++label)
+            types.setDependent(label, even);
+        tk_ClassifierBayesian classifier;
+        classifier.train(provider(rows, labels), Params(types));
+        const tkFeaturePattern pattern(rows[0]);
+        tkClassifierResult result;
+        classifier.run(pattern, result);
+        const tkAllocations allocations;
+        classifier.run(pattern, result);
+        EXPECT_EQ(allocations.count(), 1u) << dimension;
+    }
+}
+
+TEST(tk_ClassifierBayesian, furtherPatternsOfACategoryAllocateNothing)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(300, 6, 10, rows, labels);
+    Types types(Types::eNormal);
+    for (const long label : {0L, 10L, 20L})
+    {
+        types.setDependent(label, {4, 0, 2});
+        types.distributionTypeOverride(label, 5, Types::eBinomial);
+    }
+    const Params params(types, tkClassifierFrequencies(), tkClassifierCosts(),
+                        tkFeaturePattern(std::vector<double>(6, 100.0)));
+    const auto count = [&](std::size_t patterns)
+    {
+        const tkClassifierDataProviderMemory data =
+            provider(Rows(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(patterns)),
+                     std::vector<long>(labels.begin(), labels.begin() + static_cast<std::ptrdiff_t>(patterns)));
+        tk_ClassifierBayesian classifier;
+        const tkAllocations allocations;
+        classifier.train(data, params);
+        return allocations.count();
+    };
+    EXPECT_GT(count(3), 0u);
+    EXPECT_EQ(count(300), count(3));
+}
+
+TEST(tk_ClassifierBayesian, refusesToLoadParametersOfAnotherTechnique)
+{
+    const tkPtrHandle<tkClassifierTrainParams> foreign(new tkClassifierTrainParamsKNN);
+    const std::string bytes = std::string(3, '\0') + storeToBytes(foreign) + std::string(10, '\0');
+    tk_ClassifierBayesian classifier = golden::classifierBayesian();
+    EXPECT_TK_THROW(loadFromBytes(bytes, classifier), tkArchive::Errors,
+                    L"A Bayesian classifier has parameters of another technique");
+    EXPECT_FALSE(classifier.isTrained());
+}
+
+namespace
+{
+struct CheckedClassifier : tk_ClassifierBayesian
+{
+    using tk_ClassifierBayesian::checkRunnable_;
+};
+} // namespace
+
+TEST(tk_ClassifierBayesian, damagedArchivesAreRefusedOrGiveSomethingThatRuns)
+{
+    const std::string bytes = storeToBytes(golden::classifierBayesian());
+    for (std::size_t size = 3; size < bytes.size(); ++size) // from where its own version was read
+    {
+        tk_ClassifierBayesian classifier = golden::classifierBayesian();
+        EXPECT_THROW(loadFromBytes(bytes.substr(0, size), classifier), tkArchive::Errors) << size;
+        EXPECT_FALSE(classifier.isTrained()) << size;
+    }
+
+    std::mt19937_64 generator(11);
+    const std::string extremes("\0\x01\x7f\x80\xff\xf0", 6);
+    int loaded = 0;
+    for (int i = 0; i < 4000; ++i)
+    {
+        std::string damaged(bytes);
+        const std::size_t position = generator() % bytes.size();
+        for (std::size_t k = 0; k <= generator() % 8 && position + k < damaged.size(); ++k)
+            damaged[position + k] = extremes[generator() % extremes.size()];
+        CheckedClassifier classifier;
+        try
+        {
+            std::istringstream stream(damaged);
+            tkArchive archive(stream);
+            archive || classifier;
+            ++loaded;
+            classifier.checkRunnable_();
+            run(classifier, {2.0, 3.0, 3.0});
+            tkClassifierResult result;
+            classifier.run(tkFeaturePattern({2.0, 0.0, 3.0}, {1}), result);
+        }
+        catch (const tkException&) // archive, result or densities: each says what it found
+        {
+        }
+        catch (const tkAssertionFailure&) // a number of trials that is negative
+        {
+        }
+    }
+    EXPECT_GT(loaded, 400);
 }
 
 TEST(tk_ClassifierBayesian, copiesRunInSeveralThreads)

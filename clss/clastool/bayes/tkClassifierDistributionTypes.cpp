@@ -188,12 +188,8 @@ tkArchive& operator||(tkArchive& archive, tkClassifierDistributionTypes& types)
 {
     archive.exchangeVersion("clss/clastool/bayes", 262);
     archive || types.defaultType_;
-    archive || types.overrideCategories_ || types.overrideIndices_ || types.overrideTypes_;
-    archive || types.setCategories_ || types.sets_;
-    if (types.overrideCategories_.size() != types.overrideTypes_.size() ||
-        types.overrideIndices_.size() != types.overrideTypes_.size())
-        throw tkArchive::Errors(L"Overrides of distribution types have not as many categories and indices as types");
-    if (types.setCategories_.size() != types.sets_.size())
-        throw tkArchive::Errors(L"Dependency sets have not as many categories as sets");
-    return archive;
+    tkExchangeParallel(archive, L"Overrides of distribution types have not as many categories and indices as types",
+                       types.overrideCategories_, types.overrideIndices_, types.overrideTypes_);
+    return tkExchangeParallel(archive, L"Dependency sets have not as many categories as sets", types.setCategories_,
+                              types.sets_);
 }

@@ -28,6 +28,14 @@ public:
     };
 
     explicit tkClassifierDistributionTypes(DistributionType defaultType);
+    tkClassifierDistributionTypes(const tkClassifierDistributionTypes&) = default;
+    tkClassifierDistributionTypes(tkClassifierDistributionTypes&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tkClassifierDistributionTypes& operator=(const tkClassifierDistributionTypes& other)
+    {
+        return *this = tkClassifierDistributionTypes(other);
+    }
+    tkClassifierDistributionTypes& operator=(tkClassifierDistributionTypes&&) = default;
 
     /// Type of every pair without an override. Setting it leaves overrides and dependency sets alone.
     DistributionType defaultDistributionType() const { return defaultType_; }

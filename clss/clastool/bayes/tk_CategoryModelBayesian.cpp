@@ -91,17 +91,23 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char vers
 {
     tkArchive::requireVersion0(version);
     tk_CategoryModel::dispatchSerialize(archive);
-    archive || dependencySets_ || densities_;
+    const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
+    tkExchangeParallel(archive, incomplete, dependencySets_, densities_);
     if (!archive.isLoading())
         return;
+    std::size_t measurements = 0;
+    for (const std::vector<long>& set : dependencySets_)
+        measurements += set.size();
     const bool isComplete =
         std::none_of(densities_.begin(), densities_.end(), [](const auto& d) { return d.isNull(); });
-    if (!isComplete || dependencySets_.size() != densities_.size())
-    {
-        dependencySets_.clear();
-        densities_.clear();
-        throw tkArchive::Errors(L"A stored category model has not one density for each dependency set");
-    }
+    const bool hasAll = numMeasurements() == static_cast<long>(measurements);
+    if (isComplete && hasAll)
+        return;
+    dependencySets_.clear();
+    densities_.clear();
+    if (!isComplete)
+        throw tkArchive::Errors(incomplete);
+    throw tkArchive::Errors(L"A stored category model has another number of measurements than its dependency sets");
 }
 
 tkPersistent* tk_CategoryModelBayesian::make()

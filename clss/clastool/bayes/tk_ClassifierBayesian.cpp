@@ -255,16 +255,21 @@ void tk_ClassifierBayesian::dispatchSerialize(tkArchive& archive)
 void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char version)
 {
     tkArchive::requireVersion0(version);
+    std::vector<tkPtrHandle<tk_CategoryModel>> models;
+    if (archive.isLoading())
+        categoryModels_.clear(); // what fails from here leaves it untrained
+    else
+        models = categoryModels_;
     tk_Classifier::dispatchSerialize(archive);
-    archive || categoryLabels_ || categoryModels_;
+    archive || categoryLabels_ || models;
     if (!archive.isLoading())
         return;
-    for (const tkPtrHandle<tk_CategoryModel>& model : categoryModels_)
+    if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsBayesian*>(heldParams_()))
+        throw tkArchive::Errors(L"A Bayesian classifier has parameters of another technique");
+    for (const tkPtrHandle<tk_CategoryModel>& model : models)
         if (!dynamic_cast<const tk_CategoryModelBayesian*>(model.get()))
-        {
-            categoryModels_.clear();
             throw tkArchive::Errors(L"A stored Bayesian classifier has a category without a Bayesian model");
-        }
+    categoryModels_ = std::move(models);
     setReferenceDeviations_();
 }
 

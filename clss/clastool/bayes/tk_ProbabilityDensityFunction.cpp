@@ -72,6 +72,13 @@ private:
     bool areAllValid_ = true;
 };
 
+/// Throws tkClassifierDefs::BadIndex for a negative index, as the restriction of the pattern to the set does.
+void requireIndices(const tkFeaturePattern& pattern, const std::vector<long>& set)
+{
+    for (const long index : set)
+        static_cast<void>(pattern.isValid(index));
+}
+
 /// Turns what the numerical core reports into exceptions.
 void throwUnlessOk(tkNMNormal::Status status)
 {
@@ -276,11 +283,13 @@ void tk_PDFBinomial::clear()
 
 double tk_PDFBinomial::logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const
 {
+    requireIndices(pattern, set);
     return logValueOf_(static_cast<long>(set.size()), pattern, set.empty() ? 0 : set.front());
 }
 
 void tk_PDFBinomial::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
 {
+    requireIndices(pattern, set);
     requireOneMeasurement_(static_cast<long>(set.size()));
     requireTrainable_(pattern, set.front());
     accumulator_.updateWithSetNormalize(pattern, set, maxValue_);

@@ -59,4 +59,8 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
     EXPECT_EQ(1u, seen.count("tkClassifierRuleTable.bin"));
     EXPECT_EQ(1u, seen.count("tkClassifierFeatureVector.bin"));
     EXPECT_EQ(1u, seen.count("tkDecisionTreeNode.shared.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierDistributionTypes.bin"));
+    EXPECT_EQ(1u, seen.count("tk_PDFMultivariateNormal.bin"));
+    EXPECT_EQ(1u, seen.count("tk_PDFBinomial.bin"));
+    EXPECT_EQ(1u, seen.count("tk_ClassifierBayesian.bin"));
 }

@@ -35,6 +35,8 @@ const double largestSquare = 1e300;
 
 /// A covariance factors if no measurement is determined by those before it to more than this part of its variance.
 const double smallestPivot = 0x1p-33;
+/// A marginal distribution leaves every pivot as large as it was or makes it larger, but for rounding.
+const double smallestMarginalPivot = 0x1p-34;
 const double smallestRidge = 0x1p-13;
 const double largestRidge = 0x1p20;
 
@@ -258,7 +260,7 @@ tkNMNormal::Status tkNMNormal::logMarginal(const double* pattern, const bool* va
         }
     // The ridge is that of the joint distribution, for it is its marginal that is asked for.
     Factor_ factor;
-    factor_(measurements, factor_().ridge, factor);
+    factor_(measurements, factor_().ridge, smallestMarginalPivot, factor);
     result = factor.logDensity(v.data());
     return eOk;
 }
@@ -314,7 +316,7 @@ const tkNMNormal::Factor_& tkNMNormal::factor_() const
     std::iota(all.begin(), all.end(), std::size_t(0));
     auto fresh = std::make_unique<Factor_>();
     double ridge = 0.0;
-    while (!factor_(all, ridge, *fresh) && ridge < largestRidge)
+    while (!factor_(all, ridge, smallestPivot, *fresh) && ridge < largestRidge)
         ridge = ridge > 0.0 ? 2.0 * ridge : smallestRidge;
 
     // Whoever comes first publishes; all compute the same.
@@ -328,8 +330,9 @@ const tkNMNormal::Factor_& tkNMNormal::factor_() const
 /// into [1, 2): R_ij = u_i C_ij u_j, R_jj times 1 + ridge. Multiplying by u_j is exact, so that R does not depend
 /// on the measurements' units as far as these differ by powers of two. With the Cholesky factor L of R,
 ///     W = L^-1 diag(u),   logPeak = -1/2 (d ln 2 pi + sum over j of ln L_jj²) + (sum over j of log2 u_j) ln 2.
-/// False if a pivot L_jj² is below smallestPivot R_jj; the log density is then NaN.
-bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ridge, Factor_& factor) const
+/// False if a pivot L_jj² is below leastPivot R_jj; the log density is then NaN.
+bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ridge, double leastPivot,
+                         Factor_& factor) const
 {
     const std::size_t d = measurements.size();
     tkNMTriangle l(d);
@@ -364,7 +367,7 @@ bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ri
         double pivot = l(j, j);
         for (std::size_t k = 0; k < j; ++k)
             pivot -= l(j, k) * l(j, k);
-        if (!(pivot >= smallestPivot * l(j, j)))
+        if (!(pivot >= leastPivot * l(j, j)))
             return false;
         lnDeterminant += std::log(pivot);
         l(j, j) = std::sqrt(pivot);

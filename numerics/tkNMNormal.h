@@ -87,7 +87,7 @@ private:
     double covariance_(std::size_t i, std::size_t j) const;
     double deviation_(std::size_t j, bool& varies) const;
     const Factor_& factor_() const;
-    bool factor_(const std::vector<std::size_t>& measurements, double ridge, Factor_& factor) const;
+    bool factor_(const std::vector<std::size_t>& measurements, double ridge, double leastPivot, Factor_& factor) const;
 
     long count_;
     std::vector<double> mean_;

@@ -327,6 +327,50 @@ TEST(tkNMNormal, degenerateDataGiveFiniteLogDensities)
     EXPECT_TRUE(std::isfinite(logDensity(trained(few), few[2])));
 }
 
+TEST(tkNMNormal, marginalsOfDistributionsThatNearlyCountAsSingularAreFinite)
+{
+    // Three measurements that are as dependent as they may be without a ridge; without the first one rounding can
+    // put them on the other side of the limit.
+    for (const unsigned seed : {6548u, 9503u, 12571u})
+    {
+        std::mt19937_64 generator(1);
+        std::normal_distribution<double> deviate;
+        double values[6][3];
+        for (unsigned t = 0; t <= seed; ++t)
+            for (auto& row : values)
+                for (double& v : row)
+                    v = deviate(generator);
+        const auto withNoise = [&](double noise)
+        {
+            tkNMNormal normal;
+            for (const auto& row : values)
+            {
+                const double pattern[] = {1e-4 * row[1] + row[2], row[1], row[1] + noise * row[0]};
+                normal.add(pattern, 3);
+            }
+            return normal;
+        };
+        const auto hasRidge = [](const tkNMNormal& normal)
+        {
+            const double means[] = {normal.mean(0), normal.mean(1), normal.mean(2)};
+            double peak = 0.0;
+            normal.logDensity(means, 3, peak);
+            return peak < 5.0;
+        };
+        double low = 1e-7;
+        double high = 1e-3;
+        for (int i = 0; i < 60; ++i)
+        {
+            const double middle = std::sqrt(low * high);
+            (hasRidge(withNoise(middle)) ? low : high) = middle;
+        }
+        const tkNMNormal normal = withNoise(high);
+        EXPECT_FALSE(hasRidge(normal));
+        EXPECT_TRUE(hasRidge(withNoise(low)));
+        EXPECT_TRUE(std::isfinite(logMarginal(normal, {0.1, 0.2, 0.3}, {1, 2}))) << seed;
+    }
+}
+
 TEST(tkNMNormal, aReferenceGivesConstantMeasurementsTheirUnit)
 {
     tkNMNormal normal = trained({{0.0}, {0.0}});

@@ -21,17 +21,7 @@ namespace
 const double perGridStep = 0x1p39;
 const double gridLn2 = 0x1.62e42fefa4p-1;
 
-/// v rounded to a multiple of 2^-39, for 0 <= v < 2^13; beyond, to one of the doubles' own larger steps.
-double roundedToGrid(double v)
-{
-    const double shift = 0x1p13; // above it, doubles have steps of 2^-39
-    return (v + shift) - shift;
-}
-
 const double lnTwoPi = 1.8378770664093454836;
-
-/// No squared distance counts more, so that sums over many sets remain finite.
-const double largestSquare = 1e300;
 
 /// A covariance factors if no measurement is determined by those before it to more than this part of its variance.
 const double smallestPivot = 0x1p-33;
@@ -46,26 +36,17 @@ const double constantPart = 0x1p-48;
 const double constantDeviation = 0x1p-10;
 } // namespace
 
-/// What an evaluation needs beside the pattern and the mean.
-struct tkNMNormal::Factor_
+double tkNMNormal::Factor_::logDensity(const double* deviations) const
 {
-    tkNMTriangle inverse; // of the Cholesky factor, its columns in the measurements' own units
-    double logPeak;       // log density at the mean
-    double ridge;         // part of its variance that was added to each measurement
-
-    /// Log density where the measurements differ by `deviations` from their means.
-    double logDensity(const double* deviations) const
+    double square = inverse.squaredLength(deviations);
+    if (!(square <= largestSquare_))
     {
-        double square = inverse.squaredLength(deviations);
-        if (!(square <= largestSquare))
-        {
-            const double* const end = deviations + inverse.dimension();
-            if (std::all_of(deviations, end, [](double v) { return std::isfinite(v); }))
-                square = largestSquare;
-        }
-        return logPeak - roundedToGrid(0.5 * square);
+        const double* const end = deviations + inverse.dimension();
+        if (std::all_of(deviations, end, [](double v) { return std::isfinite(v); }))
+            square = largestSquare_;
     }
-};
+    return logPeak - roundedToGrid_(0.5 * square);
+}
 
 tkNMNormal::tkNMNormal() : count_(0), factorOrNull_(nullptr) {}
 
@@ -110,13 +91,13 @@ tkNMMatrix tkNMNormal::covariance() const
 {
     tkNMMatrix covariance(dimension(), dimension());
     const double divisor = static_cast<double>(std::max(count_ - 1, 1L));
-    auto sum = squares_.begin();
     for (long i = 0; i < dimension(); ++i)
-        for (long j = 0; j <= i; ++j, ++sum)
+        for (long j = 0; j <= i; ++j)
         {
+            const double sum = squares_(static_cast<std::size_t>(i), static_cast<std::size_t>(j));
             // The rounded quotient's remainder is exact, so that restore() finds the sum again.
-            const double quotient = *sum / divisor;
-            const double remainder = std::fma(-quotient, divisor, *sum) / divisor;
+            const double quotient = sum / divisor;
+            const double remainder = std::fma(-quotient, divisor, sum) / divisor;
             covariance(i, j) = covariance(j, i) = quotient;
             covariance.remainder(i, j, remainder);
             covariance.remainder(j, i, remainder);
@@ -144,13 +125,15 @@ bool tkNMNormal::restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, l
 
     tkNMNormal restored;
     restored.count_ = count;
+    restored.squares_ = tkNMTriangle(static_cast<std::size_t>(dimension));
     const double divisor = static_cast<double>(std::max(count - 1, 1L));
     for (long i = 0; i < dimension; ++i)
     {
         restored.mean_.push_back(mean(i, 0));
         restored.meanRemainder_.push_back(mean.remainder(i, 0));
         for (long j = 0; j <= i; ++j)
-            restored.squares_.push_back(std::fma(covariance(i, j), divisor, covariance.remainder(i, j) * divisor));
+            restored.squares_(static_cast<std::size_t>(i), static_cast<std::size_t>(j)) =
+                std::fma(covariance(i, j), divisor, covariance.remainder(i, j) * divisor);
     }
     swap_(restored);
     return true;
@@ -191,35 +174,42 @@ tkNMNormal::Status tkNMNormal::add(const double* pattern, long dimension)
         return status;
 
     const std::size_t d = static_cast<std::size_t>(dimension);
-    tkScratch<double, 256> before(d); // x - m
-    tkScratch<double, 256> after(d);  // x - m'
+    const std::size_t padded = (d + 7) / 8 * 8;
+    tkScratch<double, 256> before(padded); // x - m, then zeros
+    tkScratch<double, 256> after(padded);  // x - m', then zeros
     if (count_ == 0)
     {
         std::vector<double> mean(d);
         std::vector<double> remainder(d);
-        std::vector<double> squares(d * (d + 1) / 2);
+        tkNMTriangle squares(d);
         mean_.swap(mean);
         meanRemainder_.swap(remainder);
-        squares_.swap(squares);
+        squares_ = std::move(squares);
     }
     forgetFactor_();
     ++count_;
 
     const double n = static_cast<double>(count_);
+    double* const mean = mean_.data();
+    double* const remainder = meanRemainder_.data();
     for (std::size_t j = 0; j < d; ++j)
     {
-        before[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
-        const double step = before[j] / n + meanRemainder_[j];
-        const double sum = mean_[j] + step;
-        const double added = sum - mean_[j];
-        meanRemainder_[j] = (mean_[j] - (sum - added)) + (step - added);
-        mean_[j] = sum;
-        after[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
+        before[j] = (pattern[j] - mean[j]) - remainder[j];
+        const double step = before[j] / n + remainder[j];
+        const double sum = mean[j] + step;
+        const double added = sum - mean[j];
+        remainder[j] = (mean[j] - (sum - added)) + (step - added);
+        mean[j] = sum;
+        after[j] = (pattern[j] - mean[j]) - remainder[j];
     }
-    double* row = squares_.data();
-    for (std::size_t i = 0; i < d; row += ++i)
-        for (std::size_t j = 0; j <= i; ++j)
-            row[j] += before[i] * after[j];
+    if (d == 1)
+    {
+        squares_(0, 0) += before[0] * after[0];
+        return eOk;
+    }
+    std::fill(before.begin() + d, before.end(), 0.0);
+    std::fill(after.begin() + d, after.end(), 0.0);
+    squares_.addProduct(before.data(), after.data());
     return eOk;
 }
 
@@ -230,7 +220,7 @@ void tkNMNormal::referenceDeviations(const std::vector<double>& deviations)
     reference_ = std::move(copy);
 }
 
-tkNMNormal::Status tkNMNormal::logDensity(const double* pattern, long dimension, double& result) const
+tkNMNormal::Status tkNMNormal::logDensity_(const double* pattern, long dimension, double& result) const
 {
     if (count_ == 0)
         return eNoValidData;
@@ -276,19 +266,21 @@ void tkNMNormal::swap_(tkNMNormal& other) noexcept
     std::swap(count_, other.count_);
     mean_.swap(other.mean_);
     meanRemainder_.swap(other.meanRemainder_);
-    squares_.swap(other.squares_);
+    std::swap(squares_, other.squares_);
     reference_.swap(other.reference_);
     other.factorOrNull_.store(factorOrNull_.exchange(other.factorOrNull_.load()));
 }
 
 void tkNMNormal::forgetFactor_()
 {
-    delete factorOrNull_.exchange(nullptr);
+    // Hardly ever there while learning, and asking costs less than an exchange.
+    if (factorOrNull_.load(std::memory_order_relaxed))
+        delete factorOrNull_.exchange(nullptr);
 }
 
 double tkNMNormal::covariance_(std::size_t i, std::size_t j) const
 {
-    return squares_[i * (i + 1) / 2 + j] / static_cast<double>(std::max(count_ - 1, 1L));
+    return squares_(i, j) / static_cast<double>(std::max(count_ - 1, 1L));
 }
 
 /// Whether measurement j varies, and its deviation; the one it is given if it does not. That is a small part of
@@ -360,6 +352,7 @@ bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ri
     factor.inverse = tkNMTriangle(d);
     factor.logPeak = std::numeric_limits<double>::quiet_NaN();
     factor.ridge = ridge;
+    factor.weight = std::numeric_limits<double>::quiet_NaN();
 
     double lnDeterminant = 0.0;
     for (std::size_t j = 0; j < d; ++j)
@@ -392,6 +385,13 @@ bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ri
         }
         for (std::size_t i = j; i < d; ++i)
             factor.inverse(i, j) *= u[j];
+    }
+
+    if (d == 1)
+    {
+        factor.mean = mean_[measurements[0]];
+        factor.meanRemainder = meanRemainder_[measurements[0]];
+        factor.weight = factor.inverse(0, 0);
     }
 
     const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);

@@ -2,6 +2,7 @@
 #define NUMERICS_TKNMNORMAL_H
 
 #include "numerics/tkNMMatrix.h"
+#include "numerics/tkNMTriangle.h"
 
 #include <atomic>
 #include <cstddef>
@@ -69,7 +70,13 @@ public:
 
     /// The natural logarithm of the density at `pattern`, a multiple of 2^-39 up to a magnitude of 2^12. Finite
     /// for finite patterns: no squared distance counts more than 1e300. Statuses eNoValidData, eWrongLength.
-    Status logDensity(const double* pattern, long dimension, double& result) const;
+    Status logDensity(const double* pattern, long dimension, double& result) const
+    {
+        const Factor_* const factor = factorOrNull_.load(std::memory_order_acquire);
+        return factor && dimension == 1 && factor->logDensityOfOne(*pattern, result)
+                   ? eOk
+                   : logDensity_(pattern, dimension, result);
+    }
 
     /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
     /// invalid measurement's value is not read. Factors their covariance anew: cost in proportion to dimension³.
@@ -80,8 +87,43 @@ public:
     bool operator!=(const tkNMNormal& other) const { return !(*this == other); }
 
 private:
-    struct Factor_;
+    /// What an evaluation needs beside the pattern and the mean.
+    struct Factor_
+    {
+        double logPeak; // log density at the mean
+        double mean;    // of a single measurement, as are the next two
+        double meanRemainder;
+        double weight;        // inverse(0, 0), NaN if there are more measurements
+        double ridge;         // part of its variance that was added to each measurement
+        tkNMTriangle inverse; // of the Cholesky factor, its columns in the measurements' own units
 
+        /// Log density where the measurements differ by `deviations` from their means.
+        double logDensity(const double* deviations) const;
+
+        /// The same at the value x of a single measurement, by the same operations; false where it is not single,
+        /// or too far away. This is the commonest density, and all that it needs lies side by side.
+        bool logDensityOfOne(double x, double& result) const
+        {
+            const double y = weight * ((x - mean) - meanRemainder);
+            const double square = y * y;
+            if (!(square <= largestSquare_))
+                return false;
+            result = logPeak - roundedToGrid_(0.5 * square);
+            return true;
+        }
+    };
+
+    /// No squared distance counts more, so that sums over many sets remain finite.
+    static constexpr double largestSquare_ = 1e300;
+
+    /// v rounded to a multiple of 2^-39, for 0 <= v < 2^13; beyond, to one of the doubles' own larger steps.
+    static double roundedToGrid_(double v)
+    {
+        const double shift = 0x1p13; // above it, doubles have steps of 2^-39
+        return (v + shift) - shift;
+    }
+
+    Status logDensity_(const double* pattern, long dimension, double& result) const;
     void swap_(tkNMNormal& other) noexcept;
     void forgetFactor_();
     double covariance_(std::size_t i, std::size_t j) const;
@@ -92,7 +134,7 @@ private:
     long count_;
     std::vector<double> mean_;
     std::vector<double> meanRemainder_;          // mean_ + meanRemainder_ is the mean
-    std::vector<double> squares_;                // sums of products of deviations; lower triangle, row by row
+    tkNMTriangle squares_;                       // sums of products of deviations
     std::vector<double> reference_;              // empty or one per measurement
     mutable std::atomic<Factor_*> factorOrNull_; // owned; that of the present state, once it was needed
 };

@@ -1,6 +1,8 @@
 #include "numerics/tkNMTriangle.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 
 // Wider instructions than the target's own are used where the compiler can be told to and the processor has them.
 // Contraction is off for the whole library, so that a wider level rounds exactly where the plain one does.
@@ -25,6 +27,7 @@ struct Lanes
 {
     double lanes[8];
     double operator[](int l) const { return lanes[l]; }
+    double& operator[](int l) { return lanes[l]; }
 };
 inline Lanes operator+(const Lanes& a, const Lanes& b)
 {
@@ -107,6 +110,31 @@ TK_ALWAYS_INLINE double squaredLengthOf(const double* blocks, const double* v, s
            ((squares[1] + squares[5]) + (squares[3] + squares[7]));
 }
 
+/// On the diagonal, the rows above it drop out column by column: their zeros stay what they are.
+TK_ALWAYS_INLINE void addProductTo(double* blocks, const double* a, const double* b, std::size_t dimension)
+{
+    Lanes* w = reinterpret_cast<Lanes*>(blocks);
+    for (std::size_t first = 0; first < dimension; first += 8)
+    {
+        Lanes rows;
+        std::memcpy(&rows, a + first, sizeof rows);
+        for (std::size_t j = 0; j < first; ++j)
+            w[j] = w[j] + rows * b[j];
+        w += first;
+        for (int l = 0; l < 8; ++l)
+        {
+            w[l] = w[l] + rows * b[first + static_cast<std::size_t>(l)];
+            rows[l] = 0.0;
+        }
+        w += 8;
+    }
+}
+
+void addProductPlain(double* blocks, const double* a, const double* b, std::size_t dimension)
+{
+    addProductTo(blocks, a, b, dimension);
+}
+
 double squaredLengthPlain(const double* blocks, const double* v, std::size_t dimension)
 {
     return squaredLengthOf(blocks, v, dimension);
@@ -122,6 +150,18 @@ __attribute__((target("avx512f"))) double squaredLengthAVX512(const double* bloc
                                                               std::size_t dimension)
 {
     return squaredLengthOf(blocks, v, dimension);
+}
+
+__attribute__((target("avx2"))) void addProductAVX2(double* blocks, const double* a, const double* b,
+                                                    std::size_t dimension)
+{
+    addProductTo(blocks, a, b, dimension);
+}
+
+__attribute__((target("avx512f"))) void addProductAVX512(double* blocks, const double* a, const double* b,
+                                                         std::size_t dimension)
+{
+    addProductTo(blocks, a, b, dimension);
 }
 #endif
 } // namespace
@@ -152,4 +192,26 @@ double tkNMTriangle::squaredLength(const double* v, Level level) const
     static_cast<void>(level);
 #endif
     return squaredLengthPlain(blocks, v, dimension_);
+}
+
+void tkNMTriangle::addProduct(const double* a, const double* b, Level level)
+{
+    double* blocks = blocks_.empty() ? nullptr : blocks_.front().rows;
+#if TK_WIDER_LEVELS
+    if (level == eAVX512)
+        return addProductAVX512(blocks, a, b, dimension_);
+    if (level == eAVX2)
+        return addProductAVX2(blocks, a, b, dimension_);
+#else
+    static_cast<void>(level);
+#endif
+    addProductPlain(blocks, a, b, dimension_);
+}
+
+bool tkNMTriangle::operator==(const tkNMTriangle& other) const
+{
+    const auto haveEqualRows = [](const Column_& a, const Column_& b)
+    { return std::equal(std::begin(a.rows), std::end(a.rows), std::begin(b.rows)); };
+    return dimension_ == other.dimension_ &&
+           std::equal(blocks_.begin(), blocks_.end(), other.blocks_.begin(), haveEqualRows);
 }

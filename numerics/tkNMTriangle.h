@@ -6,7 +6,8 @@
 #include <cstddef>
 #include <vector>
 
-/// A lower triangular matrix W, laid out for the one product that evaluating a normal density takes: |W v|².
+/// A lower triangular matrix W, laid out for the one product that evaluating a normal density takes, |W v|², and for
+/// the one change that learning takes, the addition of an outer product.
 ///
 /// Eight rows form a block, stored column by column, so that eight independent sums run side by side: with
 /// y_i = ((W_i0 v_0 + W_i1 v_1) + W_i2 v_2) + ... and q_l = (y_l² + y_(l+8)²) + ..., the result is
@@ -35,6 +36,14 @@ public:
     /// |W v|² for dimension() doubles at `v`; 0.0 for dimension 0. *Requires* level <= bestLevel().
     double squaredLength(const double* v) const { return squaredLength(v, bestLevel()); }
     double squaredLength(const double* v, Level level) const;
+
+    /// W_ij += a_i b_j for j <= i, with finite a and b of dimension() rounded up to a multiple of 8 elements; those of
+    /// a beyond dimension() are 0.0. *Requires* level <= bestLevel().
+    void addProduct(const double* a, const double* b) { addProduct(a, b, bestLevel()); }
+    void addProduct(const double* a, const double* b, Level level);
+
+    bool operator==(const tkNMTriangle& other) const;
+    bool operator!=(const tkNMTriangle& other) const { return !(*this == other); }
 
 private:
     struct alignas(64) Column_

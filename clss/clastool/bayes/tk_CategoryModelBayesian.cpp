@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <typeinfo>
 
 namespace
 {
@@ -48,15 +49,24 @@ tk_CategoryModelBayesian::tk_CategoryModelBayesian(
         measurements += static_cast<long>(dependencySets[i].size());
     }
     numMeasurements(measurements);
+    shortcuts_ = shortcutsTo_(dependencySets_, densities_);
 }
 
 double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long) const
 {
     try
     {
+        const std::vector<double>& x = pattern.featureMeasurements(false);
+        const std::size_t reach = pattern.numInvalid() == 0 ? x.size() : 0;
         double score = 0.0;
         for (std::size_t i = 0; i < densities_.size(); ++i)
-            score += densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
+        {
+            const Shortcut_& s = shortcuts_[i];
+            double value = 0.0;
+            if (!s.isWithin(reach) || !s.normalOrNull->logValueOfValid(&x[s.first], static_cast<long>(s.size), value))
+                value = densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
+            score += value;
+        }
         return score;
     }
     catch (const tkClassifierDefs::InsufficientTrainData& error)
@@ -68,8 +78,14 @@ double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkD
 
 void tk_CategoryModelBayesian::adapt(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long)
 {
+    const std::vector<double>& x = pattern.featureMeasurements(false);
+    const std::size_t reach = pattern.numInvalid() == 0 ? x.size() : 0;
     for (std::size_t i = 0; i < densities_.size(); ++i)
-        densities_[i]->updateWithSet(pattern, dependencySets_[i]);
+    {
+        const Shortcut_& s = shortcuts_[i];
+        if (!s.isWithin(reach) || !s.normalOrNull->updateWithValid(&x[s.first], static_cast<long>(s.size)))
+            densities_[i]->updateWithSet(pattern, dependencySets_[i]);
+    }
 }
 
 bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const
@@ -92,6 +108,8 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char vers
     tkArchive::requireVersion0(version);
     tk_CategoryModel::dispatchSerialize(archive);
     const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
+    if (archive.isLoading())
+        shortcuts_.clear();
     tkExchangeParallel(archive, incomplete, dependencySets_, densities_);
     if (!archive.isLoading())
         return;
@@ -102,12 +120,37 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char vers
         std::none_of(densities_.begin(), densities_.end(), [](const auto& d) { return d.isNull(); });
     const bool hasAll = numMeasurements() == static_cast<long>(measurements);
     if (isComplete && hasAll)
+    {
+        shortcuts_ = shortcutsTo_(dependencySets_, densities_);
         return;
+    }
     dependencySets_.clear();
     densities_.clear();
     if (!isComplete)
         throw tkArchive::Errors(incomplete);
     throw tkArchive::Errors(L"A stored category model has another number of measurements than its dependency sets");
+}
+
+std::vector<tk_CategoryModelBayesian::Shortcut_>
+tk_CategoryModelBayesian::shortcutsTo_(const std::vector<std::vector<long>>& sets,
+                                       const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities)
+{
+    std::vector<Shortcut_> shortcuts(densities.size());
+    for (std::size_t i = 0; i < densities.size(); ++i)
+    {
+        const std::vector<long>& set = sets[i];
+        const bool isRun = !set.empty() && set.front() >= 0 &&
+                           std::adjacent_find(set.begin(), set.end(), [](long a, long b) { return b <= a || b - a > 1; }) == set.end();
+        // A class derived from the normal density has a right to be asked.
+        const tk_ProbabilityDensityFunction& density = *densities[i];
+        if (isRun && typeid(density) == typeid(tk_PDFMultivariateNormal))
+        {
+            shortcuts[i].normalOrNull = static_cast<tk_PDFMultivariateNormal*>(densities[i].get());
+            shortcuts[i].first = static_cast<std::size_t>(set.front());
+            shortcuts[i].size = set.size();
+        }
+    }
+    return shortcuts;
 }
 
 tkPersistent* tk_CategoryModelBayesian::make()

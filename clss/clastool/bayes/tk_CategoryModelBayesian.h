@@ -6,6 +6,7 @@
 #include "clss/clastool/clastool/tk_CategoryModel.h"
 #include "foundation/tkPtrHandle.h"
 
+#include <cstddef>
 #include <vector>
 
 /// One category as a product of probability densities, one for each set of measurements. The number of
@@ -32,6 +33,15 @@ public:
                              const std::vector<tkClassifierDistributionTypes::DistributionType>& types,
                              const tkFeaturePattern& maxMeasurementValues);
 
+    tk_CategoryModelBayesian(const tk_CategoryModelBayesian&) = default;
+    tk_CategoryModelBayesian(tk_CategoryModelBayesian&&) = default;
+    /// Whole or, if memory runs out, not at all.
+    tk_CategoryModelBayesian& operator=(const tk_CategoryModelBayesian& other)
+    {
+        return *this = tk_CategoryModelBayesian(other);
+    }
+    tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&&) = default;
+
     const std::vector<std::vector<long>>& dependencySets() const { return dependencySets_; }
     const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities() const { return densities_; }
 
@@ -51,12 +61,27 @@ protected:
     void dispatchSerialize(tkArchive& archive) override;
 
 private:
+    /// The nearest way to a normal density over consecutive measurements.
+    struct Shortcut_
+    {
+        tk_PDFMultivariateNormal* normalOrNull = nullptr; // null: another density, or another kind of set
+        std::size_t first = 0;                            // measurement
+        std::size_t size = 0;
+
+        /// Whether it can be taken if the first `reach` measurements are known to be valid.
+        bool isWithin(std::size_t reach) const { return normalOrNull && first < reach && size <= reach - first; }
+    };
+
+    static std::vector<Shortcut_> shortcutsTo_(const std::vector<std::vector<long>>& sets,
+                                               const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities);
+
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();
     static const Registration registration_;
 
     std::vector<std::vector<long>> dependencySets_;
     std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel
+    std::vector<Shortcut_> shortcuts_;                                  // parallel, for a pattern without gaps
 };
 
 #endif

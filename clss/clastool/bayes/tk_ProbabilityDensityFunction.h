@@ -84,6 +84,17 @@ public:
     /// See tkNMNormal::referenceDeviations().
     void referenceDeviations(const std::vector<double>& deviations) { normal_.referenceDeviations(deviations); }
 
+    /// What logValue() and updateWithData() do with a pattern of these n measurements, all valid, as long as nothing
+    /// is to be refused or skipped; false, and nothing done, otherwise.
+    bool logValueOfValid(const double* measurements, long n, double& result) const
+    {
+        return normal_.logDensity(measurements, n, result) == tkNMNormal::eOk;
+    }
+    bool updateWithValid(const double* measurements, long n)
+    {
+        return normal_.add(measurements, n) == tkNMNormal::eOk;
+    }
+
     /// Equal count, mean and covariance.
     bool operator==(const tk_PDFMultivariateNormal& other) const { return normal_ == other.normal_; }
     bool operator!=(const tk_PDFMultivariateNormal& other) const { return !(*this == other); }

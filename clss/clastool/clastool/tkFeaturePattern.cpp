@@ -9,7 +9,7 @@
 const tkPersistent::Registration tkFeaturePattern::registration_(typeid(tkFeaturePattern), &tkFeaturePattern::make);
 
 tkFeaturePattern::tkFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices)
-    : validity_(measurements.size(), true)
+    : validity_(invalidIndices.empty() ? 0 : measurements.size(), true)
 {
     const long count = static_cast<long>(measurements.size());
     for (const long index : invalidIndices)
@@ -72,8 +72,13 @@ void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char version)
 {
     tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
+    std::vector<bool> validity = validity_.empty() ? std::vector<bool>(measurements_.size(), true) : validity_;
+    if (archive.isLoading())
+        validity_.clear();
     tkExchangeParallel(archive, L"A feature pattern has not as many validity flags as measurements", measurements_,
-                       validity_);
+                       validity);
+    if (archive.isLoading() && std::find(validity.begin(), validity.end(), false) != validity.end())
+        validity_.swap(validity);
 }
 
 tkPersistent* tkFeaturePattern::make()

@@ -39,7 +39,7 @@ public:
     {
         if (index < 0)
             failNegativeIndex_();
-        return index < numMeasurements() && validity_[static_cast<std::size_t>(index)];
+        return index < numMeasurements() && (validity_.empty() || validity_[static_cast<std::size_t>(index)]);
     }
 
     long numInvalid() const;
@@ -61,7 +61,7 @@ private:
     static const Registration registration_;
 
     std::vector<double> measurements_;
-    std::vector<bool> validity_; // parallel to measurements_
+    std::vector<bool> validity_; // parallel to measurements_; empty if all are valid, as they nearly always are
 };
 
 #endif

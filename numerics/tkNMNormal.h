@@ -55,13 +55,25 @@ public:
     void clear();
 
     /// The largest magnitude of a measurement for which no sum of squares can overflow, 2^490.
-    static double largestMagnitude();
+    static constexpr double largestMagnitude() { return 0x1p490; }
 
     /// Whether add() would learn the pattern: eOk, eSizeChanged or eOutOfRange, in this order of checks.
     Status check(const double* pattern, long dimension) const;
     /// Learns one pattern of finite measurements, at a cost in proportion to dimension². Anything but eOk changes
     /// nothing.
     Status add(const double* pattern, long dimension);
+
+    /// Whether addBlock() may learn `count` patterns of that dimension.
+    bool takesBlock(std::size_t count, long dimension) const;
+
+    /// add() for `count` patterns one after the other, each `stride` doubles behind the one before it, with the same
+    /// bits. *Requires* takesBlock(), no measurement beyond largestMagnitude(), and at most blockSize doubles in
+    /// `count` patterns whose dimension is rounded up to a multiple of 16.
+    void addBlock(const double* patterns, std::size_t count, std::size_t stride) noexcept;
+    /// The same for up to 16 distributions of one measurement each, side by side; the i-th learns column columns[i].
+    static void addBlock(tkNMNormal* const* normals, const std::size_t* columns, std::size_t normalCount,
+                         const double* patterns, std::size_t count, std::size_t stride) noexcept;
+    static constexpr std::size_t blockSize = 1024;
 
     /// What a measurement that never varied is compared with, one for each measurement: its standard deviation
     /// over all categories (0.0: not known). Not part of the statistics, and forgotten by clear().

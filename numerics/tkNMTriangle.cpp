@@ -1,57 +1,12 @@
 #include "numerics/tkNMTriangle.h"
 
+#include "numerics/tkNMLanes.h"
+
 #include <algorithm>
-#include <cstring>
 #include <iterator>
-
-// Wider instructions than the target's own are used where the compiler can be told to and the processor has them.
-// Contraction is off for the whole library, so that a wider level rounds exactly where the plain one does.
-#if defined(__GNUC__) && defined(__x86_64__)
-#define TK_WIDER_LEVELS 1
-#else
-#define TK_WIDER_LEVELS 0
-#endif
-
-#if defined(__GNUC__)
-#define TK_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define TK_ALWAYS_INLINE inline
-#endif
 
 namespace
 {
-#if defined(__GNUC__)
-using Lanes = double __attribute__((vector_size(64)));
-#else
-struct Lanes
-{
-    double lanes[8];
-    double operator[](int l) const { return lanes[l]; }
-    double& operator[](int l) { return lanes[l]; }
-};
-inline Lanes operator+(const Lanes& a, const Lanes& b)
-{
-    Lanes sum;
-    for (int l = 0; l < 8; ++l)
-        sum.lanes[l] = a.lanes[l] + b.lanes[l];
-    return sum;
-}
-inline Lanes operator*(const Lanes& a, const Lanes& b)
-{
-    Lanes product;
-    for (int l = 0; l < 8; ++l)
-        product.lanes[l] = a.lanes[l] * b.lanes[l];
-    return product;
-}
-inline Lanes operator*(const Lanes& a, double b)
-{
-    Lanes product;
-    for (int l = 0; l < 8; ++l)
-        product.lanes[l] = a.lanes[l] * b;
-    return product;
-}
-#endif
-
 /// Blocks are taken in fours: four sums of eight lanes hide the latency of an addition, and share each v_j.
 TK_ALWAYS_INLINE double squaredLengthOf(const double* blocks, const double* v, std::size_t dimension)
 {
@@ -110,29 +65,67 @@ TK_ALWAYS_INLINE double squaredLengthOf(const double* blocks, const double* v, s
            ((squares[1] + squares[5]) + (squares[3] + squares[7]));
 }
 
-/// On the diagonal, the rows above it drop out column by column: their zeros stay what they are.
-TK_ALWAYS_INLINE void addProductTo(double* blocks, const double* a, const double* b, std::size_t dimension)
+/// Row l keeps what it has above the diagonal, in the columns behind l of its block: 0.0 is added there.
+const double belowDiagonal[8][8] = {{1, 1, 1, 1, 1, 1, 1, 1}, {0, 1, 1, 1, 1, 1, 1, 1}, {0, 0, 1, 1, 1, 1, 1, 1},
+                                    {0, 0, 0, 1, 1, 1, 1, 1}, {0, 0, 0, 0, 1, 1, 1, 1}, {0, 0, 0, 0, 0, 1, 1, 1},
+                                    {0, 0, 0, 0, 0, 0, 1, 1}, {0, 0, 0, 0, 0, 0, 0, 1}};
+
+/// Four columns at a time: four sums hide the latency of an addition, and share the rows' factors.
+TK_ALWAYS_INLINE void addProductsTo(double* blocks, const double* a, const double* b, std::size_t count,
+                                    std::size_t stride, std::size_t dimension)
 {
     Lanes* w = reinterpret_cast<Lanes*>(blocks);
     for (std::size_t first = 0; first < dimension; first += 8)
     {
-        Lanes rows;
-        std::memcpy(&rows, a + first, sizeof rows);
-        for (std::size_t j = 0; j < first; ++j)
-            w[j] = w[j] + rows * b[j];
-        w += first;
-        for (int l = 0; l < 8; ++l)
+        for (std::size_t j = 0; j < first; j += 4)
         {
-            w[l] = w[l] + rows * b[first + static_cast<std::size_t>(l)];
-            rows[l] = 0.0;
+            Lanes w0 = w[j];
+            Lanes w1 = w[j + 1];
+            Lanes w2 = w[j + 2];
+            Lanes w3 = w[j + 3];
+            for (std::size_t k = 0; k < count; ++k)
+            {
+                Lanes rows;
+                loadLanes(rows, a + k * stride + first);
+                const double* const columns = b + k * stride + j;
+                w0 = w0 + rows * columns[0];
+                w1 = w1 + rows * columns[1];
+                w2 = w2 + rows * columns[2];
+                w3 = w3 + rows * columns[3];
+            }
+            w[j] = w0;
+            w[j + 1] = w1;
+            w[j + 2] = w2;
+            w[j + 3] = w3;
+        }
+        w += first;
+        for (std::size_t l = 0; l < 8; l += 2)
+        {
+            Lanes keep0;
+            Lanes keep1;
+            loadLanes(keep0, belowDiagonal[l]);
+            loadLanes(keep1, belowDiagonal[l + 1]);
+            Lanes w0 = w[l];
+            Lanes w1 = w[l + 1];
+            for (std::size_t k = 0; k < count; ++k)
+            {
+                Lanes rows;
+                loadLanes(rows, a + k * stride + first);
+                const double* const columns = b + k * stride + first + l;
+                w0 = w0 + (rows * keep0) * columns[0];
+                w1 = w1 + (rows * keep1) * columns[1];
+            }
+            w[l] = w0;
+            w[l + 1] = w1;
         }
         w += 8;
     }
 }
 
-void addProductPlain(double* blocks, const double* a, const double* b, std::size_t dimension)
+void addProductsPlain(double* blocks, const double* a, const double* b, std::size_t count,
+    std::size_t stride, std::size_t dimension)
 {
-    addProductTo(blocks, a, b, dimension);
+    addProductsTo(blocks, a, b, count, stride, dimension);
 }
 
 double squaredLengthPlain(const double* blocks, const double* v, std::size_t dimension)
@@ -152,16 +145,16 @@ __attribute__((target("avx512f"))) double squaredLengthAVX512(const double* bloc
     return squaredLengthOf(blocks, v, dimension);
 }
 
-__attribute__((target("avx2"))) void addProductAVX2(double* blocks, const double* a, const double* b,
-                                                    std::size_t dimension)
+__attribute__((target("avx2"))) void addProductsAVX2(double* blocks, const double* a, const double* b, std::size_t count,
+    std::size_t stride, std::size_t dimension)
 {
-    addProductTo(blocks, a, b, dimension);
+    addProductsTo(blocks, a, b, count, stride, dimension);
 }
 
-__attribute__((target("avx512f"))) void addProductAVX512(double* blocks, const double* a, const double* b,
-                                                         std::size_t dimension)
+__attribute__((target("avx512f"))) void addProductsAVX512(double* blocks, const double* a, const double* b, std::size_t count,
+    std::size_t stride, std::size_t dimension)
 {
-    addProductTo(blocks, a, b, dimension);
+    addProductsTo(blocks, a, b, count, stride, dimension);
 }
 #endif
 } // namespace
@@ -194,18 +187,18 @@ double tkNMTriangle::squaredLength(const double* v, Level level) const
     return squaredLengthPlain(blocks, v, dimension_);
 }
 
-void tkNMTriangle::addProduct(const double* a, const double* b, Level level)
+void tkNMTriangle::addProducts(const double* a, const double* b, std::size_t count, std::size_t stride, Level level)
 {
     double* blocks = blocks_.empty() ? nullptr : blocks_.front().rows;
 #if TK_WIDER_LEVELS
     if (level == eAVX512)
-        return addProductAVX512(blocks, a, b, dimension_);
+        return addProductsAVX512(blocks, a, b, count, stride, dimension_);
     if (level == eAVX2)
-        return addProductAVX2(blocks, a, b, dimension_);
+        return addProductsAVX2(blocks, a, b, count, stride, dimension_);
 #else
     static_cast<void>(level);
 #endif
-    addProductPlain(blocks, a, b, dimension_);
+    addProductsPlain(blocks, a, b, count, stride, dimension_);
 }
 
 bool tkNMTriangle::operator==(const tkNMTriangle& other) const

@@ -7,7 +7,7 @@
 #include <vector>
 
 /// A lower triangular matrix W, laid out for the one product that evaluating a normal density takes, |W v|², and for
-/// the one change that learning takes, the addition of an outer product.
+/// the one change that learning takes, the addition of outer products.
 ///
 /// Eight rows form a block, stored column by column, so that eight independent sums run side by side: with
 /// y_i = ((W_i0 v_0 + W_i1 v_1) + W_i2 v_2) + ... and q_l = (y_l² + y_(l+8)²) + ..., the result is
@@ -37,10 +37,14 @@ public:
     double squaredLength(const double* v) const { return squaredLength(v, bestLevel()); }
     double squaredLength(const double* v, Level level) const;
 
-    /// W_ij += a_i b_j for j <= i, with finite a and b of dimension() rounded up to a multiple of 8 elements; those of
-    /// a beyond dimension() are 0.0. *Requires* level <= bestLevel().
-    void addProduct(const double* a, const double* b) { addProduct(a, b, bestLevel()); }
-    void addProduct(const double* a, const double* b, Level level);
+    /// W_ij += a_i b_j for j <= i, for `count` pairs of vectors a and b one after the other, each `stride` doubles
+    /// behind the one before it. They have dimension() rounded up to a multiple of 8 elements, those beyond
+    /// dimension() 0.0. *Requires* level <= bestLevel().
+    void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride)
+    {
+        addProducts(a, b, count, stride, bestLevel());
+    }
+    void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride, Level level);
 
     bool operator==(const tkNMTriangle& other) const;
     bool operator!=(const tkNMTriangle& other) const { return !(*this == other); }

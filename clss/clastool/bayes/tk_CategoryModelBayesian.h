@@ -53,6 +53,13 @@ public:
     /// Updates the densities in the order of the sets. Where one throws, those before it have learned.
     void adapt(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr, unsigned long flags = 0) override;
 
+    /// Whether adaptBlock() may learn `count` patterns of that many measurements.
+    bool takesBlock(std::size_t count, long numMeasurements) const;
+    /// adapt() for `count` patterns one after the other, whose measurements, all valid, stand side by side; with the
+    /// same bits. *Requires* takesBlock(), no measurement beyond tkNMNormal::largestMagnitude(), and at most
+    /// tkNMNormal::blockSize doubles in `count` patterns whose size is rounded up to a multiple of 16.
+    void adaptBlock(const double* patterns, std::size_t count, long numMeasurements) noexcept;
+
     /// Equal label and number of measurements, and equivalent densities; the sets themselves are not compared.
     bool operator==(const tk_CategoryModelBayesian& other) const;
     bool operator!=(const tk_CategoryModelBayesian& other) const { return !(*this == other); }

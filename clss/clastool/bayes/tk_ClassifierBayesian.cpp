@@ -61,6 +61,71 @@ tk_CategoryModelBayesian* newModel(long label, long numMeasurements, const tkCla
     return new tk_CategoryModelBayesian(label, sets, setTypes, params.maxMeasurementValues());
 }
 
+/// The patterns of one category that wait to be learned together, which is faster and gives the same bits. Whatever
+/// could fail does so at its own pattern; what waits is learned also when something else ends the training.
+class WaitingPatterns
+{
+public:
+    WaitingPatterns(tk_CategoryModelBayesian& model, long numMeasurements)
+        : model_(model),
+          size_(static_cast<std::size_t>(numMeasurements)),
+          capacity_(std::min<std::size_t>(16, tkNMNormal::blockSize / std::max<std::size_t>((size_ + 15) / 16 * 16, 1)))
+    {
+    }
+    WaitingPatterns(WaitingPatterns&& other) noexcept
+        : model_(other.model_),
+          size_(other.size_),
+          capacity_(other.capacity_),
+          count_(std::exchange(other.count_, 0)),
+          values_(std::move(other.values_))
+    {
+    }
+    WaitingPatterns& operator=(WaitingPatterns&&) = delete;
+    ~WaitingPatterns() { learn_(); }
+
+    void adapt(const tkFeaturePattern& pattern)
+    {
+        if (!takes_(pattern))
+        {
+            learn_();
+            model_.adapt(pattern);
+            return;
+        }
+        const std::vector<double>& x = pattern.featureMeasurements(false);
+        std::copy(x.begin(), x.end(), &values_[count_ * size_]);
+        if (++count_ == capacity_)
+            learn_();
+    }
+
+private:
+    bool takes_(const tkFeaturePattern& pattern)
+    {
+        const std::vector<double>& x = pattern.featureMeasurements(false);
+        if (capacity_ < 2 || x.size() != size_ || pattern.numInvalid() > 0)
+            return false;
+        bool isInRange = true;
+        for (const double v : x)
+            isInRange &= std::fabs(v) <= tkNMNormal::largestMagnitude();
+        if (!isInRange || (count_ == 0 && !model_.takesBlock(capacity_, static_cast<long>(size_))))
+            return false;
+        values_.resize(capacity_ * size_);
+        return true;
+    }
+
+    void learn_() noexcept
+    {
+        if (count_ > 0)
+            model_.adaptBlock(values_.data(), count_, static_cast<long>(size_));
+        count_ = 0;
+    }
+
+    tk_CategoryModelBayesian& model_;
+    std::size_t size_;
+    std::size_t capacity_;
+    std::size_t count_ = 0;
+    std::vector<double> values_; // pattern by pattern
+};
+
 /// Calls visit(set, density) for every trained normal density.
 template <class Visit>
 void forEachNormal(const std::vector<tkPtrHandle<tk_CategoryModel>>& models, Visit visit)
@@ -115,26 +180,27 @@ void tk_ClassifierBayesian::train_(const tkClassifierDataProvider& data, const t
     auto& provider = const_cast<tkClassifierDataProvider&>(data);
     const long numPatterns = provider.numPatterns();
     const long numMeasurements = provider.numMeasurements();
-    std::unordered_map<long, std::size_t> positions;
+    std::unordered_map<long, WaitingPatterns> categories;
     for (long p = 0; p < numPatterns; ++p)
     {
         const tkPtrHandle_const<tkFeaturePattern> pattern = provider.featurePattern(p);
         const long label = provider.categoryLabel(p);
         if (label == -1)
             continue;
-        const auto found = positions.find(label);
-        if (found != positions.end())
+        const auto found = categories.find(label);
+        if (found != categories.end())
         {
-            categoryModels_[found->second]->adapt(*pattern);
+            found->second.adapt(*pattern);
             continue;
         }
-        const tkPtrHandle<tk_CategoryModel> model(newModel(label, numMeasurements, bayesian));
+        const tkPtrHandle<tk_CategoryModelBayesian> model(newModel(label, numMeasurements, bayesian));
         model->adapt(*pattern);
         categoryModels_.reserve(categoryModels_.size() + 1);
         categoryLabels_.push_back(label);
         categoryModels_.push_back(model);
-        positions.emplace(label, categoryModels_.size() - 1);
+        categories.emplace(label, WaitingPatterns(*model, numMeasurements));
     }
+    categories.clear();
     setReferenceDeviations_();
 }
 

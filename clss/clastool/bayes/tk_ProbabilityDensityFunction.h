@@ -95,6 +95,9 @@ public:
         return normal_.add(measurements, n) == tkNMNormal::eOk;
     }
 
+    /// For learning many patterns at once.
+    tkNMNormal& normal() { return normal_; }
+
     /// Equal count, mean and covariance.
     bool operator==(const tk_PDFMultivariateNormal& other) const { return normal_ == other.normal_; }
     bool operator!=(const tk_PDFMultivariateNormal& other) const { return !(*this == other); }

@@ -116,14 +116,16 @@ __attribute__((target("avx512f"))) void followBlockAVX512(Means& m, double* befo
 }
 #endif
 
-void followBlock(Means& m, double* before, double* after, std::size_t count, std::size_t stride)
+void followBlock(Means& m, double* before, double* after, std::size_t count, std::size_t stride,
+                 tkNMTriangle::Level level)
 {
 #if TK_WIDER_LEVELS
-    const tkNMTriangle::Level level = tkNMTriangle::bestLevel();
     if (level == tkNMTriangle::eAVX512)
         return followBlockAVX512(m, before, after, count, stride);
     if (level == tkNMTriangle::eAVX2)
         return followBlockAVX2(m, before, after, count, stride);
+#else
+    static_cast<void>(level);
 #endif
     followBlockOf(m, before, after, count, stride);
 }
@@ -292,7 +294,8 @@ bool tkNMNormal::takesBlock(std::size_t count, long dimension) const
            count_ <= std::numeric_limits<std::int32_t>::max() - static_cast<std::int64_t>(count);
 }
 
-void tkNMNormal::addBlock(const double* patterns, std::size_t count, std::size_t stride) noexcept
+void tkNMNormal::addBlock(const double* patterns, std::size_t count, std::size_t stride,
+                          tkNMTriangle::Level level) noexcept
 {
     const std::size_t d = mean_.size();
     const std::size_t padded = (d + 15) / 16 * 16;
@@ -313,16 +316,17 @@ void tkNMNormal::addBlock(const double* patterns, std::size_t count, std::size_t
             std::memcpy(x, patterns + k * stride + first, size);
             std::fill(x + size / sizeof(double), x + 16, 0.0);
         }
-        followBlock(means, before + first, after + first, count, padded);
+        followBlock(means, before + first, after + first, count, padded, level);
         std::memcpy(&mean_[first], means.means, size);
         std::memcpy(&meanRemainder_[first], means.remainders, size);
     }
-    squares_.addProducts(before, after, count, padded);
+    squares_.addProducts(before, after, count, padded, level);
     count_ += static_cast<long>(count);
 }
 
 void tkNMNormal::addBlock(tkNMNormal* const* normals, const std::size_t* columns, std::size_t normalCount,
-                          const double* patterns, std::size_t count, std::size_t stride) noexcept
+                          const double* patterns, std::size_t count, std::size_t stride,
+                          tkNMTriangle::Level level) noexcept
 {
     double before[blockSize];
     double after[blockSize];
@@ -340,7 +344,7 @@ void tkNMNormal::addBlock(tkNMNormal* const* normals, const std::size_t* columns
             before[k * 16 + i] = patterns[k * stride + columns[i]];
         std::fill(before + k * 16 + normalCount, before + (k + 1) * 16, 0.0);
     }
-    followBlock(means, before, after, count, 16);
+    followBlock(means, before, after, count, 16, level);
     for (std::size_t i = 0; i < normalCount; ++i)
     {
         tkNMNormal& normal = *normals[i];

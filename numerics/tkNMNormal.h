@@ -69,10 +69,12 @@ public:
     /// add() for `count` patterns one after the other, each `stride` doubles behind the one before it, with the same
     /// bits. *Requires* takesBlock(), no measurement beyond largestMagnitude(), and at most blockSize doubles in
     /// `count` patterns whose dimension is rounded up to a multiple of 16.
-    void addBlock(const double* patterns, std::size_t count, std::size_t stride) noexcept;
+    void addBlock(const double* patterns, std::size_t count, std::size_t stride,
+                  tkNMTriangle::Level level = tkNMTriangle::bestLevel()) noexcept;
     /// The same for up to 16 distributions of one measurement each, side by side; the i-th learns column columns[i].
     static void addBlock(tkNMNormal* const* normals, const std::size_t* columns, std::size_t normalCount,
-                         const double* patterns, std::size_t count, std::size_t stride) noexcept;
+                         const double* patterns, std::size_t count, std::size_t stride,
+                         tkNMTriangle::Level level = tkNMTriangle::bestLevel()) noexcept;
     static constexpr std::size_t blockSize = 1024;
 
     /// What a measurement that never varied is compared with, one for each measurement: its standard deviation

@@ -436,6 +436,83 @@ TEST(tkNMTriangle, everyLevelHasTheBitsOfTheFormula)
     }
 }
 
+TEST(tkNMNormal, everyLevelLearnsBlocksWithTheBitsOfSinglePatterns)
+{
+    std::mt19937_64 generator(6);
+    std::normal_distribution<double> deviate;
+    for (long d = 1; d <= 64; ++d)
+    {
+        const std::size_t stride = static_cast<std::size_t>(d) + 3;
+        const std::size_t count = static_cast<std::size_t>(1 + d % 16);
+        Pattern rows(stride * (count + 2));
+        for (std::size_t i = 0; i < rows.size(); ++i)
+            rows[i] = std::ldexp(deviate(generator), static_cast<int>(i % 40)) + (i % 3 == 0 ? 1e6 : 0.0);
+        tkNMNormal start;
+        EXPECT_FALSE(start.takesBlock(1, d));
+        start.add(&rows[stride * count], d);
+        EXPECT_TRUE(start.takesBlock(count, d));
+        EXPECT_FALSE(start.takesBlock(count, d + 1));
+        tkNMNormal expected(start);
+        for (std::size_t k = 0; k < count; ++k)
+            expected.add(&rows[stride * k], d);
+        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        {
+            tkNMNormal normal(start);
+            double before = 0.0;
+            normal.logDensity(rows.data(), d, before); // makes a factor, which must not outlive the change
+            normal.addBlock(rows.data(), count, stride, static_cast<tkNMTriangle::Level>(level));
+            EXPECT_TRUE(normal == expected) << d;
+            double density = 0.0;
+            double expectedDensity = 1.0;
+            normal.logDensity(rows.data(), d, density);
+            expected.logDensity(rows.data(), d, expectedDensity);
+            EXPECT_EQ(density, expectedDensity) << d;
+        }
+    }
+}
+
+TEST(tkNMNormal, everyLevelLearnsSingleMeasurementsSideBySide)
+{
+    std::mt19937_64 generator(7);
+    std::normal_distribution<double> deviate;
+    for (std::size_t size = 1; size <= 16; ++size)
+    {
+        const std::size_t count = 17 - size;
+        Pattern rows(20 * count);
+        for (double& x : rows)
+            x = deviate(generator) + 1e3;
+        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        {
+            std::vector<tkNMNormal> normals(size);
+            std::vector<tkNMNormal*> pointers;
+            std::vector<std::size_t> columns;
+            for (std::size_t i = 0; i < size; ++i)
+            {
+                for (std::size_t k = 0; k <= i; ++k) // other counts
+                    normals[i].add(&rows[k], 1);
+                double density = 0.0;
+                normals[i].logDensity(rows.data(), 1, density);
+                pointers.push_back(&normals[i]);
+                columns.push_back((7 * i + 3) % 20);
+            }
+            std::vector<tkNMNormal> expected(normals);
+            tkNMNormal::addBlock(pointers.data(), columns.data(), size, rows.data(), count, 20,
+                                 static_cast<tkNMTriangle::Level>(level));
+            for (std::size_t i = 0; i < size; ++i)
+            {
+                for (std::size_t k = 0; k < count; ++k)
+                    expected[i].add(&rows[20 * k + columns[i]], 1);
+                EXPECT_TRUE(normals[i] == expected[i]) << size;
+                double density = 0.0;
+                double expectedDensity = 1.0;
+                normals[i].logDensity(rows.data(), 1, density);
+                expected[i].logDensity(rows.data(), 1, expectedDensity);
+                EXPECT_EQ(density, expectedDensity) << size;
+            }
+        }
+    }
+}
+
 TEST(tkNMMatrix, comesBackFromItsRecordWithItsRemainders)
 {
     tkNMMatrix matrix(2, 3);

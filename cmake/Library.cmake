@@ -4,7 +4,7 @@ list(TRANSFORM clastool_folders APPEND "/*.h" OUTPUT_VARIABLE clastool_headers)
 file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})
 file(GLOB clastool_headers CONFIGURE_DEPENDS ${clastool_headers})
 # Only .cpp files include these.
-list(FILTER clastool_headers EXCLUDE REGEX "/(tk_Messages|tk_PersistentClasses|tkNMTriangle)\\.h$")
+list(FILTER clastool_headers EXCLUDE REGEX "/(tk_Messages|tk_PersistentClasses|tkNMLanes)\\.h$")
 
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)
@@ -31,10 +31,11 @@ else()
   target_compile_definitions(clastool PRIVATE CLASTOOL_BUILDING)
 endif()
 
-# A multiplication fused with an addition rounds once instead of twice: with contraction on, the bits of a result
-# would depend on the processor and on the optimisation level.
+# A multiplication fused with an addition rounds once instead of twice, and x * x is not always the same double as
+# the C library's pow(x, 2): with contraction, or with pow known to the compiler, the bits of a result would depend on
+# the processor and on the optimisation level.
 if(MSVC)
   target_compile_options(clastool PRIVATE /fp:precise)
 else()
-  target_compile_options(clastool PRIVATE -ffp-contract=off)
+  target_compile_options(clastool PRIVATE -ffp-contract=off -fno-builtin-pow)
 endif()

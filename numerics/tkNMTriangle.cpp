@@ -122,8 +122,8 @@ TK_ALWAYS_INLINE void addProductsTo(double* blocks, const double* a, const doubl
     }
 }
 
-void addProductsPlain(double* blocks, const double* a, const double* b, std::size_t count,
-    std::size_t stride, std::size_t dimension)
+void addProductsPlain(double* blocks, const double* a, const double* b, std::size_t count, std::size_t stride,
+                      std::size_t dimension)
 {
     addProductsTo(blocks, a, b, count, stride, dimension);
 }
@@ -145,14 +145,14 @@ __attribute__((target("avx512f"))) double squaredLengthAVX512(const double* bloc
     return squaredLengthOf(blocks, v, dimension);
 }
 
-__attribute__((target("avx2"))) void addProductsAVX2(double* blocks, const double* a, const double* b, std::size_t count,
-    std::size_t stride, std::size_t dimension)
+__attribute__((target("avx2"))) void addProductsAVX2(double* blocks, const double* a, const double* b,
+                                                     std::size_t count, std::size_t stride, std::size_t dimension)
 {
     addProductsTo(blocks, a, b, count, stride, dimension);
 }
 
-__attribute__((target("avx512f"))) void addProductsAVX512(double* blocks, const double* a, const double* b, std::size_t count,
-    std::size_t stride, std::size_t dimension)
+__attribute__((target("avx512f"))) void addProductsAVX512(double* blocks, const double* a, const double* b,
+                                                          std::size_t count, std::size_t stride, std::size_t dimension)
 {
     addProductsTo(blocks, a, b, count, stride, dimension);
 }

@@ -936,10 +936,10 @@ TEST(tk_ClassifierBayesian, learnsAndScoresWithTheBitsOfThePlainDefinition)
                 if (p >= data.numPatterns())
                     for (double& v : values)
                         v *= p % 2 ? -3.0 : 1e200;
-                const bool isValid[64] = {true,  true, true, true, true, true, true, true, true, true, true, true, true,
-                                          true,  true, true, true, true, true, true, true, true, true, true, true, true,
-                                          true,  true, true, true, true, true, true, true, true, true, true, true, true,
-                                          true};
+                const bool isValid[64] = {true, true, true, true, true, true, true, true, true, true,
+                                          true, true, true, true, true, true, true, true, true, true,
+                                          true, true, true, true, true, true, true, true, true, true,
+                                          true, true, true, true, true, true, true, true, true, true};
                 double expected = 0.0;
                 for (std::size_t s = 0; s < normals.size(); ++s)
                 {

@@ -174,8 +174,9 @@ tk_CategoryModelBayesian::shortcutsTo_(const std::vector<std::vector<long>>& set
     for (std::size_t i = 0; i < densities.size(); ++i)
     {
         const std::vector<long>& set = sets[i];
-        const bool isRun = !set.empty() && set.front() >= 0 &&
-                           std::adjacent_find(set.begin(), set.end(), [](long a, long b) { return b <= a || b - a > 1; }) == set.end();
+        const bool isRun =
+            !set.empty() && set.front() >= 0 &&
+            std::adjacent_find(set.begin(), set.end(), [](long a, long b) { return b <= a || b - a > 1; }) == set.end();
         // A class derived from the normal density has a right to be asked.
         const tk_ProbabilityDensityFunction& density = *densities[i];
         if (isRun && typeid(density) == typeid(tk_PDFMultivariateNormal))

@@ -33,15 +33,6 @@ public:
                              const std::vector<tkClassifierDistributionTypes::DistributionType>& types,
                              const tkFeaturePattern& maxMeasurementValues);
 
-    tk_CategoryModelBayesian(const tk_CategoryModelBayesian&) = default;
-    tk_CategoryModelBayesian(tk_CategoryModelBayesian&&) = default;
-    /// Whole or, if memory runs out, not at all.
-    tk_CategoryModelBayesian& operator=(const tk_CategoryModelBayesian& other)
-    {
-        return *this = tk_CategoryModelBayesian(other);
-    }
-    tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&&) = default;
-
     const std::vector<std::vector<long>>& dependencySets() const { return dependencySets_; }
     const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities() const { return densities_; }
 
@@ -79,8 +70,9 @@ private:
         bool isWithin(std::size_t reach) const { return normalOrNull && first < reach && size <= reach - first; }
     };
 
-    static std::vector<Shortcut_> shortcutsTo_(const std::vector<std::vector<long>>& sets,
-                                               const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities);
+    static std::vector<Shortcut_>
+    shortcutsTo_(const std::vector<std::vector<long>>& sets,
+                 const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities);
 
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();

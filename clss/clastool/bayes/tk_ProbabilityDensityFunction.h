@@ -90,10 +90,7 @@ public:
     {
         return normal_.logDensity(measurements, n, result) == tkNMNormal::eOk;
     }
-    bool updateWithValid(const double* measurements, long n)
-    {
-        return normal_.add(measurements, n) == tkNMNormal::eOk;
-    }
+    bool updateWithValid(const double* measurements, long n) { return normal_.add(measurements, n) == tkNMNormal::eOk; }
 
     /// For learning many patterns at once.
     tkNMNormal& normal() { return normal_; }

@@ -101,6 +101,11 @@ double tkClassifierFeatureScoreOneSided::score(double v) const
 {
     if (isOutside(*this))
         throw tkClassifierDefs::BadParams(x1Between);
+    return scoreInOrder_(v);
+}
+
+inline double tkClassifierFeatureScoreOneSided::scoreInOrder_(double v) const
+{
     if (x0_ <= x1_ && x1_ <= xc_)
     {
         if (v > xc_)
@@ -173,7 +178,7 @@ double tkClassifierFeatureScoreTwoSided::score(double v) const
     TK_ASSERT(!(high_.x1() < lowest));
     if (isAnyAbove(low_.x0(), low_.x1(), low_.xc(), lowest))
         throw tkClassifierDefs::BadParams(L"Bad x values");
-    return v >= lowest ? high_.score(v) : low_.score(v);
+    return (v >= lowest ? high_ : low_).scoreInOrder_(v);
 }
 
 tkPtrHandle<tkClsFtSc> tkClassifierFeatureScoreTwoSided::clone() const

@@ -70,7 +70,11 @@ public:
     bool operator==(const tkClsFtSc& other) const override;
 
 private:
+    friend class tkClassifierFeatureScoreTwoSided;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreOneSided& function);
+
+    /// The score where x1 is known to lie between x0 and xc.
+    double scoreInOrder_(double value) const;
 
     double x0_ = 0.0;
     double x1_ = 1.0;

@@ -44,11 +44,11 @@ double secondsOf(const Tool& tool, long first, long count)
 /// Operations that take about `seconds` together; also brings the tool's data into the caches.
 long operationsFor(const Tool& tool, double seconds)
 {
-    for (long count = 1;; count *= 2)
+    for (long batches = 1;; batches *= 2)
     {
-        const double taken = secondsOf(tool, 0, count);
+        const double taken = secondsOf(tool, 0, batches * tool.batch);
         if (taken >= seconds / 4.0)
-            return std::max(1L, static_cast<long>(static_cast<double>(count) * seconds / taken));
+            return std::max(1L, static_cast<long>(static_cast<double>(batches) * seconds / taken)) * tool.batch;
     }
 }
 

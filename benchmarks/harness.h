@@ -17,12 +17,14 @@ enum class Role
 };
 
 /// One competitor in one workload. `run(first, count)` carries out the operations first, first + 1, ...; an operation
-/// takes the input with its number, modulo the number of inputs.
+/// takes the input with its number, modulo the number of inputs. A tool that is faster with many inputs at once is run
+/// with a multiple of `batch` operations.
 struct Tool
 {
     std::string name;
     Role role;
     std::function<void(long first, long count)> run;
+    long batch = 1;
 };
 
 /// Measures tools against one another and writes what it measured.

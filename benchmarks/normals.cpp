@@ -76,20 +76,18 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
                                         keep(naive::trainNormals(provider, sets));
                                 }}};
     const std::vector<double> factors(static_cast<std::size_t>(classes * table.columns * (table.columns + 1) / 2), 1.0);
-    if (dependent)
+    for (Peer* peer : peers())
     {
-        for (Peer* peer : peers())
-        {
-            peer->addNormalRun(tools, table, queryTable);
-            peer->addNormalTraining(training, table);
-        }
+        peer->addNormalRun(tools, table, queryTable, dependent);
+        peer->addNormalTraining(training, table, dependent);
+    }
+    if (dependent)
         tools.push_back({"reading the factors from cache", Role::Limit,
                          [&factors](long, long times)
                          {
                              for (long i = 0; i < times; ++i)
                                  keep(sumOf(factors.data(), static_cast<long>(factors.size())));
                          }});
-    }
     harness.measure(workload, "one pattern", tools);
     harness.measure(workload, "training", training, 3);
 }

@@ -23,9 +23,13 @@ public:
     {
     }
 
-    /// Classification by a normal distribution for each class, and its training.
-    virtual void addNormalRun(std::vector<Tool>&, const Table& /*training*/, const Table& /*queries*/) {}
-    virtual void addNormalTraining(std::vector<Tool>&, const Table& /*training*/) {}
+    /// Classification by a normal distribution for each class, and its training. The measurements are taken as
+    /// dependent on one another, or as independent.
+    virtual void addNormalRun(std::vector<Tool>&, const Table& /*training*/, const Table& /*queries*/,
+                              bool /*dependent*/)
+    {
+    }
+    virtual void addNormalTraining(std::vector<Tool>&, const Table& /*training*/, bool /*dependent*/) {}
 
     /// A table of trapezoids: rule r asks feature f to be in the one with the corners trapezoids[r * features + f].
     struct Trapezoid

@@ -8,7 +8,8 @@ source scripts/packages.sh
 
 require_packages "${build_packages[@]}" python3=python3 libopencv-dev=/usr/include/opencv4/opencv2/ml.hpp \
     libfaiss-dev=/usr/include/faiss/IndexFlat.h libdlib-dev=/usr/include/dlib/statistics.h \
-    libeigen3-dev=/usr/include/eigen3/Eigen/Dense libfuzzylite-dev=/usr/include/fl/Headers.h
+    libeigen3-dev=/usr/include/eigen3/Eigen/Dense libfuzzylite-dev=/usr/include/fl/Headers.h \
+    python3-sklearn=/usr/lib/python3/dist-packages/sklearn/__init__.py
 cmake --preset release -DCLASTOOL_BUILD_BENCHMARKS=ON
 cmake --build --preset release --target benchmarks
 

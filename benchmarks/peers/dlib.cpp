@@ -14,8 +14,10 @@ class Dlib : public Peer
 public:
     Dlib() : Peer("dlib") {}
 
-    void addNormalTraining(std::vector<Tool>& tools, const Table& training) override
+    void addNormalTraining(std::vector<Tool>& tools, const Table& training, bool dependent) override
     {
+        if (!dependent)
+            return;
         tools.push_back({name(), Role::Peer,
                          [&training](long, long count)
                          {

@@ -55,8 +55,10 @@ class EigenPeer : public Peer
 public:
     EigenPeer() : Peer("Eigen, factors kept") { Eigen::setNbThreads(1); }
 
-    void addNormalRun(std::vector<Tool>& tools, const Table& training, const Table& queries) override
+    void addNormalRun(std::vector<Tool>& tools, const Table& training, const Table& queries, bool dependent) override
     {
+        if (!dependent)
+            return;
         const auto models = std::make_shared<std::map<long, Model>>(modelsOf(training));
         tools.push_back({name(), Role::Peer,
                          [models, &queries](long first, long count)

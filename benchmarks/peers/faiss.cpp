@@ -29,7 +29,7 @@ public:
         const auto index = std::make_shared<faiss::IndexFlat>(rows.columns, metric);
         index->metric_arg = static_cast<float>(order);
         index->add(rows.rows, floatsOf(rows).data());
-        const auto tool = [&](const std::string& toolName, Role role, long batch)
+        const auto tool = [&](const std::string& toolName, long batch)
         {
             // As many queries as a batch takes, the given ones again and again.
             std::vector<float> q;
@@ -37,25 +37,23 @@ public:
             while (q.size() < static_cast<std::size_t>(std::max(batch, queries.rows) * rows.columns))
                 q.insert(q.end(), given.begin(), given.end());
             const long numQueries = static_cast<long>(q.size()) / rows.columns;
-            tools.push_back({toolName, role,
+            tools.push_back({toolName, Role::Peer,
                              [index, q, k, batch, numQueries](long first, long count)
                              {
                                  std::vector<float> distances(static_cast<std::size_t>(batch * k));
                                  std::vector<faiss::Index::idx_t> indices(distances.size());
-                                 for (long done = 0; done < count;)
+                                 for (long i = first; i < first + count; i += batch)
                                  {
-                                     const long number = std::min(batch, count - done);
-                                     const long start = batch > 1 ? 0 : (first + done) % numQueries;
-                                     index->search(number, q.data() + start * index->d, k, distances.data(),
-                                                   indices.data());
+                                     index->search(batch, q.data() + (batch > 1 ? 0 : i % numQueries) * index->d, k,
+                                                   distances.data(), indices.data());
                                      keep(indices);
-                                     done += number;
                                  }
-                             }});
+                             },
+                             batch});
         };
-        tool(name(), Role::Peer, 1);
+        tool(name(), 1);
         if (rows.columns == 64) // where its matrix product pays
-            tool(name() + ", 1,024 queries at a time", Role::Limit, 1024);
+            tool(name() + ", 1,024 queries at a time", 1024);
     }
 } faissPeer;
 } // namespace

@@ -47,8 +47,10 @@ public:
              }});
     }
 
-    void addNormalRun(std::vector<Tool>& tools, const Table& training, const Table& queries) override
+    void addNormalRun(std::vector<Tool>& tools, const Table& training, const Table& queries, bool dependent) override
     {
+        if (!dependent)
+            return;
         const cv::Ptr<cv::ml::NormalBayesClassifier> bayes = cv::ml::NormalBayesClassifier::create();
         bayes->train(floatsOf(training), cv::ml::ROW_SAMPLE, labelsOf(training));
         tools.push_back({name(), Role::Peer,
@@ -61,8 +63,10 @@ public:
                          }});
     }
 
-    void addNormalTraining(std::vector<Tool>& tools, const Table& training) override
+    void addNormalTraining(std::vector<Tool>& tools, const Table& training, bool dependent) override
     {
+        if (!dependent)
+            return;
         tools.push_back({name(), Role::Peer,
                          [data = cv::ml::TrainData::create(floatsOf(training), cv::ml::ROW_SAMPLE, labelsOf(training))](
                              long, long count)

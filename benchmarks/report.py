@@ -48,10 +48,10 @@ WORKLOADS = {
 
 STYLE = """\
 text { font: 13px system-ui, sans-serif; fill: #1f2328; }
-.value { fill: #59636e; }
+.value { fill: #59636e; } .grid { stroke: #d1d9e0; } .axis { stroke: #59636e; }
 .library { fill: #1a7f37; } .naive { fill: #8c959f; } .peer { fill: #0969da; } .limit { fill: #bf8700; }
 @media (prefers-color-scheme: dark) {
-  text { fill: #f0f6fc; } .value { fill: #9198a1; }
+  text { fill: #f0f6fc; } .value { fill: #9198a1; } .grid { stroke: #3d444d; } .axis { stroke: #9198a1; }
   .library { fill: #3fb950; } .naive { fill: #656c76; } .peer { fill: #4493f8; } .limit { fill: #d29922; }
 }"""
 
@@ -72,24 +72,36 @@ def ratio_text(ratio):
     return f"{ratio:.0f}" if ratio >= 100.0 else f"{ratio:.3g}"
 
 
-def chart(title, rows, library):
-    """Bars of the ratios on a logarithmic scale, from the shortest time down."""
-    left, right, height, gap, top = 330, 90, 20, 8, 34
-    ratios = [float(row["seconds"]) / library for row in rows]
-    low = math.log10(min(ratios)) - 0.25
-    span = max(math.log10(max(ratios)) - low, 0.5)
-    width = 760
-    lines = []
-    for i, (row, ratio) in enumerate(zip(rows, ratios)):
-        y = top + i * (height + gap)
-        length = (math.log10(ratio) - low) / span * (width - left - right)
-        lines.append(f'<text x="{left - 8}" y="{y + 15}" text-anchor="end">{html.escape(row["tool"])}</text>')
-        lines.append(f'<rect class="{row["role"]}" x="{left}" y="{y}" width="{length:.1f}" height="{height}" rx="3"/>')
-        lines.append(f'<text class="value" x="{left + length + 6:.1f}" y="{y + 15}">{ratio_text(ratio)}</text>')
+def chart(title, rows, library, decades):
+    """Bars of the ratios on a logarithmic scale: from clastool to the right what is slower, to the left what is
+    faster. All charts have the scale from 10^decades[0] to 10^decades[1]."""
+    left, right, height, gap, top, width = 330, 60, 18, 8, 50, 800
     total = top + len(rows) * (height + gap)
+
+    def position(ratio):
+        part = (math.log10(ratio) - decades[0]) / (decades[1] - decades[0])
+        return left + part * (width - left - right)
+
+    lines = []
+    for decade in range(decades[0], decades[1] + 1):
+        x = position(10.0**decade)
+        axis = "axis" if decade == 0 else "grid"
+        lines.append(f'<line class="{axis}" x1="{x:.1f}" y1="{top - 6}" x2="{x:.1f}" y2="{total - 2}"/>')
+        lines.append(f'<text class="value" x="{x:.1f}" y="{top - 11}" text-anchor="middle">{10.0**decade:g}</text>')
+    for i, row in enumerate(rows):
+        ratio = float(row["seconds"]) / library
+        y = top + i * (height + gap)
+        start, end = sorted((position(1.0), position(ratio)))
+        if row["role"] == "library":
+            start, end = start - 2.0, end + 2.0
+        tool = html.escape(row["tool"])
+        lines.append(f'<text x="{left - 12}" y="{y + 13}" text-anchor="end">{tool}</text>')
+        lines.append(f'<rect class="{row["role"]}" x="{start:.1f}" y="{y}" width="{max(end - start, 1.0):.1f}" '
+                     f'height="{height}"/>')
+        lines.append(f'<text class="value" x="{end + 6:.1f}" y="{y + 13}">{ratio_text(ratio)}</text>')
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {total}" width="{width}" height="{total}" '
             f'role="img" aria-label="{html.escape(title)}">\n<style>{STYLE}</style>\n'
-            f'<text x="0" y="16" font-weight="600">{html.escape(title)} (time relative to clastool, logarithmic)</text>\n'
+            f'<text x="0" y="16" font-weight="600">{html.escape(title)}: time as a multiple of clastool\'s</text>\n'
             + "\n".join(lines) + "\n</svg>\n")
 
 
@@ -108,6 +120,12 @@ def main():
     for row in rows_of(source / "figures.csv"):
         figures.setdefault(row["workload"], {})[row["figure"]] = float(row["value"])
 
+    ratios = []
+    for rows in groups.values():
+        library = next(float(row["seconds"]) for row in rows if row["role"] == "library")
+        ratios += [float(row["seconds"]) / library for row in rows]
+    decades = (math.floor(math.log10(min(ratios))), math.ceil(math.log10(max(ratios))))
+
     page = [INTRODUCTION, "## The machine\n", "```text\n" + (source / "machine.txt").read_text() + "```\n"]
     last = None
     for (workload, operation), rows in groups.items():
@@ -119,7 +137,7 @@ def main():
                 page.append(f"{figure[0].upper()}{figure[1:]}: {value:.4g}.\n")
             last = workload
         name = "".join(c if c.isalnum() else "-" for c in f"{workload}-{operation}").lower() + ".svg"
-        (folder / name).write_text(chart(f"{workload}, {operation}", rows, library))
+        (folder / name).write_text(chart(f"{workload}, {operation}", rows, library, decades))
         page.append(f"![{workload}, {operation}](performance/{name})\n")
         table = [f"| {operation} | time | fastest to slowest round | ratio |", "|---|---:|---:|---:|"]
         for row in rows:

@@ -53,7 +53,7 @@ public:
         };
         tool(name(), 1);
         if (rows.columns == 64) // where its matrix product pays
-            tool(name() + ", 1,024 queries at a time", 1024);
+            tool(name() + ", 1,024 at a time", 1024);
     }
 } faissPeer;
 } // namespace

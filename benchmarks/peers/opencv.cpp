@@ -99,7 +99,7 @@ public:
         tree->train(samples, cv::ml::ROW_SAMPLE, leaves);
         if (tree->getNodes().size() != (std::size_t{2} << bits) - 1)
             return; // another tree: not comparable
-        tools.push_back({name() + " (delivers a label only)", Role::Peer,
+        tools.push_back({name() + " (label only)", Role::Peer,
                          [tree, q = floatsOf(queries)](long first, long count)
                          {
                              for (long i = first; i < first + count; ++i)

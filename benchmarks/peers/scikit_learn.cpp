@@ -84,13 +84,13 @@ public:
         const std::string arguments = std::to_string(k) + ' ' + std::to_string(order);
         add_(tools, "", "nearest", 1, arguments, {rows, queries});
         if (rows.rows <= 100000) // more take minutes
-            add_(tools, ", 1,024 queries at a time", "nearest", 1024, arguments, {rows, queries});
+            add_(tools, ", 1,024 at a time", "nearest", 1024, arguments, {rows, queries});
     }
 
     void addNormalRun(std::vector<Tool>& tools, const Table& training, const Table& queries, bool dependent) override
     {
         add_(tools, "", "normal_run", 1, dependent ? "1" : "0", {training, queries});
-        add_(tools, ", 1,024 patterns at a time", "normal_run", 1024, dependent ? "1" : "0", {training, queries});
+        add_(tools, ", 1,024 at a time", "normal_run", 1024, dependent ? "1" : "0", {training, queries});
     }
 
     void addNormalTraining(std::vector<Tool>& tools, const Table& training, bool dependent) override
@@ -109,8 +109,8 @@ public:
         }
         Table labelled = queries;
         labelled.labels.assign(static_cast<std::size_t>(queries.rows), 0);
-        add_(tools, " (delivers a label only)", "tree", 1, "", {leaves, labelled});
-        add_(tools, " (delivers a label only), 1,024 patterns at a time", "tree", 1024, "", {leaves, labelled});
+        add_(tools, " (label only)", "tree", 1, "", {leaves, labelled});
+        add_(tools, " (label only), 1,024 at a time", "tree", 1024, "", {leaves, labelled});
     }
 
 private:

@@ -75,4 +75,22 @@ TK_ALWAYS_INLINE void storeLanes(const Lanes& lanes, double* elements)
     std::memcpy(elements, &lanes, sizeof lanes);
 }
 
+/// The lanes before `first` become 0.0, whatever they held.
+TK_ALWAYS_INLINE void keepLanesFrom(Lanes& lanes, int first)
+{
+#if defined(__GNUC__)
+    using Words = long long __attribute__((vector_size(64)));
+    alignas(64) static constexpr long long kept[8][8] = {
+        {-1, -1, -1, -1, -1, -1, -1, -1}, {0, -1, -1, -1, -1, -1, -1, -1}, {0, 0, -1, -1, -1, -1, -1, -1},
+        {0, 0, 0, -1, -1, -1, -1, -1},    {0, 0, 0, 0, -1, -1, -1, -1},    {0, 0, 0, 0, 0, -1, -1, -1},
+        {0, 0, 0, 0, 0, 0, -1, -1},       {0, 0, 0, 0, 0, 0, 0, -1}};
+    Words mask;
+    std::memcpy(&mask, kept[first], sizeof mask);
+    lanes = reinterpret_cast<Lanes>(reinterpret_cast<Words>(lanes) & mask);
+#else
+    for (int l = 0; l < first; ++l)
+        lanes[l] = 0.0;
+#endif
+}
+
 #endif

@@ -131,16 +131,12 @@ void followBlock(Means& m, double* before, double* after, std::size_t count, std
 }
 } // namespace
 
-double tkNMNormal::Factor_::logDensity(const double* deviations) const
+double tkNMNormal::Factor_::logDensity(const double* pattern) const
 {
-    double square = inverse.squaredLength(deviations);
-    if (!(square <= largestSquare_))
-    {
-        const double* const end = deviations + inverse.dimension();
-        if (std::all_of(deviations, end, [](double v) { return std::isfinite(v); }))
-            square = largestSquare_;
-    }
-    return logPeak - roundedToGrid_(0.5 * square);
+    double square = distance.squaredDistance(pattern);
+    if (!(square <= tkNMSingleNormal::largestSquare) && distance.isFiniteAt(pattern))
+        square = tkNMSingleNormal::largestSquare;
+    return single.logPeak - tkNMSingleNormal::roundedToGrid(0.5 * square);
 }
 
 tkNMNormal::tkNMNormal() : count_(0), factorOrNull_(nullptr) {}
@@ -376,10 +372,7 @@ tkNMNormal::Status tkNMNormal::logDensity_(const double* pattern, long dimension
         return eNoValidData;
     if (dimension != this->dimension())
         return eWrongLength;
-    tkScratch<double, 256> v(mean_.size());
-    for (std::size_t j = 0; j < mean_.size(); ++j)
-        v[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
-    result = factor_().logDensity(v.data());
+    result = factor_().logDensity(pattern);
     return eOk;
 }
 
@@ -391,18 +384,29 @@ tkNMNormal::Status tkNMNormal::logMarginal(const double* pattern, const bool* va
     if (dimension != this->dimension())
         return eWrongLength;
     std::vector<std::size_t> measurements;
-    std::vector<double> v;
+    std::vector<double> validOnes;
     for (std::size_t j = 0; j < mean_.size(); ++j)
         if (valid[j])
         {
             measurements.push_back(j);
-            v.push_back((pattern[j] - mean_[j]) - meanRemainder_[j]);
+            validOnes.push_back(pattern[j]);
         }
     // The ridge is that of the joint distribution, for it is its marginal that is asked for.
     Factor_ factor;
     factor_(measurements, factor_().ridge, smallestMarginalPivot, factor);
-    result = factor.logDensity(v.data());
+    result = factor.logDensity(validOnes.data());
     return eOk;
+}
+
+void tkNMNormal::join(const tkPtrHandle<tkNMNormalGroup>& group, std::size_t place)
+{
+    TK_ASSERT(count_ > 0 && mean_.size() == 1);
+    static_cast<void>(factor_());
+    Factor_& factor = *factorOrNull_.load();
+    factor.leaveGroup();
+    group->fill(place, factor.single);
+    factor.group = group;
+    factor.place = place;
 }
 
 bool tkNMNormal::operator==(const tkNMNormal& other) const
@@ -419,6 +423,10 @@ void tkNMNormal::swap_(tkNMNormal& other) noexcept
     std::swap(squares_, other.squares_);
     reference_.swap(other.reference_);
     other.factorOrNull_.store(factorOrNull_.exchange(other.factorOrNull_.load()));
+    // A place in a group belongs to the object, not to what it learned.
+    for (const tkNMNormal* normal : {this, &other})
+        if (Factor_* const factor = normal->factorOrNull_.load())
+            factor->leaveGroup();
 }
 
 void tkNMNormal::forgetFactor_()
@@ -499,10 +507,9 @@ bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ri
         l(i, i) = variance + ridge * variance;
     }
 
-    factor.inverse = tkNMTriangle(d);
-    factor.logPeak = std::numeric_limits<double>::quiet_NaN();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    factor.single = {nan, nan, nan, nan};
     factor.ridge = ridge;
-    factor.weight = std::numeric_limits<double>::quiet_NaN();
 
     double lnDeterminant = 0.0;
     for (std::size_t j = 0; j < d; ++j)
@@ -523,28 +530,33 @@ bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ri
         }
     }
 
+    tkNMTriangle inverse(d);
     for (std::size_t j = 0; j < d; ++j)
     {
-        factor.inverse(j, j) = 1.0 / l(j, j);
+        inverse(j, j) = 1.0 / l(j, j);
         for (std::size_t i = j + 1; i < d; ++i)
         {
             double sum = 0.0;
             for (std::size_t k = j; k < i; ++k)
-                sum += l(i, k) * factor.inverse(k, j);
-            factor.inverse(i, j) = -sum / l(i, i);
+                sum += l(i, k) * inverse(k, j);
+            inverse(i, j) = -sum / l(i, i);
         }
         for (std::size_t i = j; i < d; ++i)
-            factor.inverse(i, j) *= u[j];
+            inverse(i, j) *= u[j];
     }
 
-    if (d == 1)
+    std::vector<double> mean;
+    std::vector<double> remainder;
+    for (const std::size_t j : measurements)
     {
-        factor.mean = mean_[measurements[0]];
-        factor.meanRemainder = meanRemainder_[measurements[0]];
-        factor.weight = factor.inverse(0, 0);
+        mean.push_back(mean_[j]);
+        remainder.push_back(meanRemainder_[j]);
     }
+    factor.distance = tkNMMahalanobis(mean, remainder, inverse);
+    if (d == 1)
+        factor.single = {mean[0], remainder[0], inverse(0, 0), nan};
 
     const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);
-    factor.logPeak = std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;
+    factor.single.logPeak = std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;
     return true;
 }

@@ -1,7 +1,10 @@
 #ifndef NUMERICS_TKNMNORMAL_H
 #define NUMERICS_TKNMNORMAL_H
 
+#include "foundation/tkPtrHandle.h"
+#include "numerics/tkNMMahalanobis.h"
 #include "numerics/tkNMMatrix.h"
+#include "numerics/tkNMNormalGroup.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <atomic>
@@ -87,55 +90,59 @@ public:
     Status logDensity(const double* pattern, long dimension, double& result) const
     {
         const Factor_* const factor = factorOrNull_.load(std::memory_order_acquire);
-        return factor && dimension == 1 && factor->logDensityOfOne(*pattern, result)
-                   ? eOk
-                   : logDensity_(pattern, dimension, result);
+        return factor && factor->logDensity(pattern, dimension, result) ? eOk
+                                                                        : logDensity_(pattern, dimension, result);
     }
 
     /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
     /// invalid measurement's value is not read. Factors their covariance anew: cost in proportion to dimension³.
     Status logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
 
+    /// Fills a place of a group with this distribution, which empties it as soon as it changes, and the place that
+    /// it filled before. *Requires* a count > 0, a single measurement, and place < group->size().
+    void join(const tkPtrHandle<tkNMNormalGroup>& group, std::size_t place);
+
     /// Equality of count, mean and covariance.
     bool operator==(const tkNMNormal& other) const;
     bool operator!=(const tkNMNormal& other) const { return !(*this == other); }
 
 private:
-    /// What an evaluation needs beside the pattern and the mean.
+    /// What an evaluation needs beside the pattern, and the place of a group that mirrors it.
     struct Factor_
     {
-        double logPeak; // log density at the mean
-        double mean;    // of a single measurement, as are the next two
-        double meanRemainder;
-        double weight;        // inverse(0, 0), NaN if there are more measurements
-        double ridge;         // part of its variance that was added to each measurement
-        tkNMTriangle inverse; // of the Cholesky factor, its columns in the measurements' own units
+        Factor_() = default;
+        Factor_(const Factor_&) = delete;
+        Factor_& operator=(const Factor_&) = delete;
+        ~Factor_() { leaveGroup(); }
 
-        /// Log density where the measurements differ by `deviations` from their means.
-        double logDensity(const double* deviations) const;
-
-        /// The same at the value x of a single measurement, by the same operations; false where it is not single,
-        /// or too far away. This is the commonest density, and all that it needs lies side by side.
-        bool logDensityOfOne(double x, double& result) const
+        void leaveGroup()
         {
-            const double y = weight * ((x - mean) - meanRemainder);
-            const double square = y * y;
-            if (!(square <= largestSquare_))
-                return false;
-            result = logPeak - roundedToGrid_(0.5 * square);
-            return true;
+            if (group)
+                group->empty(place);
+            group = tkPtrHandle<tkNMNormalGroup>();
         }
+
+        /// Log density at a pattern near enough, as patterns are: false, and no result, for a squared distance
+        /// beyond the largest or NaN, and for another dimension.
+        bool logDensity(const double* pattern, long dimension, double& result) const
+        {
+            if (dimension == 1)
+                return single.logDensity(*pattern, result);
+            if (static_cast<std::size_t>(dimension) != distance.dimension())
+                return false;
+            const double square = distance.squaredDistance(pattern);
+            result = single.logPeak - tkNMSingleNormal::roundedToGrid(0.5 * square);
+            return square <= tkNMSingleNormal::largestSquare;
+        }
+        /// Log density at any pattern.
+        double logDensity(const double* pattern) const;
+
+        tkNMSingleNormal single;  // logPeak for any number of measurements, weight NaN unless there is one
+        double ridge;             // part of its variance that was added to each measurement
+        tkNMMahalanobis distance; // by the inverse of the Cholesky factor, its columns in the measurements' own units
+        tkPtrHandle<tkNMNormalGroup> group; // null: none
+        std::size_t place = 0;
     };
-
-    /// No squared distance counts more, so that sums over many sets remain finite.
-    static constexpr double largestSquare_ = 1e300;
-
-    /// v rounded to a multiple of 2^-39, for 0 <= v < 2^13; beyond, to one of the doubles' own larger steps.
-    static double roundedToGrid_(double v)
-    {
-        const double shift = 0x1p13; // above it, doubles have steps of 2^-39
-        return (v + shift) - shift;
-    }
 
     Status logDensity_(const double* pattern, long dimension, double& result) const;
     void swap_(tkNMNormal& other) noexcept;

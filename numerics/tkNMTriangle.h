@@ -6,13 +6,10 @@
 #include <cstddef>
 #include <vector>
 
-/// A lower triangular matrix W, laid out for the one product that evaluating a normal density takes, |W v|², and for
-/// the one change that learning takes, the addition of outer products.
+/// A lower triangular matrix W, laid out for the one change that learning takes, the addition of outer products.
 ///
-/// Eight rows form a block, stored column by column, so that eight independent sums run side by side: with
-/// y_i = ((W_i0 v_0 + W_i1 v_1) + W_i2 v_2) + ... and q_l = (y_l² + y_(l+8)²) + ..., the result is
-/// ((q_0 + q_4) + (q_2 + q_6)) + ((q_1 + q_5) + (q_3 + q_7)). Every Level follows this formula, and their results
-/// have the same bits. Zeros fill what is above the diagonal or below the last row within a block.
+/// Eight rows form a block, stored column by column, so that eight elements are added to side by side. Zeros fill what
+/// is above the diagonal or below the last row within a block.
 class TK_EXPORT tkNMTriangle
 {
 public:
@@ -32,10 +29,6 @@ public:
     /// Element in row i, column j <= i. *Requires* i < dimension().
     double operator()(std::size_t i, std::size_t j) const { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
     double& operator()(std::size_t i, std::size_t j) { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
-
-    /// |W v|² for dimension() doubles at `v`; 0.0 for dimension 0. *Requires* level <= bestLevel().
-    double squaredLength(const double* v) const { return squaredLength(v, bestLevel()); }
-    double squaredLength(const double* v, Level level) const;
 
     /// W_ij += a_i b_j for j <= i, for `count` pairs of vectors a and b one after the other, each `stride` doubles
     /// behind the one before it. They have dimension() rounded up to a multiple of 8 elements, those beyond

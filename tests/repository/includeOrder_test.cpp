@@ -34,6 +34,8 @@ foundation/tkDiagObject
 numerics/tkNMMatrix
 numerics/tkNMLanes
 numerics/tkNMTriangle
+numerics/tkNMMahalanobis
+numerics/tkNMNormalGroup
 numerics/tkNMNormal
 numerics/tkNMByteDistances
 numerics/tkNMNeighborList

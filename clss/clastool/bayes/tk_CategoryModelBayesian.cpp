@@ -62,6 +62,11 @@ double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkD
         for (std::size_t i = 0; i < densities_.size(); ++i)
         {
             const Shortcut_& s = shortcuts_[i];
+            if (s.addGroup(x, reach, score))
+            {
+                i += s.group->size() - 1;
+                continue;
+            }
             double value = 0.0;
             if (!s.isWithin(reach) || !s.normalOrNull->logValueOfValid(&x[s.first], static_cast<long>(s.size), value))
                 value = densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
@@ -121,6 +126,29 @@ void tk_CategoryModelBayesian::adaptBlock(const double* patterns, std::size_t co
     }
     if (singleCount > 0)
         tkNMNormal::addBlock(singles, columns, singleCount, patterns, count, stride);
+}
+
+void tk_CategoryModelBayesian::groupDensities()
+{
+    const auto isSingle = [](const Shortcut_& s)
+    { return s.size == 1 && s.normalOrNull->isValid() && s.normalOrNull->normal().dimension() == 1; };
+    for (std::size_t i = 0; i < shortcuts_.size();)
+    {
+        std::size_t end = i + 1;
+        if (isSingle(shortcuts_[i]))
+            while (end < shortcuts_.size() && isSingle(shortcuts_[end]) &&
+                   shortcuts_[end].first == shortcuts_[end - 1].first + 1)
+                ++end;
+        shortcuts_[i].group = tkPtrHandle<tkNMNormalGroup>();
+        if (end - i > 1)
+        {
+            const tkPtrHandle<tkNMNormalGroup> group(new tkNMNormalGroup(end - i));
+            for (std::size_t k = i; k < end; ++k)
+                shortcuts_[k].normalOrNull->normal().join(group, k - i);
+            shortcuts_[i].group = group;
+        }
+        i = end;
+    }
 }
 
 bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const

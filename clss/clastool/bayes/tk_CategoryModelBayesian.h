@@ -51,6 +51,10 @@ public:
     /// tkNMNormal::blockSize doubles in `count` patterns whose size is rounded up to a multiple of 16.
     void adaptBlock(const double* patterns, std::size_t count, long numMeasurements) noexcept;
 
+    /// Lays normal densities of single, consecutive measurements side by side, so that matchScore() evaluates them
+    /// together, with the same bits, until one of them learns anything. A change of the densities in its demands.
+    void groupDensities();
+
     /// Equal label and number of measurements, and equivalent densities; the sets themselves are not compared.
     bool operator==(const tk_CategoryModelBayesian& other) const;
     bool operator!=(const tk_CategoryModelBayesian& other) const { return !(*this == other); }
@@ -65,9 +69,17 @@ private:
         tk_PDFMultivariateNormal* normalOrNull = nullptr; // null: another density, or another kind of set
         std::size_t first = 0;                            // measurement
         std::size_t size = 0;
+        tkPtrHandle<tkNMNormalGroup> group; // null, or of this density and those after it; each of one measurement
 
         /// Whether it can be taken if the first `reach` measurements are known to be valid.
         bool isWithin(std::size_t reach) const { return normalOrNull && first < reach && size <= reach - first; }
+
+        /// Adds the log densities of the group, if it can be taken; false, and no change, otherwise.
+        bool addGroup(const std::vector<double>& x, std::size_t reach, double& score) const
+        {
+            return group && first < reach && group->size() <= reach - first &&
+                   group->addLogDensities(&x[first], score);
+        }
     };
 
     static std::vector<Shortcut_>

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 
@@ -19,14 +20,17 @@ using DistributionType = tkClassifierDistributionTypes::DistributionType;
 
 const tkClassifierTrainParamsBayesian& bayesianParams(const tkClassifierTrainParams& params)
 {
+    // Nearly always they are of the class itself, which is quicker to see.
+    if (typeid(params) == typeid(tkClassifierTrainParamsBayesian))
+        return static_cast<const tkClassifierTrainParamsBayesian&>(params);
     const auto* const bayesian = dynamic_cast<const tkClassifierTrainParamsBayesian*>(&params);
     TK_ASSERT(bayesian != nullptr);
     return *bayesian;
 }
 
-const tk_CategoryModelBayesian& bayesianModel(const tkPtrHandle<tk_CategoryModel>& model)
+tk_CategoryModelBayesian& bayesianModel(const tkPtrHandle<tk_CategoryModel>& model)
 {
-    const auto* const bayesian = dynamic_cast<const tk_CategoryModelBayesian*>(model.get());
+    auto* const bayesian = dynamic_cast<tk_CategoryModelBayesian*>(model.get());
     TK_ASSERT(bayesian != nullptr);
     return *bayesian;
 }
@@ -201,7 +205,7 @@ void tk_ClassifierBayesian::train_(const tkClassifierDataProvider& data, const t
         categories.emplace(label, WaitingPatterns(*model, numMeasurements));
     }
     categories.clear();
-    setReferenceDeviations_();
+    complete_();
 }
 
 void tk_ClassifierBayesian::retrain_(const tkClassifierTrainParams& params)
@@ -251,8 +255,8 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
     for (std::size_t i = 0; i < categoryModels_.size(); ++i)
         scores[i] = categoryModels_[i]->matchScore(pattern);
 
-    const tkPtrHandle_const<tkClassifierTrainParams> kept = trainParams();
-    const tkClassifierTrainParamsBayesian& params = bayesianParams(*kept);
+    // trainParams() says what is wrong where there are none; otherwise a handle of one's own is not needed.
+    const tkClassifierTrainParamsBayesian& params = bayesianParams(heldParams_() ? *heldParams_() : *trainParams());
 
     // Written for a NaN to become the maximum and to be replaced by what follows it.
     double best = -HUGE_VAL;
@@ -267,6 +271,13 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
         categoryResults.emplace_back(categoryModels_[i]->categoryLabel(), std::exp(scores[i] + offset), 0.0, 0.0);
     result = tkClassifierResult(std::move(categoryResults), params.categoryFrequencies(),
                                 params.misclassificationCosts(), offset);
+}
+
+void tk_ClassifierBayesian::complete_()
+{
+    setReferenceDeviations_();
+    for (const tkPtrHandle<tk_CategoryModel>& model : categoryModels_)
+        bayesianModel(model).groupDensities();
 }
 
 /// With the count n_c, mean m_c and variance v_c of measurement j in category c, N the sum of the n_c:
@@ -336,7 +347,7 @@ void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char version
         if (!dynamic_cast<const tk_CategoryModelBayesian*>(model.get()))
             throw tkArchive::Errors(L"A stored Bayesian classifier has a category without a Bayesian model");
     categoryModels_ = std::move(models);
-    setReferenceDeviations_();
+    complete_();
 }
 
 tkPersistent* tk_ClassifierBayesian::make()

@@ -55,6 +55,8 @@ private:
     {
     }
 
+    /// What training and loading end with: setReferenceDeviations_(), after which the models lay out what runs read.
+    void complete_();
     /// Tells every normal density the deviations of its measurements over all categories.
     void setReferenceDeviations_();
 

@@ -44,7 +44,7 @@ void tkFeaturePattern::failNegativeIndex_()
     throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
 }
 
-long tkFeaturePattern::numInvalid() const
+long tkFeaturePattern::countInvalid_() const
 {
     return static_cast<long>(std::count(validity_.begin(), validity_.end(), false));
 }

@@ -42,7 +42,7 @@ public:
         return index < numMeasurements() && (validity_.empty() || validity_[static_cast<std::size_t>(index)]);
     }
 
-    long numInvalid() const;
+    long numInvalid() const { return validity_.empty() ? 0 : countInvalid_(); }
 
     /// Indices of the invalid measurements, ascending.
     std::vector<long> invalidFeatureIndices();
@@ -56,6 +56,7 @@ protected:
 
 private:
     [[noreturn]] static void failNegativeIndex_();
+    long countInvalid_() const;
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();
     static const Registration registration_;

@@ -998,3 +998,186 @@ TEST(tk_ClassifierBayesian, learnsEveryPatternBeforeTheOneThatFails)
         }
     }
 }
+
+namespace
+{
+/// The log likelihood as it is defined: densities[i] at the restriction of the pattern to set i, summed in the order of
+/// the sets. NaN stands for a density that refuses.
+double plainScore(const tk_CategoryModelBayesian& model, const tkFeaturePattern& pattern)
+{
+    double score = 0.0;
+    for (std::size_t i = 0; i < model.densities().size(); ++i)
+        score += model.densities()[i]->logValue(
+            tk_ProbabilityDensityFunction::restriction(pattern, model.dependencySets()[i]));
+    return score;
+}
+
+/// Values from the data, far from them, and such as no camera gives.
+tkFeaturePattern strangePattern(std::size_t dimension, std::mt19937_64& generator)
+{
+    const double strange[] = {HUGE_VAL, -HUGE_VAL, std::nan(""), 1e300, -1e200, 1e155, 5e-324, -0.0, 1e17};
+    std::normal_distribution<double> deviate;
+    std::vector<double> values(dimension);
+    for (double& value : values)
+        value = std::min(deviate(generator) * std::exp(2.0 * deviate(generator)), 90.0);
+    std::vector<long> invalid;
+    if (generator() % 3 == 0)
+        values[generator() % dimension] = strange[generator() % std::size(strange)];
+    for (std::size_t j = 7; j < dimension; j += 12)
+        values[j] = std::fabs(values[j]); // a binomial measurement in some categories
+    if (generator() % 4 == 0)
+        invalid.push_back(static_cast<long>(generator() % dimension));
+    return tkFeaturePattern(values, invalid);
+}
+
+/// Returns how many scores, compared for `count` strange patterns with the definition, were not refused.
+int compareScores(const tk_ClassifierBayesian& classifier, std::size_t dimension, int count, std::mt19937_64& generator)
+{
+    int scored = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const tkFeaturePattern pattern = strangePattern(dimension - generator() % 2, generator);
+        for (std::size_t c = 0; c < classifier.categoryModels().size(); ++c)
+        {
+            const tk_CategoryModelBayesian& category = model(classifier, c);
+            double expected = 0.0;
+            try
+            {
+                expected = plainScore(category, pattern);
+            }
+            catch (const tkClassifierDefs::Errors& error)
+            {
+                EXPECT_TK_THROW(category.matchScore(pattern), tkClassifierDefs::BadParams, error.message());
+                continue;
+            }
+            EXPECT_TRUE(haveSameBits(expected, category.matchScore(pattern)));
+            ++scored;
+        }
+    }
+    return scored;
+}
+
+/// Categories of 20 measurements: 0, all apart; 10, runs of single ones between sets and binomials; 20, one set, its
+/// measurements in reverse, between single ones.
+tk_ClassifierBayesian mixedClassifier(unsigned seed)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(200, 20, seed, rows, labels);
+    for (std::vector<double>& row : rows)
+        for (const std::size_t j : {7u, 19u})
+            row[j] = 1.0 + std::fabs(row[j]);
+    Types types(Types::eNormal);
+    types.setDependent(10, {3, 4, 5});
+    types.setDependent(10, {12, 9});
+    types.setDependent(20, {8, 7, 6, 5, 4, 3, 2, 1});
+    types.distributionTypeOverride(10, 7, Types::eBinomial);
+    types.distributionTypeOverride(20, 19, Types::eBinomial);
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(types, tkClassifierFrequencies(), tkClassifierCosts(),
+                                                    tkFeaturePattern(std::vector<double>(20, 100.0))));
+    return classifier;
+}
+} // namespace
+
+TEST(tk_ClassifierBayesian, scoresMixedModelsWithTheBitsOfTheirDensities)
+{
+    std::mt19937_64 generator(21);
+    for (unsigned seed = 1; seed <= 4; ++seed)
+    {
+        const tk_ClassifierBayesian classifier = mixedClassifier(seed);
+        EXPECT_GT(compareScores(classifier, 20, 2000, generator), 4000);
+        tk_ClassifierBayesian loaded;
+        loadFromBytes(storeToBytes(classifier), loaded);
+        EXPECT_GT(compareScores(loaded, 20, 500, generator), 1000);
+        const tkFeaturePattern pattern(std::vector<double>(20, 0.25));
+        for (std::size_t c = 0; c < 3; ++c)
+            EXPECT_EQ(model(loaded, c).matchScore(pattern), model(classifier, c).matchScore(pattern));
+    }
+}
+
+TEST(tk_ClassifierBayesian, scoresFollowEveryChangeOfADensity)
+{
+    std::mt19937_64 generator(22);
+    tk_ClassifierBayesian classifier = mixedClassifier(5);
+    const tk_ClassifierBayesian shared(classifier); // the same models
+    const tkFeaturePattern pattern(std::vector<double>(20, 0.5));
+    for (std::size_t c = 0; c < 3; ++c)
+    {
+        auto& changed = dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[c]);
+        tk_CategoryModelBayesian copy(changed); // other sets of handles to the same densities
+        const double before = changed.matchScore(pattern);
+
+        changed.adapt(pattern); // through this model, ...
+        const double afterAdapt = changed.matchScore(pattern);
+        EXPECT_NE(before, afterAdapt);
+        compareScores(shared, 20, 200, generator);
+        EXPECT_EQ(copy.matchScore(pattern), afterAdapt);
+
+        copy.groupDensities(); // ... through a copy whose densities were laid out anew, ...
+        changed.groupDensities();
+        copy.groupDensities();
+        copy.adapt(tkFeaturePattern(std::vector<double>(20, 0.75)));
+        EXPECT_NE(copy.matchScore(pattern), afterAdapt);
+        EXPECT_EQ(copy.matchScore(pattern), changed.matchScore(pattern));
+        compareScores(shared, 20, 200, generator);
+
+        changed.groupDensities(); // ... and through a handle to one of them.
+        const double grouped = changed.matchScore(pattern);
+        changed.densities()[0]->updateWithData({tkFeaturePattern({1.5})});
+        EXPECT_NE(changed.matchScore(pattern), grouped);
+        compareScores(shared, 20, 200, generator);
+
+        changed.groupDensities();
+        changed.densities()[0]->clear();
+        EXPECT_TK_THROW(changed.matchScore(pattern), tkClassifierDefs::InsufficientTrainData,
+                        L"No valid data has been used to train the distribution for category " +
+                            std::to_wstring(changed.categoryLabel()));
+        changed.groupDensities(); // which leaves out what was not trained
+        changed.densities()[0]->updateWithData({tkFeaturePattern({1.5}), tkFeaturePattern({2.5})});
+        compareScores(shared, 20, 200, generator);
+    }
+}
+
+TEST(tk_ClassifierBayesian, groupsOutliveNeitherTheirModelNorTheirDensities)
+{
+    const tkFeaturePattern pattern(std::vector<double>(20, 0.5));
+    Density density;
+    {
+        const tk_ClassifierBayesian classifier = mixedClassifier(6);
+        density = model(classifier, 0).densities()[3];
+    }
+    density->updateWithData({tkFeaturePattern({1.0})}); // what mirrored it has gone with the model
+
+    tk_ClassifierBayesian classifier = mixedClassifier(6);
+    auto& first = dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[0]);
+    const double before = first.matchScore(pattern);
+    tk_CategoryModelBayesian copy(first);
+    first = model(mixedClassifier(7), 0);
+    EXPECT_EQ(copy.matchScore(pattern), before);
+    loadFromBytes(storeToBytes(copy), copy); // a model that was stored alone comes back without groups
+    EXPECT_EQ(copy.matchScore(pattern), before);
+    EXPECT_EQ(first.matchScore(pattern), plainScore(first, pattern));
+}
+
+TEST(tk_ClassifierBayesian, singleMeasurementsRunInSeveralThreads)
+{
+    tk_ClassifierBayesian classifier = mixedClassifier(8);
+    dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[2])
+        .adapt(tkFeaturePattern(std::vector<double>(20, 0.5))); // its densities are evaluated one by one
+    const tk_ClassifierBayesian copy(classifier);
+    std::vector<std::vector<tkClassifierResult>> results(4);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < results.size(); ++t)
+        threads.emplace_back(
+            [&, t]
+            {
+                const tk_ClassifierBayesian& own = t % 2 ? classifier : copy;
+                for (int i = 0; i < 200; ++i)
+                    results[t].push_back(run(own, std::vector<double>(20, 0.01 * i)));
+            });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const std::vector<tkClassifierResult>& other : results)
+        EXPECT_TRUE(other == results[0]);
+}

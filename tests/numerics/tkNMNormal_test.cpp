@@ -1,11 +1,18 @@
 #include "numerics/tkNMNormal.h"
+
+#include "foundation/tkAssert.h"
+#include "numerics/tkNMMahalanobis.h"
+#include "numerics/tkNMNormalGroup.h"
 #include "numerics/tkNMTriangle.h"
 #include "tkTest.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <functional>
+#include <iterator>
 #include <limits>
+#include <memory>
 #include <random>
 #include <thread>
 #include <vector>
@@ -407,33 +414,243 @@ TEST(tkNMNormal, threadsMayEvaluateOneObjectThatWasNeverEvaluated)
     }
 }
 
-/// The formula of the class comment, written out.
-TEST(tkNMTriangle, everyLevelHasTheBitsOfTheFormula)
+namespace
+{
+bool haveSameBits(double a, double b)
+{
+    return std::isnan(a) ? std::isnan(b) : a == b && std::signbit(a) == std::signbit(b);
+}
+
+/// Ordinary numbers and, if `isHostile`, every so often one that is not.
+double anyNumber(std::mt19937_64& generator, bool isHostile)
+{
+    std::normal_distribution<double> deviate;
+    const double ordinary = deviate(generator) * std::exp(deviate(generator));
+    if (!isHostile)
+        return ordinary;
+    const double strange[] = {0.0,    -0.0,   HUGE_VAL, -HUGE_VAL, std::nan(""), 1e300,
+                              -1e200, 5e-324, 1e-310,   1e155,     -1e150,       1e-170};
+    const std::size_t choice = generator() % 60;
+    return choice < std::size(strange) ? strange[choice] : ordinary;
+}
+
+/// The formula of tkNMMahalanobis' comment, written out: with zeros above the diagonal and below the last row.
+double plainDistance(const Pattern& mean, const Pattern& remainder, const tkNMTriangle& w, const Pattern& x)
+{
+    const std::size_t d = x.size();
+    std::vector<double> v(d);
+    for (std::size_t j = 0; j < d; ++j)
+        v[j] = (x[j] - mean[j]) - remainder[j];
+    if (d == 1)
+        return (w(0, 0) * v[0]) * (w(0, 0) * v[0]);
+    double q[8] = {};
+    for (std::size_t i = 0; i < (d + 7) / 8 * 8; ++i)
+    {
+        double y = 0.0;
+        for (std::size_t j = 0; j < std::min(i / 8 * 8 + 8, d); ++j)
+            y += (i < d && j <= i ? w(i, j) : 0.0) * v[j];
+        q[i % 8] += y * y;
+    }
+    return ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
+}
+} // namespace
+
+TEST(tkNMMahalanobis, everyLevelHasTheBitsOfTheFormula)
 {
     std::mt19937_64 generator(5);
-    std::normal_distribution<double> deviate;
-    for (std::size_t d = 0; d <= 70; ++d)
+    for (std::size_t d = 0; d <= 140; ++d)
+        for (int kind = 0; kind < 8; ++kind)
+        {
+            Pattern mean(d);
+            Pattern remainder(d);
+            tkNMTriangle w(d);
+            for (std::size_t i = 0; i < d; ++i)
+            {
+                mean[i] = anyNumber(generator, kind == 1);
+                remainder[i] = 1e-17 * anyNumber(generator, kind == 2);
+                for (std::size_t j = 0; j <= i; ++j)
+                    w(i, j) = anyNumber(generator, kind == 3);
+            }
+            const tkNMMahalanobis distance(mean, remainder, w);
+            EXPECT_EQ(distance.dimension(), d);
+            for (int query = 0; query < 4; ++query)
+            {
+                // At the end of its memory, so that a sanitizer sees whoever reads on; and not aligned.
+                const auto memory = std::make_unique<double[]>(d + 1);
+                Pattern x(d);
+                for (double& value : x)
+                    value = anyNumber(generator, kind >= 4);
+                if (d > 0 && kind == 7)
+                    x[generator() % d] = HUGE_VAL;
+                std::copy(x.begin(), x.end(), memory.get() + 1);
+                const double expected = plainDistance(mean, remainder, w, x);
+                for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+                    ASSERT_TRUE(haveSameBits(
+                        distance.squaredDistance(memory.get() + 1, static_cast<tkNMTriangle::Level>(level)), expected))
+                        << d << ' ' << kind << ' ' << level;
+                bool isFinite = true;
+                for (std::size_t j = 0; j < d; ++j)
+                    isFinite = isFinite && std::isfinite((x[j] - mean[j]) - remainder[j]);
+                ASSERT_EQ(distance.isFiniteAt(memory.get() + 1), isFinite);
+            }
+        }
+}
+
+TEST(tkNMMahalanobis, takesMoreMeasurementsThanTheStackHolds)
+{
+    const std::size_t d = 300;
+    std::mt19937_64 generator(15);
+    tkNMTriangle w(d);
+    Pattern x(d);
+    for (std::size_t i = 0; i < d; ++i)
     {
-        tkNMTriangle w(d);
-        std::vector<double> v(d);
-        for (std::size_t i = 0; i < d; ++i)
-        {
-            v[i] = deviate(generator);
-            for (std::size_t j = 0; j <= i; ++j)
-                w(i, j) = deviate(generator) * std::exp(deviate(generator));
-        }
-        double q[8] = {};
-        for (std::size_t i = 0; i < d; ++i)
-        {
-            double y = 0.0;
-            for (std::size_t j = 0; j <= i; ++j)
-                y += w(i, j) * v[j];
-            q[i % 8] += y * y;
-        }
-        const double expected = ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
-        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
-            EXPECT_EQ(w.squaredLength(v.data(), static_cast<tkNMTriangle::Level>(level)), expected) << d;
+        x[i] = anyNumber(generator, false);
+        for (std::size_t j = 0; j <= i; ++j)
+            w(i, j) = anyNumber(generator, false);
     }
+    const Pattern zeros(d);
+    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        EXPECT_EQ(tkNMMahalanobis(x, zeros, w).squaredDistance(zeros.data(), static_cast<tkNMTriangle::Level>(level)),
+                  plainDistance(x, zeros, w, zeros));
+}
+
+/// Every level adds what the densities alone give, one after the other, or refuses where one of them does.
+TEST(tkNMNormalGroup, everyLevelAddsTheBitsOfOneAfterTheOther)
+{
+    std::mt19937_64 generator(16);
+    int taken = 0;
+    int refused = 0;
+    for (std::size_t size = 0; size <= 40; ++size)
+        for (int round = 0; round < 200; ++round)
+        {
+            tkNMNormalGroup group(size);
+            EXPECT_EQ(group.size(), size);
+            const auto x = std::make_unique<double[]>(size + 1);
+            double expected = anyNumber(generator, false);
+            const double before = expected;
+            bool isTaken = true;
+            double squares = 0.0;
+            for (std::size_t i = 0; i < size; ++i)
+            {
+                const bool isHostile = round % 4 == 3;
+                const tkNMSingleNormal density{anyNumber(generator, isHostile), 1e-17 * anyNumber(generator, false),
+                                               std::fabs(anyNumber(generator, isHostile)), anyNumber(generator, false)};
+                x[i + 1] = anyNumber(generator, isHostile);
+                group.fill(i, density);
+                double value = 0.0;
+                isTaken = density.logDensity(x[i + 1], value) && isTaken;
+                expected += value;
+                const double y = density.weight * ((x[i + 1] - density.mean) - density.remainder);
+                squares += y * y;
+            }
+            if (round % 8 == 2 && size > 0)
+            {
+                group.empty(generator() % size);
+                isTaken = false;
+            }
+            if (isTaken && squares > 0.9 * tkNMSingleNormal::largestSquare)
+                continue; // the sum of the squares decides, in an order of its own
+            (isTaken ? taken : refused) += 1;
+            for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+            {
+                double sum = before;
+                ASSERT_EQ(group.addLogDensities(x.get() + 1, sum, static_cast<tkNMTriangle::Level>(level)), isTaken)
+                    << size << ' ' << round;
+                ASSERT_TRUE(haveSameBits(sum, isTaken ? expected : before)) << size << ' ' << round;
+            }
+        }
+    EXPECT_GT(taken, 4000);
+    EXPECT_GT(refused, 1000);
+}
+
+TEST(tkNMNormalGroup, placesAreEmptyUntilTheyAreFilled)
+{
+    tkNMNormalGroup group(2);
+    const double x[] = {1.0, 2.0};
+    double sum = 7.0;
+    EXPECT_FALSE(group.addLogDensities(x, sum));
+    group.fill(0, {0.0, 0.0, 1.0, -1.0});
+    EXPECT_FALSE(group.addLogDensities(x, sum));
+    EXPECT_EQ(sum, 7.0);
+    group.fill(1, {0.0, 0.0, 1.0, -1.0});
+    EXPECT_TRUE(group.addLogDensities(x, sum));
+    EXPECT_EQ(sum, 7.0 - 1.5 - 3.0);
+    EXPECT_THROW(group.fill(2, {0.0, 0.0, 1.0, -1.0}), tkAssertionFailure);
+}
+
+TEST(tkNMNormal, leavesItsGroupWithEveryChange)
+{
+    using Change = std::function<void(tkNMNormal&)>;
+    const double x = 2.5;
+    const auto addOne = [&](tkNMNormal& normal) { normal.add(&x, 1); };
+    const std::vector<Change> changes{
+        addOne,
+        [&](tkNMNormal& normal) { normal.addBlock(&x, 1, 1); },
+        [&](tkNMNormal& normal)
+        {
+            tkNMNormal* const normals[] = {&normal};
+            const std::size_t columns[] = {0};
+            tkNMNormal::addBlock(normals, columns, 1, &x, 1, 1);
+        },
+        [](tkNMNormal& normal) { normal.referenceDeviations({3.0}); },
+        [](tkNMNormal& normal) { normal.clear(); },
+        [](tkNMNormal& normal) { normal.restore(normal.mean(), normal.covariance(), normal.count()); },
+        [](tkNMNormal& normal) { normal = trained({{4.0}, {5.0}}); },
+        [](tkNMNormal& normal) { tkNMNormal other(std::move(normal)); },
+        [](tkNMNormal& normal)
+        {
+            tkNMNormal other = trained({{4.0}, {5.0}});
+            logDensity(other, {1.0});
+            std::swap(normal, other);
+        },
+        [](tkNMNormal& normal)
+        {
+            const tkPtrHandle<tkNMNormalGroup> another(new tkNMNormalGroup(1));
+            normal.join(another, 0);
+        }};
+    for (const Change& change : changes)
+    {
+        auto normal = std::make_unique<tkNMNormal>(trained({{1.0}, {2.0}, {4.0}}));
+        const tkPtrHandle<tkNMNormalGroup> group(new tkNMNormalGroup(1));
+        const auto isMirrored = [&]
+        {
+            double sum = 0.0;
+            return group->addLogDensities(&x, sum) && sum == logDensity(*normal, {x});
+        };
+        normal->join(group, 0);
+        EXPECT_TRUE(isMirrored());
+        change(*normal);
+        double sum = 0.0;
+        EXPECT_FALSE(group->addLogDensities(&x, sum)) << &change - changes.data();
+        if (normal->count() == 0)
+            normal->add(&x, 1);
+        normal->join(group, 0);
+        EXPECT_TRUE(isMirrored());
+        {
+            tkNMNormal copy(*normal);
+            addOne(copy);
+            EXPECT_TRUE(isMirrored());
+        }
+        normal.reset();
+        EXPECT_FALSE(group->addLogDensities(&x, sum));
+    }
+}
+
+TEST(tkNMNormal, onlyATrainedDistributionOfOneMeasurementJoinsAGroup)
+{
+    const tkPtrHandle<tkNMNormalGroup> group(new tkNMNormalGroup(1));
+    tkNMNormal empty;
+    EXPECT_THROW(empty.join(group, 0), tkAssertionFailure);
+    tkNMNormal pair = trained({{1.0, 2.0}});
+    EXPECT_THROW(pair.join(group, 0), tkAssertionFailure);
+    tkNMNormal single = trained({{1.0}});
+    EXPECT_THROW(single.join(group, 1), tkAssertionFailure);
+    single.join(group, 0);
+    single.join(group, 0);
+    double sum = 0.0;
+    const double x = 1.0;
+    EXPECT_TRUE(group->addLogDensities(&x, sum));
+    EXPECT_EQ(sum, logDensity(single, {1.0}));
 }
 
 TEST(tkNMNormal, everyLevelLearnsBlocksWithTheBitsOfSinglePatterns)

@@ -75,22 +75,113 @@ TK_ALWAYS_INLINE void storeLanes(const Lanes& lanes, double* elements)
     std::memcpy(elements, &lanes, sizeof lanes);
 }
 
-/// The lanes before `first` become 0.0, whatever they held.
-TK_ALWAYS_INLINE void keepLanesFrom(Lanes& lanes, int first)
-{
 #if defined(__GNUC__)
-    using Words = long long __attribute__((vector_size(64)));
-    alignas(64) static constexpr long long kept[8][8] = {
-        {-1, -1, -1, -1, -1, -1, -1, -1}, {0, -1, -1, -1, -1, -1, -1, -1}, {0, 0, -1, -1, -1, -1, -1, -1},
-        {0, 0, 0, -1, -1, -1, -1, -1},    {0, 0, 0, 0, -1, -1, -1, -1},    {0, 0, 0, 0, 0, -1, -1, -1},
-        {0, 0, 0, 0, 0, 0, -1, -1},       {0, 0, 0, 0, 0, 0, 0, -1}};
-    Words mask;
-    std::memcpy(&mask, kept[first], sizeof mask);
-    lanes = reinterpret_cast<Lanes>(reinterpret_cast<Words>(lanes) & mask);
+template <std::size_t width>
+struct RegisterOf
+{
+    typedef double Type __attribute__((vector_size(width * sizeof(double))));
+    typedef double InMemory __attribute__((vector_size(width * sizeof(double)), aligned(sizeof(double)), may_alias));
+    typedef long long Bits __attribute__((vector_size(width * sizeof(double)), aligned(sizeof(double)), may_alias));
+};
 #else
-    for (int l = 0; l < first; ++l)
-        lanes[l] = 0.0;
+template <std::size_t width>
+struct RegisterOf;
 #endif
-}
+template <>
+struct RegisterOf<1>
+{
+    using Type = double;
+    using InMemory = double;
+};
+
+/// Eight doubles in registers of `width` each. Unlike Lanes, which no compiler keeps in registers that are narrower,
+/// they are fast at every level; width 1 needs no vectors at all.
+template <std::size_t width>
+struct LanesOf
+{
+    using Register = typename RegisterOf<width>::Type;
+    using InMemory = typename RegisterOf<width>::InMemory;
+    static constexpr std::size_t count = 8 / width;
+
+    Register parts[count];
+
+    TK_ALWAYS_INLINE void clear()
+    {
+        for (Register& part : parts)
+            part = Register{};
+    }
+    TK_ALWAYS_INLINE void load(const double* elements)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = *reinterpret_cast<const InMemory*>(elements + i * width);
+    }
+    TK_ALWAYS_INLINE void store(double* elements) const
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            *reinterpret_cast<InMemory*>(elements + i * width) = parts[i];
+    }
+    TK_ALWAYS_INLINE void add(const LanesOf& b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] + b.parts[i];
+    }
+    TK_ALWAYS_INLINE void subtract(const LanesOf& b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] - b.parts[i];
+    }
+    TK_ALWAYS_INLINE void multiply(const LanesOf& b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] * b.parts[i];
+    }
+    TK_ALWAYS_INLINE void multiply(double b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] * b;
+    }
+    TK_ALWAYS_INLINE void addProduct(const LanesOf& a, double b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] + a.parts[i] * b;
+    }
+    TK_ALWAYS_INLINE void addSquare(const LanesOf& a)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] + a.parts[i] * a.parts[i];
+    }
+    /// The lanes before `first` become 0.0, whatever they held.
+    TK_ALWAYS_INLINE void keepFrom(std::size_t first)
+    {
+        if constexpr (width == 1)
+            for (std::size_t l = 0; l < first; ++l)
+                parts[l] = 0.0;
+        else
+        {
+            using Bits = typename RegisterOf<width>::Bits;
+            alignas(64) static constexpr long long kept[8][8] = {
+                {-1, -1, -1, -1, -1, -1, -1, -1}, {0, -1, -1, -1, -1, -1, -1, -1}, {0, 0, -1, -1, -1, -1, -1, -1},
+                {0, 0, 0, -1, -1, -1, -1, -1},    {0, 0, 0, 0, -1, -1, -1, -1},    {0, 0, 0, 0, 0, -1, -1, -1},
+                {0, 0, 0, 0, 0, 0, -1, -1},       {0, 0, 0, 0, 0, 0, 0, -1}};
+            for (std::size_t i = 0; i < count; ++i)
+                parts[i] = reinterpret_cast<Register>(reinterpret_cast<Bits>(parts[i]) &
+                                                      *reinterpret_cast<const Bits*>(kept[first] + i * width));
+        }
+    }
+    TK_ALWAYS_INLINE double operator[](std::size_t l) const
+    {
+        if constexpr (width == 1)
+            return parts[l];
+        else
+            return parts[l / width][l % width];
+    }
+};
+
+/// What the target has without being told to.
+#if TK_WIDER_LEVELS
+using PlainLanes = LanesOf<2>;
+#else
+using PlainLanes = LanesOf<1>;
+#endif
 
 #endif

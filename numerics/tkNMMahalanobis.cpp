@@ -33,104 +33,112 @@ constexpr std::size_t diagonalColumn(std::size_t b, std::size_t l)
     return b % 2 == 0 ? 8 * l : 64 - 9 * l;
 }
 
-/// Adds the columns of block c, and goes on with those behind it; returns what follows the tile.
-template <std::size_t blocks, std::size_t c>
-TK_ALWAYS_INLINE const double* addDiagonals(const double* w, const double* pair, const double* v, Lanes* y)
+/// Adds the columns of block c, and goes on with those behind it; returns what follows the tile. Of a tile of one
+/// block, which small sets are, only `last` columns are not 0.0.
+template <std::size_t blocks, std::size_t c, class Eight>
+TK_ALWAYS_INLINE const double* addDiagonals(const double* w, const double* pair, const double* v, std::size_t last,
+                                            Eight* y)
 {
     if constexpr (c % 2 == 0)
     {
         pair = w;
         w += c + 1 < blocks ? 72 : 64;
     }
-    for (std::size_t l = 0; l < 8; ++l)
+    for (std::size_t l = 0; l < (blocks > 1 ? 8 : last); ++l)
     {
-        Lanes diagonal;
-        loadLanes(diagonal, pair + diagonalColumn(c, l));
-        keepLanesFrom(diagonal, static_cast<int>(l));
-        y[c] = y[c] + diagonal * v[l];
+        Eight part;
+        part.load(pair + diagonalColumn(c, l));
+        part.keepFrom(l);
+        y[c].addProduct(part, v[l]);
         for (std::size_t b = c + 1; b < blocks; ++b, w += 8)
         {
-            Lanes part;
-            loadLanes(part, w);
-            y[b] = y[b] + part * v[l];
+            part.load(w);
+            y[b].addProduct(part, v[l]);
         }
     }
     if constexpr (c + 1 < blocks)
-        return addDiagonals<blocks, c + 1>(w, pair, v + 8, y);
+        return addDiagonals<blocks, c + 1>(w, pair, v + 8, last, y);
     else
         return w;
 }
 
 /// Adds the squares of the sums of a tile, and returns what follows it.
-template <std::size_t blocks>
-TK_ALWAYS_INLINE const double* addTile(const double* w, const double* v, std::size_t common, Lanes& squares)
+template <std::size_t blocks, class Eight>
+TK_ALWAYS_INLINE const double* addTile(const double* w, const double* v, std::size_t common, std::size_t last,
+                                       Eight& squares)
 {
-    Lanes y[blocks] = {};
+    Eight y[blocks];
+    for (Eight& sum : y)
+        sum.clear();
     for (std::size_t j = 0; j < common; ++j, w += 8 * blocks)
         for (std::size_t b = 0; b < blocks; ++b)
         {
-            Lanes part;
-            loadLanes(part, w + 8 * b);
-            y[b] = y[b] + part * v[j];
+            Eight part;
+            part.load(w + 8 * b);
+            y[b].addProduct(part, v[j]);
         }
-    w = addDiagonals<blocks, 0>(w, nullptr, v + common, y);
-    for (std::size_t b = 0; b < blocks; ++b)
-        squares = squares + y[b] * y[b];
+    w = addDiagonals<blocks, 0>(w, nullptr, v + common, last, y);
+    for (const Eight& sum : y)
+        squares.addSquare(sum);
     return w;
 }
 
+template <class Eight>
 TK_ALWAYS_INLINE double squaredDistanceOf(const double* stream, const double* x, std::size_t dimension)
 {
-    tkScratch<Part, 32> deviations((dimension + 7) / 8);
-    double* const v = deviations.data()->elements;
     const std::size_t blockCount = (dimension + 7) / 8;
+    tkScratch<Part, 32> deviations(blockCount);
+    double* const v = deviations.data()->elements;
     const double* const remainders = stream + 8 * blockCount;
-    for (std::size_t j = 0; j < dimension; j += 8)
+    Eight squares;
+    squares.clear();
+    std::size_t j = 0;
+    for (; j + 8 <= dimension; j += 8)
     {
-        Lanes deviation = {};
-        if (j + 8 <= dimension)
-            loadLanes(deviation, x + j);
-        else
-            for (std::size_t l = 0; j + l < dimension; ++l)
-                deviation[static_cast<int>(l)] = x[j + l];
-        Lanes mean;
-        loadLanes(mean, stream + j);
-        Lanes remainder;
-        loadLanes(remainder, remainders + j);
-        deviation = (deviation - mean) - remainder;
-        storeLanes(deviation, v + j);
+        Eight deviation;
+        deviation.load(x + j);
+        Eight part;
+        part.load(stream + j);
+        deviation.subtract(part);
+        part.load(remainders + j);
+        deviation.subtract(part);
+        deviation.store(v + j);
     }
+    if (j < dimension)
+        squares.store(v + j); // zeros
+    for (; j < dimension; ++j)
+        v[j] = (x[j] - stream[j]) - remainders[j];
+
     const double* w = remainders + 8 * blockCount;
-    Lanes squares = {};
     std::size_t block = 0;
     for (; block + tileBlocks <= blockCount; block += tileBlocks)
-        w = addTile<tileBlocks>(w, v, 8 * block, squares);
+        w = addTile<tileBlocks>(w, v, 8 * block, 8, squares);
+    const std::size_t last = dimension - (8 * blockCount - 8);
     if (blockCount - block == 3)
-        addTile<3>(w, v, 8 * block, squares);
+        addTile<3>(w, v, 8 * block, last, squares);
     else if (blockCount - block == 2)
-        addTile<2>(w, v, 8 * block, squares);
+        addTile<2>(w, v, 8 * block, last, squares);
     else if (blockCount - block == 1)
-        addTile<1>(w, v, 8 * block, squares);
+        addTile<1>(w, v, 8 * block, last, squares);
     return ((squares[0] + squares[4]) + (squares[2] + squares[6])) +
            ((squares[1] + squares[5]) + (squares[3] + squares[7]));
 }
 
 double squaredDistancePlain(const double* stream, const double* x, std::size_t dimension)
 {
-    return squaredDistanceOf(stream, x, dimension);
+    return squaredDistanceOf<PlainLanes>(stream, x, dimension);
 }
 
 #if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) double squaredDistanceAVX2(const double* stream, const double* x,
-                                                           std::size_t dimension)
+__attribute__((target("avx2"))) double squaredDistanceAVX2(const double* stream, const double* x, std::size_t dimension)
 {
-    return squaredDistanceOf(stream, x, dimension);
+    return squaredDistanceOf<LanesOf<4>>(stream, x, dimension);
 }
 
 __attribute__((target("avx512f"))) double squaredDistanceAVX512(const double* stream, const double* x,
                                                                 std::size_t dimension)
 {
-    return squaredDistanceOf(stream, x, dimension);
+    return squaredDistanceOf<LanesOf<8>>(stream, x, dimension);
 }
 #endif
 } // namespace

@@ -90,8 +90,7 @@ public:
     Status logDensity(const double* pattern, long dimension, double& result) const
     {
         const Factor_* const factor = factorOrNull_.load(std::memory_order_acquire);
-        return factor && factor->logDensity(pattern, dimension, result) ? eOk
-                                                                        : logDensity_(pattern, dimension, result);
+        return factor && factor->logDensity(pattern, dimension, result) ? eOk : logDensity_(pattern, dimension, result);
     }
 
     /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
@@ -122,8 +121,8 @@ private:
             group = tkPtrHandle<tkNMNormalGroup>();
         }
 
-        /// Log density at a pattern near enough, as patterns are: false, and no result, for a squared distance
-        /// beyond the largest or NaN, and for another dimension.
+        /// Log density at a pattern near enough, as patterns are: false for a squared distance beyond the largest or
+        /// NaN, and for another dimension; `result` then means nothing.
         bool logDensity(const double* pattern, long dimension, double& result) const
         {
             if (dimension == 1)

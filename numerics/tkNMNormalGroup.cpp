@@ -9,41 +9,48 @@
 namespace
 {
 /// `eights` holds means, remainders, weights and peaks of eight places, 32 doubles, then those of the next eight.
+template <class Eight>
 TK_ALWAYS_INLINE bool addLogDensitiesOf(const double* eights, const double* x, std::size_t size, double& sum)
 {
     constexpr double s = tkNMSingleNormal::gridShift;
     const double shifts[8] = {s, s, s, s, s, s, s, s};
-    Lanes shift;
-    loadLanes(shift, shifts);
-    Lanes squares = {};
+    Eight shift;
+    shift.load(shifts);
+    Eight squares;
+    squares.clear();
     double total = sum;
     for (std::size_t first = 0; first < size; first += 8, eights += 32)
     {
         const std::size_t count = std::min<std::size_t>(8, size - first);
         double rest[8] = {};
-        if (count < 8)
-            std::copy(x + first, x + size, rest);
-        Lanes y;
-        loadLanes(y, count < 8 ? rest : x + first);
-        Lanes mean;
-        loadLanes(mean, eights);
-        Lanes remainder;
-        loadLanes(remainder, eights + 8);
-        Lanes weight;
-        loadLanes(weight, eights + 16);
-        Lanes logPeak;
-        loadLanes(logPeak, eights + 24);
-        y = weight * ((y - mean) - remainder);
-        const Lanes square = y * y;
-        squares = squares + square;
+        for (std::size_t i = 0; count < 8 && i < count; ++i)
+            rest[i] = x[first + i];
+        Eight y;
+        y.load(count < 8 ? rest : x + first);
+        Eight other;
+        other.load(eights);
+        y.subtract(other);
+        other.load(eights + 8);
+        y.subtract(other);
+        other.load(eights + 16);
+        y.multiply(other);
+        Eight square = y;
+        square.multiply(y);
+        squares.add(square);
+        square.multiply(0.5);
+        square.add(shift);
+        square.subtract(shift);
+        Eight value;
+        value.load(eights + 24);
+        value.subtract(square);
         double values[8];
-        storeLanes(logPeak - ((square * 0.5 + shift) - shift), values);
+        value.store(values);
         if (count < 8)
             for (std::size_t i = 0; i < count; ++i)
                 total += values[i];
         else
-            for (const double value : values)
-                total += value;
+            for (const double each : values)
+                total += each;
     }
     // None of the squares, which are >= 0 or NaN, is above their sum.
     const double squareSum = ((squares[0] + squares[1]) + (squares[2] + squares[3])) +
@@ -56,20 +63,20 @@ TK_ALWAYS_INLINE bool addLogDensitiesOf(const double* eights, const double* x, s
 
 bool addLogDensitiesPlain(const double* eights, const double* x, std::size_t size, double& sum)
 {
-    return addLogDensitiesOf(eights, x, size, sum);
+    return addLogDensitiesOf<PlainLanes>(eights, x, size, sum);
 }
 
 #if TK_WIDER_LEVELS
 __attribute__((target("avx2"))) bool addLogDensitiesAVX2(const double* eights, const double* x, std::size_t size,
                                                          double& sum)
 {
-    return addLogDensitiesOf(eights, x, size, sum);
+    return addLogDensitiesOf<LanesOf<4>>(eights, x, size, sum);
 }
 
 __attribute__((target("avx512f"))) bool addLogDensitiesAVX512(const double* eights, const double* x, std::size_t size,
                                                               double& sum)
 {
-    return addLogDensitiesOf(eights, x, size, sum);
+    return addLogDensitiesOf<LanesOf<8>>(eights, x, size, sum);
 }
 #endif
 } // namespace

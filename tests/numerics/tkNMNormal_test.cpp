@@ -595,7 +595,9 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
         [](tkNMNormal& normal) { normal.referenceDeviations({3.0}); },
         [](tkNMNormal& normal) { normal.clear(); },
         [](tkNMNormal& normal) { normal.restore(normal.mean(), normal.covariance(), normal.count()); },
-        [](tkNMNormal& normal) { normal = trained({{4.0}, {5.0}}); },
+        [](tkNMNormal& normal) {
+            normal = trained({{4.0}, {5.0}});
+        },
         [](tkNMNormal& normal) { tkNMNormal other(std::move(normal)); },
         [](tkNMNormal& normal)
         {
@@ -607,7 +609,8 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
         {
             const tkPtrHandle<tkNMNormalGroup> another(new tkNMNormalGroup(1));
             normal.join(another, 0);
-        }};
+        },
+    };
     for (const Change& change : changes)
     {
         auto normal = std::make_unique<tkNMNormal>(trained({{1.0}, {2.0}, {4.0}}));

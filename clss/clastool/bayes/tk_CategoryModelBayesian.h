@@ -77,8 +77,7 @@ private:
         /// Adds the log densities of the group, if it can be taken; false, and no change, otherwise.
         bool addGroup(const std::vector<double>& x, std::size_t reach, double& score) const
         {
-            return group && first < reach && group->size() <= reach - first &&
-                   group->addLogDensities(&x[first], score);
+            return group && first < reach && group->size() <= reach - first && group->addLogDensities(&x[first], score);
         }
     };
 

@@ -12,6 +12,7 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <list>
 #include <memory>
 #include <random>
 #include <thread>
@@ -582,6 +583,7 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
 {
     using Change = std::function<void(tkNMNormal&)>;
     const double x = 2.5;
+    std::list<tkNMNormal> others; // what is moved into them lives on
     const auto addOne = [&](tkNMNormal& normal) { normal.add(&x, 1); };
     const std::vector<Change> changes{
         addOne,
@@ -598,12 +600,12 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
         [](tkNMNormal& normal) {
             normal = trained({{4.0}, {5.0}});
         },
-        [](tkNMNormal& normal) { tkNMNormal other(std::move(normal)); },
-        [](tkNMNormal& normal)
+        [&](tkNMNormal& normal) { others.emplace_back(std::move(normal)); },
+        [&](tkNMNormal& normal)
         {
-            tkNMNormal other = trained({{4.0}, {5.0}});
-            logDensity(other, {1.0});
-            std::swap(normal, other);
+            others.push_back(trained({{4.0}, {5.0}}));
+            logDensity(others.back(), {1.0});
+            std::swap(normal, others.back());
         },
         [](tkNMNormal& normal)
         {

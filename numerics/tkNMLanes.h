@@ -18,69 +18,13 @@
 #define TK_ALWAYS_INLINE inline
 #endif
 
-/// Eight doubles that are computed side by side; for source files only, since what they are depends on the compiler.
-#if defined(__GNUC__)
-using Lanes = double __attribute__((vector_size(64)));
-#else
-struct Lanes
-{
-    double lanes[8];
-    double operator[](int l) const { return lanes[l]; }
-    double& operator[](int l) { return lanes[l]; }
-};
-inline Lanes operator+(const Lanes& a, const Lanes& b)
-{
-    Lanes sum;
-    for (int l = 0; l < 8; ++l)
-        sum.lanes[l] = a.lanes[l] + b.lanes[l];
-    return sum;
-}
-inline Lanes operator-(const Lanes& a, const Lanes& b)
-{
-    Lanes difference;
-    for (int l = 0; l < 8; ++l)
-        difference.lanes[l] = a.lanes[l] - b.lanes[l];
-    return difference;
-}
-inline Lanes operator/(const Lanes& a, const Lanes& b)
-{
-    Lanes quotient;
-    for (int l = 0; l < 8; ++l)
-        quotient.lanes[l] = a.lanes[l] / b.lanes[l];
-    return quotient;
-}
-inline Lanes operator*(const Lanes& a, const Lanes& b)
-{
-    Lanes product;
-    for (int l = 0; l < 8; ++l)
-        product.lanes[l] = a.lanes[l] * b.lanes[l];
-    return product;
-}
-inline Lanes operator*(const Lanes& a, double b)
-{
-    Lanes product;
-    for (int l = 0; l < 8; ++l)
-        product.lanes[l] = a.lanes[l] * b;
-    return product;
-}
-#endif
-
-// No Lanes are passed or returned by value: how that is done depends on the instructions a function may use.
-TK_ALWAYS_INLINE void loadLanes(Lanes& lanes, const double* elements)
-{
-    std::memcpy(&lanes, elements, sizeof lanes);
-}
-TK_ALWAYS_INLINE void storeLanes(const Lanes& lanes, double* elements)
-{
-    std::memcpy(elements, &lanes, sizeof lanes);
-}
-
+/// Doubles that are computed side by side: as many as the instructions take at once, or compilers go through memory.
+/// For source files only, since what they are depends on the compiler; where it has no such types, width 1 remains.
 #if defined(__GNUC__)
 template <std::size_t width>
 struct RegisterOf
 {
     typedef double Type __attribute__((vector_size(width * sizeof(double))));
-    typedef double InMemory __attribute__((vector_size(width * sizeof(double)), aligned(sizeof(double)), may_alias));
     typedef long long Bits __attribute__((vector_size(width * sizeof(double)), aligned(sizeof(double)), may_alias));
 };
 #else
@@ -91,16 +35,25 @@ template <>
 struct RegisterOf<1>
 {
     using Type = double;
-    using InMemory = double;
 };
 
-/// Eight doubles in registers of `width` each. Unlike Lanes, which no compiler keeps in registers that are narrower,
-/// they are fast at every level; width 1 needs no vectors at all.
+// None are passed or returned by value: how that is done depends on the instructions a function may use.
+template <class Register>
+TK_ALWAYS_INLINE void loadRegister(Register& lanes, const double* elements)
+{
+    std::memcpy(&lanes, elements, sizeof lanes);
+}
+template <class Register>
+TK_ALWAYS_INLINE void storeRegister(const Register& lanes, double* elements)
+{
+    std::memcpy(elements, &lanes, sizeof lanes);
+}
+
+/// Eight doubles in registers of `width` each.
 template <std::size_t width>
 struct LanesOf
 {
     using Register = typename RegisterOf<width>::Type;
-    using InMemory = typename RegisterOf<width>::InMemory;
     static constexpr std::size_t count = 8 / width;
 
     Register parts[count];
@@ -113,12 +66,12 @@ struct LanesOf
     TK_ALWAYS_INLINE void load(const double* elements)
     {
         for (std::size_t i = 0; i < count; ++i)
-            parts[i] = *reinterpret_cast<const InMemory*>(elements + i * width);
+            loadRegister(parts[i], elements + i * width);
     }
     TK_ALWAYS_INLINE void store(double* elements) const
     {
         for (std::size_t i = 0; i < count; ++i)
-            *reinterpret_cast<InMemory*>(elements + i * width) = parts[i];
+            storeRegister(parts[i], elements + i * width);
     }
     TK_ALWAYS_INLINE void add(const LanesOf& b)
     {
@@ -178,10 +131,6 @@ struct LanesOf
 };
 
 /// What the target has without being told to.
-#if TK_WIDER_LEVELS
-using PlainLanes = LanesOf<2>;
-#else
-using PlainLanes = LanesOf<1>;
-#endif
+constexpr std::size_t plainWidth = TK_WIDER_LEVELS ? 2 : 1;
 
 #endif

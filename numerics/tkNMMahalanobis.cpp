@@ -126,7 +126,7 @@ TK_ALWAYS_INLINE double squaredDistanceOf(const double* stream, const double* x,
 
 double squaredDistancePlain(const double* stream, const double* x, std::size_t dimension)
 {
-    return squaredDistanceOf<PlainLanes>(stream, x, dimension);
+    return squaredDistanceOf<LanesOf<plainWidth>>(stream, x, dimension);
 }
 
 #if TK_WIDER_LEVELS

@@ -7,80 +7,49 @@
 
 namespace
 {
-/// Row l keeps what it has above the diagonal, in the columns behind l of its block: 0.0 is added there.
-const double belowDiagonal[8][8] = {{1, 1, 1, 1, 1, 1, 1, 1}, {0, 1, 1, 1, 1, 1, 1, 1}, {0, 0, 1, 1, 1, 1, 1, 1},
-                                    {0, 0, 0, 1, 1, 1, 1, 1}, {0, 0, 0, 0, 1, 1, 1, 1}, {0, 0, 0, 0, 0, 1, 1, 1},
-                                    {0, 0, 0, 0, 0, 0, 1, 1}, {0, 0, 0, 0, 0, 0, 0, 1}};
-
-/// Four columns at a time: four sums hide the latency of an addition, and share the rows' factors.
+/// Eight rows and `columns` columns at a time, whose sums stay in registers: they hide the latency of an addition, and
+/// share the rows' factors.
+template <std::size_t width, std::size_t columns>
 TK_ALWAYS_INLINE void addProductsTo(double* blocks, const double* a, const double* b, std::size_t count,
                                     std::size_t stride, std::size_t dimension)
 {
-    Lanes* w = reinterpret_cast<Lanes*>(blocks);
+    double* w = blocks;
     for (std::size_t first = 0; first < dimension; first += 8)
     {
-        for (std::size_t j = 0; j < first; j += 4)
+        for (std::size_t j = 0; j < first + 8; j += columns, w += 8 * columns)
         {
-            Lanes w0 = w[j];
-            Lanes w1 = w[j + 1];
-            Lanes w2 = w[j + 2];
-            Lanes w3 = w[j + 3];
+            LanesOf<width> sums[columns];
+            for (std::size_t c = 0; c < columns; ++c)
+                sums[c].load(w + 8 * c);
             for (std::size_t k = 0; k < count; ++k)
             {
-                Lanes rows;
-                loadLanes(rows, a + k * stride + first);
-                const double* const columns = b + k * stride + j;
-                w0 = w0 + rows * columns[0];
-                w1 = w1 + rows * columns[1];
-                w2 = w2 + rows * columns[2];
-                w3 = w3 + rows * columns[3];
+                LanesOf<width> rows;
+                rows.load(a + k * stride + first);
+                const double* const factors = b + k * stride + j;
+                for (std::size_t c = 0; c < columns; ++c)
+                    sums[c].addProduct(rows, factors[c]);
             }
-            w[j] = w0;
-            w[j + 1] = w1;
-            w[j + 2] = w2;
-            w[j + 3] = w3;
-        }
-        w += first;
-        for (std::size_t l = 0; l < 8; l += 2)
-        {
-            Lanes keep0;
-            Lanes keep1;
-            loadLanes(keep0, belowDiagonal[l]);
-            loadLanes(keep1, belowDiagonal[l + 1]);
-            Lanes w0 = w[l];
-            Lanes w1 = w[l + 1];
-            for (std::size_t k = 0; k < count; ++k)
+            for (std::size_t c = 0; c < columns; ++c)
             {
-                Lanes rows;
-                loadLanes(rows, a + k * stride + first);
-                const double* const columns = b + k * stride + first + l;
-                w0 = w0 + (rows * keep0) * columns[0];
-                w1 = w1 + (rows * keep1) * columns[1];
+                if (j >= first)
+                    sums[c].keepFrom(j - first + c); // above the diagonal stand zeros
+                sums[c].store(w + 8 * c);
             }
-            w[l] = w0;
-            w[l + 1] = w1;
         }
-        w += 8;
     }
-}
-
-void addProductsPlain(double* blocks, const double* a, const double* b, std::size_t count, std::size_t stride,
-                      std::size_t dimension)
-{
-    addProductsTo(blocks, a, b, count, stride, dimension);
 }
 
 #if TK_WIDER_LEVELS
 __attribute__((target("avx2"))) void addProductsAVX2(double* blocks, const double* a, const double* b,
                                                      std::size_t count, std::size_t stride, std::size_t dimension)
 {
-    addProductsTo(blocks, a, b, count, stride, dimension);
+    addProductsTo<4, 4>(blocks, a, b, count, stride, dimension);
 }
 
 __attribute__((target("avx512f"))) void addProductsAVX512(double* blocks, const double* a, const double* b,
                                                           std::size_t count, std::size_t stride, std::size_t dimension)
 {
-    addProductsTo(blocks, a, b, count, stride, dimension);
+    addProductsTo<8, 8>(blocks, a, b, count, stride, dimension);
 }
 #endif
 } // namespace
@@ -107,7 +76,7 @@ void tkNMTriangle::addProducts(const double* a, const double* b, std::size_t cou
 #else
     static_cast<void>(level);
 #endif
-    addProductsPlain(blocks, a, b, count, stride, dimension_);
+    addProductsTo<plainWidth, 2>(blocks, a, b, count, stride, dimension_);
 }
 
 bool tkNMTriangle::operator==(const tkNMTriangle& other) const

@@ -23,13 +23,6 @@ tkFeaturePattern::tkFeaturePattern(const std::vector<double>& measurements, cons
     measurements_ = measurements;
 }
 
-const std::vector<double>& tkFeaturePattern::featureMeasurements(bool requireAllValid) const
-{
-    if (requireAllValid && numInvalid() > 0)
-        throw tkClassifierDefs::BadFeatures(L"Access to full feature vector requires that all features are valid.");
-    return measurements_;
-}
-
 double tkFeaturePattern::featureMeasurement(long index, bool throwIfInvalid) const
 {
     if (isValid(index))
@@ -44,9 +37,9 @@ void tkFeaturePattern::failNegativeIndex_()
     throw tkClassifierDefs::BadIndex(tk_Messages::measurementIndicesNotNegative);
 }
 
-long tkFeaturePattern::countInvalid_() const
+void tkFeaturePattern::failInvalid_()
 {
-    return static_cast<long>(std::count(validity_.begin(), validity_.end(), false));
+    throw tkClassifierDefs::BadFeatures(L"Access to full feature vector requires that all features are valid.");
 }
 
 std::vector<long> tkFeaturePattern::invalidFeatureIndices()

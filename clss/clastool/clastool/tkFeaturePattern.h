@@ -4,6 +4,7 @@
 #include "foundation/tkPersistent.h"
 #include "foundation/tkRepBase.h"
 
+#include <algorithm>
 #include <vector>
 
 /// What the host measured on one object: a fixed number of measurements, each valid or not.
@@ -27,7 +28,12 @@ public:
     long numMeasurements() const { return static_cast<long>(measurements_.size()); }
 
     /// All stored values. Throws tkClassifierDefs::BadFeatures if `requireAllValid` and one is invalid.
-    const std::vector<double>& featureMeasurements(bool requireAllValid) const;
+    const std::vector<double>& featureMeasurements(bool requireAllValid) const
+    {
+        if (requireAllValid && numInvalid() > 0)
+            failInvalid_();
+        return measurements_;
+    }
 
     /// The value at `index`. Throws tkClassifierDefs::BadIndex if index < 0 and, if `throwIfInvalid`,
     /// tkClassifierDefs::BadFeatures if the measurement is invalid or beyond the end. Otherwise an invalid
@@ -42,7 +48,10 @@ public:
         return index < numMeasurements() && (validity_.empty() || validity_[static_cast<std::size_t>(index)]);
     }
 
-    long numInvalid() const { return validity_.empty() ? 0 : countInvalid_(); }
+    long numInvalid() const
+    {
+        return validity_.empty() ? 0 : static_cast<long>(std::count(validity_.begin(), validity_.end(), false));
+    }
 
     /// Indices of the invalid measurements, ascending.
     std::vector<long> invalidFeatureIndices();
@@ -56,7 +65,7 @@ protected:
 
 private:
     [[noreturn]] static void failNegativeIndex_();
-    long countInvalid_() const;
+    [[noreturn]] static void failInvalid_();
     void serialize_(tkArchive& archive, unsigned char version);
     static tkPersistent* make();
     static const Registration registration_;

@@ -2,7 +2,7 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
-#include "numerics/tkNMLanes.h"
+#include "numerics/tkNMFollow.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <algorithm>
@@ -37,98 +37,6 @@ const double largestRidge = 0x1p20;
 const double constantPart = 0x1p-48;
 /// The deviation of a measurement that did not vary, as a part of its reference.
 const double constantDeviation = 0x1p-10;
-/// With n the new count, m the mean before and m' after, per pattern x:
-///     m' = m + (x - m) / n,   S_ij += (x_i - m_i) (x_j - m'_j) for j <= i.
-/// A mean that is one double would be wrong by half a unit in its last place at every pattern, and S by as much
-/// times the deviation: of 16 digits, as many are lost as the mean has more than the deviation. The remainder
-/// (Knuth's two-sum of mean and step) keeps all of them.
-template <class Real, class Count>
-TK_ALWAYS_INLINE void follow(const Real& x, const Count& n, Real& mean, Real& remainder, Real& before, Real& after)
-{
-    before = (x - mean) - remainder;
-    const Real step = before / n + remainder;
-    const Real sum = mean + step;
-    const Real added = sum - mean;
-    remainder = (mean - (sum - added)) + (step - added);
-    mean = sum;
-    after = (x - mean) - remainder;
-}
-
-/// 16 means side by side.
-struct Means
-{
-    double counts[16] = {};
-    double means[16] = {};
-    double remainders[16] = {};
-};
-
-/// follow() for `count` rows of 16 values, which stand in `before`, each `stride` doubles behind the one before it.
-TK_ALWAYS_INLINE void followBlockOf(Means& m, double* before, double* after, std::size_t count, std::size_t stride)
-{
-    Lanes n0;
-    loadLanes(n0, m.counts);
-    Lanes n1;
-    loadLanes(n1, m.counts + 8);
-    Lanes mean0;
-    loadLanes(mean0, m.means);
-    Lanes mean1;
-    loadLanes(mean1, m.means + 8);
-    Lanes remainder0;
-    loadLanes(remainder0, m.remainders);
-    Lanes remainder1;
-    loadLanes(remainder1, m.remainders + 8);
-    const double ones[8] = {1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
-    Lanes one;
-    loadLanes(one, ones);
-    for (; count > 0; --count, before += stride, after += stride)
-    {
-        Lanes x0;
-        loadLanes(x0, before);
-        Lanes x1;
-        loadLanes(x1, before + 8);
-        n0 = n0 + one;
-        n1 = n1 + one;
-        Lanes before0, before1, after0, after1;
-        follow(x0, n0, mean0, remainder0, before0, after0);
-        follow(x1, n1, mean1, remainder1, before1, after1);
-        storeLanes(before0, before);
-        storeLanes(before1, before + 8);
-        storeLanes(after0, after);
-        storeLanes(after1, after + 8);
-    }
-    storeLanes(mean0, m.means);
-    storeLanes(mean1, m.means + 8);
-    storeLanes(remainder0, m.remainders);
-    storeLanes(remainder1, m.remainders + 8);
-}
-
-#if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) void followBlockAVX2(Means& m, double* before, double* after, std::size_t count,
-                                                     std::size_t stride)
-{
-    followBlockOf(m, before, after, count, stride);
-}
-
-__attribute__((target("avx512f"))) void followBlockAVX512(Means& m, double* before, double* after, std::size_t count,
-                                                          std::size_t stride)
-{
-    followBlockOf(m, before, after, count, stride);
-}
-#endif
-
-void followBlock(Means& m, double* before, double* after, std::size_t count, std::size_t stride,
-                 tkNMTriangle::Level level)
-{
-#if TK_WIDER_LEVELS
-    if (level == tkNMTriangle::eAVX512)
-        return followBlockAVX512(m, before, after, count, stride);
-    if (level == tkNMTriangle::eAVX2)
-        return followBlockAVX2(m, before, after, count, stride);
-#else
-    static_cast<void>(level);
-#endif
-    followBlockOf(m, before, after, count, stride);
-}
 } // namespace
 
 double tkNMNormal::Factor_::logDensity(const double* pattern) const
@@ -269,7 +177,7 @@ tkNMNormal::Status tkNMNormal::add(const double* pattern, long dimension)
     {
         double before = 0.0;
         double after = 0.0;
-        follow(*pattern, n, mean_[0], meanRemainder_[0], before, after);
+        tkNMFollow(*pattern, n, mean_[0], meanRemainder_[0], before, after);
         squares_(0, 0) += before * after;
         return eOk;
     }
@@ -277,86 +185,11 @@ tkNMNormal::Status tkNMNormal::add(const double* pattern, long dimension)
     tkScratch<double, 256> before(padded);
     tkScratch<double, 256> after(padded);
     for (std::size_t j = 0; j < mean_.size(); ++j)
-        follow(pattern[j], n, mean_[j], meanRemainder_[j], before[j], after[j]);
+        tkNMFollow(pattern[j], n, mean_[j], meanRemainder_[j], before[j], after[j]);
     std::fill(before.begin() + mean_.size(), before.end(), 0.0);
     std::fill(after.begin() + mean_.size(), after.end(), 0.0);
     squares_.addProducts(before.data(), after.data(), 1, padded);
     return eOk;
-}
-
-bool tkNMNormal::takesBlock(std::size_t count, long dimension) const
-{
-    return count_ > 0 && dimension == this->dimension() &&
-           count_ <= std::numeric_limits<std::int32_t>::max() - static_cast<std::int64_t>(count);
-}
-
-void tkNMNormal::addBlock(const double* patterns, std::size_t count, std::size_t stride,
-                          tkNMTriangle::Level level) noexcept
-{
-    const std::size_t d = mean_.size();
-    const std::size_t padded = (d + 15) / 16 * 16;
-    double before[blockSize];
-    double after[blockSize];
-    TK_ASSERT(count * padded <= blockSize);
-    forgetFactor_();
-    for (std::size_t first = 0; first < d; first += 16)
-    {
-        Means means;
-        const std::size_t size = std::min<std::size_t>(16, d - first) * sizeof(double);
-        std::fill(std::begin(means.counts), std::end(means.counts), static_cast<double>(count_));
-        std::memcpy(means.means, &mean_[first], size);
-        std::memcpy(means.remainders, &meanRemainder_[first], size);
-        for (std::size_t k = 0; k < count; ++k)
-        {
-            double* const x = before + k * padded + first;
-            std::memcpy(x, patterns + k * stride + first, size);
-            std::fill(x + size / sizeof(double), x + 16, 0.0);
-        }
-        followBlock(means, before + first, after + first, count, padded, level);
-        std::memcpy(&mean_[first], means.means, size);
-        std::memcpy(&meanRemainder_[first], means.remainders, size);
-    }
-    squares_.addProducts(before, after, count, padded, level);
-    count_ += static_cast<long>(count);
-}
-
-void tkNMNormal::addBlock(tkNMNormal* const* normals, const std::size_t* columns, std::size_t normalCount,
-                          const double* patterns, std::size_t count, std::size_t stride,
-                          tkNMTriangle::Level level) noexcept
-{
-    double before[blockSize];
-    double after[blockSize];
-    TK_ASSERT(normalCount <= 16 && count * 16 <= blockSize);
-    Means means;
-    for (std::size_t i = 0; i < normalCount; ++i)
-    {
-        means.counts[i] = static_cast<double>(normals[i]->count_);
-        means.means[i] = normals[i]->mean_[0];
-        means.remainders[i] = normals[i]->meanRemainder_[0];
-    }
-    for (std::size_t k = 0; k < count; ++k)
-    {
-        for (std::size_t i = 0; i < normalCount; ++i)
-            before[k * 16 + i] = patterns[k * stride + columns[i]];
-        std::fill(before + k * 16 + normalCount, before + (k + 1) * 16, 0.0);
-    }
-    followBlock(means, before, after, count, 16, level);
-    for (std::size_t i = 0; i < normalCount; ++i)
-    {
-        tkNMNormal& normal = *normals[i];
-        normal.forgetFactor_();
-        normal.count_ += static_cast<long>(count);
-        normal.mean_[0] = means.means[i];
-        normal.meanRemainder_[0] = means.remainders[i];
-    }
-    double squares[16] = {};
-    for (std::size_t i = 0; i < normalCount; ++i)
-        squares[i] = normals[i]->squares_(0, 0);
-    for (std::size_t k = 0; k < count; ++k)
-        for (std::size_t i = 0; i < 16; ++i)
-            squares[i] += before[k * 16 + i] * after[k * 16 + i];
-    for (std::size_t i = 0; i < normalCount; ++i)
-        normals[i]->squares_(0, 0) = squares[i];
 }
 
 void tkNMNormal::referenceDeviations(const std::vector<double>& deviations)

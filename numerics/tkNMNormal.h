@@ -66,20 +66,6 @@ public:
     /// nothing.
     Status add(const double* pattern, long dimension);
 
-    /// Whether addBlock() may learn `count` patterns of that dimension.
-    bool takesBlock(std::size_t count, long dimension) const;
-
-    /// add() for `count` patterns one after the other, each `stride` doubles behind the one before it, with the same
-    /// bits. *Requires* takesBlock(), no measurement beyond largestMagnitude(), and at most blockSize doubles in
-    /// `count` patterns whose dimension is rounded up to a multiple of 16.
-    void addBlock(const double* patterns, std::size_t count, std::size_t stride,
-                  tkNMTriangle::Level level = tkNMTriangle::bestLevel()) noexcept;
-    /// The same for up to 16 distributions of one measurement each, side by side; the i-th learns column columns[i].
-    static void addBlock(tkNMNormal* const* normals, const std::size_t* columns, std::size_t normalCount,
-                         const double* patterns, std::size_t count, std::size_t stride,
-                         tkNMTriangle::Level level = tkNMTriangle::bestLevel()) noexcept;
-    static constexpr std::size_t blockSize = 1024;
-
     /// What a measurement that never varied is compared with, one for each measurement: its standard deviation
     /// over all categories (0.0: not known). Not part of the statistics, and forgotten by clear().
     const std::vector<double>& referenceDeviations() const { return reference_; }
@@ -106,6 +92,8 @@ public:
     bool operator!=(const tkNMNormal& other) const { return !(*this == other); }
 
 private:
+    friend class tkNMLearner;
+
     /// What an evaluation needs beside the pattern, and the place of a group that mirrors it.
     struct Factor_
     {

@@ -63,7 +63,7 @@ TK_ALWAYS_INLINE bool addLogDensitiesOf(const double* eights, const double* x, s
 
 bool addLogDensitiesPlain(const double* eights, const double* x, std::size_t size, double& sum)
 {
-    return addLogDensitiesOf<PlainLanes>(eights, x, size, sum);
+    return addLogDensitiesOf<LanesOf<plainWidth>>(eights, x, size, sum);
 }
 
 #if TK_WIDER_LEVELS

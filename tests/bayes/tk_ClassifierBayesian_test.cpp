@@ -1181,3 +1181,297 @@ TEST(tk_ClassifierBayesian, singleMeasurementsRunInSeveralThreads)
     for (const std::vector<tkClassifierResult>& other : results)
         EXPECT_TRUE(other == results[0]);
 }
+
+namespace
+{
+/// Hands out what it is given, as it is given, keeps account of what it is asked for, and may fail at one pattern.
+class ListProvider : public tkClassifierDataProvider
+{
+public:
+    struct Failure
+    {
+        long index;
+    };
+
+    void add(const tkFeaturePattern& pattern, long label)
+    {
+        patterns.emplace_back(new tkFeaturePattern(pattern));
+        labels.push_back(label);
+    }
+
+    std::wstring name() override { return L""; }
+    std::wstring description() override { return L""; }
+    long numMeasurements() const override { return measurements; }
+    long numPatterns() const override { return static_cast<long>(patterns.size()); }
+    tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override
+    {
+        asked.push_back({'p', index});
+        if (index == failingPattern)
+            throw Failure{index};
+        return patterns[static_cast<std::size_t>(index)];
+    }
+    long categoryLabel(long index) const override
+    {
+        asked.push_back({'l', index});
+        if (index == failingLabel)
+            throw Failure{index};
+        return labels[static_cast<std::size_t>(index)];
+    }
+
+    long measurements = 0;
+    long failingPattern = -1;
+    long failingLabel = -1;
+    std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns;
+    std::vector<long> labels;
+    mutable std::vector<std::pair<char, long>> asked;
+};
+
+/// The models that pattern after pattern of the first `count` gives, in the order in which they occur.
+std::vector<tk_CategoryModelBayesian> learnedOneByOne(const ListProvider& data, const Params& params, std::size_t count)
+{
+    std::vector<tk_CategoryModelBayesian> models;
+    for (std::size_t p = 0; p < count; ++p)
+    {
+        const long label = data.labels[p];
+        if (label == -1)
+            continue;
+        auto model = std::find_if(models.begin(), models.end(),
+                                  [label](const tk_CategoryModelBayesian& m) { return m.categoryLabel() == label; });
+        if (model == models.end())
+        {
+            // Its sets are those of a classifier that knows this pattern alone.
+            ListProvider one;
+            one.measurements = data.measurements;
+            one.add(*data.patterns[p], label);
+            tk_ClassifierBayesian classifier;
+            classifier.train(one, params);
+            const Sets sets = ::model(classifier, 0).dependencySets();
+            std::vector<Types::DistributionType> types;
+            for (const std::vector<long>& set : sets)
+                types.push_back(params.distributionTypes().distributionType(label, set.front()));
+            models.emplace_back(label, sets, types, params.maxMeasurementValues());
+            model = models.end() - 1;
+        }
+        model->adapt(*data.patterns[p]);
+    }
+    return models;
+}
+
+void expectModels(const tk_ClassifierBayesian& classifier, const std::vector<tk_CategoryModelBayesian>& expected)
+{
+    ASSERT_EQ(classifier.categoryModels().size(), expected.size());
+    for (std::size_t c = 0; c < expected.size(); ++c)
+    {
+        EXPECT_TRUE(model(classifier, c) == expected[c]) << c;
+        EXPECT_EQ(storeToBytes(model(classifier, c)), storeToBytes(expected[c])) << c;
+    }
+}
+
+/// A memory provider, whose patterns are learned where they stand, and another one give what one by one gives.
+void expectLearnsAsOneByOne(ListProvider& data, const Params& params)
+{
+    const std::vector<tk_CategoryModelBayesian> expected = learnedOneByOne(data, params, data.patterns.size());
+    tk_ClassifierBayesian classifier;
+    classifier.train(data, params);
+    expectModels(classifier, expected);
+
+    tkClassifierDataProviderMemory memory;
+    memory.data(data.patterns, data.labels);
+    tk_ClassifierBayesian fromMemory;
+    fromMemory.train(memory, params);
+    expectModels(fromMemory, expected);
+}
+
+/// `count` patterns in random order of `labels` categories and the unknown one, some with gaps or infinities.
+ListProvider randomProvider(long measurements, std::size_t count, long labels, unsigned seed)
+{
+    std::mt19937_64 generator(seed);
+    ListProvider data;
+    data.measurements = measurements;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        std::vector<double> row;
+        for (long j = 0; j < measurements; ++j)
+            row.push_back(measurement(i % 6, static_cast<std::size_t>(j), generator));
+        std::vector<long> invalid;
+        if (generator() % 9 == 0)
+            invalid.push_back(static_cast<long>(generator() % static_cast<unsigned long>(measurements)));
+        if (generator() % 11 == 0)
+            row[generator() % row.size()] = generator() % 2 == 0 ? -HUGE_VAL : std::nan("");
+        data.add(tkFeaturePattern(row, invalid),
+                 static_cast<long>(generator() % static_cast<unsigned long>(labels)) - 1);
+    }
+    return data;
+}
+} // namespace
+
+TEST(tk_ClassifierBayesian, learnsEveryKindOfCategoryAsPatternByPattern)
+{
+    for (long d = 1; d <= 19; d += d < 3 ? 1 : 4)
+    {
+        const std::vector<std::vector<Sets>> kinds{
+            {{}},                         // each measurement on its own
+            {{{0, 1}}},                   // a pair
+            {{{0, 1, 2, 3, 4, 5, 6, 7}}}, // a whole group of lanes
+            {{{1, 2, 3}, {4, 5}}},        // sets that begin in the middle of one
+            {{{2, 0}}},                   // not neighbours
+            {{{0, 1}, {2, d + 3}}},       // beyond the end
+        };
+        for (std::size_t kind = 0; kind < 7; ++kind)
+        {
+            Types types(Types::eNormal);
+            if (kind < kinds.size())
+                for (const std::vector<long>& set : kinds[kind].front())
+                    for (const long label : {0L, 1L})
+                        types.setDependent(label, set);
+            else
+                types.distributionTypeOverride(1, d - 1, Types::eBinomial);
+            ListProvider data = randomProvider(d, 400, 4, static_cast<unsigned>(d) * 10 + static_cast<unsigned>(kind));
+            expectLearnsAsOneByOne(data,
+                                   Params(types, tkClassifierFrequencies(), tkClassifierCosts(),
+                                          tkFeaturePattern(std::vector<double>(static_cast<std::size_t>(d), 2e8))));
+        }
+    }
+}
+
+TEST(tk_ClassifierBayesian, learnsFromOnePatternAndFromNone)
+{
+    ListProvider none;
+    expectLearnsAsOneByOne(none, Params());
+    ListProvider one;
+    one.measurements = 2;
+    one.add(tkFeaturePattern({1.0, 2.0}), 7);
+    expectLearnsAsOneByOne(one, Params());
+    one.labels[0] = -1;
+    expectLearnsAsOneByOne(one, Params());
+}
+
+TEST(tk_ClassifierBayesian, anyNumberOfLabelsIsToldApart)
+{
+    ListProvider data = randomProvider(3, 6000, 1500, 5);
+    for (std::size_t p = 0; p < data.labels.size(); p += 3)
+        data.labels[p] = data.labels[p] % 5 == 0 ? 2147483647L - data.labels[p] : data.labels[p];
+    expectLearnsAsOneByOne(data, Params());
+}
+
+TEST(tk_ClassifierBayesian, patternsOfOtherLengthsAreLearnedAsTheyAre)
+{
+    ListProvider data = randomProvider(5, 300, 3, 6);
+    for (std::size_t p = 0; p < data.patterns.size(); p += 7)
+    {
+        std::vector<double> row = data.patterns[p]->featureMeasurements(false);
+        row.resize(p % 2 == 0 ? 3 : 9, 1.5);
+        data.patterns[p] = tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(row));
+    }
+    tk_ClassifierBayesian classifier;
+    classifier.train(data, Params());
+    expectModels(classifier, learnedOneByOne(data, Params(), data.patterns.size()));
+}
+
+TEST(tk_ClassifierBayesian, aProviderIsAskedForEachPatternInTurnUntilOneFails)
+{
+    for (const bool dependent : {false, true})
+        for (const long failing : {0L, 1L, 2L, 17L, 40L, 99L})
+            for (int what = 0; what < 3; ++what)
+            {
+                ListProvider data = randomProvider(4, 100, 4, 7);
+                Params params;
+                if (dependent)
+                {
+                    Types types(Types::eNormal);
+                    for (long label = 0; label < 3; ++label)
+                        types.setDependent(label, {0, 1, 2, 3});
+                    params.distributionTypes(types);
+                }
+                data.failingPattern = what == 0 ? failing : -1;
+                data.failingLabel = what == 1 ? failing : -1;
+                if (what == 2)
+                {
+                    // Refused by every density, but unlabelled patterns are not looked at.
+                    data.patterns[static_cast<std::size_t>(failing)] =
+                        tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern({1e200, 1e200, 1e200, 1e200}));
+                    data.labels[static_cast<std::size_t>(failing)] = 1;
+                }
+                tk_ClassifierBayesian classifier;
+                if (what < 2)
+                {
+                    long index = -1;
+                    try
+                    {
+                        classifier.train(data, params);
+                    }
+                    catch (const ListProvider::Failure& failure)
+                    {
+                        index = failure.index;
+                    }
+                    EXPECT_EQ(index, failing);
+                }
+                else
+                    EXPECT_THROW(classifier.train(data, params), tkFailure);
+
+                std::vector<std::pair<char, long>> expectedCalls;
+                for (long p = 0; p <= failing; ++p)
+                {
+                    expectedCalls.push_back({'p', p});
+                    if (what > 0 || p < failing)
+                        expectedCalls.push_back({'l', p});
+                }
+                EXPECT_EQ(data.asked, expectedCalls);
+                expectModels(classifier, learnedOneByOne(data, params, static_cast<std::size_t>(failing)));
+                if (what < 2)
+                    continue;
+                tkClassifierDataProviderMemory memory;
+                memory.data(data.patterns, data.labels);
+                tk_ClassifierBayesian fromMemory;
+                EXPECT_THROW(fromMemory.train(memory, params), tkFailure);
+                expectModels(fromMemory, learnedOneByOne(data, params, static_cast<std::size_t>(failing)));
+            }
+}
+
+TEST(tk_ClassifierBayesian, aNullHandleFailsUnlessItsCategoryIsUnknown)
+{
+    ListProvider data = randomProvider(2, 60, 3, 8);
+    data.patterns[30] = tkPtrHandle_const<tkFeaturePattern>();
+    data.labels[30] = -1;
+    data.patterns[45] = tkPtrHandle_const<tkFeaturePattern>();
+    data.labels[45] = 0;
+    tk_ClassifierBayesian classifier;
+    EXPECT_THROW(classifier.train(data, Params()), tkBadPointer);
+    expectModels(classifier, learnedOneByOne(data, Params(), 45));
+    EXPECT_EQ(data.asked.back(), std::make_pair('l', 45L));
+
+    // A memory provider can only be loaded with one. Its record: versions, two texts, patterns, labels.
+    std::ostringstream stream;
+    tkArchive archive(stream);
+    for (int level = 0; level < 3; ++level)
+        archive.exchangeVersion();
+    std::wstring text;
+    archive || text || text || data.patterns || data.labels;
+    tkClassifierDataProviderMemory memory;
+    loadFromBytes(stream.str(), memory);
+    ASSERT_TRUE(memory.featurePattern(45).isNull());
+    tk_ClassifierBayesian fromMemory;
+    EXPECT_THROW(fromMemory.train(memory, Params()), tkBadPointer);
+    expectModels(fromMemory, learnedOneByOne(data, Params(), 45));
+}
+
+TEST(tk_ClassifierBayesian, aClassDerivedFromTheMemoryProviderIsAsked)
+{
+    struct Doubled : tkClassifierDataProviderMemory
+    {
+        tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override
+        {
+            std::vector<double> row = tkClassifierDataProviderMemory::featurePattern(index)->featureMeasurements(false);
+            for (double& v : row)
+                v *= 2.0;
+            return tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(row));
+        }
+    };
+    Doubled doubled;
+    static_cast<tkClassifierDataProviderMemory&>(doubled) = provider({{1}, {2}, {4}}, {0, 0, 0});
+    tk_ClassifierBayesian classifier;
+    classifier.train(doubled, Params());
+    tk_ClassifierBayesian expected;
+    expected.train(provider({{2}, {4}, {8}}, {0, 0, 0}), Params());
+    EXPECT_TRUE(classifier == expected);
+}

@@ -3,6 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "numerics/tkNMLearner.h"
 
 #include <algorithm>
 #include <string>
@@ -93,39 +94,16 @@ void tk_CategoryModelBayesian::adapt(const tkFeaturePattern& pattern, tkDiagObje
     }
 }
 
-bool tk_CategoryModelBayesian::takesBlock(std::size_t count, long numMeasurements) const
+bool tk_CategoryModelBayesian::startLearner(tkNMLearner& learner) const
 {
-    const std::size_t reach = static_cast<std::size_t>(numMeasurements);
-    return std::all_of(shortcuts_.begin(), shortcuts_.end(),
-                       [&](const Shortcut_& s) {
-                           return s.isWithin(reach) &&
-                                  s.normalOrNull->normal().takesBlock(count, static_cast<long>(s.size));
-                       });
-}
-
-void tk_CategoryModelBayesian::adaptBlock(const double* patterns, std::size_t count, long numMeasurements) noexcept
-{
-    const std::size_t stride = static_cast<std::size_t>(numMeasurements);
-    tkNMNormal* singles[16];
-    std::size_t columns[16];
-    std::size_t singleCount = 0;
+    const auto isReady = [](const Shortcut_& s)
+    { return s.normalOrNull && s.normalOrNull->normal().dimension() == static_cast<long>(s.size); };
+    if (!std::all_of(shortcuts_.begin(), shortcuts_.end(), isReady))
+        return false;
+    std::vector<tkNMLearner::Part> parts;
     for (const Shortcut_& s : shortcuts_)
-    {
-        if (s.size > 1)
-        {
-            s.normalOrNull->normal().addBlock(patterns + s.first, count, stride);
-            continue;
-        }
-        singles[singleCount] = &s.normalOrNull->normal();
-        columns[singleCount++] = s.first;
-        if (singleCount == 16)
-        {
-            tkNMNormal::addBlock(singles, columns, singleCount, patterns, count, stride);
-            singleCount = 0;
-        }
-    }
-    if (singleCount > 0)
-        tkNMNormal::addBlock(singles, columns, singleCount, patterns, count, stride);
+        parts.push_back({&s.normalOrNull->normal(), s.first});
+    return learner.start(parts);
 }
 
 void tk_CategoryModelBayesian::groupDensities()

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <vector>
 
+class tkNMLearner;
+
 /// One category as a product of probability densities, one for each set of measurements. The number of
 /// measurements is the size of all sets together. Copies share the densities.
 class TK_EXPORT tk_CategoryModelBayesian : public tk_CategoryModel
@@ -44,12 +46,9 @@ public:
     /// Updates the densities in the order of the sets. Where one throws, those before it have learned.
     void adapt(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr, unsigned long flags = 0) override;
 
-    /// Whether adaptBlock() may learn `count` patterns of that many measurements.
-    bool takesBlock(std::size_t count, long numMeasurements) const;
-    /// adapt() for `count` patterns one after the other, whose measurements, all valid, stand side by side; with the
-    /// same bits. *Requires* takesBlock(), no measurement beyond tkNMNormal::largestMagnitude(), and at most
-    /// tkNMNormal::blockSize doubles in `count` patterns whose size is rounded up to a multiple of 16.
-    void adaptBlock(const double* patterns, std::size_t count, long numMeasurements) noexcept;
+    /// Lets the learner learn for the densities, what adapt() would from a pattern of the same measurements, all valid.
+    /// False, and nothing done, if they are not all normal over neighbouring measurements or the learner refuses.
+    bool startLearner(tkNMLearner& learner) const;
 
     /// Lays normal densities of single, consecutive measurements side by side, so that matchScore() evaluates them
     /// together, with the same bits, until one of them learns anything. A change of the densities in its demands.

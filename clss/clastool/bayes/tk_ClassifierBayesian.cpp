@@ -1,6 +1,7 @@
 #include "clss/clastool/bayes/tk_ClassifierBayesian.h"
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
+#include "clss/clastool/bayes/tk_CategoryLearners.h"
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
@@ -11,7 +12,6 @@
 #include <cmath>
 #include <map>
 #include <typeinfo>
-#include <unordered_map>
 #include <utility>
 
 namespace
@@ -65,70 +65,28 @@ tk_CategoryModelBayesian* newModel(long label, long numMeasurements, const tkCla
     return new tk_CategoryModelBayesian(label, sets, setTypes, params.maxMeasurementValues());
 }
 
-/// The patterns of one category that wait to be learned together, which is faster and gives the same bits. Whatever
-/// could fail does so at its own pattern; what waits is learned also when something else ends the training.
-class WaitingPatterns
+/// Asks for the memory of the patterns behind `p`, which may lie anywhere: first for the object, so that where its
+/// measurements are can be read without waiting when it is their turn.
+void fetchAhead(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns, std::size_t p)
 {
-public:
-    WaitingPatterns(tk_CategoryModelBayesian& model, long numMeasurements)
-        : model_(model),
-          size_(static_cast<std::size_t>(numMeasurements)),
-          capacity_(std::min<std::size_t>(16, tkNMNormal::blockSize / std::max<std::size_t>((size_ + 15) / 16 * 16, 1)))
+#if defined(__GNUC__)
+    const std::size_t object = p + 16;
+    const std::size_t measurements = p + 8;
+    if (object < patterns.size())
+        __builtin_prefetch(patterns[object].get());
+    if (measurements < patterns.size() && patterns[measurements])
     {
+        const std::vector<double>& x = patterns[measurements]->featureMeasurements(false);
+        for (std::size_t j = 0; j < x.size(); j += 8)
+            __builtin_prefetch(&x[j]);
+        if (!x.empty())
+            __builtin_prefetch(&x.back());
     }
-    WaitingPatterns(WaitingPatterns&& other) noexcept
-        : model_(other.model_),
-          size_(other.size_),
-          capacity_(other.capacity_),
-          count_(std::exchange(other.count_, 0)),
-          values_(std::move(other.values_))
-    {
-    }
-    WaitingPatterns& operator=(WaitingPatterns&&) = delete;
-    ~WaitingPatterns() { learn_(); }
-
-    void adapt(const tkFeaturePattern& pattern)
-    {
-        if (!takes_(pattern))
-        {
-            learn_();
-            model_.adapt(pattern);
-            return;
-        }
-        const std::vector<double>& x = pattern.featureMeasurements(false);
-        std::copy(x.begin(), x.end(), &values_[count_ * size_]);
-        if (++count_ == capacity_)
-            learn_();
-    }
-
-private:
-    bool takes_(const tkFeaturePattern& pattern)
-    {
-        const std::vector<double>& x = pattern.featureMeasurements(false);
-        if (capacity_ < 2 || x.size() != size_ || pattern.numInvalid() > 0)
-            return false;
-        bool isInRange = true;
-        for (const double v : x)
-            isInRange &= std::fabs(v) <= tkNMNormal::largestMagnitude();
-        if (!isInRange || (count_ == 0 && !model_.takesBlock(capacity_, static_cast<long>(size_))))
-            return false;
-        values_.resize(capacity_ * size_);
-        return true;
-    }
-
-    void learn_() noexcept
-    {
-        if (count_ > 0)
-            model_.adaptBlock(values_.data(), count_, static_cast<long>(size_));
-        count_ = 0;
-    }
-
-    tk_CategoryModelBayesian& model_;
-    std::size_t size_;
-    std::size_t capacity_;
-    std::size_t count_ = 0;
-    std::vector<double> values_; // pattern by pattern
-};
+#else
+    static_cast<void>(patterns);
+    static_cast<void>(p);
+#endif
+}
 
 /// Calls visit(set, density) for every trained normal density.
 template <class Visit>
@@ -179,33 +137,46 @@ void tk_ClassifierBayesian::train_(const tkClassifierDataProvider& data, const t
     categoryLabels_.clear();
     categoryModels_.clear();
 
+    learn_(data, bayesian);
+    complete_();
+}
+
+void tk_ClassifierBayesian::learn_(const tkClassifierDataProvider& data, const tkClassifierTrainParamsBayesian& params)
+{
     // Providers hand their patterns out through an operation that is not const, although reading is all it does: a
     // provider that computes or caches what it hands out is allowed to.
     auto& provider = const_cast<tkClassifierDataProvider&>(data);
     const long numPatterns = provider.numPatterns();
     const long numMeasurements = provider.numMeasurements();
-    std::unordered_map<long, WaitingPatterns> categories;
-    for (long p = 0; p < numPatterns; ++p)
+    tk_CategoryLearners learners(numMeasurements, numPatterns);
+    const auto learn = [&](const tkPtrHandle_const<tkFeaturePattern>& pattern, long label)
     {
-        const tkPtrHandle_const<tkFeaturePattern> pattern = provider.featurePattern(p);
-        const long label = provider.categoryLabel(p);
-        if (label == -1)
-            continue;
-        const auto found = categories.find(label);
-        if (found != categories.end())
-        {
-            found->second.adapt(*pattern);
-            continue;
-        }
-        const tkPtrHandle<tk_CategoryModelBayesian> model(newModel(label, numMeasurements, bayesian));
+        if (label == -1 || learners.adapt(label, *pattern))
+            return;
+        const tkPtrHandle<tk_CategoryModelBayesian> model(newModel(label, numMeasurements, params));
         model->adapt(*pattern);
         categoryModels_.reserve(categoryModels_.size() + 1);
         categoryLabels_.push_back(label);
         categoryModels_.push_back(model);
-        categories.emplace(label, WaitingPatterns(*model, numMeasurements));
+        learners.add(label, *model);
+    };
+    if (typeid(data) == typeid(tkClassifierDataProviderMemory))
+    {
+        // What this class hands out stands in vectors; nobody sees whether it is asked for. Counting a handle more and
+        // less for every pattern costs as much as learning it.
+        const auto& memory = static_cast<const tkClassifierDataProviderMemory&>(data);
+        for (std::size_t p = 0; p < memory.patterns_.size(); ++p)
+        {
+            fetchAhead(memory.patterns_, p);
+            learn(memory.patterns_[p], memory.labels_[p]);
+        }
+        return;
     }
-    categories.clear();
-    complete_();
+    for (long p = 0; p < numPatterns; ++p)
+    {
+        const tkPtrHandle_const<tkFeaturePattern> pattern = provider.featurePattern(p);
+        learn(pattern, provider.categoryLabel(p));
+    }
 }
 
 void tk_ClassifierBayesian::retrain_(const tkClassifierTrainParams& params)

@@ -6,6 +6,8 @@
 
 #include <vector>
 
+class tkClassifierTrainParamsBayesian;
+
 /// The Bayesian classifier: models each category by probability densities and ranks the categories by the expected
 /// cost that follows from likelihoods, frequencies and costs (Duda, Hart and Stork, Pattern Classification, 2nd
 /// ed., chapters 2 and 3).
@@ -55,8 +57,12 @@ private:
     {
     }
 
+    /// Learns all patterns; the models have what was learned also where it throws.
+    void learn_(const tkClassifierDataProvider& data, const tkClassifierTrainParamsBayesian& params);
+
     /// What training and loading end with: setReferenceDeviations_(), after which the models lay out what runs read.
     void complete_();
+
     /// Tells every normal density the deviations of its measurements over all categories.
     void setReferenceDeviations_();
 

@@ -85,6 +85,7 @@ protected:
     bool isEqual_(const tkClassifierDataProvider& other) const override;
 
 private:
+    friend class tk_ClassifierBayesian;
     friend class tk_ClassifierKNN;
 
     /// Makes the index of the patterns, which addData() then keeps up to date, unless there is one.

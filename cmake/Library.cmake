@@ -4,7 +4,8 @@ list(TRANSFORM clastool_folders APPEND "/*.h" OUTPUT_VARIABLE clastool_headers)
 file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})
 file(GLOB clastool_headers CONFIGURE_DEPENDS ${clastool_headers})
 # Only .cpp files include these.
-list(FILTER clastool_headers EXCLUDE REGEX "/(tk_CategoryLearners|tk_Messages|tk_PersistentClasses|tkNMFollow|tkNMLanes|tkNMLearner)\\.h$")
+list(FILTER clastool_headers EXCLUDE REGEX
+  "/(tkNMFollow|tkNMLanes|tkNMLearner|tkNMSharedSums|tk_CategoryLearners|tk_Messages|tk_PersistentClasses)\\.h$")
 
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)

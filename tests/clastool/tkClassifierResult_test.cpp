@@ -330,7 +330,10 @@ public:
     {
         Rows rows;
         const bool zero = once(30);
-        for (const long label : labels(count()))
+        std::vector<long> given = labels(count());
+        if (once(2))
+            std::sort(given.begin(), given.end()); // as classifiers give them
+        for (const long label : given)
         {
             Row row{label, zero ? 0.0 : score(), zero ? 0.0 : score(), 4.0 * score()};
             if (wild && once(8))
@@ -651,6 +654,43 @@ TEST(tkClassifierResult, matchScoreConstructorFollowsItsDefinitionBitForBit)
     for (const wchar_t* text :
          {labelsUnique, noFrequency, noJointScore, labelsNotNegative, scoresInUnitRange, costsNotNegative})
         EXPECT_GT(texts[text], 10) << ::testing::PrintToString(text);
+}
+
+TEST(tkClassifierResult, everyNumberOfCategoriesFollowsTheDefinitionInEveryOrderOfLabels)
+{
+    Dice dice(20240604);
+    for (const std::size_t n : {1, 2, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65, 130})
+        for (int round = 0; round < 60; ++round)
+        {
+            std::vector<long> labels = dice.labels(n);
+            if (round % 3 != 0)
+                std::sort(labels.begin(), labels.end());
+            const bool apart = round % 3 == 2; // so that a label is not its place
+            Rows rows;
+            for (const long label : labels)
+                rows.push_back({apart ? 5 + label * label : label, dice.score(), 0.0, 0.0});
+            const auto label = [&] { return dice.once(9) ? 3L : rows[dice.below(n)].label; };
+            FrequencyOverrides frequencyOverrides;
+            for (std::size_t k = dice.below(n + 1); k > 0; --k)
+                frequencyOverrides.emplace_back(label(), 0.1 + dice.score());
+            CostOverrides costOverrides;
+            for (std::size_t k = dice.once(3) ? 0 : dice.below(3 * n); k > 0; --k)
+            {
+                const double cost = dice.once(3 * n) ? notANumber : dice.once(3 * n) ? infinity : 3.0 * dice.score();
+                costOverrides.push_back({label(), label(), cost});
+                if (dice.once(4))
+                    costOverrides.push_back({costOverrides.back().first, costOverrides.back().second, 7.0});
+            }
+            ASSERT_TRUE(sameOutcome(
+                defined([&] { return definedByMatches(rows, 1.5, frequencyOverrides, 1.0, costOverrides); }),
+                constructed(
+                    [&]
+                    {
+                        return tkClassifierResult(categories(rows), frequencies(1.5, frequencyOverrides),
+                                                  costs(1.0, costOverrides), 0.0);
+                    })))
+                << n << " categories, round " << round;
+        }
 }
 
 TEST(tkClassifierResult, thousandCategoriesWithThousandOverridesFollowTheDefinition)

@@ -6,9 +6,11 @@
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkScratch.h"
+#include "numerics/tkNMSharedSums.h"
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace
 {
@@ -19,20 +21,43 @@ public:
     /// Throws BadParams if a label occurs twice.
     explicit LabelIndex(const std::vector<tkClassifierCategoryResult>& results) : places_(results.size())
     {
+        long previous = -1;
         for (std::size_t i = 0; i < results.size(); ++i)
-            places_[i] = {results[i].categoryLabel(), i};
+        {
+            const long label = results[i].categoryLabel();
+            places_[i] = {label, i};
+            isAscending_ &= previous < label;
+            previous = label;
+        }
+        if (isAscending_)
+            return;
         std::sort(places_.begin(), places_.end(), [](const Place& a, const Place& b) { return a.label < b.label; });
         const auto sameLabel = [](const Place& a, const Place& b) { return a.label == b.label; };
         if (std::adjacent_find(places_.begin(), places_.end(), sameLabel) != places_.end())
             throw tkClassifierDefs::BadParams(tk_Messages::labelsUnique);
     }
 
-    /// Index of the category with this label, `none` if there is none.
-    std::size_t find(long label)
+    /// Whether the categories were given by ascending label, as classifiers do, and none of these is negative.
+    bool isAscending() const { return isAscending_; }
+
+    /// The label at this place in ascending order.
+    long label(std::size_t place) const { return places_[place].label; }
+
+    bool hasNegativeLabel() const { return !isAscending_ && places_[0].label < 0; }
+
+    /// Index of the category with this label, `none` if there is none. Labels without gaps, as most are, are found
+    /// at once. *Requires* that none is negative.
+    std::size_t find(long label) const
     {
+        if (label < 0 || places_.size() == 0)
+            return none;
+        const auto guess = static_cast<std::size_t>(label - places_[0].label);
+        if (guess < places_.size() && places_[guess].label == label)
+            return places_[guess].index;
+        const Place* const end = places_.data() + places_.size();
         const Place* const place =
-            std::lower_bound(places_.begin(), places_.end(), label, [](const Place& p, long l) { return p.label < l; });
-        return place != places_.end() && place->label == label ? place->index : none;
+            std::lower_bound(places_.data(), end, label, [](const Place& p, long l) { return p.label < l; });
+        return place != end && place->label == label ? place->index : none;
     }
 
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
@@ -45,15 +70,12 @@ private:
     };
 
     tkScratch<Place> places_;
+    bool isAscending_ = true;
 };
 
 /// p_i: the frequency of each category. Overrides are walked last to first, so that the first of a label wins.
-void fillPriors(tkScratch<double>& priors, const std::vector<tkClassifierCategoryResult>& results, LabelIndex& index,
-                const tkClassifierFrequencies& frequencies)
+void fillPriors(tkScratch<double>& priors, const LabelIndex& index, const tkClassifierFrequencies& frequencies)
 {
-    for (const tkClassifierCategoryResult& result : results)
-        if (result.categoryLabel() < 0)
-            throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
     std::fill(priors.begin(), priors.end(), frequencies.defaultCategoryFrequency());
     for (long k = frequencies.numFrequencyOverrides() - 1; k >= 0; --k)
     {
@@ -64,72 +86,79 @@ void fillPriors(tkScratch<double>& priors, const std::vector<tkClassifierCategor
     }
 }
 
-/// The cost override of taking category `truth` for `decision`, both as indices into the result.
-struct CostOverride
-{
-    std::size_t truth;
-    std::size_t decision;
-    long position; // among the overrides: the first of a pair wins
-    double cost;
-};
+using Exceptions = tkScratch<tkNMSharedSums::Exception>;
 
-/// C_i = sum over j != i, in ascending j, of cost(j, i) * q_j.
-///
-/// The loop runs over j outside and i inside: every C_i still gets its terms in ascending j, one addition
-/// each, but the additions of different i are independent of one another. Where the term is not the default
-/// one - none for i = j, another cost for an override - the sum as it was before the addition is taken again.
-void addCosts(tkScratch<double>& sums, tkScratch<double>& joint, std::size_t n, LabelIndex& index,
+/// Copies `from` in ascending key(exception) < numKeys, those of equal keys in their order.
+template <class Key>
+void sortByKey(const Exceptions& from, Exceptions& to, std::size_t numKeys, const Key& key)
+{
+    tkScratch<std::size_t> ends(numKeys); // first how many have the key, then where the next of them goes
+    std::fill(ends.begin(), ends.end(), std::size_t{0});
+    for (std::size_t k = 0; k < from.size(); ++k)
+        ++ends[key(from[k])];
+    std::size_t begin = 0;
+    for (std::size_t& end : ends)
+        begin += std::exchange(end, begin);
+    for (std::size_t k = 0; k < from.size(); ++k)
+        to[ends[key(from[k])]++] = from[k];
+}
+
+/// C_i = sum over j != i, in ascending j, of cost(j, i) * q_j. There is room for a multiple of 8 of sums and terms.
+void sumCosts(tkScratch<double>& sums, const tkScratch<double>& joint, std::size_t n, const LabelIndex& index,
               const tkClassifierCosts& costs)
 {
-    const std::size_t allOverrides = static_cast<std::size_t>(costs.numMisclassificationOverrides());
-    tkScratch<CostOverride> overrides(allOverrides);
+    tkScratch<double> terms(sums.size());
+    const double defaultCost = costs.defaultMisclassificationCost();
+    for (std::size_t j = 0; j < n; ++j)
+        terms[j] = defaultCost * joint[j];
+    std::fill(terms.begin() + n, terms.end(), 0.0);
+
+    // Last to first, so that the first of a pair wins.
+    const long numOverrides = costs.numMisclassificationOverrides();
+    Exceptions overrides(static_cast<std::size_t>(numOverrides));
     std::size_t count = 0;
-    for (std::size_t k = 0; k < allOverrides; ++k)
+    for (long k = numOverrides - 1; k >= 0; --k)
     {
-        const tkClassifierCosts::Override o = costs.misclassificationOverride(static_cast<long>(k));
+        const tkClassifierCosts::Override o = costs.misclassificationOverride(k);
         const std::size_t truth = index.find(o.first);
         const std::size_t decision = index.find(o.second);
         if (truth != LabelIndex::none && decision != LabelIndex::none && truth != decision)
-            overrides[count++] = {truth, decision, static_cast<long>(k), o.cost};
+            overrides[count++] = {decision, truth, o.cost * joint[truth]};
     }
     overrides.shrink(count);
-    std::sort(overrides.begin(), overrides.end(),
-              [](const CostOverride& a, const CostOverride& b)
-              {
-                  if (a.truth != b.truth)
-                      return a.truth < b.truth;
-                  return a.decision != b.decision ? a.decision < b.decision : a.position < b.position;
-              });
-    const auto samePair = [](const CostOverride& a, const CostOverride& b)
-    { return a.truth == b.truth && a.decision == b.decision; };
-    overrides.shrink(
-        static_cast<std::size_t>(std::unique(overrides.begin(), overrides.end(), samePair) - overrides.begin()));
-
-    std::fill(sums.begin(), sums.end(), 0.0);
-    CostOverride* first = overrides.begin();
-    for (std::size_t j = 0; j < n; ++j)
+    if (count > 1)
     {
-        CostOverride* last = first;
-        for (; last != overrides.end() && last->truth == j; ++last)
-            last->cost = sums[last->decision] + last->cost * joint[j];
-        const double own = sums[j];
-        const double term = costs.defaultMisclassificationCost() * joint[j];
-        double* const sum = sums.begin();
-        for (std::size_t i = 0; i < n; ++i)
-            sum[i] += term;
-        sum[j] = own;
-        for (; first != last; ++first)
-            sum[first->decision] = first->cost;
+        Exceptions byDecision(count);
+        sortByKey(overrides, byDecision, n, [](const tkNMSharedSums::Exception& e) { return e.sum; });
+        sortByKey(byDecision, overrides, sums.size() / tkNMSharedSums::group,
+                  [](const tkNMSharedSums::Exception& e) { return e.place / tkNMSharedSums::group; });
     }
+    tkNMSharedSums::compute(sums.data(), terms.data(), sums.size(), overrides.data(), count);
+}
+
+/// The place of each category by ascending cost, those of equal cost in their order. To count those that come before
+/// each is quicker for a few categories than a sort, whose comparisons cannot be foreseen. False if a cost is NaN: of
+/// two categories one comes before the other, but with a NaN neither does.
+bool countPlaces(tkScratch<std::size_t>& places, const double* costs)
+{
+    const std::size_t n = places.size();
+    std::size_t pairs = 0;
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        const double cost = costs[i];
+        std::size_t before = 0;
+        for (std::size_t j = 0; j < i; ++j)
+            before += costs[j] <= cost;
+        for (std::size_t j = i + 1; j < n; ++j)
+            before += costs[j] < cost;
+        places[i] = before;
+        pairs += before;
+    }
+    return 2 * pairs == n * (n - 1);
 }
 } // namespace
 
-tkClassifierCategoryResult::tkClassifierCategoryResult(long categoryLabel, double matchScore, double classScore,
-                                                       double expectedCost)
-    : categoryLabel_(categoryLabel),
-      matchScore_(matchScore),
-      classScore_(classScore),
-      expectedCost_(expectedCost)
+void tkClassifierCategoryResult::fail_(long categoryLabel, double matchScore, double classScore)
 {
     if (categoryLabel < 0)
         throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
@@ -137,8 +166,7 @@ tkClassifierCategoryResult::tkClassifierCategoryResult(long categoryLabel, doubl
         throw tkClassifierDefs::BadParams(tk_Messages::scoresInUnitRange);
     if (classScore < 0.0 || classScore > 1.0)
         throw tkClassifierDefs::BadParams(tk_Messages::scoresInUnitRange);
-    if (expectedCost < 0.0)
-        throw tkClassifierDefs::BadParams(tk_Messages::costsNotNegative);
+    throw tkClassifierDefs::BadParams(tk_Messages::costsNotNegative);
 }
 
 bool tkClassifierCategoryResult::operator==(const tkClassifierCategoryResult& other) const
@@ -170,32 +198,47 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
       matchScoreFactorLog_(matchScoreFactorLog)
 {
     const std::size_t n = categoryResults_.size();
-    LabelIndex index(categoryResults_);
+    const LabelIndex index(categoryResults_);
+    if (index.hasNegativeLabel())
+        throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
 
     tkScratch<double> priors(n);
-    fillPriors(priors, categoryResults_, index, frequencies);
+    fillPriors(priors, index, frequencies);
     double priorSum = 0.0;
     for (const double prior : priors)
         priorSum += prior;
     if (priorSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
 
-    tkScratch<double> joint(n);
-    double jointSum = 0.0;
+    tkScratch<double> matchScores(n);
     for (std::size_t i = 0; i < n; ++i)
-    {
-        joint[i] = (categoryResults_[i].matchScore() * priors[i]) / priorSum;
-        jointSum += joint[i];
-    }
+        matchScores[i] = categoryResults_[i].matchScore();
+    tkScratch<double>& joint = priors; // each is needed for its own joint score only
+    for (std::size_t i = 0; i < n; ++i)
+        joint[i] = (matchScores[i] * priors[i]) / priorSum;
+    double jointSum = 0.0;
+    for (const double score : joint)
+        jointSum += score;
     if (jointSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");
 
-    tkScratch<double>& sums = priors; // no longer needed
-    addCosts(sums, joint, n, index, costs);
+    tkScratch<double> sums((n + tkNMSharedSums::group - 1) / tkNMSharedSums::group * tkNMSharedSums::group);
+    sumCosts(sums, joint, n, index, costs);
+    for (std::size_t i = 0; i < n; ++i)
+        joint[i] /= jointSum;
+    for (std::size_t i = 0; i < n; ++i)
+        sums[i] /= jointSum;
+
+    tkScratch<std::size_t> places(n);
+    if (n <= 32 && index.isAscending() && countPlaces(places, sums.data()))
+    {
+        for (std::size_t i = 0; i < n; ++i)
+            categoryResults_[places[i]] = tkClassifierCategoryResult(index.label(i), matchScores[i], joint[i], sums[i]);
+        return;
+    }
     for (std::size_t i = 0; i < n; ++i)
         categoryResults_[i] =
-            tkClassifierCategoryResult(categoryResults_[i].categoryLabel(), categoryResults_[i].matchScore(),
-                                       joint[i] / jointSum, sums[i] / jointSum);
+            tkClassifierCategoryResult(categoryResults_[i].categoryLabel(), matchScores[i], joint[i], sums[i]);
     sort_();
 }
 

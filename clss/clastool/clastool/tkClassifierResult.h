@@ -17,7 +17,16 @@ public:
     /// Throws tkClassifierDefs::BadLabel if categoryLabel < 0, then tkClassifierDefs::BadParams if matchScore,
     /// then if classScore is below 0 or above 1, then if expectedCost < 0. A NaN passes.
     tkClassifierCategoryResult(long categoryLabel = 0, double matchScore = 0.0, double classScore = 0.0,
-                               double expectedCost = 0.0);
+                               double expectedCost = 0.0)
+        : categoryLabel_(categoryLabel),
+          matchScore_(matchScore),
+          classScore_(classScore),
+          expectedCost_(expectedCost)
+    {
+        if (categoryLabel < 0 || matchScore < 0.0 || matchScore > 1.0 || classScore < 0.0 || classScore > 1.0 ||
+            expectedCost < 0.0)
+            fail_(categoryLabel, matchScore, classScore);
+    }
 
     long categoryLabel() const { return categoryLabel_; }
     /// The classifier's raw score in [0, 1]; what it means depends on the method.
@@ -33,6 +42,9 @@ public:
 
 private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierCategoryResult& result);
+
+    // Given values, not the object: it can then stay in registers until it is stored.
+    [[noreturn]] static void fail_(long categoryLabel, double matchScore, double classScore);
 
     long categoryLabel_;
     double matchScore_;

@@ -12,6 +12,8 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
+#include <algorithm>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -121,6 +123,17 @@ class FailingTree : public UnknownTree
 {
 public:
     tkPtrHandle<tkDecisionTree> clone() const override { throw tkClassifierDefs::BadParams(L"no clone"); }
+};
+
+/// A range predicate that is always false.
+class NeverInRange : public tkRangePredicate
+{
+public:
+    bool outcome(const tkFeaturePattern&) const override { return false; }
+    tkPtrHandle<tkPredicateFunction> clone() const override
+    {
+        return tkPtrHandle<tkPredicateFunction>(new NeverInRange(*this));
+    }
 };
 
 class FailingPredicate : public tkPredicateFunction
@@ -298,6 +311,47 @@ TEST(tk_ClassifierDecisionTree, resultsAreThoseOfThePlainDefinition)
                 EXPECT_TRUE(resultFor(classifier, pattern) == plain::run(*tree, pattern));
             }
         }
+}
+
+TEST(tk_ClassifierDecisionTree, rangePredicatesAreAskedAsTheyStand)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double infinity = std::numeric_limits<double>::infinity();
+    const std::vector<double> values{nan, -infinity, -1.0, -0.0, 0.0, 5e-324, 0.5, 1.0, 2.0, infinity};
+    const std::vector<tkRange> ranges{tkRange(),         tkRange(0.0, 1.0),      tkRange(1.0, 0.0),
+                                      tkRange(nan, 1.0), tkRange(0.0, infinity), tkRange(-infinity, 0.5)};
+    const std::vector<std::vector<long>> lists{{}, {0}, {1}, {2}, {0, 1}, {1, 0, 1}, {0, 2}};
+    for (const tkRange& range : ranges)
+        for (const std::vector<long>& list : lists)
+        {
+            const tkRangePredicate predicate(range, list);
+            const tk_ClassifierDecisionTree classifier =
+                classifierOf(tkDecisionTreeNode(predicate, *leaf({1}), *leaf({2})));
+            for (const double a : values)
+                for (const double b : values)
+                    for (const std::vector<long>& invalid : std::vector<std::vector<long>>{{}, {0}, {1}})
+                    {
+                        bool outcome = true;
+                        for (const long i : list)
+                        {
+                            const double value = i == 0 ? a : b;
+                            const bool isValid = i < 2 && std::find(invalid.begin(), invalid.end(), i) == invalid.end();
+                            if (!isValid || !range.isWithin(value))
+                                outcome = false;
+                        }
+                        const tkFeaturePattern pattern({a, b}, invalid);
+                        EXPECT_EQ(outcome ? 1 : 2,
+                                  resultFor(classifier, pattern).categoryResults().front().categoryLabel());
+                        EXPECT_EQ(outcome, predicate.outcome(pattern));
+                    }
+        }
+}
+
+TEST(tk_ClassifierDecisionTree, predicateOfAClassDerivedFromTheRangePredicateGivesItsOwnOutcome)
+{
+    const tk_ClassifierDecisionTree classifier =
+        classifierOf(tkDecisionTreeNode(NeverInRange(), *leaf({1}), *leaf({2})));
+    EXPECT_EQ(2, resultFor(classifier, tkFeaturePattern({1.0})).categoryResults().front().categoryLabel());
 }
 
 TEST(tk_ClassifierDecisionTree, runAllocatesNothingButTheResultsCategories)

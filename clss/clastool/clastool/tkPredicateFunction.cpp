@@ -1,7 +1,6 @@
 #include "clss/clastool/clastool/tkPredicateFunction.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
-#include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkArchiveOperators.h"
 
 #include <algorithm>
@@ -42,16 +41,6 @@ tkRangePredicate::tkRangePredicate(const tkRange& range, const std::vector<long>
       indices_(indices)
 {
     requireIndices(indices_);
-}
-
-bool tkRangePredicate::outcome(const tkFeaturePattern& pattern) const
-{
-    const std::vector<double>& measurements = pattern.featureMeasurements(false);
-    return std::all_of(indices_.begin(), indices_.end(),
-                       [&](long index) {
-                           return pattern.isValid(index) &&
-                                  range_.isWithin(measurements[static_cast<std::size_t>(index)]);
-                       });
 }
 
 tkPtrHandle<tkPredicateFunction> tkRangePredicate::clone() const

@@ -1,13 +1,11 @@
 #ifndef CLSS_CLASTOOL_CLASTOOL_TKPREDICATEFUNCTION_H
 #define CLSS_CLASTOOL_CLASTOOL_TKPREDICATEFUNCTION_H
 
-#include "foundation/tkPersistent.h"
+#include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkPtrHandle.h"
 #include "foundation/tkRange.h"
 
 #include <vector>
-
-class tkFeaturePattern;
 
 /// The question that a node of a decision tree asks about a pattern.
 ///
@@ -59,7 +57,14 @@ public:
     const tkRange& range() const { return range_; }
     const std::vector<long>& indices() const { return indices_; }
 
-    bool outcome(const tkFeaturePattern& pattern) const override;
+    bool outcome(const tkFeaturePattern& pattern) const override
+    {
+        const std::vector<double>& measurements = pattern.featureMeasurements(false);
+        for (const long index : indices_)
+            if (!pattern.isValid(index) || !range_.isWithin(measurements[static_cast<std::size_t>(index)]))
+                return false;
+        return true;
+    }
     tkPtrHandle<tkPredicateFunction> clone() const override;
 
     /// Equal ranges, and the same indices in the same order.

@@ -1,9 +1,11 @@
 #ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERFEATURESCORE_H
 #define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERFEATURESCORE_H
 
+#include "foundation/tkChangeCount.h"
 #include "foundation/tkPtrHandle.h"
 
 class tkArchive;
+class tk_RuleFilter;
 
 /// Membership function of one feature (Zadeh, Information and Control 8, 1965): to which degree in [0, 1] a
 /// value is what a rule expects of the feature. The score -1.0 is reserved: it tells the rule to leave the
@@ -37,6 +39,8 @@ public:
 ///              \                from (x0, y0) to (x1, y1), y1 from x1 to xc inclusive, 0 beyond xc.
 ///         y1    \_______        Running towards smaller values (xc <= x1 <= x0): the mirror image.
 ///           x0   x1     | xc
+///
+/// A trained rule table that holds it must hear of every change: what writes a field reports it to changes_.
 class TK_EXPORT tkClassifierFeatureScoreOneSided : public tkClsFtSc
 {
 public:
@@ -49,13 +53,13 @@ public:
 
     /// End of the outer plateau. The setters of x0, x1 and xc check nothing: score() does.
     double x0() const { return x0_; }
-    void x0(double x0) { x0_ = x0; }
+    void x0(double x0) { set_(x0_, x0); }
     /// Start of the inner plateau.
     double x1() const { return x1_; }
-    void x1(double x1) { x1_ = x1; }
+    void x1(double x1) { set_(x1_, x1); }
     /// Cut-off, itself still on the inner plateau.
     double xc() const { return xc_; }
-    void xc(double xc) { xc_ = xc; }
+    void xc(double xc) { set_(xc_, xc); }
     /// Level of the outer plateau. Throws tkClassifierDefs::BadParams unless it is in [0, 1].
     double y0() const { return y0_; }
     void y0(double y0);
@@ -71,7 +75,14 @@ public:
 
 private:
     friend class tkClassifierFeatureScoreTwoSided;
+    friend class tk_RuleFilter;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreOneSided& function);
+
+    void set_(double& field, double value)
+    {
+        field = value;
+        changes_.changed();
+    }
 
     /// The score where x1 is known to lie between x0 and xc.
     double scoreInOrder_(double value) const;
@@ -81,10 +92,11 @@ private:
     double xc_ = 1.0;
     double y0_ = 1.0;
     double y1_ = 0.0;
+    tkChangeReport changes_;
 };
 
 /// Two one-sided functions back to back, usually a trapezoid: Low runs towards smaller values, High towards
-/// larger ones, and no x of Low lies above the lowest x of High.
+/// larger ones, and no x of Low lies above the lowest x of High. The halves report their changes.
 class TK_EXPORT tkClassifierFeatureScoreTwoSided : public tkClsFtSc
 {
 public:
@@ -132,6 +144,9 @@ public:
 
 private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreTwoSided& function);
+
+    /// score() as it is defined.
+    double scoreAnyShape_(double value) const;
 
     tkClassifierFeatureScoreOneSided low_;
     tkClassifierFeatureScoreOneSided high_;

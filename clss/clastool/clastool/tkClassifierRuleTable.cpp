@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tkClassifierRuleTable.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_RuleFilter.h"
 #include "foundation/tkArchiveOperators.h"
 
 #include <algorithm>
@@ -23,7 +24,7 @@ void tkClassifierRule::init(const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMe
     label_ = label;
 }
 
-double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) const
+inline double tkClassifierRule::product_(const tkClassifierFeatureVector& featureVector, int& used) const
 {
     const std::vector<double>& values = featureVector.featureValues();
     if (values.size() != scoringMethods_.size())
@@ -32,7 +33,6 @@ double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) c
         throw tkClassifierDefs::BadParams(noFeatureValues);
 
     double product = 1.0;
-    int used = 0;
     for (std::size_t i = 0; i < values.size(); ++i)
     {
         const double s = scoringMethods_[i]->score(values[i]);
@@ -41,9 +41,46 @@ double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) c
         product *= s;
         ++used;
     }
+    return product;
+}
+
+inline double tkClassifierRule::mean_(double product, int used)
+{
     if (!(product > 0.0) || used == 0)
         return product;
     return std::pow(product, 1.0 / used);
+}
+
+double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) const
+{
+    int used = 0;
+    const double product = product_(featureVector, used);
+    return mean_(product, used);
+}
+
+/// Without pow where it is clear what pow would say. Let n = used, e the double next to 1 / n, p = product, t =
+/// threshold.
+///
+/// As long as no multiplication underflows, `power` is t^n but for n roundings, far less than the margin of n * 1e-12.
+/// So p > power * (1 + margin) means p^(1/n) > t * (1 + 0.9e-12). The relative error of e, 2^-53, changes p^e by a
+/// factor of at most exp(2^-53 * |ln p|) < 1 + 1e-13, because |ln p| < 746 for every p > 0 but infinity, whose mean is
+/// infinity; that leaves pow an error of more than 3000 units in the last place. The same holds below the margin.
+bool tkClassifierRule::exceeds_(const tkClassifierFeatureVector& featureVector, double threshold) const
+{
+    int used = 0;
+    const double product = product_(featureVector, used);
+    double power = 1.0;
+    for (int i = 0; i < used; ++i)
+        power *= threshold;
+    if (power > 1e-300) // then no earlier product was smaller
+    {
+        const double margin = 1e-12 * used;
+        if (product > power * (1.0 + margin))
+            return true;
+        if (product < power * (1.0 - margin))
+            return false;
+    }
+    return mean_(product, used) > threshold;
 }
 
 bool tkClassifierRule::operator==(const tkClassifierRule& other) const
@@ -63,6 +100,7 @@ void tkClassifierRuleTable::train(const std::vector<tkClassifierRule>& rules)
         if (rule.scoringMethods().size() != ruleSize)
             throw tkClassifierDefs::BadParams(L"rules[i].scoringMethods().size() != ruleSize");
     std::vector<tkClassifierRule> copy = rules;
+    filter_ = tk_RuleFilter::make(copy);
     rules_ = std::move(copy);
 }
 
@@ -80,9 +118,10 @@ long tkClassifierRuleTable::classifyHardThreshold(const tkClassifierFeatureVecto
         throw tkClassifierDefs::BadParams(
             // The unbalanced bracket is part of the text.
             L"featureVector.featureValues().size() != rules_[0].scoringMethods().size())");
-    for (const tkClassifierRule& rule : rules_)
-        if (rule.score(featureVector) > hardThreshold)
-            return rule.label();
+    tk_RuleFilter::Candidates candidates(filter_.get(), featureVector.featureValues());
+    for (std::size_t r = candidates.next(0); r < rules_.size(); r = candidates.next(r + 1))
+        if (rules_[r].exceeds_(featureVector, hardThreshold))
+            return rules_[r].label();
     return -1;
 }
 
@@ -103,5 +142,10 @@ tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule)
 
 tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table)
 {
-    return archive || table.rules_;
+    if (archive.isStoring())
+        return archive || table.rules_;
+    table.filter_.reset();
+    archive || table.rules_;
+    table.filter_ = tk_RuleFilter::make(table.rules_);
+    return archive;
 }

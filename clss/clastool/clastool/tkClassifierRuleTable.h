@@ -3,7 +3,10 @@
 
 #include "clss/clastool/clastool/tkClassifierFeatureScore.h"
 
+#include <memory>
 #include <vector>
+
+class tk_RuleFilter;
 
 /// The rule table's input: one value per feature, in the order of the rules' scoring methods.
 class TK_EXPORT tkClassifierFeatureVector
@@ -46,7 +49,15 @@ public:
     bool operator!=(const tkClassifierRule& other) const { return !(*this == other); }
 
 private:
+    friend class tkClassifierRuleTable;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule);
+
+    /// The degrees of membership multiplied, those left out excepted, and how many they are. Throws as score() does.
+    double product_(const tkClassifierFeatureVector& featureVector, int& used) const;
+    static double mean_(double product, int used);
+
+    /// Whether the score is greater than `threshold`, which is in [0, 1]. Throws as score() does.
+    bool exceeds_(const tkClassifierFeatureVector& featureVector, double threshold) const;
 
     std::vector<tkPtrHandle<tkClsFtSc>> scoringMethods_;
     long label_ = 0;
@@ -54,6 +65,9 @@ private:
 
 /// A classifier written by hand: the first of its rules that fits well enough decides. Put the most specific
 /// rules first. It is untrained until it is given rules.
+///
+/// Training and loading also make a filter of the rules, which spares the table to score rules that cannot pass. It
+/// changes no answer, nor when a scoring function is changed later: then it is not used until the next training.
 class TK_EXPORT tkClassifierRuleTable
 {
 public:
@@ -89,6 +103,7 @@ private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table);
 
     std::vector<tkClassifierRule> rules_;
+    std::shared_ptr<const tk_RuleFilter> filter_; // of rules_, shared by copies; may be null
 };
 
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVector);

@@ -11,14 +11,11 @@
 
 /// Tells which rules of a table cannot score above 0 for given values, without scoring them.
 ///
-/// A value at which one of its functions scores 0 vetoes a rule: its product is 0, or NaN where another degree is
-/// infinite, and neither exceeds a threshold. Functions score 0 outside of an interval, their support. The filter cuts
-/// the values of each feature into levels and keeps for each level a bit per rule: whether its support reaches it.
-/// A rule with a function that could throw, or of a class that is not known, is never vetoed.
-///
-/// A filter never changes and belongs to the table it was made for and to copies of it, which share the functions.
-/// The functions are not its own: they take part in change counts, and once a number differs from the one noted here
-/// the filter is out of date and vetoes nothing any more.
+/// A value at which a function scores 0 vetoes its rule: the product is 0, or NaN if another degree is infinite. The
+/// filter cuts each feature into levels and keeps a bit per level and rule: whether the function's support, outside of
+/// which it scores 0, reaches it. A rule with a function that could throw or is of an unknown class has no vetoes.
+/// A filter belongs to a table and its copies and never changes. The functions are not its own: they take part in
+/// change counts, and once a number is not the one noted here the filter vetoes nothing any more.
 class tk_RuleFilter
 {
     static constexpr std::size_t blockRules = 64;

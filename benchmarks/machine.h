@@ -16,4 +16,7 @@ void multiplyAdd(double* sums, const double* values, double factor, long count);
 /// the k smallest kept. Returns the indices of the k nearest rows, nearest first.
 std::vector<long> nearestByScan(const double* rows, long numRows, long columns, const double* query, long k);
 
+/// The same where each row lies somewhere else.
+std::vector<long> nearestByScan(const std::vector<const double*>& rows, long columns, const double* query, long k);
+
 #endif

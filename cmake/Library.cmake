@@ -5,7 +5,8 @@ file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})
 file(GLOB clastool_headers CONFIGURE_DEPENDS ${clastool_headers})
 # Only .cpp files include these.
 list(FILTER clastool_headers EXCLUDE REGEX
-  "/(tkNMFollow|tkNMLanes|tkNMLearner|tkNMSharedSums|tk_CategoryLearners|tk_Messages|tk_PersistentClasses|tk_RuleFilter)\\.h$")
+list(FILTER clastool_headers EXCLUDE REGEX
+  "/(tkNMFollow|tkNMLanes|tkNMLearner|tkNMSharedSums|tkNMWideDistances|tkPrefetch|tk_CategoryLearners|tk_Messages|tk_PersistentClasses|tk_RuleFilter)\\.h$")
 
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)

@@ -1,7 +1,9 @@
 #include "numerics/tkNMNeighborSearch.h"
 
 #include "foundation/tkAssert.h"
+#include "foundation/tkPrefetch.h"
 #include "numerics/tkNMNeighborList.h"
+#include "numerics/tkNMWideDistances.h"
 
 #include <algorithm>
 #include <cmath>
@@ -42,6 +44,26 @@
 // centre has a relative error of 2^-53, so that all errors in evaluating the right hand side stay below the 1e-6
 // steps and the factor 1 + 1e-9 that are added to it, whatever the magnitudes are.
 //
+// Queries outside of what bytes stand for lose much of their distances when they are clipped. In steps, let y be a row
+// and z the query before clipping, y' and z' afterwards, and g = z - z'. Where g_c is not 0, z'_c lies at the end of
+// the range that y'_c lies in, and |y'_c - z_c| = |y'_c - z'_c| + |g_c|. So for m = 1 and 2, and with w_x = y - x^,
+// which is not shorter than y - y' and of which each block keeps the largest Euclidean norm,
+//
+//   |y' - z'|^m + |g|^m <= |y' - z|^m <= (|y - z| + |w_x|)^m
+//
+// and a row is also ruled out if
+//
+//   sum > (((n^(1/m - 1/p) B / h + |w_x|_m)^m - |g|^m)^(1/m) + |e_x|_m + |e_q|_m)^m / 2^s                         (3)
+//
+// Far away that is little better for m = 2, and there sums of bytes overflow before they reach the limit, as they
+// also do for queries inside when the rows are few distinct ones and far between. Then tkNMWideDistances deliver
+// bounds of |z - x^|^2 - |g|^2 itself, neither clipped nor rounded, that keep what tells rows apart however large g is,
+// and a row is ruled out if
+//
+//   (sum - slack) unit > (n^(1/2 - 1/p) B / h + |w_x|)^2 - |g|^2                                                 (4)
+//
+// where the right hand side is a product, lest it cancels. A g that is 1e-11 times too small outweighs its roundings.
+//
 // Doubles. For p = 1, 2, 3 the powers t^p of t = fl|x - q| come from multiplications; the sum a of a row and the sum
 // of the definition start from the same t. With u = 2^-53, with pow good to 16 u (libraries promise 2 u) and unless
 // there is underflow, they are S (1 + (n + 2) u) and S (1 + (n + 16) u) at most, S being the exact sum of t^p; and
@@ -57,8 +79,8 @@
 // The order of work. Pass 1 keeps of each block the smallest sum. The rows that have the k smallest of these are k
 // distinct rows, hence give a first bound. Pass 2 returns to the blocks whose smallest sum does not exceed it. The rows
 // found there wait as candidates, with their keys, until all blocks are done and the k-th smallest key is known, so
-// that the definition is computed for few of them. If more than a fifth of the rows pass the test of bytes, reading
-// these one by one gains nothing over reading all, and the rest is done without the bytes.
+// that the definition is computed for few of them. Where most rows of a block pass the test of bytes, the next blocks
+// are likely to be no better, and are taken without it.
 
 #if defined(__GNUC__)
 #define TK_ALWAYS_INLINE [[gnu::always_inline]] inline
@@ -70,6 +92,7 @@ namespace
 {
 using Bytes = tkNMByteDistances;
 
+constexpr double largestFloat = std::numeric_limits<float>::max();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double largestModest = 1e90;
 constexpr double largestOrder = 64.0;
@@ -77,10 +100,14 @@ constexpr double smallestStep = 1e-200;
 constexpr double tinySum = 0x1p-960;
 
 constexpr long chunkBlocks = 16;
-constexpr long smallestShadow = 128; // rows; fewer are as fast without
-constexpr long sampleRows = 4096;    // that centres and step are taken from
-constexpr long sampleTail = 512;     // one sample row in so many may be clipped at either end of a column
-constexpr long batchRows = 16;       // fetched together: enough to overlap their cache misses
+constexpr long smallestShadow = 128;   // rows; fewer are as fast without
+constexpr long sampleRows = 4096;      // that centres and step are taken from
+constexpr long sampleTail = 512;       // one sample row in so many may be clipped at either end of a column
+constexpr long batchRows = 16;         // fetched together: enough to overlap their cache misses
+constexpr long prefetchedColumns = 32; // of a row; more follow by themselves
+constexpr long blocksUnfiltered = 4;   // taken whole after one of which most rows passed
+constexpr double largestSum = 65535.0;
+constexpr double farthest = 1e15; // steps
 constexpr long mostMinima = 16384;
 constexpr long mostCandidates = 512;
 constexpr long mostKnown = 8;
@@ -201,7 +228,7 @@ void searchByDefinition(const tkNMNeighborSearch::Rows& source, long numRows, co
 
 std::size_t tkNMNeighborSearch::memory() const
 {
-    std::size_t bytes = centres_.capacity() * sizeof(double) + errors_.capacity() * sizeof(float) +
+    std::size_t bytes = centres_.capacity() * sizeof(double) + errors_.capacity() * sizeof errors_[0] +
                         chunks_.capacity() * sizeof chunks_[0];
     for (const std::vector<Line>& chunk : chunks_)
         bytes += chunk.capacity() * sizeof(Line);
@@ -242,7 +269,7 @@ void tkNMNeighborSearch::fit_(const Rows& rows, long numRows)
 {
     chunks_.clear();
     errors_.clear();
-    largestError_ = 0.0f;
+    largestErrors_ = {0.0f, 0.0f};
     const long size = std::min(numRows, sampleRows);
     const long tail = size / sampleTail;
     std::vector<long> indices(size);
@@ -270,17 +297,20 @@ void tkNMNeighborSearch::fit_(const Rows& rows, long numRows)
     fitRows_ = numRows;
 }
 
-// Rounds a row to bytes; returns the sum of the squared rounding errors.
-double tkNMNeighborSearch::toBytes_(const double* row, std::int8_t* bytes) const
+// Rounds a row to bytes.
+tkNMNeighborSearch::Errors_ tkNMNeighborSearch::toBytes_(const double* row, std::int8_t* bytes) const
 {
     const double stepsPerUnit = 1.0 / step_;
     double squares[4] = {};
+    double wholeSquares[4] = {};
     const auto round = [&](int lane, long c)
     {
-        const double exact = std::min(std::max((row[c] - centres_[c]) * stepsPerUnit, -127.0), 127.0);
+        const double whole = (row[c] - centres_[c]) * stepsPerUnit;
+        const double exact = std::min(std::max(whole, -127.0), 127.0);
         const int byte = static_cast<int>(exact + 127.5) - 127;
         bytes[c] = static_cast<std::int8_t>(byte);
         squares[lane] += (exact - byte) * (exact - byte);
+        wholeSquares[lane] += (whole - byte) * (whole - byte);
     };
     long c = 0;
     for (; c + 4 <= numColumns_; c += 4)
@@ -288,7 +318,12 @@ double tkNMNeighborSearch::toBytes_(const double* row, std::int8_t* bytes) const
             round(lane, c + lane);
     for (; c < numColumns_; ++c)
         round(0, c);
-    return (squares[0] + squares[1]) + (squares[2] + squares[3]);
+    const auto norm = [](const double* s)
+    {
+        const double result = std::sqrt((s[0] + s[1]) + (s[2] + s[3])) * (1.0 + 1e-6);
+        return result > largestFloat ? std::numeric_limits<float>::infinity() : static_cast<float>(result);
+    };
+    return {norm(squares), norm(wholeSquares)};
 }
 
 // Adds the next 64 rows to the shadow.
@@ -303,17 +338,19 @@ void tkNMNeighborSearch::appendBlock_(const Rows& rows)
         chunks_.emplace_back(chunkBlocks * numColumns_);
     std::int8_t* bytes = chunks_.back()[block % chunkBlocks * numColumns_].bytes;
     std::int8_t rowBytes[Bytes::maxColumns];
-    double largest = 0.0;
+    Errors_ largest{0.0f, 0.0f};
     for (long row = 0; row < Bytes::blockRows; ++row)
     {
-        largest = std::max(largest, toBytes_(fetched[row], rowBytes));
+        const Errors_ errors = toBytes_(fetched[row], rowBytes);
+        largest = {std::max(largest.clipped, errors.clipped), std::max(largest.whole, errors.whole)};
         for (long c = 0; c + 2 <= numColumns_; c += 2)
             std::memcpy(bytes + Bytes::offset(numColumns_, row, c), rowBytes + c, 2);
         if (numColumns_ % 2 != 0)
             bytes[Bytes::offset(numColumns_, row, numColumns_ - 1)] = rowBytes[numColumns_ - 1];
     }
-    errors_.push_back(static_cast<float>(std::sqrt(largest) * (1.0 + 1e-6)));
-    largestError_ = std::max(largestError_, errors_.back());
+    errors_.push_back(largest);
+    largestErrors_.clipped = std::max(largestErrors_.clipped, largest.clipped);
+    largestErrors_.whole = std::max(largestErrors_.whole, largest.whole);
 }
 
 const tkNMByteDistances::Line* tkNMNeighborSearch::block_(long block) const
@@ -345,19 +382,12 @@ public:
 
     void run()
     {
-        long next = 0;
         if (search_.numBlocks_() > 0)
-            next = searchBlocks_() * Bytes::blockRows;
+            searchBlocks_();
         else
             list_.clear();
-        takeBatch_(true);
-        for (; next < search_.numRows_; next += batchRows)
-        {
-            batchSize_ = std::min(batchRows, search_.numRows_ - next);
-            for (long j = 0; j < batchSize_; ++j)
-                batch_[j] = next + j;
-            takeBatch_(true);
-        }
+        takeAll_(search_.numBlocks_() * Bytes::blockRows, search_.numRows_);
+        finishTaking_(true);
         decide_();
     }
 
@@ -377,110 +407,197 @@ private:
         double distance;
     };
 
-    // Searches blocks from the first one on. Returns how many it searched: all, or fewer if the bytes rule out too few
-    // rows.
-    long searchBlocks_()
+    // Blocks of bytes and a query in bytes.
+    struct Near_
+    {
+        Bytes bytes;
+        Bytes::Query query;
+
+        Near_(long columns, int power, Instructions instructions) : bytes(columns, power, instructions) {}
+        void sums(const Line* block, std::uint16_t* sums) const { bytes.sums(block, query, sums); }
+        void minima(const Line* blocks, long count, std::uint16_t* minima) const
+        {
+            bytes.minima(blocks, count, query, minima);
+        }
+    };
+
+    // Searches the blocks by the tests (1) and (3), or by (4) where sums of bytes overflow before they reach what rules
+    // rows out.
+    void searchBlocks_()
     {
         const int power = order_ < 2.0 ? 1 : 2;
-        const Bytes bytes(n_, power, instructions_);
-        Bytes::Query query;
-        const double errorSquares = search_.toBytes_(query_, query.bytes);
-        bytes.prepare(query);
-        // Factors of (1), which turn norms of order p and of order 2 into norms of order m.
+        Near_ near(n_, power, instructions_);
+        const double queryError = search_.toBytes_(query_, near.query.bytes).clipped;
+        near.bytes.prepare(near.query);
+        // Factors that turn norms of order p and of order 2 into norms of order m.
         const double columns = static_cast<double>(n_);
         const double reachFactor = std::pow(columns, 1.0 / power - 1.0 / order_) / search_.step_;
         const double errorFactor = power == 1 ? std::sqrt(columns) : 1.0;
-        const double queryError = errorFactor * std::sqrt(errorSquares) + 1e-6;
-        const double scale = std::ldexp(1.0, -bytes.shift()) * (1.0 + 1e-9);
-        const auto limit = [&](double rowError)
+        const double scale = std::ldexp(1.0, -near.bytes.shift()) * (1.0 + 1e-9);
+        const double outside = outside_(power);
+        const auto inside = [&](const Errors_& errors) // what the m-th power of a row's distance has inside the bytes
         {
-            const double reach = reach_ * reachFactor + errorFactor * rowError + queryError;
-            return static_cast<long>(std::min((power == 2 ? reach * reach : reach) * scale, 65535.0));
+            const double reach = reach_ * reachFactor + errorFactor * errors.whole + 1e-6;
+            return power == 1 ? reach - outside : (reach - outside) * (reach + outside);
         };
-
-        std::uint16_t sums[Bytes::blockRows];
-        std::uint16_t minima[mostMinima];
-        const long blocks = search_.numBlocks_();
-        long numMinima = std::min(blocks, mostMinima);
-        if (k_ > numMinima / 8)
-            numMinima = 0;
-
-        // Pass 1.
-        for (long first = 0; first < numMinima; first += chunkBlocks)
-            bytes.minima(search_.block_(first), std::min(chunkBlocks, numMinima - first), query, minima + first);
-        if (numMinima > 0)
+        const auto nearLimit = [&](const Errors_& errors)
         {
-            selectSmallest_(minima, numMinima);
-            for (long i = 0; i < k_; ++i)
+            double reach = reach_ * reachFactor;
+            if (outside > 0.0)
             {
-                const long block = static_cast<long>(selection_[i]) % mostMinima;
-                bytes.sums(search_.block_(block), query, sums);
-                const long row = std::min_element(sums, sums + Bytes::blockRows) - sums;
-                take_(block * Bytes::blockRows + row, false);
+                const double rest = std::max(inside(errors), 0.0);
+                reach = std::min(reach, power == 1 ? rest : std::sqrt(rest));
             }
-            takeBatch_(false);
-            std::fill(keys_, keys_ + k_, infinity);
-        }
+            reach += errorFactor * (errors.clipped + queryError) + 1e-6;
+            return (power == 1 ? reach : reach * reach) * scale;
+        };
+        firstPass_(near);
+        if (power == 1 || numMinima_ == 0 || nearLimit(search_.largestErrors_) < largestSum)
+            return secondPass_(near, nearLimit);
 
-        // Pass 2.
-        list_.clear();
-        // Without pass 1 the bound comes down as rows are looked at, and many pass at first.
-        const long allowed = 8 * k_ + 2 * Bytes::blockRows;
-        long block = 0;
-        for (long passed = 0; block < blocks && passed <= block * Bytes::blockRows / 5 + allowed; ++block)
+        const tkNMWideDistances wide(n_, query_, search_.centres_.data(), 1.0 / search_.step_, instructions_);
+        firstPass_(wide);
+        secondPass_(wide,
+                    [&](const Errors_& errors) { return inside(errors) / wide.unit() * (1.0 + 1e-9) + wide.slack(); });
+    }
+
+    // |g|_m for the query. Where it is too large to tell rows apart, 0.0 serves as well.
+    double outside_(int power) const
+    {
+        const double stepsPerUnit = 1.0 / search_.step_;
+        double sum = 0.0;
+        for (long c = 0; c < n_; ++c)
         {
-            const long highest = limit(search_.largestError_);
-            while (block < numMinima && minima[block] > highest)
+            const double g = std::max(std::fabs((query_[c] - search_.centres_[c]) * stepsPerUnit) - 127.0, 0.0);
+            sum += power == 1 ? g : g * g;
+        }
+        const double norm = (power == 1 ? sum : std::sqrt(sum)) * (1.0 - 1e-11);
+        return norm <= farthest ? norm : 0.0;
+    }
+
+    // Keeps the smallest sums of blocks; bounds what the list can hold by the k rows that seem nearest.
+    template <class Distances>
+    void firstPass_(const Distances& distances)
+    {
+        numMinima_ = std::min(search_.numBlocks_(), mostMinima);
+        if (k_ > numMinima_ / 8)
+            numMinima_ = 0;
+        if (numMinima_ == 0)
+            return;
+        for (long first = 0; first < numMinima_; first += chunkBlocks)
+            distances.minima(search_.block_(first), std::min(chunkBlocks, numMinima_ - first), minima_ + first);
+        selectSmallest_();
+        std::uint16_t sums[Bytes::blockRows];
+        for (long i = 0; i < k_; ++i)
+        {
+            const long block = static_cast<long>(selection_[i]) % mostMinima;
+            distances.sums(search_.block_(block), sums);
+            const long row = std::min_element(sums, sums + Bytes::blockRows) - sums;
+            take_(block * Bytes::blockRows + row, false);
+        }
+        finishTaking_(false);
+        std::fill(keys_, keys_ + k_, infinity);
+    }
+
+    // Takes all rows but those whose sums exceed limit(their errors).
+    template <class Distances, class Limit>
+    void secondPass_(const Distances& distances, const Limit& exactLimit)
+    {
+        const auto limit = [&](const Errors_& errors)
+        { return static_cast<long>(std::min(std::max(exactLimit(errors), -1.0), largestSum)); };
+        list_.clear(); // not before: it shares memory with selection_
+        const long blocks = search_.numBlocks_();
+        std::uint16_t sums[Bytes::blockRows];
+        long numUnfiltered = 0;
+        for (long block = 0; block < blocks; ++block)
+        {
+            const long highest = limit(search_.largestErrors_);
+            while (block < numMinima_ && minima_[block] > highest)
                 ++block;
             if (block == blocks)
                 break;
-            bytes.sums(search_.block_(block), query, sums);
             const long high = limit(search_.errors_[block]);
+            if (block < numMinima_ && minima_[block] > high)
+                continue;
+            const long first = block * Bytes::blockRows;
+            if (numUnfiltered > 0)
+            {
+                --numUnfiltered;
+                takeAll_(first, first + Bytes::blockRows);
+                continue;
+            }
+            distances.sums(search_.block_(block), sums);
+            long passed = 0;
             for (long row = 0; row < Bytes::blockRows; ++row)
             {
                 if (sums[row] > high)
                     continue;
-                take_(block * Bytes::blockRows + row, true);
+                take_(first + row, true);
                 ++passed;
             }
+            if (passed > Bytes::blockRows / 2)
+                numUnfiltered = blocksUnfiltered;
         }
-        return block;
     }
 
     // Puts the k smallest minima into the heap selection_, each as minimum * mostMinima + block.
-    void selectSmallest_(const std::uint16_t* minima, long count)
+    void selectSmallest_()
     {
         std::fill(selection_, selection_ + k_, infinity);
         double largest = infinity;
-        for (long block = 0; block < count; ++block)
+        for (long block = 0; block < numMinima_; ++block)
         {
-            if (minima[block] >= largest)
+            if (minima_[block] >= largest)
                 continue;
-            replaceLargest(selection_, k_, static_cast<double>(minima[block] * mostMinima + block));
+            replaceLargest(selection_, k_, static_cast<double>(minima_[block] * mostMinima + block));
             largest = std::floor(selection_[0] / mostMinima);
         }
     }
 
-    // Notes a row to be looked at in double; keeps it as a candidate if `asCandidate`.
+    // Notes a row to be looked at in double; keeps it as a candidate if `asCandidate`. A batch is announced when it is
+    // full, and looked at when the next one is.
     void take_(long index, bool asCandidate)
     {
-        batch_[batchSize_++] = index;
-        if (batchSize_ == batchRows)
-            takeBatch_(asCandidate);
+        taken_[numTaken_++] = index;
+        if (numTaken_ % batchRows != 0)
+            return;
+        rows_.announce(taken_ + numTaken_ - batchRows, batchRows);
+        if (numTaken_ == 2 * batchRows)
+            takeBatch_(batchRows, asCandidate);
     }
 
-    void takeBatch_(bool asCandidates)
+    void takeAll_(long first, long end)
+    {
+        for (long index = first; index < end; ++index)
+            take_(index, true);
+    }
+
+    void finishTaking_(bool asCandidates)
+    {
+        while (numTaken_ > 0)
+            takeBatch_(std::min(batchRows, numTaken_), asCandidates);
+    }
+
+    // Looks at the first `count` of the rows that were noted.
+    void takeBatch_(long count, bool asCandidates)
     {
         const double* rows[batchRows];
-        rows_.fetch(batch_, batchSize_, rows);
+        rows_.fetch(taken_, count, rows);
+        for (long j = 0; j < count; ++j)
+        {
+            const long last = std::min(n_, prefetchedColumns) - 1;
+            for (long c = 0; c < last; c += 8)
+                tkPrefetch(rows[j] + c);
+            tkPrefetch(rows[j] + last);
+        }
         double keys[batchRows];
         if (powerSums_)
-            powerSums_(query_, rows, batchSize_, n_, keys);
+            powerSums_(query_, rows, count, n_, keys);
         else
-            for (long j = 0; j < batchSize_; ++j)
+            for (long j = 0; j < count; ++j)
                 keys[j] = definedDistance(query_, rows[j], n_, order_);
         const double largestKey = keys_[0];
-        for (long j = 0; j < batchSize_; ++j)
+        for (long j = 0; j < count; ++j)
         {
             if (keys[j] > keyBound_)
                 continue;
@@ -490,11 +607,12 @@ private:
                 continue;
             if (numCandidates_ == mostCandidates)
                 makeRoom_();
-            candidates_[numCandidates_++] = {batch_[j], keys[j], rows[j]};
+            candidates_[numCandidates_++] = {taken_[j], keys[j], rows[j]};
         }
         if (keys_[0] < largestKey)
             tightenBounds_();
-        batchSize_ = 0;
+        std::copy(taken_ + count, taken_ + numTaken_, taken_);
+        numTaken_ -= count;
     }
 
     // Lets the bounds follow the largest of the k smallest keys; see (2).
@@ -558,8 +676,10 @@ private:
     double keyBound_ = infinity; // rows with larger keys are not in the list
     double reach_ = infinity;    // nor are rows farther away than this
 
-    long batch_[batchRows];
-    long batchSize_ = 0;
+    std::uint16_t minima_[mostMinima]; // of the first numMinima_ blocks: their smallest sums
+    long numMinima_ = 0;
+    long taken_[2 * batchRows]; // noted and not yet looked at
+    long numTaken_ = 0;
     Candidate_ candidates_[mostCandidates];
     long numCandidates_ = 0;
     Known_ known_[mostKnown];

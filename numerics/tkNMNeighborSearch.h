@@ -10,7 +10,7 @@
 ///
 /// The rows of doubles stay with their owner; the search keeps a coarse copy of them, the *shadow*, which rules out
 /// nearly all rows without looking at their doubles. The result has the bits of the plain definition at `nearest`,
-/// whatever the rows and the query hold. The shadow takes 1 byte per measurement and 4 bytes per 64 rows, and a few
+/// whatever the rows and the query hold. The shadow takes 1 byte per measurement and 8 bytes per 64 rows, and a few
 /// doubles per column. Orders below 1 or above 64, and rows that are not finite or exceed 1e90, are searched by the
 /// plain definition. Queries only read, so that threads may share a search.
 class TK_EXPORT tkNMNeighborSearch
@@ -24,6 +24,9 @@ public:
 
         /// rows[j] = the measurements of row indices[j], for j = 0 .. count-1.
         virtual void fetch(const long* indices, long count, const double** rows) const = 0;
+
+        /// Says that these rows will be fetched soon: what `fetch` has to read for them may be prefetched.
+        virtual void announce(const long*, long) const {}
     };
 
     /// How a search may compute; the result is the same. More than the processor has means the best it has.
@@ -55,11 +58,18 @@ public:
 private:
     using Line = tkNMByteDistances::Line;
 
+    /// Of a row, or at most of all rows of a block: the Euclidean norm of what its bytes are off, in steps.
+    struct Errors_
+    {
+        float clipped; // from the row after clipping
+        float whole;   // from the row itself
+    };
+
     class Run_;
 
     void fit_(const Rows& rows, long numRows);
     void appendBlock_(const Rows& rows);
-    double toBytes_(const double* row, std::int8_t* bytes) const;
+    Errors_ toBytes_(const double* row, std::int8_t* bytes) const;
     long numBlocks_() const { return static_cast<long>(errors_.size()); }
     const Line* block_(long block) const;
 
@@ -71,8 +81,8 @@ private:
     std::vector<double> centres_; // value that byte 0 stands for, by column
 
     std::vector<std::vector<Line>> chunks_; // blocks of the shadow, chunkBlocks to a chunk
-    std::vector<float> errors_;             // by block: norm of a row's rounding errors at most, in steps
-    float largestError_ = 0.0f;             // of all blocks
+    std::vector<Errors_> errors_;           // by block
+    Errors_ largestErrors_{0.0f, 0.0f};     // of all blocks
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tk_NeighborIndex.h"
 
 #include "foundation/tkAssert.h"
+#include "foundation/tkPrefetch.h"
 
 namespace
 {
@@ -22,6 +23,12 @@ public:
             TK_ASSERT(pattern.numMeasurements() == numMeasurements_);
             rows[j] = pattern.featureMeasurements(false).data();
         }
+    }
+
+    void announce(const long* indices, long count) const override
+    {
+        for (long j = 0; j < count; ++j)
+            tkPrefetch(&patterns_[static_cast<std::size_t>(indices[j])]->featureMeasurements(false));
     }
 
 private:

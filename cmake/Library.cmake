@@ -6,7 +6,7 @@ file(GLOB clastool_headers CONFIGURE_DEPENDS ${clastool_headers})
 # Only .cpp files include these.
 list(FILTER clastool_headers EXCLUDE REGEX
 list(FILTER clastool_headers EXCLUDE REGEX
-  "/(tkNMFollow|tkNMLanes|tkNMLearner|tkNMSharedSums|tkNMWideDistances|tkPrefetch|tk_CategoryLearners|tk_Messages|tk_PersistentClasses|tk_RuleFilter)\\.h$")
+  "/(tkAddressTable|tkNMFollow|tkNMLanes|tkNMLearner|tkNMSharedSums|tkNMWideDistances|tkPrefetch|tk_CategoryLearners|tk_Messages|tk_PersistentClasses|tk_RuleFilter)\\.h$")
 
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)

@@ -1,0 +1,90 @@
+#include "foundation/tkAddressTable.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <unordered_map>
+#include <vector>
+
+namespace
+{
+/// An address that is only compared.
+const void* addressOf(std::uintptr_t number)
+{
+    return reinterpret_cast<const void*>(number);
+}
+
+/// Inserts, erases and finds at random, and compares with a standard map after each step.
+void compareWithMap(std::uintptr_t distance, std::uintptr_t addresses, unsigned seed)
+{
+    std::mt19937 random(seed);
+    tkAddressTable table;
+    std::unordered_map<std::uintptr_t, std::uint32_t> map;
+    for (std::uint32_t step = 1; step <= 4000; ++step)
+    {
+        const std::uintptr_t address = distance * (1 + random() % addresses);
+        const auto known = map.find(address);
+        ASSERT_EQ(known == map.end() ? 0 : known->second, table.find(addressOf(address)));
+        if (known == map.end())
+        {
+            table.insert(addressOf(address), step);
+            map.emplace(address, step);
+        }
+        else if (random() % 2 == 0)
+        {
+            table.erase(addressOf(address));
+            map.erase(known);
+        }
+    }
+    for (std::uintptr_t i = 1; i <= addresses; ++i)
+    {
+        const auto known = map.find(distance * i);
+        ASSERT_EQ(known == map.end() ? 0 : known->second, table.find(addressOf(distance * i))) << i;
+    }
+}
+} // namespace
+
+TEST(tkAddressTable, anEmptyTableKnowsNothing)
+{
+    tkAddressTable table;
+    EXPECT_EQ(0u, table.find(addressOf(16)));
+    table.prefetch(addressOf(16));
+    table.erase(addressOf(16));
+    EXPECT_EQ(0u, table.find(addressOf(16)));
+}
+
+TEST(tkAddressTable, givesWhatAStandardMapGives)
+{
+    // Dense and far-apart addresses, some of them alike in the bits that are looked at first; few addresses are
+    // inserted and erased over and over.
+    for (const std::uintptr_t distance : {1, 8, 16, 240, 4096, 65536, 1 << 20})
+        for (const std::uintptr_t addresses : {3, 12, 100, 3000})
+            compareWithMap(distance, addresses, static_cast<unsigned>(distance + addresses));
+}
+
+TEST(tkAddressTable, keepsEveryNumberWhileItGrows)
+{
+    tkAddressTable table;
+    constexpr std::uint32_t count = 100000;
+    for (std::uint32_t i = 1; i <= count; ++i)
+    {
+        table.prefetch(addressOf(std::uintptr_t{240} * i));
+        table.insert(addressOf(std::uintptr_t{240} * i), i);
+    }
+    for (std::uint32_t i = 1; i <= count; ++i)
+        ASSERT_EQ(i, table.find(addressOf(std::uintptr_t{240} * i)));
+    EXPECT_EQ(0u, table.find(addressOf(std::uintptr_t{240} * (count + 1))));
+}
+
+TEST(tkAddressTable, eachOfManyThatAreErasedLeavesTheOthers)
+{
+    constexpr std::uint32_t count = 2000;
+    tkAddressTable table;
+    for (std::uint32_t i = 1; i <= count; ++i)
+        table.insert(addressOf(std::uintptr_t{16} * i), i);
+    for (std::uint32_t i = 1; i <= count; i += 2)
+        table.erase(addressOf(std::uintptr_t{16} * i));
+    for (std::uint32_t i = 1; i <= count; ++i)
+        ASSERT_EQ(i % 2 == 0 ? i : 0, table.find(addressOf(std::uintptr_t{16} * i)));
+}

@@ -26,10 +26,12 @@ void tkAddressTable::erase(const void* address)
     --used_;
 }
 
-void tkAddressTable::grow_()
+void tkAddressTable::grow_(std::size_t entries)
 {
     tkAddressTable larger;
     larger.shift_ = slots_.empty() ? 64 - firstBits : shift_ - 1;
+    while (4 * entries > 3 * (std::size_t{1} << (64 - larger.shift_)))
+        --larger.shift_;
     larger.slots_.resize(std::size_t{1} << (64 - larger.shift_));
     for (const Slot& slot : slots_)
         if (slot.address)

@@ -23,10 +23,16 @@ public:
     /// address has none.
     void insert(const void* address, std::uint32_t number)
     {
-        if (4 * (used_ + 1) > 3 * slots_.size())
-            grow_();
+        reserve(used_ + 1);
         slots_[slotOf_(address)] = {address, number};
         ++used_;
+    }
+
+    /// Makes room for so many entries altogether.
+    void reserve(std::size_t entries)
+    {
+        if (4 * entries > 3 * slots_.size())
+            grow_(entries);
     }
 
     /// Fetches the memory that find() and insert() will look at: a large table is not in the caches.
@@ -65,7 +71,7 @@ private:
         return slot;
     }
 
-    void grow_();
+    void grow_(std::size_t entries);
 
     std::vector<Slot> slots_; // none, or 2^(64 - shift_)
     int shift_ = 64;

@@ -1,14 +1,17 @@
 #include "foundation/tkArchive.h"
 
+#include "foundation/tkAddressTable.h"
 #include "foundation/tkAssert.h"
+#include "foundation/tkPrefetch.h"
 #include "foundation/tkPtrHandle.h"
 #include "foundation/tkUtf8.h"
 
 #include <algorithm>
 #include <cstring>
-#include <deque>
+#include <functional>
 #include <istream>
 #include <limits>
+#include <numeric>
 #include <ostream>
 #include <typeindex>
 #include <unordered_map>
@@ -17,6 +20,23 @@
 #include <vector>
 
 static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == 8, "archives hold IEEE doubles");
+
+namespace
+{
+using Word = std::uint32_t;
+
+/// Number that means "no object".
+constexpr Word nullNumber = 0;
+
+/// So many bytes are gathered before the stream gets them: calling it for each number takes longer than the number.
+constexpr std::size_t bufferSize = 4096;
+
+/// Memory for data of a length that the input claims is taken in steps, so that a false claim costs little.
+constexpr std::size_t textStep = 4096;
+
+/// So much of a type's name goes into a message.
+constexpr std::size_t shownTypeName = 200;
+} // namespace
 
 struct tkArchive::State_
 {
@@ -31,6 +51,11 @@ struct tkArchive::State_
     /// A level of an object whose record is done; without a type: marked from outside.
     struct Level
     {
+        /// Built in its place: a copy taken right after the fields were written one by one has to wait for them.
+        Level(void* object, std::size_t extent, const std::type_info* type) : object(object), extent(extent), type(type)
+        {
+        }
+
         void* object;
         std::size_t extent;
         const std::type_info* type;
@@ -41,15 +66,24 @@ struct tkArchive::State_
     unsigned long long position = 0;
     bool failed = false;
 
+    // Bytes that were stored and that the stream has yet to get; none outside of an outermost exchange.
+    std::size_t pending = 0;
+    unsigned char buffer[bufferSize];
+
     long nestingLimit = defaultNestingLimit;
     long nesting = 0; // of the object being exchanged
     long deepest = 0; // nesting that was reached in it
 
-    std::deque<Object> objects;
-    std::unordered_map<const tkPersistent*, std::uint32_t> numbers; // of stored objects and of those not kept
+    // In one piece: blocks of it between the loaded objects would break the regular distances at which these lie, and
+    // slow down all who walk over them later.
+    std::vector<Object> objects;
+    tkAddressTable numbers;            // of stored objects and of those not kept
+    std::vector<Word> notKept;         // numbers of those of the running outermost exchange
     tkPersistent* unclaimed = nullptr; // not kept, created by the latest exchange of a pointer
 
-    std::unordered_map<std::type_index, std::uint32_t> storedTypes;
+    std::unordered_map<std::type_index, Word> storedTypes;
+    const std::type_info* latestType = nullptr; // of the object stored last, which is often that of the next one
+    Word latestTypeNumber = 0;
     std::vector<const tkPersistent::Registration*> loadedTypes;
 
     // Of the running outermost exchange: levels of the objects being exchanged, and objects done. Those done
@@ -59,6 +93,29 @@ struct tkArchive::State_
     std::unordered_set<const tkPersistent*> visited;
     std::size_t firstObject = 0;
     std::size_t consulted = 0;
+
+    /// Puts bytes into the buffer, if that is where they belong and it has the room.
+    bool gather(const unsigned char* bytes, std::size_t count)
+    {
+        if (!out || failed || exchanges == 0 || count > bufferSize - pending)
+            return false;
+        std::copy_n(bytes, count, buffer + pending);
+        pending += count;
+        position += count;
+        return true;
+    }
+
+    /// The next object. By its address an archive knows what it stores and, while it lives, what it does not hold.
+    void add(tkPersistent* object, tkPtrHandle<tkRepBase> kept)
+    {
+        const bool isKept = !kept.isNull();
+        objects.push_back({object, std::move(kept)});
+        const Word number = static_cast<Word>(objects.size());
+        if (out || !isKept)
+            numbers.insert(object, number);
+        if (!isKept)
+            notKept.push_back(number);
+    }
 
     bool haveVisited(const tkPersistent* object)
     {
@@ -73,28 +130,17 @@ struct tkArchive::State_
         visited.erase(object);
         if (unclaimed == object)
             unclaimed = nullptr;
-        const auto known = numbers.find(object);
-        if (known != numbers.end())
+        const Word number = numbers.find(object);
+        if (number != nullNumber)
         {
-            objects[known->second - 1].object = nullptr;
-            numbers.erase(known);
+            objects[number - 1].object = nullptr;
+            numbers.erase(object);
         }
     }
 };
 
 namespace
 {
-using Word = std::uint32_t;
-
-/// Memory for data of a length that the input claims is taken in steps, so that a false claim costs little.
-constexpr std::size_t textStep = 4096;
-
-/// So much of a type's name goes into a message.
-constexpr std::size_t shownTypeName = 200;
-
-/// Number that means "no object".
-constexpr Word nullNumber = 0;
-
 /// A link in the chain of the exchanges that run on this thread, innermost first.
 struct Running
 {
@@ -114,10 +160,7 @@ std::wstring shown(const std::string& typeName)
 class tkArchive::Exchange_
 {
 public:
-    explicit Exchange_(tkArchive& archive)
-        : state_(*archive.state_),
-          link_{&state_, running},
-          exceptions_(std::uncaught_exceptions())
+    explicit Exchange_(tkArchive& archive) : archive_(archive), state_(*archive.state_), link_{&state_, running}
     {
         archive.requireSound_();
         running = &link_;
@@ -125,11 +168,19 @@ public:
             state_.firstObject = state_.consulted = state_.objects.size();
     }
 
+    /// To be called when all is exchanged; without that the exchange has failed, and the archive with it.
+    void finish()
+    {
+        if (state_.exchanges == 1)
+            archive_.flush_();
+        finished_ = true;
+    }
+
     ~Exchange_()
     {
         running = link_.enclosing;
-        if (std::uncaught_exceptions() > exceptions_)
-            state_.failed = true;
+        if (!finished_)
+            fail_();
         if (--state_.exchanges == 0)
             forget_();
     }
@@ -138,24 +189,33 @@ public:
     Exchange_& operator=(const Exchange_&) = delete;
 
 private:
+    /// The stream still gets what was stored before the failure, as far as it takes it.
+    void fail_()
+    {
+        try
+        {
+            archive_.flush_();
+        }
+        catch (...) // the failure that ended the exchange is on its way already
+        {
+        }
+        state_.failed = true;
+    }
+
     void forget_()
     {
         state_.visitedLevels.clear();
         state_.visited.clear();
-        for (std::size_t i = state_.firstObject; i < state_.objects.size(); ++i)
-        {
-            State_::Object& entry = state_.objects[i];
-            if (entry.kept.isNull() && entry.object)
-            {
-                state_.numbers.erase(entry.object);
-                entry.object = nullptr;
-            }
-        }
+        for (const Word number : state_.notKept)
+            if (tkPersistent* const object = std::exchange(state_.objects[number - 1].object, nullptr))
+                state_.numbers.erase(object);
+        state_.notKept.clear();
     }
 
+    tkArchive& archive_;
     State_& state_;
     Running link_;
-    int exceptions_;
+    bool finished_ = false;
 };
 
 tkArchive::tkArchive(std::ostream& stream) : state_(new State_)
@@ -211,27 +271,70 @@ void tkArchive::requireSound_() const
 void tkArchive::exchangeBytes(unsigned char* bytes, std::size_t count)
 {
     requireSound_();
-    const auto wanted = static_cast<std::streamsize>(count);
-    char* const chars = reinterpret_cast<char*>(bytes);
-    state_->failed = true; // unless this passes: the stream may throw whatever it likes
+    if (isLoading())
+    {
+        if (take_(bytes, count) < count)
+            fail_(L"The data end early");
+        state_->position += count;
+    }
+    else if (state_->exchanges == 0)
+        write_(bytes, count);
+    else if (!state_->gather(bytes, count))
+    {
+        flush_();
+        if (!state_->gather(bytes, count))
+            write_(bytes, count);
+    }
+}
+
+std::size_t tkArchive::take_(unsigned char* bytes, std::size_t count)
+{
     try
     {
-        if (isStoring())
-        {
-            if (state_->out->fail() || state_->out->rdbuf()->sputn(chars, wanted) != wanted)
-                fail_(L"The stream cannot be written");
-        }
-        else if (state_->in->fail())
+        if (state_->in->fail())
             fail_(L"The stream cannot be read");
-        else if (state_->in->rdbuf()->sgetn(chars, wanted) != wanted)
-            fail_(L"The data end early");
+        const auto wanted = static_cast<std::streamsize>(count);
+        const std::streamsize got = state_->in->rdbuf()->sgetn(reinterpret_cast<char*>(bytes), wanted);
+        return static_cast<std::size_t>(std::clamp<std::streamsize>(got, 0, wanted));
     }
     catch (const std::ios_base::failure&)
     {
-        fail_(isStoring() ? L"The stream cannot be written" : L"The stream cannot be read");
+        fail_(L"The stream cannot be read");
     }
-    state_->failed = false;
-    state_->position += count;
+    catch (...) // the stream may throw whatever it likes
+    {
+        state_->failed = true;
+        throw;
+    }
+}
+
+void tkArchive::write_(const unsigned char* bytes, std::size_t count)
+{
+    const auto wanted = static_cast<std::streamsize>(count);
+    try
+    {
+        if (state_->out->fail() || state_->out->rdbuf()->sputn(reinterpret_cast<const char*>(bytes), wanted) != wanted)
+            fail_(L"The stream cannot be written");
+        state_->position += count;
+    }
+    catch (const std::ios_base::failure&)
+    {
+        fail_(L"The stream cannot be written");
+    }
+    catch (...)
+    {
+        state_->failed = true;
+        throw;
+    }
+}
+
+void tkArchive::flush_()
+{
+    const std::size_t count = std::exchange(state_->pending, 0);
+    if (count == 0)
+        return;
+    state_->position -= count;
+    write_(state_->buffer, count);
 }
 
 void tkArchive::exchangeWord_(Word& word)
@@ -239,6 +342,8 @@ void tkArchive::exchangeWord_(Word& word)
     unsigned char bytes[4];
     for (int i = 0; i < 4; ++i)
         bytes[i] = static_cast<unsigned char>(word >> (8 * i));
+    if (state_->gather(bytes, 4)) // what nearly always happens, here without a call
+        return;
     exchangeBytes(bytes, 4);
     word = bytes[0] | Word{bytes[1]} << 8 | Word{bytes[2]} << 16 | Word{bytes[3]} << 24;
 }
@@ -311,12 +416,27 @@ void tkArchive::exchangeDoubles(double* values, std::size_t count)
 tkArchive& tkArchive::operator||(bool& value)
 {
     unsigned char byte = isStoring() && value;
-    exchangeBytes(&byte, 1);
-    if (byte > 1)
-        fail_(L"A truth value is neither 0 nor 1");
+    exchangeBools(&byte, 1);
     if (isLoading())
         value = byte != 0;
     return *this;
+}
+
+void tkArchive::exchangeBools(unsigned char* flags, std::size_t count)
+{
+    if (isStoring())
+        return exchangeBytes(flags, count);
+    requireSound_();
+    const std::size_t got = take_(flags, count);
+    if (std::accumulate(flags, flags + got, 0U, std::bit_or<>()) > 1)
+    {
+        const auto isDamaged = [](unsigned char flag) { return flag > 1; };
+        state_->position += static_cast<std::size_t>(std::find_if(flags, flags + got, isDamaged) - flags) + 1;
+        fail_(L"A truth value is neither 0 nor 1");
+    }
+    state_->position += got;
+    if (got < count)
+        fail_(L"The data end early");
 }
 
 tkArchive& tkArchive::operator||(std::wstring& text)
@@ -369,18 +489,20 @@ void tkArchive::requireVersion0(unsigned char version, const char* where, int nu
 
 tkArchive& operator||(tkArchive& archive, unsigned char& byte)
 {
-    archive.exchangeBytes(&byte, 1);
+    if (!archive.state_->gather(&byte, 1))
+        archive.exchangeBytes(&byte, 1);
     return archive;
 }
 
 tkArchive& operator||(tkArchive& archive, tkPersistent& object)
 {
-    const tkArchive::Exchange_ exchange(archive);
+    tkArchive::Exchange_ exchange(archive);
     if (!archive.state_->haveVisited(&object))
     {
         archive.exchangeObject_(object);
         archive.state_->visited.insert(&object);
     }
+    exchange.finish();
     return archive;
 }
 
@@ -394,7 +516,7 @@ void tkArchive::nest_(long height)
 long tkArchive::exchangeObject_(tkPersistent& object)
 {
     nest_(1);
-    const std::size_t levels = state_->visitedLevels.size();
+    const auto levels = static_cast<std::ptrdiff_t>(state_->visitedLevels.size());
     const long outside = std::exchange(state_->deepest, ++state_->nesting);
     if (isStoring())
         object.dispatchSerialize(*this);
@@ -402,7 +524,7 @@ long tkArchive::exchangeObject_(tkPersistent& object)
         object.loadSimple(*this);
     const long height = state_->deepest - --state_->nesting;
     state_->deepest = std::max(state_->deepest, outside);
-    state_->visitedLevels.resize(levels);
+    state_->visitedLevels.erase(state_->visitedLevels.begin() + levels, state_->visitedLevels.end());
     return height;
 }
 
@@ -414,7 +536,7 @@ void tkArchive::meetAgain_(Word number)
     nest_(height);
 }
 
-void tkArchive::storePointer_(tkPersistent* object)
+void tkArchive::storePointer_(tkPersistent* object, tkPersistent::Counted counted)
 {
     Word number = nullNumber;
     if (!object)
@@ -423,46 +545,50 @@ void tkArchive::storePointer_(tkPersistent* object)
         return;
     }
 
-    const auto known = state_->numbers.find(object);
-    if (known != state_->numbers.end())
+    number = state_->numbers.find(object);
+    if (number != nullNumber)
     {
-        number = known->second;
         meetAgain_(number);
         exchangeWord_(number);
         return;
     }
 
-    const std::type_info& type = typeid(*object);
-    Word typeNumber = static_cast<Word>(state_->storedTypes.size() + 1);
-    const auto [knownType, isNewType] = state_->storedTypes.emplace(type, typeNumber);
-    typeNumber = knownType->second;
-    std::string typeName;
-    if (isNewType)
-    {
-        typeName = tkPersistent::typeName(type);
-        const tkPersistent::Registration* const registration = tkPersistent::Registration::find(typeName);
-        if (!registration || !registration->isFor(type))
-            fail_(L"The class " + shown(typeName) + L" is not registered");
-    }
+    std::string newTypeName;
+    Word typeNumber = storedType_(typeid(*object), newTypeName);
     if (state_->objects.size() >= std::numeric_limits<Word>::max())
         fail_(L"Too many objects");
 
     // An object that no handle holds yet may be on the stack: taking hold of it would delete it.
-    tkRepBase* const counted = dynamic_cast<tkRepBase*>(object);
-    number = static_cast<Word>(state_->objects.size() + 1);
-    state_->objects.push_back(
-        {object, tkPtrHandle<tkRepBase>(counted && counted->referenceCount() > 0 ? counted : nullptr)});
-    state_->numbers.emplace(object, number);
-
+    tkRepBase* const base = counted(*object);
+    state_->add(object, tkPtrHandle<tkRepBase>(base && base->referenceCount() > 0 ? base : nullptr));
+    number = static_cast<Word>(state_->objects.size());
     exchangeWord_(number);
     exchangeWord_(typeNumber);
-    if (isNewType)
-        exchangeText_(typeName);
+    if (!newTypeName.empty())
+        exchangeText_(newTypeName);
     const long height = exchangeObject_(*object);
     state_->objects[number - 1].height = height;
 }
 
-tkPersistent* tkArchive::loadPointer_()
+std::uint32_t tkArchive::storedType_(const std::type_info& type, std::string& newName)
+{
+    if (&type == state_->latestType)
+        return state_->latestTypeNumber;
+    const Word next = static_cast<Word>(state_->storedTypes.size() + 1);
+    const auto [known, isNew] = state_->storedTypes.emplace(type, next);
+    if (isNew)
+    {
+        newName = tkPersistent::typeName(type);
+        const tkPersistent::Registration* const registration = tkPersistent::Registration::find(newName);
+        if (!registration || !registration->isFor(type))
+            fail_(L"The class " + shown(newName) + L" is not registered");
+    }
+    state_->latestType = &type;
+    state_->latestTypeNumber = known->second;
+    return known->second;
+}
+
+tkPersistent* tkArchive::loadPointer_(tkPersistent::Counted counted)
 {
     Word number = nullNumber;
     exchangeWord_(number);
@@ -498,16 +624,30 @@ tkPersistent* tkArchive::loadPointer_()
     // What nobody counts belongs to the caller once it is whole, and to nobody else before.
     std::unique_ptr<tkPersistent> uncounted(state_->loadedTypes[typeNumber - 1]->create());
     tkPersistent* const object = uncounted.get();
-    tkPtrHandle<tkRepBase> kept(dynamic_cast<tkRepBase*>(object));
-    if (kept.isNull())
-        state_->numbers.emplace(object, number);
-    else
+    tkPtrHandle<tkRepBase> kept(counted(*object));
+    if (kept)
         static_cast<void>(uncounted.release());
-    state_->objects.push_back({object, std::move(kept)});
+    state_->add(object, std::move(kept));
     const long height = exchangeObject_(*object);
     state_->objects[number - 1].height = height;
     state_->unclaimed = uncounted.release();
     return object;
+}
+
+void tkArchive::expectPointers(std::size_t count)
+{
+    TK_ASSERT(isStoring());
+    std::vector<State_::Object>& objects = state_->objects;
+    const std::size_t size = objects.size() + count;
+    if (size > objects.capacity())
+        objects.reserve(std::max(size, 2 * objects.capacity())); // many small rooms must not cost a move each
+    state_->numbers.reserve(size);
+}
+
+void tkArchive::expectPointer(const tkPersistent* object) const
+{
+    tkPrefetch(object);
+    state_->numbers.prefetch(object);
 }
 
 void tkArchive::discardLoaded(tkPersistent* object)
@@ -519,14 +659,15 @@ void tkArchive::discardLoaded(tkPersistent* object)
     }
 }
 
-void tkPersistent::serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded)
+void tkPersistent::serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded, Counted counted)
 {
-    const tkArchive::Exchange_ exchange(archive);
+    tkArchive::Exchange_ exchange(archive);
     archive.state_->unclaimed = nullptr;
     if (archive.isStoring())
-        archive.storePointer_(stored);
+        archive.storePointer_(stored, counted);
     else
-        loaded = archive.loadPointer_();
+        loaded = archive.loadPointer_(counted);
+    exchange.finish();
 }
 
 bool tkPersistent::haveVisited(void* object, std::size_t classExtent)
@@ -554,7 +695,7 @@ bool tkPersistent::haveVisitedLevel_(void* object, std::size_t classExtent, cons
 void tkPersistent::setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type)
 {
     if (running)
-        static_cast<tkArchive::State_*>(running->state)->visitedLevels.push_back({object, classExtent, type});
+        static_cast<tkArchive::State_*>(running->state)->visitedLevels.emplace_back(object, classExtent, type);
 }
 
 tkPersistent::~tkPersistent()

@@ -58,6 +58,8 @@ public:
 
     /// `count` bytes as they are.
     void exchangeBytes(unsigned char* bytes, std::size_t count);
+    /// `count` truth values in a row, each 0 or 1.
+    void exchangeBools(unsigned char* flags, std::size_t count);
     /// `count` doubles in a row.
     void exchangeDoubles(double* values, std::size_t count);
 
@@ -67,6 +69,13 @@ public:
     /// The same test for a version byte already read.
     static void requireVersion0(unsigned char version, const char* where = nullptr, int number = 0);
 
+    /// Announces that so many pointers will be stored: makes room for their objects at once. *Requires* an archive
+    /// that stores.
+    void expectPointers(std::size_t count);
+    /// Announces an object that will soon be stored by pointer, or null: the processor can fetch in the meantime what
+    /// that takes. Changes nothing.
+    void expectPointer(const tkPersistent* object) const;
+
     /// Takes back what serializePointer() has just loaded and its receiver cannot use. An object that is not
     /// reference-counted is deleted, unless it belongs to an earlier receiver, and is null when met again; any
     /// other goes with the archive.
@@ -74,16 +83,21 @@ public:
 
 private:
     friend class tkPersistent;
+    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, unsigned char& byte);
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkPersistent& object);
     struct State_;
     class Exchange_;
 
-    void storePointer_(tkPersistent* object);
-    tkPersistent* loadPointer_();
+    void storePointer_(tkPersistent* object, tkPersistent::Counted counted);
+    tkPersistent* loadPointer_(tkPersistent::Counted counted);
+    std::uint32_t storedType_(const std::type_info& type, std::string& newName); // a new type's name; else untouched
     long exchangeObject_(tkPersistent& object); // gives its height, the nesting in it with itself
     void meetAgain_(std::uint32_t number);
     void nest_(long height); // in the object being exchanged
     void requireSound_() const;
+    std::size_t take_(unsigned char* bytes, std::size_t count); // how many there were
+    void write_(const unsigned char* bytes, std::size_t count);
+    void flush_(); // gives the stream what is in the buffer
     void exchangeWord_(std::uint32_t& word);
     void exchangeText_(std::string& bytes);
     [[noreturn]] void fail_(const std::wstring& what) const;

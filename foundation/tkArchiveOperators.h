@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <iterator>
 #include <type_traits>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 /// What the exchange of every vector begins with: a version byte and the number of elements. Returns the
@@ -32,16 +34,37 @@ void tkGrowVector(Vector& elements, std::size_t count, std::size_t first)
     elements.resize(size);
 }
 
+/// Whether a type is a handle to objects that are stored by pointer.
+template <class Element>
+struct tkIsPersistentHandle : std::false_type
+{
+};
+template <class T>
+struct tkIsPersistentHandle<tkPtrHandle<T>> : std::is_base_of<tkPersistent, T>
+{
+};
+template <class T>
+struct tkIsPersistentHandle<tkPtrHandle_const<T>> : std::is_base_of<tkPersistent, T>
+{
+};
+
 /// A vector: version byte, count, elements in order, each through its own operator. Elements that are there
 /// before loading are loaded in place.
 template <class Element>
 tkArchive& operator||(tkArchive& archive, std::vector<Element>& elements)
 {
+    constexpr bool hasPointers = tkIsPersistentHandle<Element>::value;
+    constexpr std::size_t ahead = 8; // about the time in which memory answers
+    if (hasPointers && archive.isStoring())
+        archive.expectPointers(elements.size());
     const std::size_t count = tkExchangeVectorHead(archive, elements);
     for (std::size_t i = 0; i < count; ++i)
     {
         if (i == elements.size())
             tkGrowVector(elements, count, 4);
+        if constexpr (hasPointers)
+            if (i + ahead < count && archive.isStoring())
+                archive.expectPointer(elements[i + ahead].get());
         archive || elements[i];
     }
     return archive;
@@ -65,18 +88,24 @@ inline tkArchive& operator||(tkArchive& archive, std::vector<double>& elements)
     return archive;
 }
 
-/// The same record, one byte for each bool.
+/// The same record, one byte for each bool, many at a time.
 inline tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements)
 {
+    constexpr std::size_t step = 512;
+    unsigned char flags[step];
     const std::size_t count = tkExchangeVectorHead(archive, elements);
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t done = 0, n = 0; done < count; done += n)
     {
-        if (i == elements.size())
-            tkGrowVector(elements, count, 512);
-        bool element = elements[i];
-        archive || element;
+        n = std::min(count - done, step);
+        if (archive.isStoring())
+            std::copy_n(elements.begin() + static_cast<std::ptrdiff_t>(done), n, flags);
+        archive.exchangeBools(flags, n);
         if (archive.isLoading())
-            elements[i] = element;
+        {
+            if (elements.size() < done + n)
+                tkGrowVector(elements, count, step);
+            std::copy_n(flags, n, elements.begin() + static_cast<std::ptrdiff_t>(done));
+        }
     }
     return archive;
 }
@@ -101,6 +130,22 @@ tkArchive& operator||(tkArchive& archive, Enumeration& value)
     return archive;
 }
 
+/// The object as a T, or null: a dynamic conversion that searches nothing where the class is T itself. Where
+/// tkPersistent is a virtual base of T there is no static one, and the dynamic one must do.
+template <class T, class = void>
+struct tkObjectAs
+{
+    static T* get(tkPersistent& object) { return dynamic_cast<T*>(&object); }
+};
+template <class T>
+struct tkObjectAs<T, std::void_t<decltype(static_cast<T*>(std::declval<tkPersistent*>()))>>
+{
+    static T* get(tkPersistent& object)
+    {
+        return typeid(object) == typeid(T) ? static_cast<T*>(&object) : dynamic_cast<T*>(&object);
+    }
+};
+
 /// What both kinds of handle do: exchange the object behind the handle, shared as it was. An object of
 /// another class than the handle's gives a null handle.
 template <class T, class Handle>
@@ -109,10 +154,15 @@ tkArchive& tkExchangeHandle(tkArchive& archive, Handle& handle)
     if (archive.isLoading())
         handle = Handle();
     tkPersistent* loaded = nullptr;
-    tkPersistent::serializePointer(archive, const_cast<T*>(handle.get()), loaded);
+    tkPersistent::serializePointer(archive, const_cast<T*>(handle.get()), loaded,
+                                   [](tkPersistent& object) -> tkRepBase*
+                                   {
+                                       T* const counted = tkObjectAs<T>::get(object);
+                                       return counted ? counted : dynamic_cast<tkRepBase*>(&object);
+                                   });
     if (loaded)
     {
-        handle = Handle(dynamic_cast<T*>(loaded));
+        handle = Handle(tkObjectAs<T>::get(*loaded));
         if (handle.isNull())
             archive.discardLoaded(loaded);
     }

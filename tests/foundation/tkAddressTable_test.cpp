@@ -77,6 +77,23 @@ TEST(tkAddressTable, keepsEveryNumberWhileItGrows)
     EXPECT_EQ(0u, table.find(addressOf(std::uintptr_t{240} * (count + 1))));
 }
 
+TEST(tkAddressTable, roomThatIsMadeInAdvanceChangesNothing)
+{
+    tkAddressTable table;
+    table.reserve(0);
+    table.insert(addressOf(240), 1);
+    for (const std::size_t entries : {1, 12, 13, 1000, 5, 100000})
+    {
+        table.reserve(entries);
+        EXPECT_EQ(1u, table.find(addressOf(240))) << entries;
+        EXPECT_EQ(0u, table.find(addressOf(480))) << entries;
+    }
+    for (std::uint32_t i = 2; i <= 200000; ++i)
+        table.insert(addressOf(std::uintptr_t{240} * i), i);
+    for (std::uint32_t i = 1; i <= 200000; ++i)
+        ASSERT_EQ(i, table.find(addressOf(std::uintptr_t{240} * i)));
+}
+
 TEST(tkAddressTable, eachOfManyThatAreErasedLeavesTheOthers)
 {
     constexpr std::uint32_t count = 2000;

@@ -22,6 +22,29 @@ enum Plain : int
     plainFirst = 0
 };
 
+class Derived : public ArchiveNode
+{
+private:
+    static tkPersistent* make() { return new Derived; }
+    static const Registration registration_;
+};
+const tkPersistent::Registration Derived::registration_(typeid(Derived), &Derived::make);
+
+/// tkPersistent is no part of fixed place in it: there is no static conversion from there.
+class Virtual : public virtual tkPersistent, public tkRepBase
+{
+public:
+    long number = 0;
+
+protected:
+    void dispatchSerialize(tkArchive& archive) override { archive || number; }
+
+private:
+    static tkPersistent* make() { return new Virtual; }
+    static const Registration registration_;
+};
+const tkPersistent::Registration Virtual::registration_(typeid(Virtual), &Virtual::make);
+
 template <class T>
 T loadedFrom(const std::string& text)
 {
@@ -62,7 +85,7 @@ TEST(tkArchiveOperators, vectorsAreVersionCountAndElements)
 
 TEST(tkArchiveOperators, vectorsOfEverySizeComeBack)
 {
-    for (const std::size_t size : {0, 1, 3, 4, 5, 6, 7, 100, 511, 512, 513, 768, 769, 5000})
+    for (const std::size_t size : {0, 1, 3, 4, 5, 6, 7, 100, 511, 512, 513, 768, 769, 1023, 1024, 1025, 5000})
     {
         std::vector<long> numbers(size);
         std::iota(numbers.begin(), numbers.end(), -10L);
@@ -159,6 +182,67 @@ TEST(tkArchiveOperators, handlesReleaseTheirObjectWhenLoading)
     EXPECT_THROW(loadFromBytes("", node), tkArchive::Errors);
     EXPECT_TRUE(node.isNull());
     EXPECT_EQ(0, ArchiveNode::alive());
+}
+
+TEST(tkArchiveOperators, handlesOfEveryKindOfClassLoadTheirObjects)
+{
+    // Handles of the very class, of a base, and of classes that reach tkPersistent through a virtual base.
+    const tkPtrHandle<Derived> derived(new Derived);
+    derived->number = 3;
+    const std::string bytes = storeToBytes(derived);
+    EXPECT_EQ(bytes, storeToBytes(tkPtrHandle<ArchiveNode>(derived)));
+    tkPtrHandle<ArchiveNode> base;
+    loadFromBytes(bytes, base);
+    ASSERT_FALSE(base.isNull());
+    EXPECT_EQ(typeid(Derived), typeid(*base));
+    EXPECT_EQ(3, base->number);
+    tkPtrHandle<Derived> exact;
+    loadFromBytes(bytes, exact);
+    ASSERT_FALSE(exact.isNull());
+    EXPECT_EQ(3, exact->number);
+    loadFromBytes(storeToBytes(tkPtrHandle<ArchiveNode>(new ArchiveNode(4))), exact);
+    EXPECT_TRUE(exact.isNull());
+
+    const tkPtrHandle<Virtual> stored(new Virtual);
+    stored->number = 5;
+    tkPtrHandle_const<Virtual> loaded;
+    loadFromBytes(storeToBytes(stored), loaded);
+    ASSERT_FALSE(loaded.isNull());
+    EXPECT_EQ(5, loaded->number);
+    EXPECT_EQ(1, loaded->referenceCount());
+    loadFromBytes(bytes, loaded);
+    EXPECT_TRUE(loaded.isNull());
+}
+
+TEST(tkArchiveOperators, longVectorsOfHandlesAreStoredAsTheirHandlesOneByOne)
+{
+    std::vector<tkPtrHandle<ArchiveNode>> nodes;
+    for (long i = 0; i < 3000; ++i)
+        nodes.push_back(i % 7 == 3   ? tkPtrHandle<ArchiveNode>()
+                        : i % 5 == 4 ? nodes[static_cast<std::size_t>(i / 2)]
+                                     : tkPtrHandle<ArchiveNode>(new ArchiveNode(i)));
+    std::ostringstream out;
+    tkArchive archive(out);
+    archive.exchangeVersion();
+    archive << nodes.size();
+    for (tkPtrHandle<ArchiveNode>& node : nodes)
+        archive || node;
+    EXPECT_EQ(out.str(), storeToBytes(nodes));
+    std::vector<tkPtrHandle<ArchiveNode>> loaded;
+    loadFromBytes(out.str(), loaded);
+    ASSERT_EQ(nodes.size(), loaded.size());
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+    {
+        ASSERT_EQ(nodes[i].isNull(), loaded[i].isNull());
+        if (nodes[i])
+        {
+            ASSERT_EQ(nodes[i]->number, loaded[i]->number);
+        }
+        if (i % 5 == 4 && i % 7 != 3)
+        {
+            ASSERT_TRUE(loaded[i] == loaded[i / 2]);
+        }
+    }
 }
 
 TEST(tkArchiveOperators, constantHandlesShareWithTheOthers)

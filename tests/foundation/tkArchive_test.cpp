@@ -279,6 +279,23 @@ TEST(tkArchive, oneWayOperatorsStoreAndLoadAndAssertTheDirection)
     EXPECT_EQ(258UL, value);
 }
 
+TEST(tkArchive, announcingPointersChangesNoBytesAndAssertsTheDirection)
+{
+    const NodeHandle node = makeChain(3);
+    std::ostringstream out;
+    tkArchive archive(out);
+    NodeHandle stored(node);
+    archive.expectPointers(1000);
+    archive.expectPointer(node.get());
+    archive.expectPointer(nullptr);
+    archive || stored;
+    EXPECT_EQ(storeToBytes(node), out.str());
+    EXPECT_EQ(2, node->referenceCount() - 1); // this handle's apart: `stored` and the archive
+    std::istringstream in;
+    tkArchive loading(in);
+    EXPECT_THROW(loading.expectPointers(1), tkAssertionFailure);
+}
+
 TEST(tkArchive, rawBytesAndDoublesAreExchangedInRows)
 {
     double values[3] = {1.0, -2.0, 0.0};
@@ -300,6 +317,39 @@ TEST(tkArchive, rawBytesAndDoublesAreExchangedInRows)
     archive.exchangeBytes(loadedBytes, 2);
     EXPECT_EQ(-2.0, loaded[1]);
     EXPECT_EQ(8, loadedBytes[1]);
+}
+
+TEST(tkArchive, truthValuesInARowAreCheckedInTheirOrder)
+{
+    unsigned char stored[3] = {1, 0, 1};
+    std::ostringstream out;
+    tkArchive storing(out);
+    storing.exchangeBools(stored, 3);
+    EXPECT_EQ("01 00 01", hex(out.str()));
+
+    const auto refusal = [](const char* bytes, std::size_t count)
+    {
+        std::istringstream in(fromHex(bytes));
+        tkArchive archive(in);
+        std::vector<unsigned char> flags(count);
+        std::wstring text;
+        try
+        {
+            archive.exchangeBools(flags.data(), count);
+        }
+        catch (const tkArchive::Errors& thrown)
+        {
+            text = thrown.message();
+            EXPECT_THROW(archive.exchangeBools(flags.data(), 0), tkArchive::Errors);
+        }
+        return text;
+    };
+    EXPECT_EQ(L"", refusal("01 00 01", 3));
+    EXPECT_EQ(L"", refusal("02", 0));
+    EXPECT_EQ(L"A truth value is neither 0 nor 1 (reading, at byte 2)", refusal("01 02 01 ff", 4));
+    EXPECT_EQ(L"A truth value is neither 0 nor 1 (reading, at byte 1)", refusal("80", 1));
+    EXPECT_EQ(L"The data end early (reading, at byte 2)", refusal("01 01", 3));
+    EXPECT_EQ(L"A truth value is neither 0 nor 1 (reading, at byte 2)", refusal("01 03", 3));
 }
 
 TEST(tkArchive, versionByteOtherThanZeroNamesThePlace)
@@ -438,6 +488,120 @@ TEST(tkArchive, streamsThatFailAreErrors)
     std::istream throwingIn(&throwing);
     tkArchive loadingThrowing(throwingIn);
     EXPECT_TK_THROW(loadingThrowing || value, tkArchive::Errors, L"The stream cannot be read (reading, at byte 0)");
+}
+
+TEST(tkArchive, anExchangeGivesTheStreamTheBytesOfItsPartsInOrder)
+{
+    // The parts gathered before the stream gets them, and each given to it at once: lengths around those at which
+    // what is gathered goes out.
+    for (const std::size_t length : {0, 1, 4000, 4070, 4071, 4072, 4073, 4074, 4075, 4080, 8170, 8171, 8200, 20000})
+    {
+        const auto script = [length](tkArchive& archive)
+        {
+            unsigned char byte = 7;
+            long number = -2;
+            std::wstring text(length, L'x');
+            std::vector<double> values(length, 0.5);
+            bool flag = true;
+            archive || byte || number || text || byte || values || number || flag || text || byte;
+            archive.exchangeDoubles(nullptr, 0);
+        };
+        std::ostringstream separate;
+        tkArchive separateArchive(separate);
+        script(separateArchive);
+        std::ostringstream gathered;
+        tkArchive archive(gathered);
+        Scripted object(script);
+        archive || object;
+        EXPECT_EQ(separate.str(), gathered.str()) << length; // before the archive goes
+        EXPECT_EQ(gathered.str().size(), archive.position());
+        archive || object;
+        EXPECT_EQ(separate.str() + separate.str(), gathered.str()) << length;
+    }
+}
+
+TEST(tkArchive, aStreamThatFillsUpWithinAnExchangeFailsItAndTakesWhatItCan)
+{
+    ArchivePlain plain(5);
+    for (int room = 0; room < 6; ++room)
+    {
+        FullBuffer full(room);
+        std::ostream out(&full);
+        tkArchive archive(out);
+        EXPECT_THROW(archive || plain, tkArchive::Errors) << room;
+        EXPECT_THROW(archive || plain, tkArchive::Errors) << room;
+    }
+    FullBuffer full(6);
+    std::ostream out(&full);
+    tkArchive archive(out);
+    archive || plain;
+    EXPECT_TK_THROW(archive || plain, tkArchive::Errors, L"The stream cannot be written (writing, at byte 6)");
+
+    std::ostream nowhere(nullptr);
+    tkArchive storingNowhere(nowhere);
+    EXPECT_TK_THROW(storingNowhere || plain, tkArchive::Errors, L"The stream cannot be written (writing, at byte 0)");
+    ThrowingBuffer throwing;
+    std::ostream throwingOut(&throwing);
+    tkArchive storingThrowing(throwingOut);
+    EXPECT_TK_THROW(storingThrowing || plain, tkArchive::Errors, L"The stream cannot be written (writing, at byte 0)");
+}
+
+TEST(tkArchive, whatAStreamThrowsPassesAndFailsTheArchive)
+{
+    class Odd : public std::streambuf
+    {
+        int_type overflow(int_type) override { throw 5; }
+        int_type underflow() override { throw 6; }
+    };
+    Odd odd;
+    ArchivePlain plain(5);
+    long number = 1;
+    std::ostream out(&odd);
+    tkArchive within(out);
+    EXPECT_THROW(within || plain, int);
+    EXPECT_THROW(within || plain, tkArchive::Errors);
+    tkArchive alone(out);
+    EXPECT_THROW(alone || number, int);
+    EXPECT_THROW(alone || number, tkArchive::Errors);
+    std::istream in(&odd);
+    tkArchive loading(in);
+    EXPECT_THROW(loading || number, int);
+    EXPECT_THROW(loading || number, tkArchive::Errors);
+}
+
+TEST(tkArchive, aFailedExchangeLeavesWhatWasStoredBeforeInTheStream)
+{
+    ArchivePlain plain(5);
+    std::ostringstream out;
+    tkArchive archive(out);
+    Scripted object(
+        [&plain](tkArchive& a)
+        {
+            a || plain;
+            throw 1;
+        });
+    EXPECT_THROW(archive || object, int);
+    EXPECT_EQ("00 00 05 00 00 00", hex(out.str()));
+    EXPECT_EQ(6u, archive.position());
+}
+
+TEST(tkArchive, anExceptionThatAnObjectSwallowsStillFailsTheStoringArchive)
+{
+    std::ostringstream out;
+    tkArchive archive(out);
+    Scripted inner([](tkArchive&) { throw 1; });
+    Scripted object(
+        [&inner](tkArchive& a)
+        {
+            long number = 3;
+            a || number;
+            EXPECT_THROW(a || inner, int);
+            EXPECT_THROW(a || number, tkArchive::Errors);
+        });
+    archive || object;
+    EXPECT_EQ("03 00 00 00", hex(out.str()));
+    EXPECT_TK_THROW(archive || object, tkArchive::Errors,
+                    L"An earlier exchange with this archive failed (writing, at byte 4)");
 }
 
 TEST(tkArchive, afterAFailureEveryFurtherExchangeFails)

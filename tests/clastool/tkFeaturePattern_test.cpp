@@ -201,6 +201,35 @@ TEST(tkFeaturePattern, recordHasFixedBytesAndComesBackEqual)
     EXPECT_TRUE(loaded == tkFeaturePattern());
 }
 
+TEST(tkFeaturePattern, longRecordsAreThoseOfTheirVectors)
+{
+    // The flags go in pieces: lengths around theirs, and invalid measurements at both ends of a piece.
+    const std::string versions(2, '\0');
+    for (const long size : {0, 1, 16, 255, 256, 257, 511, 512, 513, 1000})
+    {
+        const std::vector<double> values(static_cast<std::size_t>(size), 0.25);
+        for (const long invalid : {-1L, 0L, 1L, 254L, 255L, 256L, 257L, 511L, 512L, size - 1})
+        {
+            if (invalid >= size)
+                continue;
+            std::vector<bool> flags(values.size(), true);
+            std::vector<long> indices;
+            if (invalid >= 0)
+            {
+                flags[static_cast<std::size_t>(invalid)] = false;
+                indices = {invalid};
+            }
+            const tkFeaturePattern pattern(values, indices);
+            const std::string record = versions + storeToBytes(values) + storeToBytes(flags);
+            EXPECT_EQ(record, storeToBytes(pattern)) << size << ", " << invalid;
+            tkFeaturePattern loaded({1.0, 2.0, 3.0}, {0});
+            loadFromBytes(record, loaded);
+            EXPECT_EQ(pattern, loaded) << size << ", " << invalid;
+            EXPECT_EQ(indices, loaded.invalidFeatureIndices());
+        }
+    }
+}
+
 TEST(tkFeaturePattern, extremeValuesComeBackWithTheirBits)
 {
     const tkFeaturePattern pattern({notANumber, -notANumber, infinity, -infinity, -0.0, 5e-324, 1.7976931348623157e308},

@@ -5,6 +5,55 @@
 #include "foundation/tkArchiveOperators.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+namespace
+{
+/// A pattern's validity flags as a record holds them, one for each measurement.
+struct Validity
+{
+    std::vector<bool>& flags; // empty: all valid
+    std::size_t count;
+
+    std::size_t size() const { return count; }
+    void clear()
+    {
+        flags.clear();
+        count = 0;
+    }
+};
+
+/// The record of a vector of bools, without making one where all are valid.
+tkArchive& operator||(tkArchive& archive, Validity& validity)
+{
+    std::vector<bool>& flags = validity.flags;
+    archive.exchangeVersion();
+    unsigned long count = validity.count;
+    archive || count;
+    constexpr std::size_t step = 256;
+    unsigned char bytes[step];
+    for (std::size_t done = 0, n = 0; done < count; done += n)
+    {
+        n = std::min(count - done, step);
+        if (archive.isStoring() && flags.empty())
+            std::memset(bytes, 1, n);
+        else if (archive.isStoring())
+            std::copy_n(flags.begin() + static_cast<std::ptrdiff_t>(done), n, bytes);
+        archive.exchangeBools(bytes, n);
+        if (archive.isLoading())
+        {
+            if (!flags.empty() || std::memchr(bytes, 0, n))
+            {
+                flags.resize(done, true);
+                flags.insert(flags.end(), bytes, bytes + n);
+            }
+            validity.count = done + n;
+        }
+    }
+    return archive;
+}
+} // namespace
 
 const tkPersistent::Registration tkFeaturePattern::registration_(typeid(tkFeaturePattern), &tkFeaturePattern::make);
 
@@ -65,13 +114,11 @@ void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char version)
 {
     tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
-    std::vector<bool> validity = validity_.empty() ? std::vector<bool>(measurements_.size(), true) : validity_;
+    Validity validity{validity_, measurements_.size()};
     if (archive.isLoading())
-        validity_.clear();
+        validity.clear();
     tkExchangeParallel(archive, L"A feature pattern has not as many validity flags as measurements", measurements_,
                        validity);
-    if (archive.isLoading() && std::find(validity.begin(), validity.end(), false) != validity.end())
-        validity_.swap(validity);
 }
 
 tkPersistent* tkFeaturePattern::make()

@@ -3,10 +3,10 @@ list(TRANSFORM clastool_folders APPEND "/*.cpp" OUTPUT_VARIABLE clastool_sources
 list(TRANSFORM clastool_folders APPEND "/*.h" OUTPUT_VARIABLE clastool_headers)
 file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})
 file(GLOB clastool_headers CONFIGURE_DEPENDS ${clastool_headers})
-# Only .cpp files include these.
-list(FILTER clastool_headers EXCLUDE REGEX
-list(FILTER clastool_headers EXCLUDE REGEX
-  "/(tkAddressTable|tkNMFollow|tkNMLanes|tkNMLearner|tkNMSharedSums|tkNMWideDistances|tkPrefetch|tk_CategoryLearners|tk_Messages|tk_PersistentClasses|tk_RuleFilter)\\.h$")
+# Only .cpp files include the private ones.
+file(STRINGS cmake/private_headers.txt clastool_private_headers)
+list(TRANSFORM clastool_private_headers PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+list(REMOVE_ITEM clastool_headers ${clastool_private_headers})
 
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)

@@ -1,6 +1,7 @@
 #include "numerics/tkNMNormal.h"
 
 #include "foundation/tkAssert.h"
+#include "numerics/tkNMLearner.h"
 #include "numerics/tkNMMahalanobis.h"
 #include "numerics/tkNMNormalGroup.h"
 #include "numerics/tkNMTriangle.h"
@@ -587,12 +588,11 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
     const auto addOne = [&](tkNMNormal& normal) { normal.add(&x, 1); };
     const std::vector<Change> changes{
         addOne,
-        [&](tkNMNormal& normal) { normal.addBlock(&x, 1, 1); },
         [&](tkNMNormal& normal)
         {
-            tkNMNormal* const normals[] = {&normal};
-            const std::size_t columns[] = {0};
-            tkNMNormal::addBlock(normals, columns, 1, &x, 1, 1);
+            tkNMLearner learner(1, 1);
+            ASSERT_TRUE(learner.start({{&normal, 0}}));
+            ASSERT_TRUE(learner.add(&x));
         },
         [](tkNMNormal& normal) { normal.referenceDeviations({3.0}); },
         [](tkNMNormal& normal) { normal.clear(); },

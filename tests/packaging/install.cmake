@@ -17,10 +17,8 @@ file(RENAME "${prefix}" "${moved}")
 file(GLOB_RECURSE headers RELATIVE "${SOURCE_DIR}"
   "${SOURCE_DIR}/foundation/*.h" "${SOURCE_DIR}/numerics/*.h" "${SOURCE_DIR}/clss/*.h")
 file(GLOB_RECURSE installed RELATIVE "${moved}/include/clastool" "${moved}/include/*")
-list(REMOVE_ITEM headers clss/clastool/bayes/tk_CategoryLearners.h clss/clastool/clastool/tk_Messages.h
-  clss/clastool/clastool/tk_PersistentClasses.h clss/clastool/clastool/tk_RuleFilter.h foundation/tkAddressTable.h
-  foundation/tkPrefetch.h numerics/tkNMFollow.h numerics/tkNMLanes.h numerics/tkNMLearner.h numerics/tkNMSharedSums.h
-  numerics/tkNMWideDistances.h)
+file(STRINGS "${SOURCE_DIR}/cmake/private_headers.txt" private_headers)
+list(REMOVE_ITEM headers ${private_headers})
 list(SORT headers)
 list(SORT installed)
 expect_equal("${headers}" "${installed}" "installed headers")

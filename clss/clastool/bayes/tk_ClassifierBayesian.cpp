@@ -6,6 +6,7 @@
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "foundation/tkPrefetch.h"
 #include "foundation/tkScratch.h"
 
 #include <algorithm>
@@ -69,23 +70,18 @@ tk_CategoryModelBayesian* newModel(long label, long numMeasurements, const tkCla
 /// measurements are can be read without waiting when it is their turn.
 void fetchAhead(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns, std::size_t p)
 {
-#if defined(__GNUC__)
     const std::size_t object = p + 16;
     const std::size_t measurements = p + 8;
     if (object < patterns.size())
-        __builtin_prefetch(patterns[object].get());
+        tkPrefetch(patterns[object].get());
     if (measurements < patterns.size() && patterns[measurements])
     {
         const std::vector<double>& x = patterns[measurements]->featureMeasurements(false);
         for (std::size_t j = 0; j < x.size(); j += 8)
-            __builtin_prefetch(&x[j]);
+            tkPrefetch(&x[j]);
         if (!x.empty())
-            __builtin_prefetch(&x.back());
+            tkPrefetch(&x.back());
     }
-#else
-    static_cast<void>(patterns);
-    static_cast<void>(p);
-#endif
 }
 
 /// Calls visit(set, density) for every trained normal density.

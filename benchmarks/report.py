@@ -21,9 +21,10 @@ clastool is faster. Absolute times are those of the machine named below.
 
 Every workload first compares clastool's results with those of *naive*, the definitions written down plainly (patterns
 and functions behind counted handles, a virtual call and the C library's `pow` for each distance, each factor computed
-where it is needed), and the run fails if they differ. Peers compute with single precision where they
-have nothing better, and deliver a label where clastool delivers scores and costs for all categories. Everything is
-compiled for the baseline of x86-64; libraries choose wider instructions as they run.
+where it is needed), and the run fails if they differ. The other libraries do as much of the same work as they offer:
+OpenCV and faiss compute with single precision, some deliver a label only, scikit-learn is called in a Python process of
+its own. Where one has a way to take many patterns at a time, that is measured as well.
+Everything is compiled for the baseline of x86-64; libraries choose wider instructions as they run.
 
 `scripts/bench.sh` measures anew and rewrites this page; `scripts/bench.sh --quick` only shows that everything runs.
 """

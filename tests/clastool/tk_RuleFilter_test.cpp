@@ -9,6 +9,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <thread>
 
@@ -401,20 +402,24 @@ TEST(tk_RuleFilter, everyChangeOfAOneSidedFunctionIsSeenAtOnce)
 
 TEST(tk_RuleFilter, everyChangeOfATwoSidedFunctionIsSeenAtOnce)
 {
-    TwoSided feet, edges, wide;
+    TwoSided feet, edges, wide, risingLow, fallingHigh;
     feet.init(-1, -2, -4, 1, 2, 4, 1, 0, 1, 0);
     edges.init(-1, -2, -2, 1, 2, 2, 1, 1, 1, 1);
     wide.init(-10, -20, -30, 10, 20, 30, 1, 1, 1, 1);
+    risingLow.init(-4, -2, -1, 1, 2, 4, 0, 1, 1, 0);
+    fallingHigh.init(-1, -2, -4, 4, 2, 1, 1, 0, 0, 1);
     const std::string record = storeToBytes(wide);
     expectSeen<TwoSided>({
         {"init", feet, 3, [](TwoSided& f) { f.init(-10, -20, -30, 10, 20, 30, 1, 1, 1, 1); }},
         {"x0", feet, -3, [](TwoSided& f) { f.x0(2); }, L"Bad x values"},
         {"x1", feet, -3, [](TwoSided& f) { f.x1(-4); }},
         {"xc", edges, -3, [](TwoSided& f) { f.xc(-4); }},
+        {"y0", risingLow, -5, [](TwoSided& f) { f.y0(0.5); }},
         {"y1", feet, -3, [](TwoSided& f) { f.y1(0.5); }},
         {"x0h", feet, 3, [](TwoSided& f) { f.x0h(-2); }, L"Bad x values"},
         {"x1h", feet, 3, [](TwoSided& f) { f.x1h(4); }},
         {"xch", edges, 3, [](TwoSided& f) { f.xch(4); }},
+        {"y0h", fallingHigh, 5, [](TwoSided& f) { f.y0h(0.5); }},
         {"y1h", feet, 3, [](TwoSided& f) { f.y1h(0.5); }},
         {"assignment", feet, 3, [&](TwoSided& f) { f = wide; }},
         {"loading", feet, 3, [&](TwoSided& f) { loadFromBytes(record, f); }},
@@ -625,6 +630,59 @@ TEST(tk_RuleFilter, manySmallDegreesAreComparedByTheirMean)
                 EXPECT_EQ(plainAnswer(rules, v, threshold), answer(t, values(v), threshold)) << degree << " " << count;
             }
         }
+}
+
+TEST(tk_RuleFilter, productsNearTheSmallestDoubleAreComparedByTheirMean)
+{
+    std::mt19937_64 generator(3);
+    std::uniform_real_distribution<double> part(0.0, 1.0);
+    std::uniform_real_distribution<double> logOfProduct(-745.0, -690.0); // e^-745 is the smallest double
+    int exceeded = 0;
+    for (int round = 0; round < 200; ++round)
+    {
+        std::vector<double> logs(1000 + generator() % 2000);
+        for (double& log : logs)
+            log = part(generator);
+        const double scale = logOfProduct(generator) / std::accumulate(logs.begin(), logs.end(), 0.0);
+        Functions functions;
+        for (const double log : logs)
+        {
+            const double degree = std::exp(scale * log);
+            functions.push_back(loaded<OneSided>({0, 0, 1, degree, degree}));
+        }
+        const std::vector<tkClassifierRule> rules = {rule(functions, 5)};
+        const std::vector<double> v(logs.size(), 0.5);
+        const tkClassifierRuleTable t = table(rules);
+        const double score = plainScore(rules[0], v);
+        for (const double threshold :
+             {score, std::nextafter(score, 0.0), std::nextafter(score, 1.0), score * (1 - 1e-12), score * (1 + 1e-12),
+              score * (1 - 3e-12), score * (1 + 3e-12), 0.0})
+        {
+            const std::wstring expected = plainAnswer(rules, v, threshold);
+            EXPECT_EQ(expected, answer(t, values(v), threshold));
+            exceeded += expected == L"5";
+        }
+    }
+    EXPECT_GT(exceeded, 400);
+    EXPECT_LT(exceeded, 1200);
+}
+
+TEST(tk_RuleFilter, rulesOfDifferentSizesTakeNoMoreMemoryThanTheirRecord)
+{
+    const tkPtrHandle<tkClsFtSc> f = loaded<OneSided>({0, 0, 1, 1, 1});
+    std::vector<tkClassifierRule> rules(20000);
+    rules[0] = rule(Functions(64, f), 5);
+    std::ostringstream stream;
+    tkArchive archive(stream);
+    archive || rules;
+    tkClassifierRuleTable t;
+    const std::string bytes = stream.str();
+    {
+        const tkAllocations watched;
+        loadFromBytes(bytes, t);
+        EXPECT_LE(watched.largest(), 2 * std::max(bytes.size(), rules.size() * sizeof(tkClassifierRule)));
+    }
+    EXPECT_EQ(L"MismatchedFeatureVectorSize", answer(t, values(std::vector<double>(64, 2.0)), 0.5));
 }
 
 TEST(tk_RuleFilter, trainingAndLoadingThatRunOutOfMemoryLeaveARightTable)

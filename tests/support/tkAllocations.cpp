@@ -1,14 +1,17 @@
 #include "tkAllocations.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace
 {
 thread_local std::size_t calls = 0;
+thread_local std::size_t largestCall = 0;
 thread_local std::size_t allowedCalls = std::numeric_limits<std::size_t>::max();
 
 void* allocate(std::size_t size) noexcept
 {
+    largestCall = std::max(largestCall, size);
     return calls++ < allowedCalls ? std::malloc(size > 0 ? size : 1) : nullptr;
 }
 
@@ -24,6 +27,7 @@ void* allocateOrThrow(std::size_t size)
 tkAllocations::tkAllocations(std::size_t allowed)
 {
     calls = 0;
+    largestCall = 0;
     allowedCalls = allowed;
 }
 
@@ -35,6 +39,11 @@ tkAllocations::~tkAllocations()
 std::size_t tkAllocations::count() const
 {
     return calls;
+}
+
+std::size_t tkAllocations::largest() const
+{
+    return largestCall;
 }
 
 // All forms but those for over-aligned types: a sanitizer replaces each form on its own, and its own ones must not

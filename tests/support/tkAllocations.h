@@ -19,6 +19,8 @@ public:
 
     /// Calls so far, failed ones included.
     std::size_t count() const;
+    /// The most bytes that one call asked for.
+    std::size_t largest() const;
 };
 
 /// Lets `change(object)` run out of memory at its first allocation, at its second and so on, each time on a fresh

@@ -132,44 +132,59 @@ bool tk_RuleFilter::joinCounts_(const std::vector<tkClassifierRule>& rules)
 
 bool tk_RuleFilter::readSupports_(const std::vector<tkClassifierRule>& rules)
 {
+    // Rules of different sizes come from damaged records alone. They could ask for much more memory than they take.
     numRules_ = rules.size();
-    const std::size_t numFeatures = numRules_ == 0 ? 0 : rules.front().scoringMethods().size();
-    std::vector<bool> mayBeVetoed(numRules_);
-    std::transform(rules.begin(), rules.end(), mayBeVetoed.begin(),
-                   [&](const tkClassifierRule& rule)
-                   { return rule.scoringMethods().size() == numFeatures && isNeverThrowing(rule); });
-    if (std::find(mayBeVetoed.begin(), mayBeVetoed.end(), true) == mayBeVetoed.end())
+    const std::size_t numFunctions = numRules_ == 0 ? 0 : rules.front().scoringMethods().size();
+    if (std::any_of(rules.begin(), rules.end(),
+                    [&](const tkClassifierRule& rule) { return rule.scoringMethods().size() != numFunctions; }))
         return false;
+    std::vector<bool> mayBeVetoed(numRules_);
+    std::transform(rules.begin(), rules.end(), mayBeVetoed.begin(), isNeverThrowing);
 
-    const std::size_t numScales = std::min(numFeatures, maxFeatures);
-    scales_.resize(numScales);
-    passes_.resize((numRules_ + blockRules - 1) / blockRules * numScales);
-    std::vector<Support> supports(numRules_);
-    for (std::size_t f = 0; f < numScales; ++f)
+    const auto supportOfRule = [&](std::size_t r, std::size_t index)
+    {
+        Support support;
+        if (mayBeVetoed[r])
+            findSupport(rules[r].scoringMethods()[index], support);
+        return support;
+    };
+    for (std::size_t index = 0; index < numFunctions && features_.size() < maxFeatures; ++index)
     {
         double lowest = infinity;
         double highest = -infinity;
         for (std::size_t r = 0; r < numRules_; ++r)
         {
-            if (mayBeVetoed[r])
-                findSupport(rules[r].scoringMethods()[f], supports[r]);
-            for (const double end : {supports[r].low, supports[r].high})
+            const Support support = supportOfRule(r, index);
+            for (const double end : {support.low, support.high})
                 if (std::isfinite(end))
                 {
                     lowest = std::min(lowest, end);
                     highest = std::max(highest, end);
                 }
         }
-        scales_[f] = Scale(lowest, highest);
-        for (std::size_t r = 0; r < numRules_; ++r)
+        if (lowest <= highest)
+            features_.push_back({index, Scale(lowest, highest)});
+    }
+    if (features_.empty())
+        return false;
+
+    passes_.resize((numRules_ + blockRules - 1) / blockRules * features_.size());
+    for (std::size_t r = 0; r < numRules_; ++r)
+        for (std::size_t f = 0; f < features_.size(); ++f)
         {
-            std::uint64_t* const passes = passes_[r / blockRules * numScales + f].rules;
+            const Support support = supportOfRule(r, features_[f].index);
+            const Scale& scale = features_[f].scale;
+            std::uint64_t* const passes = passes_[r / blockRules * features_.size() + f].rules;
             const std::uint64_t bit = std::uint64_t{1} << r % blockRules;
-            const int last = scales_[f].level(supports[r].high);
-            for (int level = scales_[f].level(supports[r].low); level <= last; ++level)
-                passes[level] |= bit;
-            passes[numLevels] |= bit;
+            // Where its levels begin and where they have ended, for now.
+            passes[scale.level(support.low)] ^= bit;
+            passes[scale.level(support.high) + 1] ^= bit;
         }
+    for (Passes& passes : passes_)
+    {
+        for (int level = 1; level < numLevels; ++level)
+            passes.rules[level] ^= passes.rules[level - 1];
+        passes.rules[numLevels] = ~std::uint64_t{0};
     }
     return true;
 }
@@ -202,8 +217,8 @@ tk_RuleFilter::Candidates::Candidates(const tk_RuleFilter* filter, const std::ve
       rules_(0)
 {
     if (filter_)
-        for (std::size_t f = 0; f < filter_->scales_.size(); ++f)
-            levels_[f] = filter_->scales_[f].level(values[f]);
+        for (std::size_t f = 0; f < filter_->features_.size(); ++f)
+            levels_[f] = filter_->features_[f].scale.level(values[filter_->features_[f].index]);
 }
 
 std::size_t tk_RuleFilter::Candidates::next(std::size_t rule)
@@ -225,10 +240,10 @@ std::size_t tk_RuleFilter::Candidates::next(std::size_t rule)
 
 void tk_RuleFilter::Candidates::readBlock_(std::size_t block)
 {
-    const std::size_t numScales = filter_->scales_.size();
-    const Passes* const passes = filter_->passes_.data() + block * numScales;
+    const std::size_t numFeatures = filter_->features_.size();
+    const Passes* const passes = filter_->passes_.data() + block * numFeatures;
     block_ = block;
     rules_ = ~std::uint64_t{0};
-    for (std::size_t f = 0; f < numScales; ++f)
+    for (std::size_t f = 0; f < numFeatures; ++f)
         rules_ &= passes[f].rules[levels_[f]];
 }

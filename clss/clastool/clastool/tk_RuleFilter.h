@@ -19,7 +19,7 @@
 class tk_RuleFilter
 {
     static constexpr std::size_t blockRules = 64;
-    static constexpr std::size_t maxFeatures = 64; // the others veto nothing
+    static constexpr std::size_t maxFeatures = 64; // of those with a veto; others veto nothing
     static constexpr std::size_t maxCounts = 64;
     static constexpr int numLevels = 128;
 
@@ -72,6 +72,12 @@ private:
         std::uint64_t rules[numLevels + 1] = {};
     };
 
+    struct Feature
+    {
+        std::size_t index; // of its values and functions
+        Scale scale;
+    };
+
     struct Count
     {
         tkPtrHandle<tkChangeCount> count;
@@ -83,9 +89,9 @@ private:
     bool isCurrent_() const;
 
     std::size_t numRules_ = 0;
-    std::vector<Scale> scales_;  // one per feature, of the first maxFeatures
-    std::vector<Passes> passes_; // block by block, one per scale
-    std::vector<Count> counts_;  // of the functions, none twice
+    std::vector<Feature> features_; // the first ones that may veto
+    std::vector<Passes> passes_;    // block by block, one per feature in features_
+    std::vector<Count> counts_;     // of the functions, none twice
 };
 
 #endif

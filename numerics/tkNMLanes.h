@@ -130,7 +130,11 @@ struct LanesOf
     }
 };
 
-/// What the target has without being told to.
-constexpr std::size_t plainWidth = TK_WIDER_LEVELS ? 2 : 1;
+/// For the instructions that a target has without being told to: two doubles where the compiler has vectors.
+#if defined(__GNUC__)
+constexpr std::size_t plainWidth = 2;
+#else
+constexpr std::size_t plainWidth = 1;
+#endif
 
 #endif

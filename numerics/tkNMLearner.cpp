@@ -233,12 +233,12 @@ void tkNMLearner::addProducts_() noexcept
         else if (d > 1)
         {
             const std::size_t padded = (d + 7) / 8 * 8;
-            double a[largestSize] = {};
-            double b[largestSize] = {};
+            double a[largestSize];
+            double b[largestSize];
             for (std::size_t k = 0; k < count_; ++k)
             {
-                std::copy_n(before + k * stride + part.first, d, a + k * padded);
-                std::copy_n(after + k * stride + part.first, d, b + k * padded);
+                std::fill_n(std::copy_n(before + k * stride + part.first, d, a + k * padded), padded - d, 0.0);
+                std::fill_n(std::copy_n(after + k * stride + part.first, d, b + k * padded), padded - d, 0.0);
             }
             squares.addProducts(a, b, count_, padded, level_);
         }

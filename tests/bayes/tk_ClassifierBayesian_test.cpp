@@ -1455,6 +1455,19 @@ TEST(tk_ClassifierBayesian, aNullHandleFailsUnlessItsCategoryIsUnknown)
     expectModels(fromMemory, learnedOneByOne(data, Params(), 45));
 }
 
+TEST(tk_ClassifierBayesian, aNewCategoryIsModelledBeforeItsPatternIsLookedAt)
+{
+    ListProvider data = randomProvider(2, 10, 3, 8);
+    data.patterns.emplace_back();
+    data.labels.push_back(77);
+    Types types(Types::eNormal);
+    types.distributionTypeOverride(77, 0, Types::ePoisson);
+    const Params params(types, tkClassifierFrequencies(), tkClassifierCosts(), tkFeaturePattern());
+    tk_ClassifierBayesian classifier;
+    EXPECT_TK_THROW(classifier.train(data, params), tkClassifierDefs::NotImplemented,
+                    L"Poisson distribution is not implemented");
+}
+
 TEST(tk_ClassifierBayesian, aClassDerivedFromTheMemoryProviderIsAsked)
 {
     struct Doubled : tkClassifierDataProviderMemory

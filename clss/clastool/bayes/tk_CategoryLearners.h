@@ -23,13 +23,14 @@ public:
     void add(long label, tk_CategoryModelBayesian& model);
 
     /// Lets the model of this label adapt to the pattern; throws what it throws. False, and nothing done, if the label
-    /// is new.
-    bool adapt(long label, const tkFeaturePattern& pattern)
+    /// is new: a null handle fails only after that.
+    bool adapt(long label, const tkPtrHandle_const<tkFeaturePattern>& handle)
     {
         const std::size_t number = number_(label);
         if (number == none_)
             return false;
         Category_& category = categories_[number];
+        const tkFeaturePattern& pattern = *handle;
         const std::vector<double>& x = pattern.featureMeasurements(false);
         if (!category.learner.isStarted() || x.size() != size_ || pattern.numInvalid() > 0 ||
             !category.learner.add(x.data()))
@@ -42,6 +43,7 @@ private:
     {
         tk_CategoryModelBayesian* model;
         tkNMLearner learner;
+        bool mayStart; // whether the learner could, or could later
     };
 
     static constexpr std::size_t none_ = static_cast<std::size_t>(-1);

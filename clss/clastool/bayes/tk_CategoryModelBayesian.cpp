@@ -46,7 +46,8 @@ tk_CategoryModelBayesian::tk_CategoryModelBayesian(
     long measurements = 0;
     for (std::size_t i = 0; i < types.size(); ++i)
     {
-        densities_.emplace_back(newDensity(types[i], dependencySets[i], maxMeasurementValues));
+        densities_.push_back(
+            tkPtrHandle<tk_ProbabilityDensityFunction>(newDensity(types[i], dependencySets[i], maxMeasurementValues)));
         measurements += static_cast<long>(dependencySets[i].size());
     }
     numMeasurements(measurements);
@@ -96,11 +97,15 @@ void tk_CategoryModelBayesian::adapt(const tkFeaturePattern& pattern, tkDiagObje
 
 bool tk_CategoryModelBayesian::startLearner(tkNMLearner& learner) const
 {
-    const auto isReady = [](const Shortcut_& s)
-    { return s.normalOrNull && s.normalOrNull->normal().dimension() == static_cast<long>(s.size); };
-    if (!std::all_of(shortcuts_.begin(), shortcuts_.end(), isReady))
+    const auto hasNormal = [](const Shortcut_& s) { return s.normalOrNull != nullptr; };
+    if (!std::all_of(shortcuts_.begin(), shortcuts_.end(), hasNormal))
         return false;
+    const auto isTrained = [](const Shortcut_& s)
+    { return s.normalOrNull->normal().dimension() == static_cast<long>(s.size); };
+    if (!std::all_of(shortcuts_.begin(), shortcuts_.end(), isTrained))
+        return true;
     std::vector<tkNMLearner::Part> parts;
+    parts.reserve(shortcuts_.size());
     for (const Shortcut_& s : shortcuts_)
         parts.push_back({&s.normalOrNull->normal(), s.first});
     return learner.start(parts);

@@ -46,8 +46,9 @@ public:
     /// Updates the densities in the order of the sets. Where one throws, those before it have learned.
     void adapt(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr, unsigned long flags = 0) override;
 
-    /// Lets the learner learn for the densities, what adapt() would from a pattern of the same measurements, all valid.
-    /// False, and nothing done, if they are not all normal over neighbouring measurements or the learner refuses.
+    /// Lets the learner learn for the densities, what adapt() would from a pattern of the same measurements, all valid,
+    /// once each of them has learned a pattern; until then nothing is done. False if it never can: they are not all
+    /// normal over neighbouring measurements, or the learner refuses.
     bool startLearner(tkNMLearner& learner) const;
 
     /// Lays normal densities of single, consecutive measurements side by side, so that matchScore() evaluates them

@@ -147,7 +147,7 @@ void tk_ClassifierBayesian::learn_(const tkClassifierDataProvider& data, const t
     tk_CategoryLearners learners(numMeasurements, numPatterns);
     const auto learn = [&](const tkPtrHandle_const<tkFeaturePattern>& pattern, long label)
     {
-        if (label == -1 || learners.adapt(label, *pattern))
+        if (label == -1 || learners.adapt(label, pattern))
             return;
         const tkPtrHandle<tk_CategoryModelBayesian> model(newModel(label, numMeasurements, params));
         model->adapt(*pattern);

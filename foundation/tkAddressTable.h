@@ -45,6 +45,16 @@ public:
     /// Takes the number of the object at `address` away, if it has one.
     void erase(const void* address);
 
+    /// 64 bits whose leading ones choose the slot from which on an address is looked for. One multiplication by 2^64
+    /// over the golden ratio would not do: distances between objects that are near a multiple of a Fibonacci number
+    /// would bring them close together again.
+    static std::uint64_t mixed(const void* address)
+    {
+        const std::uint64_t factor = 0x9E3779B97F4A7C15;
+        const std::uint64_t bits = reinterpret_cast<std::uintptr_t>(address) * factor;
+        return (bits ^ bits >> 32) * factor;
+    }
+
 private:
     struct Slot
     {
@@ -52,13 +62,7 @@ private:
         std::uint32_t number = 0;
     };
 
-    /// The slot from which on an address is looked for: multiplied by 2^64 over the golden ratio, addresses at
-    /// equal distances are far from each other in the leading bits.
-    std::size_t home_(const void* address) const
-    {
-        const std::uint64_t bits = reinterpret_cast<std::uintptr_t>(address);
-        return static_cast<std::size_t>(bits * 0x9E3779B97F4A7C15 >> shift_);
-    }
+    std::size_t home_(const void* address) const { return static_cast<std::size_t>(mixed(address) >> shift_); }
 
     std::size_t next_(std::size_t slot) const { return (slot + 1) & (slots_.size() - 1); }
 

@@ -313,9 +313,12 @@ void tkArchive::write_(const unsigned char* bytes, std::size_t count)
     const auto wanted = static_cast<std::streamsize>(count);
     try
     {
-        if (state_->out->fail() || state_->out->rdbuf()->sputn(reinterpret_cast<const char*>(bytes), wanted) != wanted)
+        if (state_->out->fail())
             fail_(L"The stream cannot be written");
-        state_->position += count;
+        const std::streamsize put = state_->out->rdbuf()->sputn(reinterpret_cast<const char*>(bytes), wanted);
+        state_->position += static_cast<std::size_t>(std::clamp<std::streamsize>(put, 0, wanted));
+        if (put != wanted)
+            fail_(L"The stream cannot be written");
     }
     catch (const std::ios_base::failure&)
     {

@@ -22,7 +22,8 @@ public:
     class Errors;
     class UnknownVersion;
 
-    /// Stores to `stream`, which holds all bytes whenever an outermost exchange has ended.
+    /// Stores to `stream`, which holds all bytes whenever an outermost exchange has ended. Until then nobody else may
+    /// write to it or ask for its position.
     explicit tkArchive(std::ostream& stream);
     /// Loads from `stream`, from which no byte is taken beyond what was asked for.
     explicit tkArchive(std::istream& stream);

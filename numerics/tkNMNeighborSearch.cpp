@@ -2,6 +2,7 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
+#include "numerics/tkNMLanes.h"
 #include "numerics/tkNMNeighborList.h"
 #include "numerics/tkNMWideDistances.h"
 
@@ -82,12 +83,6 @@
 // that the definition is computed for few of them. Where most rows of a block pass the test of bytes, the next blocks
 // are likely to be no better, and are taken without it.
 
-#if defined(__GNUC__)
-#define TK_ALWAYS_INLINE [[gnu::always_inline]] inline
-#else
-#define TK_ALWAYS_INLINE inline
-#endif
-
 namespace
 {
 using Bytes = tkNMByteDistances;
@@ -159,7 +154,7 @@ void powerSums(const double* query, const double* const* rows, long count, long 
     addPowers<power>(query, rows, count, n, sums);
 }
 
-#if defined(__x86_64__) && defined(__GNUC__)
+#if TK_WIDER_LEVELS
 template <int power>
 __attribute__((target("avx2"))) void powerSumsAvx2(const double* query, const double* const* rows, long count, long n,
                                                    double* sums)

@@ -80,23 +80,14 @@ __attribute__((target("avx512f"))) void computeAVX512(double* sums, const double
 #endif
 } // namespace
 
-tkNMSharedSums::Level tkNMSharedSums::bestLevel()
-{
-#if TK_WIDER_LEVELS
-    return __builtin_cpu_supports("avx512f") ? eAVX512 : __builtin_cpu_supports("avx2") ? eAVX2 : ePlain;
-#else
-    return ePlain;
-#endif
-}
-
 void tkNMSharedSums::compute(double* sums, const double* terms, std::size_t count, Exception* exceptions,
-                             std::size_t numExceptions, Level level)
+                             std::size_t numExceptions, tkNMTriangle::Level level)
 {
     const Exception* const last = exceptions + numExceptions;
 #if TK_WIDER_LEVELS
-    if (level == eAVX512)
+    if (level == tkNMTriangle::eAVX512)
         return computeAVX512(sums, terms, count, exceptions, last);
-    if (level == eAVX2)
+    if (level == tkNMTriangle::eAVX2)
         return computeAVX2(sums, terms, count, exceptions, last);
 #else
     static_cast<void>(level);

@@ -1,7 +1,7 @@
 #ifndef NUMERICS_TKNMSHAREDSUMS_H
 #define NUMERICS_TKNMSHAREDSUMS_H
 
-#include "foundation/tkExport.h"
+#include "numerics/tkNMTriangle.h"
 
 #include <cstddef>
 
@@ -13,15 +13,6 @@
 class TK_EXPORT tkNMSharedSums
 {
 public:
-    /// Width of the instructions used; a processor has all levels up to its best.
-    enum Level
-    {
-        ePlain,
-        eAVX2,
-        eAVX512
-    };
-    static Level bestLevel();
-
     /// Another term x_ij.
     struct Exception
     {
@@ -35,14 +26,9 @@ public:
 
     /// The count is a multiple of `group`; where there are fewer sums, terms 0.0 follow. *Requires* the exceptions in
     /// ascending place / group, and within a group in ascending sum; of several for the same i and j the last counts.
-    /// Their terms are used up. *Requires* level <= bestLevel().
+    /// Their terms are used up. *Requires* level <= tkNMTriangle::bestLevel().
     static void compute(double* sums, const double* terms, std::size_t count, Exception* exceptions,
-                        std::size_t numExceptions)
-    {
-        compute(sums, terms, count, exceptions, numExceptions, bestLevel());
-    }
-    static void compute(double* sums, const double* terms, std::size_t count, Exception* exceptions,
-                        std::size_t numExceptions, Level level);
+                        std::size_t numExceptions, tkNMTriangle::Level level = tkNMTriangle::bestLevel());
 };
 
 #endif

@@ -55,12 +55,12 @@ void expectPlainSums(std::vector<double> terms, Exceptions exceptions)
                      { return std::make_pair(a.place / group, a.sum) < std::make_pair(b.place / group, b.sum); });
     const std::size_t n = terms.size();
     terms.resize((n + group - 1) / group * group);
-    for (int level = tkNMSharedSums::ePlain; level <= tkNMSharedSums::bestLevel(); ++level)
+    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
     {
         std::vector<double> sums(terms.size() + 1, 7.0);
         Exceptions used = exceptions;
         tkNMSharedSums::compute(sums.data(), terms.data(), terms.size(), used.data(), used.size(),
-                                static_cast<tkNMSharedSums::Level>(level));
+                                static_cast<tkNMTriangle::Level>(level));
         EXPECT_EQ(7.0, sums.back());
         sums.resize(n);
         EXPECT_TRUE(haveSameBits(expected, sums)) << n << " sums on level " << level;

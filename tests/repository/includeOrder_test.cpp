@@ -37,8 +37,8 @@ foundation/tkDiagObject
 numerics/tkNMMatrix
 numerics/tkNMLanes
 numerics/tkNMFollow
-numerics/tkNMSharedSums
 numerics/tkNMTriangle
+numerics/tkNMSharedSums
 numerics/tkNMMahalanobis
 numerics/tkNMNormalGroup
 numerics/tkNMNormal

@@ -529,6 +529,7 @@ TEST(tkArchive, aStreamThatFillsUpWithinAnExchangeFailsItAndTakesWhatItCan)
         std::ostream out(&full);
         tkArchive archive(out);
         EXPECT_THROW(archive || plain, tkArchive::Errors) << room;
+        EXPECT_EQ(static_cast<unsigned long long>(room), archive.position());
         EXPECT_THROW(archive || plain, tkArchive::Errors) << room;
     }
     FullBuffer full(6);

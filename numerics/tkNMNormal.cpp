@@ -229,14 +229,17 @@ tkNMNormal::Status tkNMNormal::logMarginal(const double* pattern, const bool* va
     return eOk;
 }
 
-void tkNMNormal::join(const tkPtrHandle<tkNMNormalGroup>& group, std::size_t place)
+void tkNMNormal::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product, std::size_t place)
 {
-    TK_ASSERT(count_ > 0 && mean_.size() == 1);
+    TK_ASSERT(count_ > 0);
     static_cast<void>(factor_());
     Factor_& factor = *factorOrNull_.load();
-    factor.leaveGroup();
-    group->fill(place, factor.single);
-    factor.group = group;
+    factor.leaveProducts();
+    if (factor.distance.dimension() != mean_.size())
+        return;
+    products->fill(product, place, factor.distance, factor.single.logPeak);
+    factor.products = products;
+    factor.product = product;
     factor.place = place;
 }
 
@@ -254,10 +257,10 @@ void tkNMNormal::swap_(tkNMNormal& other) noexcept
     std::swap(squares_, other.squares_);
     reference_.swap(other.reference_);
     other.factorOrNull_.store(factorOrNull_.exchange(other.factorOrNull_.load()));
-    // A place in a group belongs to the object, not to what it learned.
+    // A place among products belongs to the object, not to what it learned.
     for (const tkNMNormal* normal : {this, &other})
         if (Factor_* const factor = normal->factorOrNull_.load())
-            factor->leaveGroup();
+            factor->leaveProducts();
 }
 
 void tkNMNormal::forgetFactor_()
@@ -383,9 +386,9 @@ bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ri
         mean.push_back(mean_[j]);
         remainder.push_back(meanRemainder_[j]);
     }
-    factor.distance = tkNMMahalanobis(mean, remainder, inverse);
     if (d == 1)
         factor.single = {mean[0], remainder[0], inverse(0, 0), nan};
+    factor.distance = tkNMMahalanobis(std::move(mean), std::move(remainder), std::move(inverse));
 
     const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);
     factor.single.logPeak = std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;

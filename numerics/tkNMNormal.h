@@ -4,7 +4,8 @@
 #include "foundation/tkPtrHandle.h"
 #include "numerics/tkNMMahalanobis.h"
 #include "numerics/tkNMMatrix.h"
-#include "numerics/tkNMNormalGroup.h"
+#include "numerics/tkNMNormalProducts.h"
+#include "numerics/tkNMSingleNormal.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <atomic>
@@ -83,9 +84,10 @@ public:
     /// invalid measurement's value is not read. Factors their covariance anew: cost in proportion to dimension³.
     Status logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
 
-    /// Fills a place of a group with this distribution, which empties it as soon as it changes, and the place that
-    /// it filled before. *Requires* a count > 0, a single measurement, and place < group->size().
-    void join(const tkPtrHandle<tkNMNormalGroup>& group, std::size_t place);
+    /// Fills the place of a factor with this distribution, which empties it as soon as it changes, and the place that
+    /// it filled before. Fills none if the covariance has no factor, as after overflows. *Requires* a count > 0 and a
+    /// place for dimension() measurements.
+    void join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product, std::size_t place);
 
     /// Equality of count, mean and covariance.
     bool operator==(const tkNMNormal& other) const;
@@ -94,19 +96,19 @@ public:
 private:
     friend class tkNMLearner;
 
-    /// What an evaluation needs beside the pattern, and the place of a group that mirrors it.
+    /// What an evaluation needs beside the pattern, and the place among products that mirrors it.
     struct Factor_
     {
         Factor_() = default;
         Factor_(const Factor_&) = delete;
         Factor_& operator=(const Factor_&) = delete;
-        ~Factor_() { leaveGroup(); }
+        ~Factor_() { leaveProducts(); }
 
-        void leaveGroup()
+        void leaveProducts()
         {
-            if (group)
-                group->empty(place);
-            group = tkPtrHandle<tkNMNormalGroup>();
+            if (products)
+                products->empty(product, place);
+            products = tkPtrHandle<tkNMNormalProducts>();
         }
 
         /// Log density at a pattern near enough, as patterns are: false for a squared distance beyond the largest or
@@ -127,7 +129,8 @@ private:
         tkNMSingleNormal single;  // logPeak for any number of measurements, weight NaN unless there is one
         double ridge;             // part of its variance that was added to each measurement
         tkNMMahalanobis distance; // by the inverse of the Cholesky factor, its columns in the measurements' own units
-        tkPtrHandle<tkNMNormalGroup> group; // null: none
+        tkPtrHandle<tkNMNormalProducts> products; // null: none
+        std::size_t product = 0;
         std::size_t place = 0;
     };
 

@@ -30,6 +30,10 @@ public:
     double operator()(std::size_t i, std::size_t j) const { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
     double& operator()(std::size_t i, std::size_t j) { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
 
+    /// The elements of rows 8 block, 8 block + 1, ..., 8 block + 7 in column j. *Requires* that one of them is an
+    /// element.
+    const double* column(std::size_t block, std::size_t j) const { return blocks_[offset_(block) + j].rows; }
+
     /// W_ij += a_i b_j for j <= i, for `count` pairs of vectors a and b one after the other, each `stride` doubles
     /// behind the one before it. They have dimension() rounded up to a multiple of 8 elements, those beyond
     /// dimension() 0.0. *Requires* level <= bestLevel().

@@ -13,7 +13,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <random>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -1096,75 +1098,255 @@ TEST(tk_ClassifierBayesian, scoresMixedModelsWithTheBitsOfTheirDensities)
     }
 }
 
-TEST(tk_ClassifierBayesian, scoresFollowEveryChangeOfADensity)
+namespace
+{
+/// What a run gives, or the message with which it is refused.
+struct Outcome
+{
+    std::wstring message;
+    tkClassifierResult result;
+};
+
+template <class Run>
+Outcome outcomeOf(const Run& run)
+{
+    Outcome outcome;
+    try
+    {
+        run(outcome.result);
+    }
+    catch (const tkException& error)
+    {
+        outcome.message = error.message();
+    }
+    return outcome;
+}
+
+void runByDefinition(const tk_ClassifierBayesian& classifier, const tkFeaturePattern& pattern,
+                     tkClassifierResult& result)
+{
+    std::vector<double> scores;
+    for (std::size_t c = 0; c < classifier.categoryModels().size(); ++c)
+        scores.push_back(plainScore(model(classifier, c), pattern));
+    double best = -HUGE_VAL;
+    for (const double score : scores)
+        best = best >= score ? best : score;
+    std::vector<tkClassifierCategoryResult> matches;
+    for (std::size_t c = 0; c < scores.size(); ++c)
+        matches.emplace_back(model(classifier, c).categoryLabel(), std::exp(scores[c] + (0.0 - best)), 0.0, 0.0);
+    const auto& params = dynamic_cast<const Params&>(*classifier.trainParams());
+    result = tkClassifierResult(matches, params.categoryFrequencies(), params.misclassificationCosts(), 0.0 - best);
+}
+
+/// Returns how many runs, compared for `count` strange patterns with the definition, were not refused.
+int compareRuns(const tk_ClassifierBayesian& classifier, std::size_t dimension, int count, std::mt19937_64& generator)
+{
+    int classified = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const tkFeaturePattern pattern = strangePattern(dimension - generator() % 8 / 7, generator);
+        const Outcome expected =
+            outcomeOf([&](tkClassifierResult& result) { runByDefinition(classifier, pattern, result); });
+        const Outcome actual = outcomeOf([&](tkClassifierResult& result) { classifier.run(pattern, result); });
+        EXPECT_EQ(expected.message, actual.message);
+        const auto& expectedResults = expected.result.categoryResults();
+        const auto& actualResults = actual.result.categoryResults();
+        EXPECT_EQ(expectedResults.size(), actualResults.size());
+        EXPECT_TRUE(haveSameBits(expected.result.matchScoreFactorLog(), actual.result.matchScoreFactorLog()));
+        for (std::size_t c = 0; c < std::min(expectedResults.size(), actualResults.size()); ++c)
+        {
+            EXPECT_EQ(expectedResults[c].categoryLabel(), actualResults[c].categoryLabel());
+            EXPECT_TRUE(haveSameBits(expectedResults[c].matchScore(), actualResults[c].matchScore()));
+        }
+        classified += actual.message.empty();
+    }
+    return classified;
+}
+
+/// 27 categories of 20 measurements, by label: 0 to 10, sets of neighbours and single ones; 11 to 18, all apart; 19 and
+/// 20, all in one set; 21, the same with others; 22 and 23, not neighbours; 24 to 26 with a binomial one, if asked for.
+tk_ClassifierBayesian manyCategories(unsigned seed, bool withBinomials)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(600, 20, seed, rows, labels);
+    for (std::size_t i = 0; i < labels.size(); ++i)
+    {
+        labels[i] = static_cast<long>(i % 27);
+        rows[i][7] = 1.0 + std::fabs(rows[i][7]);
+    }
+    Types types(Types::eNormal);
+    std::vector<long> all(20);
+    std::iota(all.begin(), all.end(), 0L);
+    for (long label = 0; label <= 10; ++label)
+    {
+        types.setDependent(label, {0, 1, 2, 3, 4});
+        types.setDependent(label, {6, 7, 8, 9, 10, 11, 12, 13, 14});
+    }
+    for (const long label : {19L, 20L})
+        types.setDependent(label, all);
+    types.setDependent(21, std::vector<long>(all.begin(), all.end() - 1));
+    for (const long label : {22L, 23L})
+        types.setDependent(label, {9, 3});
+    for (const long label : {24L, 25L, 26L})
+        if (withBinomials)
+            types.distributionTypeOverride(label, 7, Types::eBinomial);
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(types, tkClassifierFrequencies(1.0), tkClassifierCosts(1.0),
+                                                    tkFeaturePattern(std::vector<double>(20, 100.0))));
+    return classifier;
+}
+
+tk_CategoryModelBayesian& changeable(tk_ClassifierBayesian& classifier, std::size_t i)
+{
+    return dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[i]);
+}
+} // namespace
+
+TEST(tk_ClassifierBayesian, runsManyCategoriesWithTheBitsOfTheirDensities)
+{
+    std::mt19937_64 generator(23);
+    for (const bool withBinomials : {false, true})
+    {
+        const tk_ClassifierBayesian classifier = manyCategories(1, withBinomials);
+        EXPECT_GT(compareRuns(classifier, 20, 2000, generator), 1000);
+        tk_ClassifierBayesian loaded;
+        loadFromBytes(storeToBytes(classifier), loaded);
+        EXPECT_GT(compareRuns(loaded, 20, 500, generator), 250);
+    }
+}
+
+TEST(tk_ClassifierBayesian, runsFollowEveryChangeOfADensity)
 {
     std::mt19937_64 generator(22);
-    tk_ClassifierBayesian classifier = mixedClassifier(5);
+    tk_ClassifierBayesian classifier = manyCategories(5, false);
     const tk_ClassifierBayesian shared(classifier); // the same models
     const tkFeaturePattern pattern(std::vector<double>(20, 0.5));
-    for (std::size_t c = 0; c < 3; ++c)
+    for (const std::size_t c : {0u, 9u, 12u, 19u, 24u})
     {
-        auto& changed = dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[c]);
-        tk_CategoryModelBayesian copy(changed); // other sets of handles to the same densities
+        tk_CategoryModelBayesian& changed = changeable(classifier, c);
+        tk_CategoryModelBayesian copy(changed); // other handles to the same densities
         const double before = changed.matchScore(pattern);
-
         changed.adapt(pattern); // through this model, ...
         const double afterAdapt = changed.matchScore(pattern);
         EXPECT_NE(before, afterAdapt);
-        compareScores(shared, 20, 200, generator);
         EXPECT_EQ(copy.matchScore(pattern), afterAdapt);
+        EXPECT_GT(compareRuns(shared, 20, 100, generator), 50);
 
-        copy.groupDensities(); // ... through a copy whose densities were laid out anew, ...
-        changed.groupDensities();
-        copy.groupDensities();
-        copy.adapt(tkFeaturePattern(std::vector<double>(20, 0.75)));
-        EXPECT_NE(copy.matchScore(pattern), afterAdapt);
+        copy.adapt(tkFeaturePattern(std::vector<double>(20, 0.75))); // ... through a copy of it, ...
         EXPECT_EQ(copy.matchScore(pattern), changed.matchScore(pattern));
-        compareScores(shared, 20, 200, generator);
+        EXPECT_GT(compareRuns(shared, 20, 100, generator), 50);
 
-        changed.groupDensities(); // ... and through a handle to one of them.
-        const double grouped = changed.matchScore(pattern);
-        changed.densities()[0]->updateWithData({tkFeaturePattern({1.5})});
-        EXPECT_NE(changed.matchScore(pattern), grouped);
-        compareScores(shared, 20, 200, generator);
-
-        changed.groupDensities();
-        changed.densities()[0]->clear();
-        EXPECT_TK_THROW(changed.matchScore(pattern), tkClassifierDefs::InsufficientTrainData,
-                        L"No valid data has been used to train the distribution for category " +
-                            std::to_wstring(changed.categoryLabel()));
-        changed.groupDensities(); // which leaves out what was not trained
-        changed.densities()[0]->updateWithData({tkFeaturePattern({1.5}), tkFeaturePattern({2.5})});
-        compareScores(shared, 20, 200, generator);
+        changed.densities()[0]->updateWithData( // ... and through a handle to one of them.
+            {tkFeaturePattern(std::vector<double>(changed.dependencySets()[0].size(), 1.5))});
+        EXPECT_GT(compareRuns(shared, 20, 100, generator), 50);
     }
+    changeable(classifier, 3).densities()[0]->clear();
+    tkClassifierResult result;
+    EXPECT_TK_THROW(shared.run(pattern, result), tkClassifierDefs::InsufficientTrainData,
+                    L"No valid data has been used to train the distribution for category 3");
 }
 
-TEST(tk_ClassifierBayesian, groupsOutliveNeitherTheirModelNorTheirDensities)
+TEST(tk_ClassifierBayesian, runsFollowAModelThatIsReplaced)
 {
-    const tkFeaturePattern pattern(std::vector<double>(20, 0.5));
+    std::mt19937_64 generator(24);
+    tk_ClassifierBayesian classifier = manyCategories(6, false);
+    const tk_CategoryModelBayesian kept(model(classifier, 1)); // so that its densities live on
+    tk_CategoryModelBayesian& changed = changeable(classifier, 1);
+    const auto expectFollowed = [&]
+    {
+        changed.categoryLabel(1);
+        EXPECT_GT(compareRuns(classifier, 20, 100, generator), 50);
+    };
+    changed = model(classifier, 2); // of another product
+    expectFollowed();
+    changed = model(manyCategories(7, false), 1); // whose products are gone
+    expectFollowed();
+    changed = kept;
+    expectFollowed();
+    loadFromBytes(storeToBytes(model(manyCategories(8, false), 12)), changed);
+    expectFollowed();
+}
+
+TEST(tk_ClassifierBayesian, productsOutliveNeitherTheClassifierNorTheirDensities)
+{
     Density density;
     {
-        const tk_ClassifierBayesian classifier = mixedClassifier(6);
-        density = model(classifier, 0).densities()[3];
+        const tk_ClassifierBayesian classifier = manyCategories(6, false);
+        density = model(classifier, 12).densities()[3];
     }
-    density->updateWithData({tkFeaturePattern({1.0})}); // what mirrored it has gone with the model
-
-    tk_ClassifierBayesian classifier = mixedClassifier(6);
-    auto& first = dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[0]);
-    const double before = first.matchScore(pattern);
-    tk_CategoryModelBayesian copy(first);
-    first = model(mixedClassifier(7), 0);
-    EXPECT_EQ(copy.matchScore(pattern), before);
-    loadFromBytes(storeToBytes(copy), copy); // a model that was stored alone comes back without groups
-    EXPECT_EQ(copy.matchScore(pattern), before);
-    EXPECT_EQ(first.matchScore(pattern), plainScore(first, pattern));
+    density->updateWithData({tkFeaturePattern({1.0})}); // what mirrored it has gone
+    tk_ClassifierBayesian classifier = manyCategories(6, false);
+    const tk_ClassifierBayesian copy(classifier);
+    std::mt19937_64 generator(25);
+    classifier.untrain();
+    EXPECT_GT(compareRuns(copy, 20, 100, generator), 50);
 }
 
-TEST(tk_ClassifierBayesian, singleMeasurementsRunInSeveralThreads)
+TEST(tk_ClassifierBayesian, patternsShorterThanTheLastSetLackItsMeasurements)
 {
-    tk_ClassifierBayesian classifier = mixedClassifier(8);
-    dynamic_cast<tk_CategoryModelBayesian&>(*classifier.categoryModels()[2])
-        .adapt(tkFeaturePattern(std::vector<double>(20, 0.5))); // its densities are evaluated one by one
+    const tk_ClassifierBayesian classifier = manyCategories(9, false);
+    for (std::size_t size = 0; size <= 21; ++size)
+    {
+        const tkFeaturePattern pattern(std::vector<double>(size, 0.25));
+        const Outcome expected =
+            outcomeOf([&](tkClassifierResult& result) { runByDefinition(classifier, pattern, result); });
+        EXPECT_TRUE(expected.result == run(classifier, std::vector<double>(size, 0.25))) << size;
+    }
+}
+
+namespace
+{
+/// Scores what it likes.
+class ModelOfItsOwn : public tk_CategoryModelBayesian
+{
+public:
+    using tk_CategoryModelBayesian::tk_CategoryModelBayesian;
+
+    double matchScore(const tkFeaturePattern&, tkDiagObject*, unsigned long) const override { return -7.0; }
+
+private:
+    static tkPersistent* make() { return new ModelOfItsOwn; }
+    static const Registration registration_;
+};
+const tkPersistent::Registration ModelOfItsOwn::registration_(typeid(ModelOfItsOwn), &ModelOfItsOwn::make);
+} // namespace
+
+TEST(tk_ClassifierBayesian, aModelOfADerivedClassIsAsked)
+{
+    using Model = tkPtrHandle<tk_CategoryModel>;
+    const Sets sets{{0}, {1}};
+    const std::vector<Types::DistributionType> types(2, Types::eNormal);
+    std::vector<Model> models{Model(new tk_CategoryModelBayesian(0, sets, types, tkFeaturePattern())),
+                              Model(new ModelOfItsOwn(1, sets, types, tkFeaturePattern())),
+                              Model(new tk_CategoryModelBayesian(2, sets, types, tkFeaturePattern()))};
+    for (const Model& model : models)
+        for (const double value : {0.0, 1.0, 3.0})
+            model->adapt(tkFeaturePattern({value, -value}));
+    std::ostringstream stream;
+    {
+        tkArchive archive(stream);
+        unsigned char version = 0;
+        tkPtrHandle_const<tkClassifierTrainParams> params(
+            new Params(Types(Types::eNormal), tkClassifierFrequencies(1.0), tkClassifierCosts(1.0), {}));
+        std::vector<long> labels{0, 1, 2};
+        archive || version || version || version || params || labels || models;
+    }
+    tk_ClassifierBayesian loaded;
+    loadFromBytes(stream.str(), loaded);
+    const double other = models[0]->matchScore(tkFeaturePattern({1.0, 1.0}));
+    const tkClassifierResult result = run(loaded, {1.0, 1.0});
+    EXPECT_EQ(result.matchScoreFactorLog(), 0.0 - std::max(-7.0, other));
+    EXPECT_NE(other, -7.0);
+    for (const tkClassifierCategoryResult& each : result.categoryResults())
+        EXPECT_EQ(each.matchScore(),
+                  std::exp((each.categoryLabel() == 1 ? -7.0 : other) + result.matchScoreFactorLog()));
+}
+
+TEST(tk_ClassifierBayesian, productsRunInSeveralThreads)
+{
+    tk_ClassifierBayesian classifier = manyCategories(8, true);
+    changeable(classifier, 2).adapt(tkFeaturePattern(std::vector<double>(20, 0.5))); // its densities leave their places
     const tk_ClassifierBayesian copy(classifier);
     std::vector<std::vector<tkClassifierResult>> results(4);
     std::vector<std::thread> threads;

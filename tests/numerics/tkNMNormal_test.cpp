@@ -3,7 +3,7 @@
 #include "foundation/tkAssert.h"
 #include "numerics/tkNMLearner.h"
 #include "numerics/tkNMMahalanobis.h"
-#include "numerics/tkNMNormalGroup.h"
+#include "numerics/tkNMNormalProducts.h"
 #include "numerics/tkNMTriangle.h"
 #include "tkTest.h"
 
@@ -516,73 +516,150 @@ TEST(tkNMMahalanobis, takesMoreMeasurementsThanTheStackHolds)
                   plainDistance(x, zeros, w, zeros));
 }
 
-/// Every level adds what the densities alone give, one after the other, or refuses where one of them does.
-TEST(tkNMNormalGroup, everyLevelAddsTheBitsOfOneAfterTheOther)
+namespace
+{
+/// A factor of a product: its numbers, and what it gives by itself.
+struct Factor
+{
+    tkNMNormalProducts::Set set;
+    tkNMMahalanobis distance;
+    double logPeak;
+};
+
+Factor randomFactor(const tkNMNormalProducts::Set& set, bool isHostile, std::mt19937_64& generator)
+{
+    Pattern mean(set.size);
+    Pattern remainder(set.size);
+    tkNMTriangle w(set.size);
+    for (std::size_t i = 0; i < set.size; ++i)
+    {
+        mean[i] = anyNumber(generator, isHostile);
+        remainder[i] = 1e-17 * anyNumber(generator, isHostile);
+        for (std::size_t j = 0; j <= i; ++j)
+            w(i, j) = anyNumber(generator, isHostile);
+    }
+    return {set, tkNMMahalanobis(mean, remainder, w), anyNumber(generator, false)};
+}
+
+/// The formula of tkNMNormalProducts' comment, written out; `squares` become the sum of the squared distances.
+double plainProduct(const std::vector<Factor>& factors, const double* x, double& squares)
+{
+    double sum = 0.0;
+    squares = 0.0;
+    for (const Factor& factor : factors)
+    {
+        const double square = factor.distance.squaredDistance(x + factor.set.first, tkNMTriangle::ePlain);
+        squares += square;
+        sum += factor.logPeak - ((0.5 * square + 8192.0) - 8192.0);
+    }
+    return squares <= 1e300 ? sum : std::nan("");
+}
+} // namespace
+
+TEST(tkNMNormalProducts, everyLevelHasTheBitsOfEachProductAlone)
 {
     std::mt19937_64 generator(16);
+    const std::vector<std::vector<tkNMNormalProducts::Set>> shapes{
+        {},
+        {{0, 1}},
+        {{0, 1}, {1, 1}, {2, 1}, {7, 1}},
+        {{3, 2}, {0, 3}},
+        {{0, 4}, {6, 1}, {4, 2}},
+        {{1, 5}, {0, 7}},
+        {{0, 8}},
+        {{2, 13}, {0, 1}},
+        {{0, 16}, {16, 6}},
+        {{1, 31}},
+        {{0, 47}},
+    };
+    const std::size_t reach = 48;
+    int placed = 0;
     int taken = 0;
     int refused = 0;
-    for (std::size_t size = 0; size <= 40; ++size)
-        for (int round = 0; round < 200; ++round)
+    for (int round = 0; round < 1500; ++round)
+    {
+        const bool isHostile = round % 3 == 2;
+        std::vector<std::vector<tkNMNormalProducts::Set>> sets(generator() % 24);
+        for (auto& each : sets)
+            each = shapes[(static_cast<std::size_t>(round) + generator() % 3) % shapes.size()];
+        std::vector<std::vector<Factor>> factors(sets.size());
+        // At the end of its memory, so that a sanitizer sees whoever reads on; and not aligned.
+        const auto x = std::make_unique<double[]>(reach + 1);
+        for (std::size_t j = 0; j <= reach; ++j)
+            x[j] = anyNumber(generator, isHostile && round % 2 == 0);
+        for (std::size_t c = 0; c < sets.size(); ++c)
+            for (const tkNMNormalProducts::Set& set : sets[c])
+                factors[c].push_back(randomFactor(set, isHostile && generator() % 4 == 0, generator));
+        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
         {
-            tkNMNormalGroup group(size);
-            EXPECT_EQ(group.size(), size);
-            const auto x = std::make_unique<double[]>(size + 1);
-            double expected = anyNumber(generator, false);
-            const double before = expected;
-            bool isTaken = true;
-            double squares = 0.0;
-            for (std::size_t i = 0; i < size; ++i)
+            tkNMNormalProducts products(sets, static_cast<tkNMTriangle::Level>(level));
+            ASSERT_EQ(products.size(), sets.size());
+            ASSERT_LE(products.reach(), reach);
+            for (std::size_t c = 0; c < sets.size(); ++c)
+                for (std::size_t i = 0; i < sets[c].size() && products.hasPlaces(c); ++i)
+                    products.fill(c, i, factors[c][i].distance, factors[c][i].logPeak);
+            std::vector<double> logs(sets.size());
+            const double* const point = x.get() + 1 + reach - products.reach();
+            products.logDensities(point, logs.data());
+            for (std::size_t c = 0; c < sets.size(); ++c)
             {
-                const bool isHostile = round % 4 == 3;
-                const tkNMSingleNormal density{anyNumber(generator, isHostile), 1e-17 * anyNumber(generator, false),
-                                               std::fabs(anyNumber(generator, isHostile)), anyNumber(generator, false)};
-                x[i + 1] = anyNumber(generator, isHostile);
-                group.fill(i, density);
-                double value = 0.0;
-                isTaken = density.logDensity(x[i + 1], value) && isTaken;
-                expected += value;
-                const double y = density.weight * ((x[i + 1] - density.mean) - density.remainder);
-                squares += y * y;
-            }
-            if (round % 8 == 2 && size > 0)
-            {
-                group.empty(generator() % size);
-                isTaken = false;
-            }
-            if (isTaken && squares > 0.9 * tkNMSingleNormal::largestSquare)
-                continue; // the sum of the squares decides, in an order of its own
-            (isTaken ? taken : refused) += 1;
-            for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
-            {
-                double sum = before;
-                ASSERT_EQ(group.addLogDensities(x.get() + 1, sum, static_cast<tkNMTriangle::Level>(level)), isTaken)
-                    << size << ' ' << round;
-                ASSERT_TRUE(haveSameBits(sum, isTaken ? expected : before)) << size << ' ' << round;
+                double squares = 0.0;
+                const double expected = plainProduct(factors[c], point, squares);
+                if (!products.hasPlaces(c))
+                {
+                    ASSERT_TRUE(std::isnan(logs[c]));
+                    continue;
+                }
+                ++placed;
+                (std::isnan(expected) ? refused : taken) += 1;
+                ASSERT_TRUE(haveSameBits(expected, logs[c])) << round << ' ' << c << ' ' << level;
             }
         }
-    EXPECT_GT(taken, 4000);
+    }
+    EXPECT_GT(placed, 15000);
+    EXPECT_GT(taken, 10000);
     EXPECT_GT(refused, 1000);
 }
 
-TEST(tkNMNormalGroup, placesAreEmptyUntilTheyAreFilled)
+TEST(tkNMNormalProducts, placesAreEmptyUntilTheyAreFilledAndEmptyOneByOne)
 {
-    tkNMNormalGroup group(2);
-    const double x[] = {1.0, 2.0};
-    double sum = 7.0;
-    EXPECT_FALSE(group.addLogDensities(x, sum));
-    group.fill(0, {0.0, 0.0, 1.0, -1.0});
-    EXPECT_FALSE(group.addLogDensities(x, sum));
-    EXPECT_EQ(sum, 7.0);
-    group.fill(1, {0.0, 0.0, 1.0, -1.0});
-    EXPECT_TRUE(group.addLogDensities(x, sum));
-    EXPECT_EQ(sum, 7.0 - 1.5 - 3.0);
-    EXPECT_THROW(group.fill(2, {0.0, 0.0, 1.0, -1.0}), tkAssertionFailure);
+    tkNMNormalProducts products({{{0, 1}, {1, 2}}, {{0, 1}, {1, 2}}}, tkNMTriangle::ePlain);
+    const double x[] = {2.0, 1.0, 3.0};
+    tkNMTriangle one(1);
+    one(0, 0) = 1.0;
+    tkNMTriangle two(2);
+    two(0, 0) = two(1, 1) = 1.0;
+    const tkNMMahalanobis single({0.0}, {0.0}, one);
+    const tkNMMahalanobis pair({0.0, 0.0}, {0.0, 0.0}, two);
+    double logs[2] = {};
+    const auto areThere = [&](bool first, bool second)
+    {
+        products.logDensities(x, logs);
+        EXPECT_EQ(std::isnan(logs[0]), !first);
+        EXPECT_EQ(std::isnan(logs[1]), !second);
+    };
+    ASSERT_TRUE(products.hasPlaces(0) && products.hasPlaces(1));
+    areThere(false, false);
+    products.fill(0, 0, single, -1.0);
+    areThere(false, false);
+    products.fill(0, 1, pair, -2.0);
+    areThere(true, false);
+    EXPECT_EQ(logs[0], (-1.0 - 2.0) + (-2.0 - 5.0));
+    products.fill(1, 1, pair, 0.0);
+    products.fill(1, 0, single, 0.0);
+    areThere(true, true);
+    products.empty(0, 1);
+    areThere(false, true);
+    EXPECT_THROW(products.fill(0, 0, pair, 0.0), tkAssertionFailure);
+    EXPECT_THROW(products.fill(0, 2, pair, 0.0), tkAssertionFailure);
+    EXPECT_THROW(products.fill(2, 0, single, 0.0), tkAssertionFailure);
+    EXPECT_THROW(tkNMNormalProducts({{{0, 0}}}), tkAssertionFailure);
 }
 
-TEST(tkNMNormal, leavesItsGroupWithEveryChange)
+TEST(tkNMNormal, leavesItsPlaceWithEveryChange)
 {
     using Change = std::function<void(tkNMNormal&)>;
+    const std::vector<std::vector<tkNMNormalProducts::Set>> oneOfOne{{{0, 1}}};
     const double x = 2.5;
     std::list<tkNMNormal> others; // what is moved into them lives on
     const auto addOne = [&](tkNMNormal& normal) { normal.add(&x, 1); };
@@ -607,29 +684,30 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
             logDensity(others.back(), {1.0});
             std::swap(normal, others.back());
         },
-        [](tkNMNormal& normal)
+        [&](tkNMNormal& normal)
         {
-            const tkPtrHandle<tkNMNormalGroup> another(new tkNMNormalGroup(1));
-            normal.join(another, 0);
+            const tkPtrHandle<tkNMNormalProducts> another(new tkNMNormalProducts(oneOfOne));
+            normal.join(another, 0, 0);
         },
     };
     for (const Change& change : changes)
     {
         auto normal = std::make_unique<tkNMNormal>(trained({{1.0}, {2.0}, {4.0}}));
-        const tkPtrHandle<tkNMNormalGroup> group(new tkNMNormalGroup(1));
-        const auto isMirrored = [&]
+        const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(oneOfOne));
+        const auto value = [&]
         {
-            double sum = 0.0;
-            return group->addLogDensities(&x, sum) && sum == logDensity(*normal, {x});
+            double log = 0.0;
+            products->logDensities(&x, &log);
+            return log;
         };
-        normal->join(group, 0);
+        const auto isMirrored = [&] { return value() == logDensity(*normal, {x}); };
+        normal->join(products, 0, 0);
         EXPECT_TRUE(isMirrored());
         change(*normal);
-        double sum = 0.0;
-        EXPECT_FALSE(group->addLogDensities(&x, sum)) << &change - changes.data();
+        EXPECT_TRUE(std::isnan(value())) << &change - changes.data();
         if (normal->count() == 0)
             normal->add(&x, 1);
-        normal->join(group, 0);
+        normal->join(products, 0, 0);
         EXPECT_TRUE(isMirrored());
         {
             tkNMNormal copy(*normal);
@@ -637,25 +715,27 @@ TEST(tkNMNormal, leavesItsGroupWithEveryChange)
             EXPECT_TRUE(isMirrored());
         }
         normal.reset();
-        EXPECT_FALSE(group->addLogDensities(&x, sum));
+        EXPECT_TRUE(std::isnan(value()));
     }
 }
 
-TEST(tkNMNormal, onlyATrainedDistributionOfOneMeasurementJoinsAGroup)
+TEST(tkNMNormal, onlyATrainedDistributionJoinsAndOnlyAPlaceOfItsSize)
 {
-    const tkPtrHandle<tkNMNormalGroup> group(new tkNMNormalGroup(1));
+    const std::vector<std::vector<tkNMNormalProducts::Set>> oneOfTwo{{{0, 2}}};
+    const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(oneOfTwo));
     tkNMNormal empty;
-    EXPECT_THROW(empty.join(group, 0), tkAssertionFailure);
-    tkNMNormal pair = trained({{1.0, 2.0}});
-    EXPECT_THROW(pair.join(group, 0), tkAssertionFailure);
+    EXPECT_THROW(empty.join(products, 0, 0), tkAssertionFailure);
     tkNMNormal single = trained({{1.0}});
-    EXPECT_THROW(single.join(group, 1), tkAssertionFailure);
-    single.join(group, 0);
-    single.join(group, 0);
-    double sum = 0.0;
-    const double x = 1.0;
-    EXPECT_TRUE(group->addLogDensities(&x, sum));
-    EXPECT_EQ(sum, logDensity(single, {1.0}));
+    EXPECT_THROW(single.join(products, 0, 0), tkAssertionFailure);
+    tkNMNormal pair = trained({{1.0, 2.0}, {2.0, 1.0}, {5.0, 5.0}});
+    EXPECT_THROW(pair.join(products, 0, 1), tkAssertionFailure);
+    EXPECT_THROW(pair.join(products, 1, 0), tkAssertionFailure);
+    pair.join(products, 0, 0);
+    pair.join(products, 0, 0);
+    double log = 0.0;
+    const double x[] = {1.0, 4.0};
+    products->logDensities(x, &log);
+    EXPECT_EQ(log, logDensity(pair, {1.0, 4.0}));
 }
 
 TEST(tkNMMatrix, comesBackFromItsRecordWithItsRemainders)

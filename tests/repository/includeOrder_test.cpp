@@ -40,7 +40,8 @@ numerics/tkNMFollow
 numerics/tkNMTriangle
 numerics/tkNMSharedSums
 numerics/tkNMMahalanobis
-numerics/tkNMNormalGroup
+numerics/tkNMSingleNormal
+numerics/tkNMNormalProducts
 numerics/tkNMNormal
 numerics/tkNMLearner
 numerics/tkNMByteDistances

@@ -64,11 +64,6 @@ double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkD
         for (std::size_t i = 0; i < densities_.size(); ++i)
         {
             const Shortcut_& s = shortcuts_[i];
-            if (s.addGroup(x, reach, score))
-            {
-                i += s.group->size() - 1;
-                continue;
-            }
             double value = 0.0;
             if (!s.isWithin(reach) || !s.normalOrNull->logValueOfValid(&x[s.first], static_cast<long>(s.size), value))
                 value = densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
@@ -111,27 +106,25 @@ bool tk_CategoryModelBayesian::startLearner(tkNMLearner& learner) const
     return learner.start(parts);
 }
 
-void tk_CategoryModelBayesian::groupDensities()
+std::vector<tkNMNormalProducts::Set> tk_CategoryModelBayesian::normalSets() const
 {
-    const auto isSingle = [](const Shortcut_& s)
-    { return s.size == 1 && s.normalOrNull->isValid() && s.normalOrNull->normal().dimension() == 1; };
-    for (std::size_t i = 0; i < shortcuts_.size();)
+    std::vector<tkNMNormalProducts::Set> sets;
+    for (const Shortcut_& s : shortcuts_)
     {
-        std::size_t end = i + 1;
-        if (isSingle(shortcuts_[i]))
-            while (end < shortcuts_.size() && isSingle(shortcuts_[end]) &&
-                   shortcuts_[end].first == shortcuts_[end - 1].first + 1)
-                ++end;
-        shortcuts_[i].group = tkPtrHandle<tkNMNormalGroup>();
-        if (end - i > 1)
-        {
-            const tkPtrHandle<tkNMNormalGroup> group(new tkNMNormalGroup(end - i));
-            for (std::size_t k = i; k < end; ++k)
-                shortcuts_[k].normalOrNull->normal().join(group, k - i);
-            shortcuts_[i].group = group;
-        }
-        i = end;
+        if (!s.normalOrNull || !s.normalOrNull->isValid() ||
+            s.normalOrNull->normal().dimension() != static_cast<long>(s.size))
+            return {};
+        sets.push_back({s.first, s.size});
     }
+    return sets;
+}
+
+void tk_CategoryModelBayesian::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product)
+{
+    for (std::size_t i = 0; i < shortcuts_.size(); ++i)
+        shortcuts_[i].normalOrNull->normal().join(products, product, i);
+    products_ = products;
+    product_ = product;
 }
 
 bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const
@@ -155,7 +148,10 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char vers
     tk_CategoryModel::dispatchSerialize(archive);
     const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
     if (archive.isLoading())
+    {
         shortcuts_.clear();
+        products_ = tkPtrHandle<tkNMNormalProducts>();
+    }
     tkExchangeParallel(archive, incomplete, dependencySets_, densities_);
     if (!archive.isLoading())
         return;

@@ -5,6 +5,7 @@
 #include "clss/clastool/bayes/tk_ProbabilityDensityFunction.h"
 #include "clss/clastool/clastool/tk_CategoryModel.h"
 #include "foundation/tkPtrHandle.h"
+#include "numerics/tkNMNormalProducts.h"
 
 #include <cstddef>
 #include <vector>
@@ -51,9 +52,17 @@ public:
     /// normal over neighbouring measurements, or the learner refuses.
     bool startLearner(tkNMLearner& learner) const;
 
-    /// Lays normal densities of single, consecutive measurements side by side, so that matchScore() evaluates them
-    /// together, with the same bits, until one of them learns anything. A change of the densities in its demands.
-    void groupDensities();
+    /// The measurements of each density, if all are trained normal ones over neighbouring measurements; else nothing.
+    std::vector<tkNMNormalProducts::Set> normalSets() const;
+
+    /// Fills a product with the densities, whose sets are normalSets(). A change of the densities in its demands.
+    void join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product);
+
+    /// Whether this product has the densities, so that it gives, if it gives any, the bits of matchScore().
+    bool isProduct(const tkNMNormalProducts* products, std::size_t product) const
+    {
+        return products_.get() == products && product_ == product;
+    }
 
     /// Equal label and number of measurements, and equivalent densities; the sets themselves are not compared.
     bool operator==(const tk_CategoryModelBayesian& other) const;
@@ -69,16 +78,9 @@ private:
         tk_PDFMultivariateNormal* normalOrNull = nullptr; // null: another density, or another kind of set
         std::size_t first = 0;                            // measurement
         std::size_t size = 0;
-        tkPtrHandle<tkNMNormalGroup> group; // null, or of this density and those after it; each of one measurement
 
         /// Whether it can be taken if the first `reach` measurements are known to be valid.
         bool isWithin(std::size_t reach) const { return normalOrNull && first < reach && size <= reach - first; }
-
-        /// Adds the log densities of the group, if it can be taken; false, and no change, otherwise.
-        bool addGroup(const std::vector<double>& x, std::size_t reach, double& score) const
-        {
-            return group && first < reach && group->size() <= reach - first && group->addLogDensities(&x[first], score);
-        }
     };
 
     static std::vector<Shortcut_>
@@ -92,6 +94,8 @@ private:
     std::vector<std::vector<long>> dependencySets_;
     std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel
     std::vector<Shortcut_> shortcuts_;                                  // parallel, for a pattern without gaps
+    tkPtrHandle<tkNMNormalProducts> products_;                          // null: none has the densities
+    std::size_t product_ = 0;
 };
 
 #endif

@@ -132,6 +132,7 @@ void tk_ClassifierBayesian::train_(const tkClassifierDataProvider& data, const t
     // A training starts from no categories; untrain_() leaves their labels.
     categoryLabels_.clear();
     categoryModels_.clear();
+    products_ = tkPtrHandle<tkNMNormalProducts>();
 
     learn_(data, bayesian);
     complete_();
@@ -198,6 +199,7 @@ void tk_ClassifierBayesian::trainIncremental_(const tkFeaturePattern&, long)
 void tk_ClassifierBayesian::untrain_()
 {
     categoryModels_.clear();
+    products_ = tkPtrHandle<tkNMNormalProducts>();
 }
 
 bool tk_ClassifierBayesian::isTrained_() const
@@ -219,8 +221,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
     TK_ASSERT(isTrained_());
     // Results whose match scores are still log likelihoods would not pass their own checks, so that these wait here.
     tkScratch<double, 256> scores(categoryModels_.size());
-    for (std::size_t i = 0; i < categoryModels_.size(); ++i)
-        scores[i] = categoryModels_[i]->matchScore(pattern);
+    fillLogLikelihoods_(pattern, scores.data());
 
     // trainParams() says what is wrong where there are none; otherwise a handle of one's own is not needed.
     const tkClassifierTrainParamsBayesian& params = bayesianParams(heldParams_() ? *heldParams_() : *trainParams());
@@ -243,8 +244,34 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 void tk_ClassifierBayesian::complete_()
 {
     setReferenceDeviations_();
+    std::vector<std::vector<tkNMNormalProducts::Set>> sets;
     for (const tkPtrHandle<tk_CategoryModel>& model : categoryModels_)
-        bayesianModel(model).groupDensities();
+    {
+        // A class derived from the model has a right to be asked.
+        const tk_CategoryModelBayesian& bayesian = bayesianModel(model);
+        sets.emplace_back();
+        if (typeid(bayesian) == typeid(tk_CategoryModelBayesian))
+            sets.back() = bayesian.normalSets();
+    }
+    const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(sets));
+    for (std::size_t i = 0; i < sets.size(); ++i)
+        if (products->hasPlaces(i))
+            bayesianModel(categoryModels_[i]).join(products, i);
+    products_ = products;
+}
+
+void tk_ClassifierBayesian::fillLogLikelihoods_(const tkFeaturePattern& pattern, double* scores) const
+{
+    const std::vector<double>& x = pattern.featureMeasurements(false);
+    const bool areTaken = products_ && x.size() >= products_->reach() && pattern.numInvalid() == 0;
+    if (areTaken)
+        products_->logDensities(x.data(), scores);
+    for (std::size_t i = 0; i < categoryModels_.size(); ++i)
+    {
+        const auto& model = static_cast<const tk_CategoryModelBayesian&>(*categoryModels_[i]);
+        if (!areTaken || std::isnan(scores[i]) || !model.isProduct(products_.get(), i))
+            scores[i] = model.matchScore(pattern);
+    }
 }
 
 /// With the count n_c, mean m_c and variance v_c of measurement j in category c, N the sum of the n_c:
@@ -301,7 +328,7 @@ void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char version
     tkArchive::requireVersion0(version);
     std::vector<tkPtrHandle<tk_CategoryModel>> models;
     if (archive.isLoading())
-        categoryModels_.clear(); // what fails from here leaves it untrained
+        untrain_(); // what fails from here leaves it so
     else
         models = categoryModels_;
     tk_Classifier::dispatchSerialize(archive);

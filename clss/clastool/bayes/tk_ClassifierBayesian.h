@@ -60,8 +60,11 @@ private:
     /// Learns all patterns; the models have what was learned also where it throws.
     void learn_(const tkClassifierDataProvider& data, const tkClassifierTrainParamsBayesian& params);
 
-    /// What training and loading end with: setReferenceDeviations_(), after which the models lay out what runs read.
+    /// What training and loading end with: setReferenceDeviations_(), after which what runs read is laid out.
     void complete_();
+
+    /// The log likelihoods of the categories, in the order of the models: what their matchScore() gives or throws.
+    void fillLogLikelihoods_(const tkFeaturePattern& pattern, double* scores) const;
 
     /// Tells every normal density the deviations of its measurements over all categories.
     void setReferenceDeviations_();
@@ -72,6 +75,7 @@ private:
 
     std::vector<long> categoryLabels_;
     std::vector<tkPtrHandle<tk_CategoryModel>> categoryModels_; // parallel, each a tk_CategoryModelBayesian
+    tkPtrHandle<tkNMNormalProducts> products_; // null, or one for each model; shared by copies as the models are
 };
 
 #endif

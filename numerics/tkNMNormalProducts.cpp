@@ -1,0 +1,352 @@
+#include "numerics/tkNMNormalProducts.h"
+
+#include "foundation/tkAssert.h"
+#include "foundation/tkScratch.h"
+#include "numerics/tkNMLanes.h"
+#include "numerics/tkNMSingleNormal.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+// Of each set stand in the stream, a value of each lane side by side:
+//
+//     the peak; the means; the remainders;
+//     then W by bands of eight rows, or of four, two, one where fewer are left: its columns in front of the diagonal
+//     one after the other, then those from the diagonal down
+//
+// which is the order in which an evaluation reads them. It is reading, and not computing, that takes the time where
+// the factors of many measurements have no room in the nearest cache.
+
+namespace
+{
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+/// What precedes W.
+constexpr std::size_t headSize(std::size_t size)
+{
+    return 1 + 2 * size;
+}
+constexpr std::size_t triangleSize(std::size_t size)
+{
+    return size * (size + 1) / 2;
+}
+
+/// Rows of the band that begins with row `first` < size.
+std::size_t bandRows(std::size_t first, std::size_t size)
+{
+    std::size_t rows = 8;
+    while (rows > size - first)
+        rows /= 2;
+    return rows;
+}
+
+/// Where W_ij stands among the elements of W.
+std::size_t elementOffset(std::size_t i, std::size_t j, std::size_t size)
+{
+    std::size_t first = 0;
+    std::size_t rows = bandRows(first, size);
+    for (; first + rows <= i; rows = bandRows(first, size))
+        first += rows;
+    const std::size_t band = triangleSize(first); // elements of the rows above it
+    if (j < first)
+        return band + j * rows + i - first;
+    const std::size_t columns = j - first; // on the diagonal, before j
+    return band + first * rows + columns * rows - triangleSize(columns) + columns + i - j;
+}
+
+/// Adds column j on the diagonal of a band, and those behind it; returns what follows them.
+template <std::size_t width, std::size_t rows, std::size_t j = 0, class Register>
+TK_ALWAYS_INLINE const double* addDiagonal(const double* w, const double* v, Register* y)
+{
+    Register deviation;
+    loadRegister(deviation, v + width * j);
+    for (std::size_t i = j; i < rows; ++i, w += width)
+    {
+        Register element;
+        loadRegister(element, w);
+        y[i] = y[i] + element * deviation;
+    }
+    if constexpr (j + 1 < rows)
+        return addDiagonal<width, rows, j + 1>(w, v, y);
+    else
+        return w;
+}
+
+/// Adds the products of a band of rows, the first of which is row `first`, to y, and returns what follows it.
+template <std::size_t width, std::size_t rows, class Register>
+TK_ALWAYS_INLINE const double* addBand(const double* w, const double* v, std::size_t first, Register* y)
+{
+    for (std::size_t j = 0; j < first; ++j, v += width)
+    {
+        Register deviation;
+        loadRegister(deviation, v);
+        for (std::size_t i = 0; i < rows; ++i, w += width)
+        {
+            Register element;
+            loadRegister(element, w);
+            y[i] = y[i] + element * deviation;
+        }
+    }
+    return addDiagonal<width, rows>(w, v, y);
+}
+
+/// The squared distances of a set, whose means stand at `stream`, from its measurements x; returns what follows it.
+/// `v` has room for a deviation per measurement and lane.
+template <std::size_t width, class Register>
+TK_ALWAYS_INLINE const double* squaredDistances(const double* stream, const double* x, std::size_t size, double* v,
+                                                Register& square)
+{
+    const double* const remainders = stream + width * size;
+    const double* w = remainders + width * size;
+    for (std::size_t j = 0; j < size; ++j)
+    {
+        Register mean;
+        Register remainder;
+        loadRegister(mean, stream + width * j);
+        loadRegister(remainder, remainders + width * j);
+        storeRegister((x[j] - mean) - remainder, v + width * j);
+    }
+    Register q[8] = {};
+    std::size_t first = 0;
+    for (; first + 8 <= size; first += 8)
+    {
+        Register y[8] = {};
+        w = addBand<width, 8>(w, v, first, y);
+        for (std::size_t l = 0; l < 8; ++l)
+            q[l] = q[l] + y[l] * y[l];
+    }
+    if (first < size)
+    {
+        Register y[8] = {};
+        Register* rest = y;
+        if (size - first >= 4)
+        {
+            w = addBand<width, 4>(w, v, first, rest);
+            first += 4;
+            rest += 4;
+        }
+        if (size - first >= 2)
+        {
+            w = addBand<width, 2>(w, v, first, rest);
+            first += 2;
+            rest += 2;
+        }
+        if (first < size)
+            w = addBand<width, 1>(w, v, first, rest);
+        for (std::size_t l = 0; l < 8; ++l)
+            q[l] = q[l] + y[l] * y[l];
+    }
+    square = ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
+    return w;
+}
+
+template <class Register>
+TK_ALWAYS_INLINE void addFactor(const Register& peak, const Register& square, Register& sum, Register& squares)
+{
+    squares = squares + square; // none of which, >= 0 or NaN, is above their sum
+    const Register half = (0.5 * square + tkNMSingleNormal::gridShift) - tkNMSingleNormal::gridShift;
+    sum = sum + (peak - half);
+}
+
+/// The log densities of `width` products of these sets.
+template <std::size_t width>
+TK_ALWAYS_INLINE void logDensitiesOf(const double* stream, const tkNMNormalProducts::Run* run,
+                                     const tkNMNormalProducts::Run* end, const double* x, double* v, double* logs)
+{
+    using Register = typename RegisterOf<width>::Type;
+    Register sum = {};
+    Register squares = {};
+    for (; run != end; ++run)
+    {
+        const std::size_t size = run->first.size;
+        const double* point = x + run->first.first;
+        const double* const last = point + run->count * size;
+        Register peak;
+        Register square;
+        if (size == 1)
+            for (; point != last; ++point, stream += 4 * width)
+            {
+                Register mean;
+                Register remainder;
+                Register w;
+                loadRegister(peak, stream);
+                loadRegister(mean, stream + width);
+                loadRegister(remainder, stream + 2 * width);
+                loadRegister(w, stream + 3 * width);
+                const Register y = w * ((*point - mean) - remainder);
+                square = y * y;
+                addFactor(peak, square, sum, squares);
+            }
+        else
+            for (; point != last; point += size)
+            {
+                loadRegister(peak, stream);
+                stream = squaredDistances<width>(stream + width, point, size, v, square);
+                addFactor(peak, square, sum, squares);
+            }
+    }
+    sum = squares <= tkNMSingleNormal::largestSquare ? sum : sum * nan;
+    storeRegister(sum, logs);
+}
+
+/// The same for a width up to `widest`.
+template <std::size_t widest>
+TK_ALWAYS_INLINE void logDensitiesUpTo(std::size_t width, const double* stream, const tkNMNormalProducts::Run* run,
+                                       const tkNMNormalProducts::Run* end, const double* x, double* v, double* logs)
+{
+    if (width == widest)
+        logDensitiesOf<widest>(stream, run, end, x, v, logs);
+    else if constexpr (widest > 1)
+        logDensitiesUpTo<widest / 2>(width, stream, run, end, x, v, logs);
+}
+
+void logDensitiesPlain(std::size_t width, const double* stream, const tkNMNormalProducts::Run* run,
+                       const tkNMNormalProducts::Run* end, const double* x, double* v, double* logs)
+{
+    logDensitiesUpTo<plainWidth>(width, stream, run, end, x, v, logs);
+}
+
+#if TK_WIDER_LEVELS
+__attribute__((target("avx2"))) void logDensitiesAVX2(std::size_t width, const double* stream,
+                                                      const tkNMNormalProducts::Run* run,
+                                                      const tkNMNormalProducts::Run* end, const double* x, double* v,
+                                                      double* logs)
+{
+    logDensitiesUpTo<4>(width, stream, run, end, x, v, logs);
+}
+
+__attribute__((target("avx512f,avx512vl"))) void logDensitiesAVX512(std::size_t width, const double* stream,
+                                                                    const tkNMNormalProducts::Run* run,
+                                                                    const tkNMNormalProducts::Run* end, const double* x,
+                                                                    double* v, double* logs)
+{
+    logDensitiesUpTo<8>(width, stream, run, end, x, v, logs);
+}
+#endif
+
+/// Whether evaluating `products` in `width` lanes takes less time than one after the other with eight rows of W side by
+/// side. Then the widest registers are full, but each product costs about as much as 64 steps more (as measured); what
+/// lies in farther caches is as much to read either way if no lane is empty.
+bool doLanesPay(std::size_t products, std::size_t width, std::size_t widest, std::size_t steps)
+{
+    return products * (64 * widest + steps) >= widest * steps || (products == width && 2 * width >= widest);
+}
+
+/// Lanes of the widest registers of a level.
+std::size_t widthOf(tkNMTriangle::Level level)
+{
+    return level == tkNMTriangle::eAVX512 ? 8 : level == tkNMTriangle::eAVX2 ? 4 : plainWidth;
+}
+} // namespace
+
+tkNMNormalProducts::tkNMNormalProducts(const std::vector<std::vector<Set>>& products, tkNMTriangle::Level level)
+    : level_(level),
+      places_(products.size())
+{
+    const std::size_t widest = widthOf(level);
+    std::size_t end = 0;
+    for (std::size_t c = 0; c < products.size(); ++c)
+    {
+        if (places_[c].isThere)
+            continue;
+        const std::vector<Set>& sets = products[c];
+        std::vector<std::size_t> alike;
+        for (std::size_t other = c; other < products.size() && !sets.empty(); ++other)
+            if (products[other] == sets)
+                alike.push_back(other);
+        std::size_t perLane = 0;
+        std::vector<Run> runs;
+        for (const Set& set : sets)
+        {
+            TK_ASSERT(set.size > 0);
+            if (runs.empty() || !runs.back().isContinuedBy(set))
+                runs.push_back({set, 0});
+            ++runs.back().count;
+            perLane += headSize(set.size) + triangleSize(set.size);
+            largestSet_ = std::max(largestSet_, set.size);
+            reach_ = std::max(reach_, set.first + set.size);
+        }
+        for (std::size_t taken = 0; taken < alike.size(); taken += lanes_.back().products.size())
+        {
+            const std::size_t left = alike.size() - taken;
+            std::size_t width = widest;
+            while (width / 2 >= left)
+                width /= 2;
+            if (!doLanesPay(std::min(width, left), width, widest, perLane))
+                break;
+            const auto first = alike.begin() + static_cast<std::ptrdiff_t>(taken);
+            const auto last = first + static_cast<std::ptrdiff_t>(std::min(width, left));
+            for (auto product = first; product != last; ++product)
+                places_[*product] = {true, lanes_.size(), static_cast<std::size_t>(product - first)};
+            lanes_.push_back({width, {first, last}, runs, end});
+            end += (width * perLane + 7) / 8 * 8;
+        }
+    }
+    stream_.resize(end / 8);
+    for (std::size_t c = 0; c < products.size(); ++c)
+        for (std::size_t i = 0; i < products[c].size() && places_[c].isThere; ++i)
+            empty(c, i);
+}
+
+tkNMNormalProducts::Factor_ tkNMNormalProducts::factor_(std::size_t product, std::size_t factor)
+{
+    TK_ASSERT(product < places_.size() && places_[product].isThere);
+    const Lanes_& lanes = lanes_[places_[product].lanes];
+    std::size_t begin = lanes.begin;
+    for (const Run& run : lanes.runs)
+    {
+        const std::size_t elements = lanes.width * (headSize(run.first.size) + triangleSize(run.first.size));
+        if (factor < run.count)
+            return {stream_.front().elements + begin + factor * elements + places_[product].lane, lanes.width,
+                    run.first.size};
+        factor -= run.count;
+        begin += run.count * elements;
+    }
+    const bool factorIsThere = false;
+    TK_ASSERT(factorIsThere);
+    return {nullptr, 0, 0};
+}
+
+void tkNMNormalProducts::fill(std::size_t product, std::size_t factor, const tkNMMahalanobis& distance, double logPeak)
+{
+    const Factor_ place = factor_(product, factor);
+    TK_ASSERT(distance.dimension() == place.size);
+    const auto put = [&place](std::size_t element, double value) { place.begin[element * place.width] = value; };
+    put(0, logPeak);
+    for (std::size_t i = 0; i < place.size; ++i)
+    {
+        put(1 + i, distance.mean(i));
+        put(1 + place.size + i, distance.remainder(i));
+        for (std::size_t j = 0; j <= i; ++j)
+            put(headSize(place.size) + elementOffset(i, j, place.size), distance.w()(i, j));
+    }
+}
+
+void tkNMNormalProducts::empty(std::size_t product, std::size_t factor)
+{
+    *factor_(product, factor).begin = nan; // the peak
+}
+
+void tkNMNormalProducts::logDensities(const double* x, double* logs) const
+{
+    std::fill(logs, logs + size(), nan);
+    tkScratch<Eight_, 256> v(largestSet_);
+    for (const Lanes_& lanes : lanes_)
+    {
+        const double* const stream = stream_.front().elements + lanes.begin;
+        const Run* const runs = lanes.runs.data();
+        const Run* const end = runs + lanes.runs.size();
+        Eight_ results;
+#if TK_WIDER_LEVELS
+        if (level_ == tkNMTriangle::eAVX512)
+            logDensitiesAVX512(lanes.width, stream, runs, end, x, v.data()->elements, results.elements);
+        else if (level_ == tkNMTriangle::eAVX2)
+            logDensitiesAVX2(lanes.width, stream, runs, end, x, v.data()->elements, results.elements);
+        else
+#endif
+            logDensitiesPlain(lanes.width, stream, runs, end, x, v.data()->elements, results.elements);
+        for (std::size_t l = 0; l < lanes.products.size(); ++l)
+            logs[lanes.products[l]] = results.elements[l];
+    }
+}

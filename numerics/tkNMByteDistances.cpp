@@ -1,6 +1,7 @@
 #include "numerics/tkNMByteDistances.h"
 
 #include "foundation/tkAssert.h"
+#include "foundation/tkPrefetch.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -21,6 +22,13 @@ using Query = Bytes::Query;
 using Shape = Bytes::Shape;
 
 constexpr long groupPairs = 8;
+constexpr std::uintptr_t readAhead = 8192; // bytes: processors by themselves look ahead less, and never past a page
+
+// Blocks are mostly allocated one after the other, so that what follows the last one is usually the next one to come.
+inline void prefetchAhead(const void* bytes)
+{
+    tkPrefetch(reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(bytes) + readAhead));
+}
 
 // ---- any processor --------------------------------------------------------------------------------------------------
 
@@ -167,7 +175,7 @@ void sse2Minima(const Shape& shape, const Line* blocks, long count, const Query&
 #define TK_AVX2 __attribute__((target("avx2")))
 #define TK_AVX2_INLINE [[gnu::always_inline]] TK_AVX2 inline
 
-template <int power>
+template <int power, bool ahead = false>
 TK_AVX2_INLINE void avx2Totals(const Shape& shape, const Line* block, const Query& query, __m256i* totals)
 {
     const long pairs = shape.columns / 2;
@@ -193,6 +201,11 @@ TK_AVX2_INLINE void avx2Totals(const Shape& shape, const Line* block, const Quer
         for (long pair = first; pair < std::min(first + groupPairs, pairs); ++pair)
         {
             const __m256i q = _mm256_set1_epi32(static_cast<int>(query.pairs[pair]));
+            if (ahead)
+            {
+                prefetchAhead(block + 2 * pair);
+                prefetchAhead(block + 2 * pair + 1);
+            }
             for (int r = 0; r < 4; ++r)
             {
                 const void* x = block[2 * pair].bytes + 32 * r;
@@ -229,7 +242,7 @@ TK_AVX2 void avx2Minima(const Shape& shape, const Line* blocks, long count, cons
     for (long i = 0; i < count; ++i)
     {
         __m256i totals[4];
-        avx2Totals<power>(shape, blocks + i * shape.columns, query, totals);
+        avx2Totals<power, true>(shape, blocks + i * shape.columns, query, totals);
         minima[i] = avx2Smallest(
             _mm256_min_epu16(_mm256_min_epu16(totals[0], totals[1]), _mm256_min_epu16(totals[2], totals[3])));
     }
@@ -240,13 +253,25 @@ TK_AVX2 void avx2Minima(const Shape& shape, const Line* blocks, long count, cons
 #define TK_AVX512 __attribute__((target("avx2,avx512f,avx512bw")))
 #define TK_AVX512_INLINE [[gnu::always_inline]] TK_AVX512 inline
 
-template <int power>
+template <int power, bool ahead>
+TK_AVX512_INLINE void avx512AddPair(const Line* lines, std::uint32_t columns, __m512i* group)
+{
+    const __m512i q = _mm512_set1_epi32(static_cast<int>(columns));
+    for (int r = 0; r < 2; ++r)
+    {
+        if (ahead)
+            prefetchAhead(lines + r);
+        __m512i d = _mm512_subs_epi8(q, _mm512_load_si512(lines[r].bytes));
+        d = _mm512_abs_epi8(_mm512_max_epi8(d, _mm512_set1_epi8(-127)));
+        group[r] = _mm512_adds_epu16(group[r], _mm512_maddubs_epi16(d, power == 2 ? d : _mm512_set1_epi8(1)));
+    }
+}
+
+template <int power, bool ahead = false>
 TK_AVX512_INLINE void avx512Totals(const Shape& shape, const Line* block, const Query& query, __m512i* totals)
 {
     const long pairs = shape.columns / 2;
     const __m128i shift = _mm_cvtsi32_si128(shape.shift);
-    const __m512i one = _mm512_set1_epi8(1);
-    const __m512i lowest = _mm512_set1_epi8(-127);
     __m512i group[2] = {};
     if (shape.columns % 2 != 0)
     {
@@ -263,16 +288,13 @@ TK_AVX512_INLINE void avx512Totals(const Shape& shape, const Line* block, const 
         totals[r] = _mm512_setzero_si512();
     for (long first = 0; first == 0 || first < pairs; first += groupPairs)
     {
-        for (long pair = first; pair < std::min(first + groupPairs, pairs); ++pair)
-        {
-            const __m512i q = _mm512_set1_epi32(static_cast<int>(query.pairs[pair]));
-            for (int r = 0; r < 2; ++r)
-            {
-                __m512i d = _mm512_subs_epi8(q, _mm512_load_si512(block[2 * pair + r].bytes));
-                d = _mm512_abs_epi8(_mm512_max_epi8(d, lowest));
-                group[r] = _mm512_adds_epu16(group[r], _mm512_maddubs_epi16(d, power == 2 ? d : one));
-            }
-        }
+        const long end = std::min(first + groupPairs, pairs);
+        long pair = first;
+        for (; pair + 4 <= end; pair += 4) // by hand: where a loop of one pair comes to stand shows in its time
+            for (long p = pair; p < pair + 4; ++p)
+                avx512AddPair<power, ahead>(block + 2 * p, query.pairs[p], group);
+        for (; pair < end; ++pair)
+            avx512AddPair<power, ahead>(block + 2 * pair, query.pairs[pair], group);
         for (int r = 0; r < 2; ++r)
         {
             totals[r] = _mm512_add_epi16(totals[r], _mm512_srl_epi16(group[r], shift));
@@ -296,7 +318,7 @@ TK_AVX512 void avx512Minima(const Shape& shape, const Line* blocks, long count, 
     for (long i = 0; i < count; ++i)
     {
         __m512i totals[2];
-        avx512Totals<power>(shape, blocks + i * shape.columns, query, totals);
+        avx512Totals<power, true>(shape, blocks + i * shape.columns, query, totals);
         __m256i halves[2];
         totals[0] = _mm512_min_epu16(totals[0], totals[1]);
         std::memcpy(halves, totals, sizeof halves);
@@ -360,6 +382,26 @@ tkNMByteDistances::tkNMByteDistances(long columns, int power, Instructions instr
         choose<1>(instructions, sums_, minima_);
     else
         choose<2>(instructions, sums_, minima_);
+}
+
+std::uint64_t tkNMByteDistances::rowsUpTo(std::uint16_t highest, const std::uint16_t* sums)
+{
+    std::uint64_t rows = 0;
+#if TK_HAS_X86_VECTORS
+    const __m128i limit = _mm_set1_epi16(static_cast<short>(highest));
+    const auto excess = [&](const std::uint16_t* eight) // 0 for the rows that are wanted
+    { return _mm_subs_epu16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(eight)), limit); };
+    for (int first = 0; first < blockRows; first += 16)
+    {
+        const __m128i both = _mm_packs_epi16(excess(sums + first), excess(sums + first + 8)); // no 0 but from 0
+        const int wanted = _mm_movemask_epi8(_mm_cmpeq_epi8(both, _mm_setzero_si128()));
+        rows |= static_cast<std::uint64_t>(wanted) << first;
+    }
+#else
+    for (int row = 0; row < blockRows; ++row)
+        rows |= static_cast<std::uint64_t>(sums[row] <= highest) << row;
+#endif
+    return rows;
 }
 
 void tkNMByteDistances::prepare(Query& query) const

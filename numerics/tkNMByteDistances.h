@@ -72,6 +72,9 @@ public:
         minima_(shape_, blocks, count, query, minima);
     }
 
+    /// The rows of a block whose sums do not exceed `highest`, a bit for each.
+    static std::uint64_t rowsUpTo(std::uint16_t highest, const std::uint16_t* sums);
+
     struct Shape
     {
         long columns;

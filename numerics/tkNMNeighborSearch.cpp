@@ -196,6 +196,19 @@ void replaceLargest(T* heap, long k, T value)
     heap[hole] = value;
 }
 
+// The first row of a set that is not empty.
+long lowestRow(std::uint64_t rows)
+{
+#if defined(__GNUC__)
+    return __builtin_ctzll(rows);
+#else
+    long row = 0;
+    while ((rows >> row & 1) == 0)
+        ++row;
+    return row;
+#endif
+}
+
 void fetchConsecutive(const tkNMNeighborSearch::Rows& source, long first, long count, long* indices,
                       const double** rows)
 {
@@ -487,8 +500,7 @@ private:
         {
             const long block = static_cast<long>(selection_[i]) % mostMinima;
             distances.sums(search_.block_(block), sums);
-            const long row = std::min_element(sums, sums + Bytes::blockRows) - sums;
-            take_(block * Bytes::blockRows + row, false);
+            take_(block * Bytes::blockRows + lowestRow(Bytes::rowsUpTo(minima_[block], sums)), false);
         }
         finishTaking_(false);
         std::fill(keys_, keys_ + k_, infinity);
@@ -512,7 +524,7 @@ private:
             if (block == blocks)
                 break;
             const long high = limit(search_.errors_[block]);
-            if (block < numMinima_ && minima_[block] > high)
+            if (high < 0 || (block < numMinima_ && minima_[block] > high))
                 continue;
             const long first = block * Bytes::blockRows;
             if (numUnfiltered > 0)
@@ -523,13 +535,9 @@ private:
             }
             distances.sums(search_.block_(block), sums);
             long passed = 0;
-            for (long row = 0; row < Bytes::blockRows; ++row)
-            {
-                if (sums[row] > high)
-                    continue;
-                take_(first + row, true);
-                ++passed;
-            }
+            for (std::uint64_t rows = Bytes::rowsUpTo(static_cast<std::uint16_t>(high), sums); rows != 0;
+                 rows &= rows - 1, ++passed)
+                take_(first + lowestRow(rows), true);
             if (passed > Bytes::blockRows / 2)
                 numUnfiltered = blocksUnfiltered;
         }

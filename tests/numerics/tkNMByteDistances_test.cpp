@@ -108,6 +108,25 @@ TEST(tkNMByteDistances, theShiftIsTheSmallestThatKeepsSumsOfGroupsIn16Bits)
     EXPECT_EQ(shift(4096, 1), 3);
 }
 
+TEST(tkNMByteDistances, rowsUpToASumAreThoseWhoseSumsDoNotExceedIt)
+{
+    std::mt19937_64 random(6);
+    const std::vector<unsigned> edges = {0, 1, 127, 128, 255, 256, 32767, 32768, 32769, 65280, 65534, 65535};
+    for (int round = 0; round < 2000; ++round)
+    {
+        const auto any = [&] { return random() % 2 == 0 ? edges[random() % edges.size()] : random() % 65536; };
+        std::uint16_t sums[Bytes::blockRows];
+        for (std::uint16_t& sum : sums)
+            sum = static_cast<std::uint16_t>(any());
+        const auto highest = static_cast<std::uint16_t>(random() % 4 == 0 ? sums[random() % Bytes::blockRows] : any());
+        std::uint64_t expected = 0;
+        for (int row = 0; row < Bytes::blockRows; ++row)
+            if (sums[row] <= highest)
+                expected |= std::uint64_t{1} << row;
+        ASSERT_EQ(Bytes::rowsUpTo(highest, sums), expected) << "up to " << highest;
+    }
+}
+
 TEST(tkNMByteDistances, columnsAndPowerAreRequiredToBeInRange)
 {
     EXPECT_THROW(Bytes(0, 2, Bytes::Portable), tkAssertionFailure);

@@ -78,6 +78,11 @@ struct LanesOf
         for (std::size_t i = 0; i < count; ++i)
             parts[i] = parts[i] + b.parts[i];
     }
+    TK_ALWAYS_INLINE void add(double b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] + b;
+    }
     TK_ALWAYS_INLINE void subtract(const LanesOf& b)
     {
         for (std::size_t i = 0; i < count; ++i)
@@ -92,6 +97,11 @@ struct LanesOf
     {
         for (std::size_t i = 0; i < count; ++i)
             parts[i] = parts[i] * b;
+    }
+    TK_ALWAYS_INLINE void divide(double b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] / b;
     }
     TK_ALWAYS_INLINE void addProduct(const LanesOf& a, double b)
     {
@@ -119,6 +129,22 @@ struct LanesOf
             for (std::size_t i = 0; i < count; ++i)
                 parts[i] = reinterpret_cast<Register>(reinterpret_cast<Bits>(parts[i]) &
                                                       *reinterpret_cast<const Bits*>(kept[first] + i * width));
+        }
+    }
+    /// Adds b to the lanes but one, and 0.0 to that.
+    TK_ALWAYS_INLINE void addExcept(double b, std::size_t lane)
+    {
+        if constexpr (width == 1)
+            for (std::size_t l = 0; l < 8; ++l)
+                parts[l] += l == lane ? 0.0 : b;
+        else
+        {
+            using Bits = typename RegisterOf<width>::Bits;
+            static constexpr long long added[] = {-1, -1, -1, -1, -1, -1, -1, 0, -1, -1, -1, -1, -1, -1, -1};
+            for (std::size_t i = 0; i < count; ++i)
+                parts[i] =
+                    parts[i] + reinterpret_cast<Register>(reinterpret_cast<Bits>(b - Register{}) &
+                                                          *reinterpret_cast<const Bits*>(added + 7 - lane + i * width));
         }
     }
     TK_ALWAYS_INLINE double operator[](std::size_t l) const

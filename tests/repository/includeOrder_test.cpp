@@ -38,7 +38,7 @@ numerics/tkNMMatrix
 numerics/tkNMLanes
 numerics/tkNMFollow
 numerics/tkNMTriangle
-numerics/tkNMSharedSums
+numerics/tkNMDecision
 numerics/tkNMMahalanobis
 numerics/tkNMSingleNormal
 numerics/tkNMNormalProducts

@@ -10,11 +10,6 @@ tkClassifierCosts::tkClassifierCosts(double defaultCost)
     defaultMisclassificationCost(defaultCost);
 }
 
-double tkClassifierCosts::defaultMisclassificationCost() const
-{
-    return defaultCost_;
-}
-
 void tkClassifierCosts::defaultMisclassificationCost(double cost)
 {
     if (0.0 > cost)
@@ -62,11 +57,6 @@ void tkClassifierCosts::clearMisclassificationOverrides()
     firstLabels_.clear();
     secondLabels_.clear();
     costs_.clear();
-}
-
-long tkClassifierCosts::numMisclassificationOverrides() const
-{
-    return static_cast<long>(costs_.size());
 }
 
 tkClassifierCosts::Override tkClassifierCosts::misclassificationOverride(long index) const

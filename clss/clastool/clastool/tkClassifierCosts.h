@@ -24,7 +24,7 @@ public:
     tkClassifierCosts& operator=(tkClassifierCosts&&) = default;
 
     /// Cost of a pair without an override. Throws tkClassifierDefs::BadParams if cost < 0.
-    double defaultMisclassificationCost() const;
+    double defaultMisclassificationCost() const { return defaultCost_; }
     void defaultMisclassificationCost(double cost);
 
     /// Appends an override or, where the pair has one, replaces its cost in place. `first` is the true category,
@@ -48,7 +48,7 @@ public:
     };
 
     /// The overrides in their order; *requires* 0 <= index < numMisclassificationOverrides().
-    long numMisclassificationOverrides() const;
+    long numMisclassificationOverrides() const { return static_cast<long>(costs_.size()); }
     Override misclassificationOverride(long index) const;
 
     /// Exact comparison; the same overrides in another order are not equal.

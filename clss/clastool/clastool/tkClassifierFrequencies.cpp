@@ -12,11 +12,6 @@ tkClassifierFrequencies::tkClassifierFrequencies(double frequency)
     defaultCategoryFrequency(frequency);
 }
 
-double tkClassifierFrequencies::defaultCategoryFrequency() const
-{
-    return defaultFrequency_;
-}
-
 void tkClassifierFrequencies::defaultCategoryFrequency(double frequency)
 {
     if (0.0 >= frequency)
@@ -56,11 +51,6 @@ void tkClassifierFrequencies::clearFrequencyOverrides()
 {
     labels_.clear();
     frequencies_.clear();
-}
-
-long tkClassifierFrequencies::numFrequencyOverrides() const
-{
-    return static_cast<long>(labels_.size());
 }
 
 tkClassifierFrequencies::Override tkClassifierFrequencies::frequencyOverride(long index) const

@@ -27,7 +27,7 @@ public:
     tkClassifierFrequencies& operator=(tkClassifierFrequencies&&) = default;
 
     /// Frequency of a category without an override. Throws tkClassifierDefs::BadParams if frequency <= 0.
-    double defaultCategoryFrequency() const;
+    double defaultCategoryFrequency() const { return defaultFrequency_; }
     void defaultCategoryFrequency(double frequency);
 
     /// Appends an override or, where the label has one, replaces its value in place.
@@ -49,7 +49,7 @@ public:
     };
 
     /// The overrides in their order; *requires* 0 <= index < numFrequencyOverrides().
-    long numFrequencyOverrides() const;
+    long numFrequencyOverrides() const { return static_cast<long>(labels_.size()); }
     Override frequencyOverride(long index) const;
 
     /// Exact comparison; the same overrides in another order are not equal.

@@ -6,58 +6,62 @@
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkScratch.h"
-#include "numerics/tkNMSharedSums.h"
+#include "numerics/tkNMDecision.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
 namespace
 {
-/// The categories of a result by label, to find a label's place without a linear search.
+/// The places of labels, to find them without a linear search.
 class LabelIndex
 {
 public:
-    /// Throws BadParams if a label occurs twice.
-    explicit LabelIndex(const std::vector<tkClassifierCategoryResult>& results) : places_(results.size())
+    /// Throws BadParams if a label occurs twice. *Requires* that the labels outlive this.
+    LabelIndex(const long* labels, std::size_t size)
+        : labels_(labels),
+          size_(size),
+          isAscending_(isAscending(labels, size)),
+          places_(isAscending_ ? 0 : size)
     {
-        long previous = -1;
-        for (std::size_t i = 0; i < results.size(); ++i)
-        {
-            const long label = results[i].categoryLabel();
-            places_[i] = {label, i};
-            isAscending_ &= previous < label;
-            previous = label;
-        }
         if (isAscending_)
             return;
+        for (std::size_t i = 0; i < size; ++i)
+            places_[i] = {labels[i], i};
         std::sort(places_.begin(), places_.end(), [](const Place& a, const Place& b) { return a.label < b.label; });
         const auto sameLabel = [](const Place& a, const Place& b) { return a.label == b.label; };
         if (std::adjacent_find(places_.begin(), places_.end(), sameLabel) != places_.end())
             throw tkClassifierDefs::BadParams(tk_Messages::labelsUnique);
     }
 
-    /// Whether the categories were given by ascending label, as classifiers do, and none of these is negative.
+    /// Whether the labels are ascending, as classifiers give them, and none is negative. They are then their own index.
     bool isAscending() const { return isAscending_; }
-
-    /// The label at this place in ascending order.
-    long label(std::size_t place) const { return places_[place].label; }
 
     bool hasNegativeLabel() const { return !isAscending_ && places_[0].label < 0; }
 
-    /// Index of the category with this label, `none` if there is none. Labels without gaps, as most are, are found
-    /// at once. *Requires* that none is negative.
+    /// Where this label stands, `none` if nowhere. Labels without gaps, as most are, are found at once. *Requires* that
+    /// none is negative.
     std::size_t find(long label) const
     {
-        if (label < 0 || places_.size() == 0)
+        if (label < 0 || size_ == 0)
             return none;
-        const auto guess = static_cast<std::size_t>(label - places_[0].label);
-        if (guess < places_.size() && places_[guess].label == label)
-            return places_[guess].index;
-        const Place* const end = places_.data() + places_.size();
-        const Place* const place =
-            std::lower_bound(places_.data(), end, label, [](const Place& p, long l) { return p.label < l; });
-        return place != end && place->label == label ? place->index : none;
+        std::size_t place = static_cast<std::size_t>(label - label_(0));
+        if (place >= size_ || label_(place) != label)
+        {
+            place = 0;
+            for (std::size_t length = size_; length > 0;)
+            {
+                const std::size_t half = length / 2;
+                const bool isBehind = label_(place + half) < label;
+                place += isBehind ? half + 1 : 0;
+                length = isBehind ? length - half - 1 : half;
+            }
+            if (place == size_ || label_(place) != label)
+                return none;
+        }
+        return isAscending_ ? place : places_[place].index;
     }
 
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
@@ -69,14 +73,27 @@ private:
         std::size_t index;
     };
 
+    static bool isAscending(const long* labels, std::size_t size)
+    {
+        bool isAscending = size == 0 || labels[0] >= 0;
+        for (std::size_t i = 1; i < size; ++i)
+            isAscending &= labels[i - 1] < labels[i];
+        return isAscending;
+    }
+
+    /// In ascending order.
+    long label_(std::size_t place) const { return isAscending_ ? labels_[place] : places_[place].label; }
+
+    const long* labels_;
+    std::size_t size_;
+    bool isAscending_;
     tkScratch<Place> places_;
-    bool isAscending_ = true;
 };
 
 /// p_i: the frequency of each category. Overrides are walked last to first, so that the first of a label wins.
-void fillPriors(tkScratch<double>& priors, const LabelIndex& index, const tkClassifierFrequencies& frequencies)
+void fillPriors(double* priors, std::size_t n, const LabelIndex& index, const tkClassifierFrequencies& frequencies)
 {
-    std::fill(priors.begin(), priors.end(), frequencies.defaultCategoryFrequency());
+    std::fill_n(priors, n, frequencies.defaultCategoryFrequency());
     for (long k = frequencies.numFrequencyOverrides() - 1; k >= 0; --k)
     {
         const tkClassifierFrequencies::Override o = frequencies.frequencyOverride(k);
@@ -86,7 +103,7 @@ void fillPriors(tkScratch<double>& priors, const LabelIndex& index, const tkClas
     }
 }
 
-using Exceptions = tkScratch<tkNMSharedSums::Exception>;
+using Exceptions = tkScratch<tkNMDecision::Exception>;
 
 /// Copies `from` in ascending key(exception) < numKeys, those of equal keys in their order.
 template <class Key>
@@ -103,58 +120,26 @@ void sortByKey(const Exceptions& from, Exceptions& to, std::size_t numKeys, cons
         to[ends[key(from[k])]++] = from[k];
 }
 
-/// C_i = sum over j != i, in ascending j, of cost(j, i) * q_j. There is room for a multiple of 8 of sums and terms.
-void sumCosts(tkScratch<double>& sums, const tkScratch<double>& joint, std::size_t n, const LabelIndex& index,
-              const tkClassifierCosts& costs)
+/// The overrides that count, last to first, so that the first of a pair wins; there is room for all.
+void fillExceptions(Exceptions& exceptions, std::size_t n, const LabelIndex& index, const tkClassifierCosts& costs)
 {
-    tkScratch<double> terms(sums.size());
-    const double defaultCost = costs.defaultMisclassificationCost();
-    for (std::size_t j = 0; j < n; ++j)
-        terms[j] = defaultCost * joint[j];
-    std::fill(terms.begin() + n, terms.end(), 0.0);
-
-    // Last to first, so that the first of a pair wins.
-    const long numOverrides = costs.numMisclassificationOverrides();
-    Exceptions overrides(static_cast<std::size_t>(numOverrides));
     std::size_t count = 0;
-    for (long k = numOverrides - 1; k >= 0; --k)
+    for (long k = costs.numMisclassificationOverrides() - 1; k >= 0; --k)
     {
         const tkClassifierCosts::Override o = costs.misclassificationOverride(k);
         const std::size_t truth = index.find(o.first);
         const std::size_t decision = index.find(o.second);
         if (truth != LabelIndex::none && decision != LabelIndex::none && truth != decision)
-            overrides[count++] = {decision, truth, o.cost * joint[truth]};
+            exceptions[count++] = {decision, truth, o.cost};
     }
-    overrides.shrink(count);
+    exceptions.shrink(count);
     if (count > 1)
     {
         Exceptions byDecision(count);
-        sortByKey(overrides, byDecision, n, [](const tkNMSharedSums::Exception& e) { return e.sum; });
-        sortByKey(byDecision, overrides, sums.size() / tkNMSharedSums::group,
-                  [](const tkNMSharedSums::Exception& e) { return e.place / tkNMSharedSums::group; });
+        sortByKey(exceptions, byDecision, n, [](const tkNMDecision::Exception& e) { return e.decision; });
+        sortByKey(byDecision, exceptions, n / tkNMDecision::group + 1,
+                  [](const tkNMDecision::Exception& e) { return e.state / tkNMDecision::group; });
     }
-    tkNMSharedSums::compute(sums.data(), terms.data(), sums.size(), overrides.data(), count);
-}
-
-/// The place of each category by ascending cost, those of equal cost in their order. To count those that come before
-/// each is quicker for a few categories than a sort, whose comparisons cannot be foreseen. False if a cost is NaN: of
-/// two categories one comes before the other, but with a NaN neither does.
-bool countPlaces(tkScratch<std::size_t>& places, const double* costs)
-{
-    const std::size_t n = places.size();
-    std::size_t pairs = 0;
-    for (std::size_t i = 0; i < n; ++i)
-    {
-        const double cost = costs[i];
-        std::size_t before = 0;
-        for (std::size_t j = 0; j < i; ++j)
-            before += costs[j] <= cost;
-        for (std::size_t j = i + 1; j < n; ++j)
-            before += costs[j] < cost;
-        places[i] = before;
-        pairs += before;
-    }
-    return 2 * pairs == n * (n - 1);
 }
 } // namespace
 
@@ -179,7 +164,10 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> c
     : categoryResults_(std::move(classScores)),
       matchScoreFactorLog_(matchScoreFactorLog)
 {
-    static_cast<void>(LabelIndex(categoryResults_)); // checks that the labels are unique
+    tkScratch<long> labels(categoryResults_.size());
+    for (std::size_t i = 0; i < labels.size(); ++i)
+        labels[i] = categoryResults_[i].categoryLabel();
+    static_cast<void>(LabelIndex(labels.data(), labels.size())); // checks that they are unique
     sort_();
     double total = 0.0;
     for (const tkClassifierCategoryResult& result : categoryResults_)
@@ -198,48 +186,43 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
       matchScoreFactorLog_(matchScoreFactorLog)
 {
     const std::size_t n = categoryResults_.size();
-    const LabelIndex index(categoryResults_);
+    const std::size_t room = tkNMDecision::roundUp(n);
+    tkScratch<long> labels(n);
+    tkScratch<double> matchScores(room);
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        labels[i] = categoryResults_[i].categoryLabel();
+        matchScores[i] = categoryResults_[i].matchScore();
+    }
+    const LabelIndex index(labels.data(), n);
     if (index.hasNegativeLabel())
         throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
 
-    tkScratch<double> priors(n);
-    fillPriors(priors, index, frequencies);
-    double priorSum = 0.0;
-    for (const double prior : priors)
-        priorSum += prior;
-    if (priorSum == 0.0)
-        throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
+    tkScratch<double> classScores(room); // first the priors
+    fillPriors(classScores.data(), n, index, frequencies);
+    for (std::size_t i = n; i < room; ++i)
+        matchScores[i] = classScores[i] = 0.0;
+    Exceptions exceptions(static_cast<std::size_t>(costs.numMisclassificationOverrides()));
+    fillExceptions(exceptions, n, index, costs);
 
-    tkScratch<double> matchScores(n);
-    for (std::size_t i = 0; i < n; ++i)
-        matchScores[i] = categoryResults_[i].matchScore();
-    tkScratch<double>& joint = priors; // each is needed for its own joint score only
-    for (std::size_t i = 0; i < n; ++i)
-        joint[i] = (matchScores[i] * priors[i]) / priorSum;
-    double jointSum = 0.0;
-    for (const double score : joint)
-        jointSum += score;
-    if (jointSum == 0.0)
+    tkScratch<double> expectedCosts(room);
+    const tkNMDecision::Sums sums =
+        tkNMDecision::compute(matchScores.data(), classScores.data(), expectedCosts.data(), n,
+                              costs.defaultMisclassificationCost(), exceptions.data(), exceptions.size());
+    if (sums.weights == 0.0)
+        throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
+    if (sums.products == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");
 
-    tkScratch<double> sums((n + tkNMSharedSums::group - 1) / tkNMSharedSums::group * tkNMSharedSums::group);
-    sumCosts(sums, joint, n, index, costs);
+    const bool isRanked = n <= tkNMDecision::mostRanked && index.isAscending();
+    tkScratch<std::uint64_t, tkNMDecision::mostRanked> places(isRanked ? room : 0);
+    if (isRanked)
+        tkNMDecision::rank(expectedCosts.data(), places.data(), n);
     for (std::size_t i = 0; i < n; ++i)
-        joint[i] /= jointSum;
-    for (std::size_t i = 0; i < n; ++i)
-        sums[i] /= jointSum;
-
-    tkScratch<std::size_t> places(n);
-    if (n <= 32 && index.isAscending() && countPlaces(places, sums.data()))
-    {
-        for (std::size_t i = 0; i < n; ++i)
-            categoryResults_[places[i]] = tkClassifierCategoryResult(index.label(i), matchScores[i], joint[i], sums[i]);
-        return;
-    }
-    for (std::size_t i = 0; i < n; ++i)
-        categoryResults_[i] =
-            tkClassifierCategoryResult(categoryResults_[i].categoryLabel(), matchScores[i], joint[i], sums[i]);
-    sort_();
+        categoryResults_[isRanked ? places[i] : i] =
+            tkClassifierCategoryResult(labels[i], matchScores[i], classScores[i], expectedCosts[i]);
+    if (!isRanked)
+        sort_();
 }
 
 bool tkClassifierResult::operator==(const tkClassifierResult& other) const

@@ -1,0 +1,272 @@
+#include "numerics/tkNMDecision.h"
+
+#include "tkTest.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+namespace
+{
+using Exceptions = std::vector<tkNMDecision::Exception>;
+using Values = std::vector<double>;
+
+struct Decision
+{
+    double weights = 0.0;
+    double products = 0.0;
+    Values shares;
+    Values risks;
+};
+
+/// The product rounded on its own, also where the compiler may fuse it with an addition.
+double product(double a, double b)
+{
+    const volatile double rounded = a * b;
+    return rounded;
+}
+
+/// The definition: each sum on its own; of several exceptions for one i and j the last counts.
+Decision plainDecision(const Values& scores, const Values& weights, double cost, const Exceptions& exceptions)
+{
+    std::map<std::pair<std::size_t, std::size_t>, double> other;
+    for (const tkNMDecision::Exception& e : exceptions)
+        other[{e.decision, e.state}] = e.cost;
+    Decision decision;
+    const std::size_t n = scores.size();
+    for (const double weight : weights)
+        decision.weights += weight;
+    if (decision.weights == 0.0)
+        return decision;
+    Values products;
+    for (std::size_t i = 0; i < n; ++i)
+        products.push_back(product(scores[i], weights[i]) / decision.weights);
+    for (const double q : products)
+        decision.products += q;
+    if (decision.products == 0.0)
+        return decision;
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        double sum = 0.0;
+        for (std::size_t j = 0; j < n; ++j)
+        {
+            if (j == i)
+                continue;
+            const auto found = other.find({i, j});
+            sum += product(found != other.end() ? found->second : cost, products[j]);
+        }
+        decision.shares.push_back(products[i] / decision.products);
+        decision.risks.push_back(sum / decision.products);
+    }
+    return decision;
+}
+
+bool haveSameBits(double a, double b)
+{
+    return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+bool haveSameBits(const Values& a, const Values& b)
+{
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](double x, double y) { return haveSameBits(x, y); });
+}
+
+/// Whether every level gives the values of the definition, and writes nothing behind them.
+void expectPlainDecision(Values scores, Values weights, double cost, Exceptions exceptions)
+{
+    constexpr std::size_t group = tkNMDecision::group;
+    const Decision expected = plainDecision(scores, weights, cost, exceptions);
+    std::stable_sort(
+        exceptions.begin(), exceptions.end(),
+        [](const tkNMDecision::Exception& a, const tkNMDecision::Exception& b)
+        { return std::make_pair(a.state / group, a.decision) < std::make_pair(b.state / group, b.decision); });
+    const std::size_t n = scores.size();
+    const std::size_t room = tkNMDecision::roundUp(n);
+    scores.resize(room);
+    weights.resize(room);
+    weights.push_back(7.0);
+    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+    {
+        Values shares = weights;
+        Values risks(room + 1, 7.0);
+        Exceptions used = exceptions;
+        const tkNMDecision::Sums sums =
+            tkNMDecision::compute(scores.data(), shares.data(), risks.data(), n, cost, used.data(), used.size(),
+                                  static_cast<tkNMDecision::Level>(level));
+        EXPECT_TRUE(haveSameBits(expected.weights, sums.weights)) << n << " states on level " << level;
+        EXPECT_TRUE(haveSameBits(expected.products, sums.products)) << n << " states on level " << level;
+        EXPECT_EQ(7.0, shares.back());
+        EXPECT_EQ(7.0, risks.back());
+        if (sums.weights == 0.0 || sums.products == 0.0)
+            continue;
+        shares.resize(n);
+        risks.resize(n);
+        EXPECT_TRUE(haveSameBits(expected.shares, shares)) << n << " states on level " << level;
+        EXPECT_TRUE(haveSameBits(expected.risks, risks)) << n << " states on level " << level;
+    }
+}
+
+/// Whether every level gives the places of a stable sort, NaN last, and writes nothing behind them.
+void expectPlainPlaces(Values risks)
+{
+    const std::size_t n = risks.size();
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < n; ++i)
+        order.push_back(i);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b)
+                     { return risks[a] < risks[b] || (std::isnan(risks[b]) && !std::isnan(risks[a])); });
+    std::vector<std::uint64_t> expected(n);
+    for (std::size_t place = 0; place < n; ++place)
+        expected[order[place]] = place;
+    const std::size_t room = tkNMDecision::roundUp(n);
+    for (const double filling : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()})
+        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        {
+            Values given = risks;
+            given.resize(room, filling);
+            std::vector<std::uint64_t> places(room + 1, 77);
+            tkNMDecision::rank(given.data(), places.data(), n, static_cast<tkNMDecision::Level>(level));
+            EXPECT_EQ(77u, places.back());
+            places.resize(n);
+            EXPECT_EQ(expected, places) << "on level " << level << ": " << ::testing::PrintToString(risks);
+        }
+}
+
+const double infinity = std::numeric_limits<double>::infinity();
+const double notANumber = std::numeric_limits<double>::quiet_NaN();
+const double hostile[] = {0.0, -0.0, 1.0, -1.0, 5e-324, -5e-324, 1e308, -1e308, infinity, -infinity, notANumber};
+
+/// Every number of states up to 70, and some beyond.
+std::vector<std::size_t> counts()
+{
+    std::vector<std::size_t> counts = {127, 128, 129, 200};
+    for (std::size_t n = 0; n <= 70; ++n)
+        counts.push_back(n);
+    return counts;
+}
+} // namespace
+
+TEST(tkNMDecision, everyLevelHasTheBitsOfTheFormula)
+{
+    std::mt19937_64 generator(1);
+    std::normal_distribution<double> deviate;
+    for (const std::size_t n : counts())
+        for (int round = 0; round < 10; ++round)
+        {
+            const auto value = [&] { return std::ldexp(deviate(generator), static_cast<int>(generator() % 60)); };
+            Values scores(n);
+            Values weights(n, 0.1);
+            std::generate(scores.begin(), scores.end(), value);
+            if (round % 2 == 0)
+                std::generate(weights.begin(), weights.end(), value);
+            Exceptions exceptions;
+            for (std::size_t k = n > 1 ? generator() % (3 * n) : 0; k > 0; --k)
+            {
+                const std::size_t i = generator() % n;
+                const std::size_t j = generator() % n;
+                if (i != j)
+                    exceptions.push_back({i, j, deviate(generator)});
+            }
+            expectPlainDecision(scores, weights, 1.0, {});
+            expectPlainDecision(scores, weights, deviate(generator), exceptions);
+        }
+}
+
+TEST(tkNMDecision, exceptionsMayStandAtEveryPlaceOfAGroupAndReplaceOneAnother)
+{
+    Values scores;
+    for (int i = 0; i < 24; ++i)
+        scores.push_back(1.0 / (3.0 + i));
+    const Values weights(24, 0.7);
+    Exceptions all;
+    for (std::size_t i = 0; i < scores.size(); ++i)
+        for (std::size_t j = 0; j < scores.size(); ++j)
+            if (i != j)
+            {
+                const tkNMDecision::Exception e{i, j, std::sqrt(2.0 + static_cast<double>(24 * i + j))};
+                expectPlainDecision(scores, weights, 1.1, {e});
+                expectPlainDecision(scores, weights, 1.1,
+                                    {{i, j, 5.0}, e, {i, (j + 1) % 24 == i ? (j + 2) % 24 : (j + 1) % 24, 0.3}});
+                all.push_back(e);
+            }
+    expectPlainDecision(scores, weights, 1.1, all);
+}
+
+TEST(tkNMDecision, hostileValuesAreTakenAsTheyStand)
+{
+    std::mt19937_64 generator(2);
+    for (const std::size_t n : counts())
+        for (std::size_t kinds = 2; kinds <= std::size(hostile); ++kinds)
+        {
+            const auto seldom = [&](double usual)
+            { return generator() % n == 0 ? hostile[generator() % kinds] : usual; };
+            const auto any = [&] { return hostile[generator() % kinds]; };
+            Values scores(n);
+            Values weights(n);
+            std::generate(scores.begin(), scores.end(), any);
+            std::generate(weights.begin(), weights.end(), [&] { return seldom(0.3); });
+            Exceptions exceptions;
+            for (std::size_t k = n; n > 1 && k > 0; --k)
+            {
+                const std::size_t i = generator() % n;
+                exceptions.push_back({i, (i + 1 + generator() % (n - 1)) % n, any()});
+            }
+            for (const double cost : hostile)
+            {
+                expectPlainDecision(scores, Values(n, 1.0), cost, {});
+                expectPlainDecision(scores, weights, cost, {});
+                expectPlainDecision(scores, weights, cost, exceptions);
+            }
+        }
+}
+
+TEST(tkNMDecision, sumsThatAreZeroAreReported)
+{
+    expectPlainDecision({}, {}, 1.0, {});
+    expectPlainDecision({0.5, 0.5}, {0.0, 0.0}, 1.0, {});
+    expectPlainDecision({0.5, 0.5}, {1.0, -1.0}, 1.0, {});
+    expectPlainDecision({0.0, 0.0}, {1.0, 2.0}, 1.0, {});
+}
+
+TEST(tkNMDecision, placesAreThoseOfAStableSortWithNaNLast)
+{
+    std::mt19937_64 generator(3);
+    const double values[] = {0.0, -0.0, 5e-324, 1e-300,   1.0,        std::nextafter(1.0, 2.0),
+                             2.0, 1e17, 1e308,  infinity, notANumber, -notANumber};
+    std::uniform_real_distribution<double> deviate;
+    for (std::size_t n = 0; n <= tkNMDecision::mostRanked; ++n)
+        for (int round = 0; round < 200; ++round)
+        {
+            const std::size_t kinds = 1 + generator() % std::size(values);
+            Values risks(n);
+            for (double& risk : risks)
+                risk = round % 2 == 0 || generator() % 8 == 0 ? values[generator() % kinds] : deviate(generator);
+            expectPlainPlaces(risks);
+        }
+}
+
+TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentPlaces)
+{
+    std::mt19937_64 generator(4);
+    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        for (int round = 0; round < 2000; ++round)
+        {
+            double risks[tkNMDecision::mostRanked];
+            std::generate(std::begin(risks), std::end(risks),
+                          [&] { return hostile[generator() % std::size(hostile)]; });
+            const std::size_t n = 1 + generator() % tkNMDecision::mostRanked;
+            std::uint64_t places[tkNMDecision::mostRanked];
+            tkNMDecision::rank(risks, places, n, static_cast<tkNMDecision::Level>(level));
+            std::sort(places, places + n);
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_EQ(i, places[i]);
+        }
+}

@@ -9,16 +9,8 @@
 namespace
 {
 using Exception = tkNMDecision::Exception;
-using Sums = tkNMDecision::Sums;
 constexpr std::size_t group = tkNMDecision::group;
-
-TK_ALWAYS_INLINE double sumOf(const double* terms, std::size_t n)
-{
-    double sum = 0.0;
-    for (std::size_t i = 0; i < n; ++i)
-        sum += terms[i];
-    return sum;
-}
+constexpr std::size_t few = 64;
 
 template <std::size_t width>
 TK_ALWAYS_INLINE void divide(double* values, std::size_t count, double divisor)
@@ -105,7 +97,7 @@ template <std::size_t width>
 TK_ALWAYS_INLINE void addFewCosts(double* sums, const double* products, std::size_t n, double cost)
 {
     const std::size_t count = tkNMDecision::roundUp(n);
-    double terms[64];
+    double terms[few];
     for (std::size_t i = 0; i < count; i += group)
     {
         LanesOf<width> lanes;
@@ -129,13 +121,10 @@ TK_ALWAYS_INLINE void addFewCosts(double* sums, const double* products, std::siz
 }
 
 template <std::size_t width>
-TK_ALWAYS_INLINE Sums decide(const double* scores, double* weights, double* risks, std::size_t n, double cost,
-                             Exception* exceptions, const Exception* last)
+TK_ALWAYS_INLINE double decide(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
+                               double cost, Exception* exceptions, const Exception* last)
 {
     const std::size_t count = tkNMDecision::roundUp(n);
-    Sums sums = {sumOf(weights, n), 0.0};
-    if (sums.weights == 0.0)
-        return sums;
     double* const products = weights; // each is needed for its own product only
     for (std::size_t i = 0; i < count; i += group)
     {
@@ -144,19 +133,21 @@ TK_ALWAYS_INLINE Sums decide(const double* scores, double* weights, double* risk
         a.load(scores + i);
         b.load(weights + i);
         a.multiply(b);
-        a.divide(sums.weights);
+        a.divide(weightSum);
         a.store(products + i);
     }
-    sums.products = sumOf(products, n);
-    if (sums.products == 0.0)
-        return sums;
-    if (exceptions == last && n <= 64)
+    double sum = 0.0;
+    for (std::size_t i = 0; i < n; ++i)
+        sum += products[i];
+    if (sum == 0.0)
+        return sum;
+    if (exceptions == last && n <= few)
         addFewCosts<width>(risks, products, n, cost);
     else
         addCosts<width>(risks, products, n, cost, exceptions, last);
-    divide<width>(risks, count, sums.products);
-    divide<width>(products, count, sums.products);
-    return sums;
+    divide<width>(risks, count, sum);
+    divide<width>(products, count, sum);
+    return sum;
 }
 
 using Key = std::uint64_t;
@@ -228,21 +219,22 @@ TK_ALWAYS_INLINE void countBefore(const double* risks, std::uint64_t* places, st
 }
 
 #if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) Sums decideAVX2(const double* scores, double* weights, double* risks, std::size_t n,
-                                                double cost, Exception* first, const Exception* last)
+__attribute__((target("avx2"))) double decideAVX2(const double* scores, double* weights, double weightSum,
+                                                  double* risks, std::size_t n, double cost, Exception* first,
+                                                  const Exception* last)
 {
-    return decide<4>(scores, weights, risks, n, cost, first, last);
+    return decide<4>(scores, weights, weightSum, risks, n, cost, first, last);
 }
 __attribute__((target("avx2"))) void countBeforeAVX2(const double* risks, std::uint64_t* places, std::size_t n)
 {
     return countBefore<4>(risks, places, n);
 }
 
-__attribute__((target("avx512f"))) Sums decideAVX512(const double* scores, double* weights, double* risks,
-                                                     std::size_t n, double cost, Exception* first,
-                                                     const Exception* last)
+__attribute__((target("avx512f"))) double decideAVX512(const double* scores, double* weights, double weightSum,
+                                                       double* risks, std::size_t n, double cost, Exception* first,
+                                                       const Exception* last)
 {
-    return decide<8>(scores, weights, risks, n, cost, first, last);
+    return decide<8>(scores, weights, weightSum, risks, n, cost, first, last);
 }
 __attribute__((target("avx512f"))) void countBeforeAVX512(const double* risks, std::uint64_t* places, std::size_t n)
 {
@@ -251,19 +243,19 @@ __attribute__((target("avx512f"))) void countBeforeAVX512(const double* risks, s
 #endif
 } // namespace
 
-Sums tkNMDecision::compute(const double* scores, double* weights, double* risks, std::size_t n, double cost,
-                           Exception* exceptions, std::size_t numExceptions, Level level)
+double tkNMDecision::compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
+                             double cost, Exception* exceptions, std::size_t numExceptions, Level level)
 {
     const Exception* const last = exceptions + numExceptions;
 #if TK_WIDER_LEVELS
     if (level == tkNMTriangle::eAVX512)
-        return decideAVX512(scores, weights, risks, n, cost, exceptions, last);
+        return decideAVX512(scores, weights, weightSum, risks, n, cost, exceptions, last);
     if (level == tkNMTriangle::eAVX2)
-        return decideAVX2(scores, weights, risks, n, cost, exceptions, last);
+        return decideAVX2(scores, weights, weightSum, risks, n, cost, exceptions, last);
 #else
     static_cast<void>(level);
 #endif
-    return decide<plainWidth>(scores, weights, risks, n, cost, exceptions, last);
+    return decide<plainWidth>(scores, weights, weightSum, risks, n, cost, exceptions, last);
 }
 
 void tkNMDecision::rank(const double* risks, std::uint64_t* places, std::size_t n, Level level)

@@ -30,19 +30,15 @@ public:
         double cost;
     };
 
-    struct Sums
-    {
-        double weights;  // P
-        double products; // Q
-    };
-
-    /// Replaces the weights by the shares, and gives the risks. If P is 0.0, or Q is, it leaves what it got to by then.
+    /// Replaces the weights, of which P is given, by the shares, gives the risks and returns Q; if that is 0.0, there
+    /// are neither.
     ///
-    /// *Requires* room for roundUp(n) of scores, weights and risks, the scores and weights beyond the n-th 0.0, and the
+    /// *Requires* roundUp(n) scores and weights, those beyond the n-th of no matter, room for as many risks, and the
     /// exceptions in ascending state / group, within a group in ascending decision; of several for the same i and j the
     /// last counts. They are used up. *Requires* level <= tkNMTriangle::bestLevel().
-    static Sums compute(const double* scores, double* weights, double* risks, std::size_t n, double cost,
-                        Exception* exceptions, std::size_t numExceptions, Level level = tkNMTriangle::bestLevel());
+    static double compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
+                          double cost, Exception* exceptions, std::size_t numExceptions,
+                          Level level = tkNMTriangle::bestLevel());
 
     /// No more are ranked by counting: a sort is quicker.
     static constexpr std::size_t mostRanked = 32;

@@ -90,10 +90,9 @@ private:
     tkScratch<Place> places_;
 };
 
-/// p_i: the frequency of each category. Overrides are walked last to first, so that the first of a label wins.
-void fillPriors(double* priors, std::size_t n, const LabelIndex& index, const tkClassifierFrequencies& frequencies)
+/// Overrides are walked last to first, so that the first of a label wins.
+void overridePriors(double* priors, const LabelIndex& index, const tkClassifierFrequencies& frequencies)
 {
-    std::fill_n(priors, n, frequencies.defaultCategoryFrequency());
     for (long k = frequencies.numFrequencyOverrides() - 1; k >= 0; --k)
     {
         const tkClassifierFrequencies::Override o = frequencies.frequencyOverride(k);
@@ -101,6 +100,14 @@ void fillPriors(double* priors, std::size_t n, const LabelIndex& index, const tk
         if (i != LabelIndex::none)
             priors[i] = o.frequency;
     }
+}
+
+double sumOf(const double* terms, std::size_t n)
+{
+    double sum = 0.0;
+    for (std::size_t i = 0; i < n; ++i)
+        sum += terms[i];
+    return sum;
 }
 
 using Exceptions = tkScratch<tkNMDecision::Exception>;
@@ -187,8 +194,15 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
 {
     const std::size_t n = categoryResults_.size();
     const std::size_t room = tkNMDecision::roundUp(n);
+    tkScratch<double> classScores(room); // first the priors
+    std::fill_n(classScores.data(), room, frequencies.defaultCategoryFrequency());
+    // Each addition waits for the one before it, what follows does not.
+    double priorSum = sumOf(classScores.data(), n);
+
     tkScratch<long> labels(n);
     tkScratch<double> matchScores(room);
+    if (n > 0)
+        std::fill_n(matchScores.data() + room - tkNMDecision::group, tkNMDecision::group, 0.0);
     for (std::size_t i = 0; i < n; ++i)
     {
         labels[i] = categoryResults_[i].categoryLabel();
@@ -197,21 +211,21 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
     const LabelIndex index(labels.data(), n);
     if (index.hasNegativeLabel())
         throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
+    if (frequencies.numFrequencyOverrides() > 0)
+    {
+        overridePriors(classScores.data(), index, frequencies);
+        priorSum = sumOf(classScores.data(), n);
+    }
+    if (priorSum == 0.0)
+        throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
 
-    tkScratch<double> classScores(room); // first the priors
-    fillPriors(classScores.data(), n, index, frequencies);
-    for (std::size_t i = n; i < room; ++i)
-        matchScores[i] = classScores[i] = 0.0;
     Exceptions exceptions(static_cast<std::size_t>(costs.numMisclassificationOverrides()));
     fillExceptions(exceptions, n, index, costs);
-
     tkScratch<double> expectedCosts(room);
-    const tkNMDecision::Sums sums =
-        tkNMDecision::compute(matchScores.data(), classScores.data(), expectedCosts.data(), n,
+    const double jointSum =
+        tkNMDecision::compute(matchScores.data(), classScores.data(), priorSum, expectedCosts.data(), n,
                               costs.defaultMisclassificationCost(), exceptions.data(), exceptions.size());
-    if (sums.weights == 0.0)
-        throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
-    if (sums.products == 0.0)
+    if (jointSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");
 
     const bool isRanked = n <= tkNMDecision::mostRanked && index.isAscending();

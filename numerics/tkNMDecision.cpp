@@ -10,6 +10,8 @@ namespace
 {
 using Exception = tkNMDecision::Exception;
 constexpr std::size_t group = tkNMDecision::group;
+
+/// Without exceptions, the sums of so many states are kept in registers.
 constexpr std::size_t few = 64;
 
 template <std::size_t width>
@@ -92,7 +94,7 @@ TK_ALWAYS_INLINE void addCosts(double* sums, const double* products, std::size_t
     }
 }
 
-/// The same without exceptions for a few states: each sum stays in its register.
+/// The same without exceptions, for no more than `few` states.
 template <std::size_t width>
 TK_ALWAYS_INLINE void addFewCosts(double* sums, const double* products, std::size_t n, double cost)
 {
@@ -202,14 +204,12 @@ TK_ALWAYS_INLINE void countBefore(const double* risks, std::uint64_t* places, st
             for (std::size_t i = 0; i < group / width; ++i)
                 before[i] += (keys[j] - (own[i] + 1)) >> 63;
         for (std::size_t j = first; j < std::min(first + group, n); ++j)
-        {
             for (std::size_t i = 0; i < group / width; ++i)
             {
                 Keys behind;
                 std::memcpy(&behind, isBehind + 7 - (j - first) + i * width, sizeof behind);
                 before[i] += (keys[j] - (own[i] + behind)) >> 63;
             }
-        }
         for (std::size_t j = first + group; j < n; ++j)
             for (std::size_t i = 0; i < group / width; ++i)
                 before[i] += (keys[j] - own[i]) >> 63;

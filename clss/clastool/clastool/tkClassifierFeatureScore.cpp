@@ -197,7 +197,8 @@ double tkClassifierFeatureScoreTwoSided::score(double v) const
     return scoreAnyShape_(v);
 }
 
-double tkClassifierFeatureScoreTwoSided::scoreAnyShape_(double v) const
+// Not as part of score(), which would then save registers that a trapezoid does without.
+[[gnu::noinline]] double tkClassifierFeatureScoreTwoSided::scoreAnyShape_(double v) const
 {
     if (isOutside(low_) || isOutside(high_))
         throw tkClassifierDefs::BadParams(x1Between);

@@ -211,14 +211,24 @@ inline std::uint8_t tk_RuleFilter::Scale::level(double value) const
     return std::isnan(value) ? std::uint8_t{numLevels} : static_cast<std::uint8_t>(level);
 }
 
+/// Reads the first block along with the levels; most tables have no other.
 tk_RuleFilter::Candidates::Candidates(const tk_RuleFilter* filter, const std::vector<double>& values)
     : filter_(filter),
-      block_(std::numeric_limits<std::size_t>::max()),
-      rules_(0)
+      block_(0),
+      rules_(~std::uint64_t{0})
 {
-    if (filter_)
-        for (std::size_t f = 0; f < filter_->features_.size(); ++f)
-            levels_[f] = filter_->features_[f].scale.level(values[filter_->features_[f].index]);
+    if (!filter_)
+        return;
+    const Feature* const features = filter_->features_.data();
+    const Passes* const passes = filter_->passes_.data();
+    const std::size_t numFeatures = filter_->features_.size();
+    std::uint64_t rules = rules_;
+    for (std::size_t f = 0; f < numFeatures; ++f)
+    {
+        levels_[f] = features[f].scale.level(values[features[f].index]);
+        rules &= passes[f].rules[levels_[f]];
+    }
+    rules_ = rules;
 }
 
 std::size_t tk_RuleFilter::Candidates::next(std::size_t rule)

@@ -6,8 +6,9 @@
 #include "numerics/tkNMSingleNormal.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
-#include <utility>
+#include <map>
 
 // Of each set stand in the stream, a value of each lane side by side:
 //
@@ -30,6 +31,11 @@ constexpr std::size_t headSize(std::size_t size)
 constexpr std::size_t triangleSize(std::size_t size)
 {
     return size * (size + 1) / 2;
+}
+
+constexpr std::size_t factorSize(std::size_t size)
+{
+    return headSize(size) + triangleSize(size);
 }
 
 /// Rows of the band that begins with row `first` < size.
@@ -216,21 +222,21 @@ __attribute__((target("avx2"))) void logDensitiesAVX2(std::size_t width, const d
     logDensitiesUpTo<4>(width, stream, run, end, x, v, logs);
 }
 
-__attribute__((target("avx512f,avx512vl"))) void logDensitiesAVX512(std::size_t width, const double* stream,
-                                                                    const tkNMNormalProducts::Run* run,
-                                                                    const tkNMNormalProducts::Run* end, const double* x,
-                                                                    double* v, double* logs)
+__attribute__((target("avx512f"))) void logDensitiesAVX512(std::size_t width, const double* stream,
+                                                           const tkNMNormalProducts::Run* run,
+                                                           const tkNMNormalProducts::Run* end, const double* x,
+                                                           double* v, double* logs)
 {
     logDensitiesUpTo<8>(width, stream, run, end, x, v, logs);
 }
 #endif
 
-/// Whether evaluating `products` in `width` lanes takes less time than one after the other with eight rows of W side by
-/// side. Then the widest registers are full, but each product costs about as much as 64 steps more (as measured); what
-/// lies in farther caches is as much to read either way if no lane is empty.
-bool doLanesPay(std::size_t products, std::size_t width, std::size_t widest, std::size_t steps)
+/// Whether evaluating `products` of so many factors in `width` lanes takes less time than one after the other, with
+/// eight rows of each W side by side. Then the widest registers are full, but each factor costs about as much as 64
+/// steps more (as measured); what lies in farther caches is as much to read either way if no lane is empty.
+bool doLanesPay(std::size_t products, std::size_t factors, std::size_t steps, std::size_t width, std::size_t widest)
 {
-    return products * (64 * widest + steps) >= widest * steps || (products == width && 2 * width >= widest);
+    return products * (64 * widest * factors + steps) >= widest * steps || (products == width && 2 * width >= widest);
 }
 
 /// Lanes of the widest registers of a level.
@@ -244,68 +250,68 @@ tkNMNormalProducts::tkNMNormalProducts(const std::vector<std::vector<Set>>& prod
     : level_(level),
       places_(products.size())
 {
-    const std::size_t widest = widthOf(level);
-    std::size_t end = 0;
+    std::map<std::vector<Set>, std::vector<std::size_t>> alike;
     for (std::size_t c = 0; c < products.size(); ++c)
-    {
-        if (places_[c].isThere)
-            continue;
-        const std::vector<Set>& sets = products[c];
-        std::vector<std::size_t> alike;
-        for (std::size_t other = c; other < products.size() && !sets.empty(); ++other)
-            if (products[other] == sets)
-                alike.push_back(other);
-        std::size_t perLane = 0;
-        std::vector<Run> runs;
-        for (const Set& set : sets)
-        {
-            TK_ASSERT(set.size > 0);
-            if (runs.empty() || !runs.back().isContinuedBy(set))
-                runs.push_back({set, 0});
-            ++runs.back().count;
-            perLane += headSize(set.size) + triangleSize(set.size);
-            largestSet_ = std::max(largestSet_, set.size);
-            reach_ = std::max(reach_, set.first + set.size);
-        }
-        for (std::size_t taken = 0; taken < alike.size(); taken += lanes_.back().products.size())
-        {
-            const std::size_t left = alike.size() - taken;
-            std::size_t width = widest;
-            while (width / 2 >= left)
-                width /= 2;
-            if (!doLanesPay(std::min(width, left), width, widest, perLane))
-                break;
-            const auto first = alike.begin() + static_cast<std::ptrdiff_t>(taken);
-            const auto last = first + static_cast<std::ptrdiff_t>(std::min(width, left));
-            for (auto product = first; product != last; ++product)
-                places_[*product] = {true, lanes_.size(), static_cast<std::size_t>(product - first)};
-            lanes_.push_back({width, {first, last}, runs, end});
-            end += (width * perLane + 7) / 8 * 8;
-        }
-    }
+        if (!products[c].empty())
+            alike[products[c]].push_back(c);
+    std::size_t end = 0;
+    for (const auto& [sets, those] : alike)
+        end = place_(sets, those, end);
     stream_.resize(end / 8);
     for (std::size_t c = 0; c < products.size(); ++c)
         for (std::size_t i = 0; i < products[c].size() && places_[c].isThere; ++i)
             empty(c, i);
 }
 
+std::size_t tkNMNormalProducts::place_(const std::vector<Set>& sets, const std::vector<std::size_t>& products,
+                                       std::size_t end)
+{
+    std::vector<Run> runs;
+    std::size_t perLane = 0;
+    std::size_t largestSet = 0;
+    std::size_t reach = 0;
+    for (std::size_t i = 0; i < sets.size(); ++i)
+    {
+        TK_ASSERT(sets[i].size > 0);
+        if (runs.empty() || !runs.back().isContinuedBy(sets[i]))
+            runs.push_back({sets[i], 0, i, perLane});
+        ++runs.back().count;
+        perLane += factorSize(sets[i].size);
+        largestSet = std::max(largestSet, sets[i].size);
+        reach = std::max(reach, sets[i].first + sets[i].size);
+    }
+    const std::size_t widest = widthOf(level_);
+    for (std::size_t taken = 0; taken < products.size(); taken += lanes_.back().products.size())
+    {
+        const std::size_t left = products.size() - taken;
+        std::size_t width = widest;
+        while (width / 2 >= left)
+            width /= 2;
+        const std::size_t count = std::min(width, left);
+        if (!doLanesPay(count, sets.size(), perLane, width, widest))
+            break;
+        const auto first = products.begin() + static_cast<std::ptrdiff_t>(taken);
+        const auto last = first + static_cast<std::ptrdiff_t>(count);
+        for (auto product = first; product != last; ++product)
+            places_[*product] = {true, lanes_.size(), static_cast<std::size_t>(product - first)};
+        lanes_.push_back({width, {first, last}, runs, sets.size(), end});
+        end += (width * perLane + 7) / 8 * 8;
+        largestSet_ = std::max(largestSet_, largestSet);
+        reach_ = std::max(reach_, reach);
+    }
+    return end;
+}
+
 tkNMNormalProducts::Factor_ tkNMNormalProducts::factor_(std::size_t product, std::size_t factor)
 {
     TK_ASSERT(product < places_.size() && places_[product].isThere);
     const Lanes_& lanes = lanes_[places_[product].lanes];
-    std::size_t begin = lanes.begin;
-    for (const Run& run : lanes.runs)
-    {
-        const std::size_t elements = lanes.width * (headSize(run.first.size) + triangleSize(run.first.size));
-        if (factor < run.count)
-            return {stream_.front().elements + begin + factor * elements + places_[product].lane, lanes.width,
-                    run.first.size};
-        factor -= run.count;
-        begin += run.count * elements;
-    }
-    const bool factorIsThere = false;
-    TK_ASSERT(factorIsThere);
-    return {nullptr, 0, 0};
+    TK_ASSERT(factor < lanes.numFactors);
+    const auto isBefore = [](std::size_t f, const Run& run) { return f < run.firstFactor; };
+    const Run& run = *std::prev(std::upper_bound(lanes.runs.begin(), lanes.runs.end(), factor, isBefore));
+    const std::size_t element = run.begin + (factor - run.firstFactor) * factorSize(run.first.size);
+    return {stream_.front().elements + lanes.begin + lanes.width * element + places_[product].lane, lanes.width,
+            run.first.size};
 }
 
 void tkNMNormalProducts::fill(std::size_t product, std::size_t factor, const tkNMMahalanobis& distance, double logPeak)

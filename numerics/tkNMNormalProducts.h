@@ -24,7 +24,10 @@ public:
         std::size_t first;
         std::size_t size;
 
-        bool operator==(const Set& other) const { return first == other.first && size == other.size; }
+        bool operator<(const Set& other) const
+        {
+            return first < other.first || (first == other.first && size < other.size);
+        }
     };
 
     /// Sets of one size, each of which begins where the one before it ends.
@@ -32,6 +35,8 @@ public:
     {
         Set first;
         std::size_t count;
+        std::size_t firstFactor; // its number in the product
+        std::size_t begin;       // elements of the factors before it
 
         bool isContinuedBy(const Set& set) const
         {
@@ -68,6 +73,7 @@ private:
         std::size_t width;
         std::vector<std::size_t> products;
         std::vector<Run> runs;
+        std::size_t numFactors;
         std::size_t begin; // in the stream
     };
     struct Place_
@@ -88,9 +94,11 @@ private:
         double elements[8];
     };
 
+    /// Gives places to products of the same sets, or to some of them, and returns the new end of the stream.
+    std::size_t place_(const std::vector<Set>& sets, const std::vector<std::size_t>& products, std::size_t end);
     Factor_ factor_(std::size_t product, std::size_t factor);
 
-    tkNMTriangle::Level level_;
+    [[maybe_unused]] tkNMTriangle::Level level_;
     std::size_t reach_ = 0;
     std::size_t largestSet_ = 0;
     std::vector<Lanes_> lanes_;

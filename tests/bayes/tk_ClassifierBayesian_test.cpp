@@ -530,7 +530,7 @@ TEST(tk_ClassifierBayesian, onlyTheUnknownLabelIsSkipped)
     EXPECT_FALSE(classifier.isTrained());
 }
 
-TEST(tk_ClassifierBayesian, runningAllocatesTheCategoriesOfTheResultAndNothingElse)
+TEST(tk_ClassifierBayesian, runningAllocatesTheCategoriesOfANewResultAndNothingElse)
 {
     for (const std::size_t dimension : {1u, 6u, 64u})
     {
@@ -548,10 +548,12 @@ TEST(tk_ClassifierBayesian, runningAllocatesTheCategoriesOfTheResultAndNothingEl
         tk_ClassifierBayesian classifier;
         classifier.train(provider(rows, labels), Params(types));
         const tkFeaturePattern pattern(rows[0]);
+        run(classifier, rows[0]); // factors what is evaluated one by one
         tkClassifierResult result;
-        classifier.run(pattern, result);
         const tkAllocations allocations;
         classifier.run(pattern, result);
+        EXPECT_EQ(allocations.count(), 1u) << dimension;
+        classifier.run(pattern, result); // which has the memory now
         EXPECT_EQ(allocations.count(), 1u) << dimension;
     }
 }
@@ -1266,6 +1268,39 @@ TEST(tk_ClassifierBayesian, runsFollowAModelThatIsReplaced)
     expectFollowed();
     loadFromBytes(storeToBytes(model(manyCategories(8, false), 12)), changed);
     expectFollowed();
+}
+
+TEST(tk_ClassifierBayesian, aRunThatIsRefusedLeavesTheResult)
+{
+    tk_ClassifierBayesian classifier = manyCategories(10, false);
+    tkClassifierResult result = run(classifier, std::vector<double>(20, 0.5));
+    const tkClassifierResult before(result);
+    const tkFeaturePattern pattern(std::vector<double>(20, 0.25));
+    changeable(classifier, 3).categoryLabel(2);
+    EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::BadParams,
+                    L"The category labels of the match results must be unique.");
+    EXPECT_TRUE(result == before);
+    changeable(classifier, 9).categoryLabel(-1); // the first of two faults
+    EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::BadLabel, L"Category labels must be >= 0");
+    EXPECT_TRUE(result == before);
+}
+
+TEST(tk_ClassifierBayesian, aResultMayHaveHadAnyNumberOfCategories)
+{
+    const tk_ClassifierBayesian classifier = manyCategories(11, false);
+    const std::vector<double> row(20, 0.5);
+    const tkClassifierResult expected = run(classifier, row);
+    for (long size : {0L, 1L, 26L, 27L, 28L, 100L})
+    {
+        std::vector<tkClassifierCategoryResult> categories;
+        for (long label = 0; label < size; ++label)
+            categories.emplace_back(label, 0.5, 0.5, 1.0);
+        tkClassifierResult result;
+        if (size > 0)
+            result = tkClassifierResult(categories, 7.0);
+        classifier.run(tkFeaturePattern(row), result);
+        EXPECT_TRUE(result == expected) << size;
+    }
 }
 
 TEST(tk_ClassifierBayesian, productsOutliveNeitherTheClassifierNorTheirDensities)

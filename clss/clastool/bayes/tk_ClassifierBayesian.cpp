@@ -8,6 +8,7 @@
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
 #include "foundation/tkScratch.h"
+#include "numerics/tkNMDecision.h"
 
 #include <algorithm>
 #include <cmath>
@@ -219,8 +220,8 @@ void tk_ClassifierBayesian::checkRunnable_() const
 void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
 {
     TK_ASSERT(isTrained_());
-    // Results whose match scores are still log likelihoods would not pass their own checks, so that these wait here.
-    tkScratch<double, 256> scores(categoryModels_.size());
+    const std::size_t n = categoryModels_.size();
+    tkScratch<double, 256> scores(tkNMDecision::roundUp(n)); // first the log likelihoods
     fillLogLikelihoods_(pattern, scores.data());
 
     // trainParams() says what is wrong where there are none; otherwise a handle of one's own is not needed.
@@ -228,17 +229,22 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 
     // Written for a NaN to become the maximum and to be replaced by what follows it.
     double best = -HUGE_VAL;
-    for (std::size_t i = 0; i < categoryModels_.size(); ++i)
+    for (std::size_t i = 0; i < n; ++i)
         if (!(best >= scores[i]))
             best = scores[i];
     const double offset = 0.0 - best; // ln 1 - s_max
 
-    std::vector<tkClassifierCategoryResult> categoryResults;
-    categoryResults.reserve(categoryModels_.size());
-    for (std::size_t i = 0; i < categoryModels_.size(); ++i)
-        categoryResults.emplace_back(categoryModels_[i]->categoryLabel(), std::exp(scores[i] + offset), 0.0, 0.0);
-    result = tkClassifierResult(std::move(categoryResults), params.categoryFrequencies(),
-                                params.misclassificationCosts(), offset);
+    tkScratch<long, 256> labels(n);
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        labels[i] = categoryModels_[i]->categoryLabel();
+        if (labels[i] < 0)
+            throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
+        scores[i] = std::exp(scores[i] + offset);
+    }
+    std::fill(scores.begin() + n, scores.end(), 0.0);
+    result.decide_(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),
+                   offset);
 }
 
 void tk_ClassifierBayesian::complete_()

@@ -189,26 +189,31 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> c
 tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> matchResults,
                                        const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs,
                                        double matchScoreFactorLog)
-    : categoryResults_(std::move(matchResults)),
-      matchScoreFactorLog_(matchScoreFactorLog)
+    : categoryResults_(std::move(matchResults))
 {
     const std::size_t n = categoryResults_.size();
+    tkScratch<long> labels(n);
+    tkScratch<double> matchScores(tkNMDecision::roundUp(n));
+    for (std::size_t i = 0; i < n; ++i)
+    {
+        labels[i] = categoryResults_[i].categoryLabel();
+        matchScores[i] = categoryResults_[i].matchScore();
+    }
+    std::fill(matchScores.begin() + n, matchScores.end(), 0.0);
+    decide_(labels.data(), matchScores.data(), n, frequencies, costs, matchScoreFactorLog);
+}
+
+void tkClassifierResult::decide_(const long* labels, const double* matchScores, std::size_t n,
+                                 const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs,
+                                 double matchScoreFactorLog)
+{
     const std::size_t room = tkNMDecision::roundUp(n);
     tkScratch<double> classScores(room); // first the priors
     std::fill_n(classScores.data(), room, frequencies.defaultCategoryFrequency());
     // Each addition waits for the one before it, what follows does not.
     double priorSum = sumOf(classScores.data(), n);
 
-    tkScratch<long> labels(n);
-    tkScratch<double> matchScores(room);
-    if (n > 0)
-        std::fill_n(matchScores.data() + room - tkNMDecision::group, tkNMDecision::group, 0.0);
-    for (std::size_t i = 0; i < n; ++i)
-    {
-        labels[i] = categoryResults_[i].categoryLabel();
-        matchScores[i] = categoryResults_[i].matchScore();
-    }
-    const LabelIndex index(labels.data(), n);
+    const LabelIndex index(labels, n);
     if (index.hasNegativeLabel())
         throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
     if (frequencies.numFrequencyOverrides() > 0)
@@ -223,20 +228,29 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
     fillExceptions(exceptions, n, index, costs);
     tkScratch<double> expectedCosts(room);
     const double jointSum =
-        tkNMDecision::compute(matchScores.data(), classScores.data(), priorSum, expectedCosts.data(), n,
+        tkNMDecision::compute(matchScores, classScores.data(), priorSum, expectedCosts.data(), n,
                               costs.defaultMisclassificationCost(), exceptions.data(), exceptions.size());
     if (jointSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");
+    for (std::size_t i = 0; i < n; ++i)
+        tkClassifierCategoryResult::require_(labels[i], matchScores[i], classScores[i], expectedCosts[i]);
 
     const bool isRanked = n <= tkNMDecision::mostRanked && index.isAscending();
     tkScratch<std::uint64_t, tkNMDecision::mostRanked> places(isRanked ? room : 0);
     if (isRanked)
         tkNMDecision::rank(expectedCosts.data(), places.data(), n);
+    categoryResults_.resize(n);
     for (std::size_t i = 0; i < n; ++i)
-        categoryResults_[isRanked ? places[i] : i] =
-            tkClassifierCategoryResult(labels[i], matchScores[i], classScores[i], expectedCosts[i]);
+    {
+        tkClassifierCategoryResult& result = categoryResults_[isRanked ? places[i] : i];
+        result.categoryLabel_ = labels[i];
+        result.matchScore_ = matchScores[i];
+        result.classScore_ = classScores[i];
+        result.expectedCost_ = expectedCosts[i];
+    }
     if (!isRanked)
         sort_();
+    matchScoreFactorLog_ = matchScoreFactorLog;
 }
 
 bool tkClassifierResult::operator==(const tkClassifierResult& other) const

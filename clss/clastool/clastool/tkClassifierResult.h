@@ -3,6 +3,7 @@
 
 #include "foundation/tkExport.h"
 
+#include <cstddef>
 #include <vector>
 
 class tkArchive;
@@ -23,9 +24,7 @@ public:
           classScore_(classScore),
           expectedCost_(expectedCost)
     {
-        if (categoryLabel < 0 || matchScore < 0.0 || matchScore > 1.0 || classScore < 0.0 || classScore > 1.0 ||
-            expectedCost < 0.0)
-            fail_(categoryLabel, matchScore, classScore);
+        require_(categoryLabel, matchScore, classScore, expectedCost);
     }
 
     long categoryLabel() const { return categoryLabel_; }
@@ -41,9 +40,16 @@ public:
     bool operator!=(const tkClassifierCategoryResult& other) const { return !(*this == other); }
 
 private:
+    friend class tkClassifierResult;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierCategoryResult& result);
 
     // Given values, not the object: it can then stay in registers until it is stored.
+    static void require_(long categoryLabel, double matchScore, double classScore, double expectedCost)
+    {
+        if (categoryLabel < 0 || matchScore < 0.0 || matchScore > 1.0 || classScore < 0.0 || classScore > 1.0 ||
+            expectedCost < 0.0)
+            fail_(categoryLabel, matchScore, classScore);
+    }
     [[noreturn]] static void fail_(long categoryLabel, double matchScore, double classScore);
 
     long categoryLabel_;
@@ -90,8 +96,15 @@ public:
     bool operator!=(const tkClassifierResult& other) const { return !(*this == other); }
 
 private:
+    friend class tk_ClassifierBayesian;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierResult& result);
 
+    /// Becomes what the constructor makes of n categories with these labels and match scores, in the memory that it has
+    /// if that is enough; if this throws, it stays as it is. There are scores up to a multiple of
+    /// tkNMDecision::group, those beyond the n-th any.
+    void decide_(const long* labels, const double* matchScores, std::size_t n,
+                 const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs,
+                 double matchScoreFactorLog);
     void sort_();
 
     std::vector<tkClassifierCategoryResult> categoryResults_;

@@ -77,7 +77,8 @@ struct tkArchive::State_
     // In one piece: blocks of it between the loaded objects would break the regular distances at which these lie, and
     // slow down all who walk over them later.
     std::vector<Object> objects;
-    tkAddressTable numbers;            // of stored objects and of those not kept
+    tkAddressTable numbers;            // of stored objects, but for the latest ones, and of those not kept
+    std::size_t entered = 0;           // so many are in it; the stored ones that follow ascend in their addresses
     std::vector<Word> notKept;         // numbers of those of the running outermost exchange
     tkPersistent* unclaimed = nullptr; // not kept, created by the latest exchange of a pointer
 
@@ -110,11 +111,32 @@ struct tkArchive::State_
     {
         const bool isKept = !kept.isNull();
         objects.push_back({object, std::move(kept)});
-        const Word number = static_cast<Word>(objects.size());
-        if (out || !isKept)
-            numbers.insert(object, number);
-        if (!isKept)
-            notKept.push_back(number);
+        if (isKept)
+            return;
+        const std::size_t number = objects.size();
+        if (in)
+            entered = number - 1; // who loads looks up no other
+        enter();
+        notKept.push_back(static_cast<Word>(number));
+    }
+
+    /// Number of an object that is to be stored. Objects were often made in the order in which they are stored, and
+    /// lie in memory in that order: one that is behind those of the latest ascent is none of them, and as long as no
+    /// other comes they need not enter the table, which for many objects is larger than the caches.
+    Word numberOf(const tkPersistent* object)
+    {
+        if (entered < objects.size() && !std::less<const tkPersistent*>()(objects.back().object, object))
+        {
+            numbers.reserve(objects.size());
+            enter();
+        }
+        return numbers.find(object);
+    }
+
+    void enter()
+    {
+        for (; entered < objects.size(); ++entered)
+            numbers.insert(objects[entered].object, static_cast<Word>(entered + 1));
     }
 
     bool haveVisited(const tkPersistent* object)
@@ -548,7 +570,7 @@ void tkArchive::storePointer_(tkPersistent* object, tkPersistent::Counted counte
         return;
     }
 
-    number = state_->numbers.find(object);
+    number = state_->numberOf(object);
     if (number != nullNumber)
     {
         meetAgain_(number);
@@ -644,7 +666,6 @@ void tkArchive::expectPointers(std::size_t count)
     const std::size_t size = objects.size() + count;
     if (size > objects.capacity())
         objects.reserve(std::max(size, 2 * objects.capacity())); // many small rooms must not cost a move each
-    state_->numbers.reserve(size);
 }
 
 void tkArchive::expectPointer(const tkPersistent* object) const

@@ -4,15 +4,18 @@
 #include "foundation/tkAssert.h"
 #include "tkTest.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
+#include <random>
 #include <streambuf>
 #include <thread>
 #include <type_traits>
@@ -190,6 +193,25 @@ TEST(tkArchive, numbersOutOfThirtyTwoBitsAreRefusedWhenStoring)
     refused(large, L"2147483648");
     refused(-large - 1, L"-2147483649");
     refused(veryLarge, L"4294967296");
+
+    const auto refusedWithin = [](auto value, const std::wstring& text)
+    {
+        std::ostringstream stream;
+        tkArchive archive(stream);
+        Scripted object(
+            [&](tkArchive& a)
+            {
+                long allowed[] = {2147483647, -2147483647 - 1};
+                unsigned long allowedUnsigned = 4294967295;
+                a || allowed[0] || allowed[1] || allowedUnsigned || value;
+            });
+        const std::wstring message = L"The number " + text + L" does not fit into 32 bits (writing, at byte 12)";
+        EXPECT_TK_THROW(archive || object, tkArchive::Errors, message);
+        EXPECT_EQ("ff ff ff 7f 00 00 00 80 ff ff ff ff", hex(stream.str()));
+    };
+    refusedWithin(large, L"2147483648");
+    refusedWithin(-large - 1, L"-2147483649");
+    refusedWithin(veryLarge, L"4294967296");
 }
 
 TEST(tkArchive, doublesAreTheirEightBytesLeastFirst)
@@ -724,6 +746,85 @@ TEST(tkArchive, sharingHoldsAcrossTheExchangesOfOneArchive)
     EXPECT_EQ(3, a->number);
 }
 
+TEST(tkArchive, storedObjectsAreKnownInWhateverOrderOfTheirAddressesTheyCome)
+{
+    // Counted objects and, where every third one stands, one that nobody counts and that is known within the exchange
+    // only; all in the order of their addresses.
+    constexpr std::size_t count = 120;
+    std::vector<NodeHandle> nodes;
+    std::vector<std::unique_ptr<ArchivePlain>> plains;
+    std::vector<tkPersistent*> ascending;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        if (i % 3 != 2)
+            ascending.push_back(nodes.emplace_back(new ArchiveNode(7)).get());
+        else
+            ascending.push_back(plains.emplace_back(new ArchivePlain(7)).get());
+    }
+    std::sort(ascending.begin(), ascending.end(), std::less<>());
+
+    const std::vector<tkPersistent*> descending(ascending.rbegin(), ascending.rend());
+    std::vector<tkPersistent*> counted;
+    std::vector<tkPersistent*> fromBothEnds;
+    std::vector<tkPersistent*> shuffled;
+    std::mt19937 random(5);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        if (dynamic_cast<ArchiveNode*>(ascending[i]))
+            counted.push_back(ascending[i]);
+        fromBothEnds.push_back(i % 2 == 0 ? ascending[i / 2] : descending[i / 2]);
+        shuffled.push_back(ascending[random() % count]);
+    }
+    std::vector<tkPersistent*> reversedInPlaces = counted;
+    for (std::size_t i = 0; i + 4 < counted.size(); i += 7)
+        std::reverse(&reversedInPlaces[i], &reversedInPlaces[i + 4]);
+
+    const std::string node = std::string("\0\0\7\0\0\0", 6) + std::string(4 + 5, '\0'); // no text, no children
+    const std::string plain("\0\0\7\0\0\0", 6);
+    const auto word = [](std::size_t value) {
+        return std::string{static_cast<char>(value), static_cast<char>(value >> 8), 0, 0};
+    };
+    for (const auto& first : {counted, ascending, descending, fromBothEnds, shuffled, reversedInPlaces})
+        for (const auto& second : {counted, ascending, descending, fromBothEnds, shuffled, reversedInPlaces})
+        {
+            // The numbers and types as a map gives them.
+            std::string expected;
+            std::map<tkPersistent*, std::size_t> numbers;
+            std::map<bool, std::size_t> types;
+            std::size_t objects = 0;
+            std::ostringstream stored;
+            tkArchive archive(stored);
+            for (const auto& order : {first, second, first})
+            {
+                for (tkPersistent* object : order)
+                {
+                    std::size_t& number = numbers[object];
+                    const bool isNew = number == 0;
+                    number = isNew ? ++objects : number;
+                    expected += word(number);
+                    if (!isNew)
+                        continue;
+                    const bool isNode = dynamic_cast<ArchiveNode*>(object) != nullptr;
+                    const auto [type, isNewType] = types.emplace(isNode, types.size() + 1);
+                    expected += word(type->second);
+                    const std::string name = isNode ? "ArchiveNode" : "ArchivePlain";
+                    expected += (isNewType ? word(name.size()) + name : "") + (isNode ? node : plain);
+                }
+                for (const std::unique_ptr<ArchivePlain>& uncounted : plains)
+                    numbers.erase(uncounted.get());
+                Scripted exchange(
+                    [&order](tkArchive& a)
+                    {
+                        tkPersistent* none = nullptr;
+                        for (tkPersistent* object : order)
+                            tkPersistent::serializePointer(a, object, none);
+                    });
+                archive || exchange;
+            }
+            ASSERT_EQ(hex(expected), hex(stored.str()));
+        }
+}
+
 TEST(tkArchive, storedObjectsAreKeptSoThatAnAddressIsNeverTakenForAnOldObject)
 {
     std::stringstream stream;
@@ -921,6 +1022,28 @@ TEST(tkArchive, uncountedObjectsAreSharedWithinOneExchangeAndForgottenAfterIt)
     archive || object || object;
     delete previous;
     EXPECT_EQ(1, ArchivePlain::alive());
+}
+
+TEST(tkArchive, aLoadedUncountedObjectThatHasGoneIsNullWhenMetAgain)
+{
+    ArchivePlain plain(8);
+    tkPersistent* none = nullptr;
+    const std::string bytes = storeWithin(
+        [&](tkArchive& archive)
+        {
+            tkPersistent::serializePointer(archive, &plain, none);
+            tkPersistent::serializePointer(archive, &plain, none);
+        });
+    loadWithin(bytes,
+               [](tkArchive& archive)
+               {
+                   tkPersistent* loaded = nullptr;
+                   tkPersistent::serializePointer(archive, nullptr, loaded);
+                   ASSERT_EQ(8, dynamic_cast<ArchivePlain&>(*loaded).number);
+                   delete loaded;
+                   tkPersistent::serializePointer(archive, nullptr, loaded);
+                   ASSERT_EQ(nullptr, loaded);
+               });
 }
 
 TEST(tkArchive, anUncountedObjectOfAnEarlierExchangeIsNoLongerKnown)

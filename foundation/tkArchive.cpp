@@ -63,12 +63,10 @@ struct tkArchive::State_
 
     std::ostream* out = nullptr;
     std::istream* in = nullptr;
-    unsigned long long position = 0;
+    unsigned long long position = 0; // of what the stream has
     bool failed = false;
 
-    // Bytes that were stored and that the stream has yet to get; none outside of an outermost exchange.
-    std::size_t pending = 0;
-    unsigned char buffer[bufferSize];
+    unsigned char buffer[bufferSize]; // of bytes that were stored and that the stream has yet to get
 
     long nestingLimit = defaultNestingLimit;
     long nesting = 0; // of the object being exchanged
@@ -94,17 +92,6 @@ struct tkArchive::State_
     std::unordered_set<const tkPersistent*> visited;
     std::size_t firstObject = 0;
     std::size_t consulted = 0;
-
-    /// Puts bytes into the buffer, if that is where they belong and it has the room.
-    bool gather(const unsigned char* bytes, std::size_t count)
-    {
-        if (!out || failed || exchanges == 0 || count > bufferSize - pending)
-            return false;
-        std::copy_n(bytes, count, buffer + pending);
-        pending += count;
-        position += count;
-        return true;
-    }
 
     /// The next object. By its address an archive knows what it stores and, while it lives, what it does not hold.
     void add(tkPersistent* object, tkPtrHandle<tkRepBase> kept)
@@ -187,7 +174,10 @@ public:
         archive.requireSound_();
         running = &link_;
         if (state_.exchanges++ == 0)
+        {
             state_.firstObject = state_.consulted = state_.objects.size();
+            archive.openBuffer_();
+        }
     }
 
     /// To be called when all is exchanged; without that the exchange has failed, and the archive with it.
@@ -221,11 +211,12 @@ private:
         catch (...) // the failure that ended the exchange is on its way already
         {
         }
-        state_.failed = true;
+        archive_.setFailed_();
     }
 
     void forget_()
     {
+        archive_.openBuffer_();
         state_.visitedLevels.clear();
         state_.visited.clear();
         for (const Word number : state_.notKept)
@@ -240,27 +231,17 @@ private:
     bool finished_ = false;
 };
 
-tkArchive::tkArchive(std::ostream& stream) : state_(new State_)
+tkArchive::tkArchive(std::ostream& stream) : isLoading_(false), state_(new State_), next_(state_->buffer), end_(next_)
 {
     state_->out = &stream;
 }
 
-tkArchive::tkArchive(std::istream& stream) : state_(new State_)
+tkArchive::tkArchive(std::istream& stream) : isLoading_(true), state_(new State_), next_(state_->buffer), end_(next_)
 {
     state_->in = &stream;
 }
 
 tkArchive::~tkArchive() = default;
-
-bool tkArchive::isLoading() const
-{
-    return state_->in != nullptr;
-}
-
-bool tkArchive::isStoring() const
-{
-    return state_->out != nullptr;
-}
 
 long tkArchive::nestingLimit() const
 {
@@ -274,23 +255,35 @@ void tkArchive::nestingLimit(long objects)
 
 unsigned long long tkArchive::position() const
 {
-    return state_->position;
+    return state_->position + static_cast<std::size_t>(next_ - state_->buffer);
 }
 
-void tkArchive::fail_(const std::wstring& what) const
+void tkArchive::fail_(const std::wstring& what)
+{
+    setFailed_();
+    throw Errors(what + (isLoading() ? L" (reading, at byte " : L" (writing, at byte ") + std::to_wstring(position()) +
+                 L")");
+}
+
+void tkArchive::setFailed_()
 {
     state_->failed = true;
-    throw Errors(what + (isLoading() ? L" (reading, at byte " : L" (writing, at byte ") +
-                 std::to_wstring(state_->position) + L")");
+    end_ = next_;
 }
 
-void tkArchive::requireSound_() const
+void tkArchive::openBuffer_()
+{
+    next_ = state_->buffer;
+    end_ = next_ + (state_->out && !state_->failed && state_->exchanges > 0 ? bufferSize : 0);
+}
+
+void tkArchive::requireSound_()
 {
     if (state_->failed)
         fail_(L"An earlier exchange with this archive failed");
 }
 
-void tkArchive::exchangeBytes(unsigned char* bytes, std::size_t count)
+void tkArchive::exchangeBytes_(unsigned char* bytes, std::size_t count)
 {
     requireSound_();
     if (isLoading())
@@ -299,12 +292,10 @@ void tkArchive::exchangeBytes(unsigned char* bytes, std::size_t count)
             fail_(L"The data end early");
         state_->position += count;
     }
-    else if (state_->exchanges == 0)
-        write_(bytes, count);
-    else if (!state_->gather(bytes, count))
+    else
     {
         flush_();
-        if (!state_->gather(bytes, count))
+        if (!gather_(bytes, count))
             write_(bytes, count);
     }
 }
@@ -325,7 +316,7 @@ std::size_t tkArchive::take_(unsigned char* bytes, std::size_t count)
     }
     catch (...) // the stream may throw whatever it likes
     {
-        state_->failed = true;
+        setFailed_();
         throw;
     }
 }
@@ -348,32 +339,31 @@ void tkArchive::write_(const unsigned char* bytes, std::size_t count)
     }
     catch (...)
     {
-        state_->failed = true;
+        setFailed_();
         throw;
     }
 }
 
 void tkArchive::flush_()
 {
-    const std::size_t count = std::exchange(state_->pending, 0);
-    if (count == 0)
-        return;
-    state_->position -= count;
-    write_(state_->buffer, count);
+    const auto count = static_cast<std::size_t>(next_ - state_->buffer);
+    openBuffer_();
+    if (count > 0)
+        write_(state_->buffer, count);
 }
 
 void tkArchive::exchangeWord_(Word& word)
 {
+    if (gatherWord_(word))
+        return;
     unsigned char bytes[4];
     for (int i = 0; i < 4; ++i)
         bytes[i] = static_cast<unsigned char>(word >> (8 * i));
-    if (state_->gather(bytes, 4)) // what nearly always happens, here without a call
-        return;
-    exchangeBytes(bytes, 4);
+    exchangeBytes_(bytes, 4);
     word = bytes[0] | Word{bytes[1]} << 8 | Word{bytes[2]} << 16 | Word{bytes[3]} << 24;
 }
 
-tkArchive& tkArchive::operator||(long& value)
+void tkArchive::exchangeLong_(long& value)
 {
     if (isStoring() &&
         (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max()))
@@ -382,12 +372,11 @@ tkArchive& tkArchive::operator||(long& value)
     exchangeWord_(word);
     if (isLoading())
         value = word <= 0x7FFFFFFF ? static_cast<long>(word) : -static_cast<long>(~word) - 1;
-    return *this;
 }
 
-tkArchive& tkArchive::operator||(unsigned long& value)
+void tkArchive::exchangeUnsignedLong_(unsigned long& value)
 {
-    return isStoring() ? *this << value : *this >> value;
+    isStoring() ? *this << value : *this >> value;
 }
 
 tkArchive& tkArchive::operator<<(unsigned long value)
@@ -447,10 +436,10 @@ tkArchive& tkArchive::operator||(bool& value)
     return *this;
 }
 
-void tkArchive::exchangeBools(unsigned char* flags, std::size_t count)
+void tkArchive::exchangeBools_(unsigned char* flags, std::size_t count)
 {
     if (isStoring())
-        return exchangeBytes(flags, count);
+        return exchangeBytes_(flags, count);
     requireSound_();
     const std::size_t got = take_(flags, count);
     if (std::accumulate(flags, flags + got, 0U, std::bit_or<>()) > 1)
@@ -498,25 +487,18 @@ void tkArchive::exchangeText_(std::string& bytes)
     }
 }
 
-void tkArchive::exchangeVersion(const char* where, int number)
+void tkArchive::exchangeVersion_(const char* where, int number)
 {
     unsigned char version = 0;
     *this || version;
-    state_->failed = version > 0;
+    if (version > 0)
+        setFailed_();
     requireVersion0(version, where, number);
 }
 
-void tkArchive::requireVersion0(unsigned char version, const char* where, int number)
+void tkArchive::failVersion_(const char* where, int number)
 {
-    if (version > 0)
-        throw UnknownVersion(where, number);
-}
-
-tkArchive& operator||(tkArchive& archive, unsigned char& byte)
-{
-    if (!archive.state_->gather(&byte, 1))
-        archive.exchangeBytes(&byte, 1);
-    return archive;
+    throw UnknownVersion(where, number);
 }
 
 tkArchive& operator||(tkArchive& archive, tkPersistent& object)
@@ -708,12 +690,10 @@ bool tkPersistent::haveVisitedLevel_(void* object, std::size_t classExtent, cons
 {
     if (!running)
         return false;
-    const auto& levels = static_cast<tkArchive::State_*>(running->state)->visitedLevels;
-    return std::any_of(levels.rbegin(), levels.rend(),
-                       [&](const tkArchive::State_::Level& level) {
-                           return level.object == object && level.extent == classExtent &&
-                                  (!type || !level.type || *type == *level.type);
-                       });
+    for (const tkArchive::State_::Level& level : static_cast<tkArchive::State_*>(running->state)->visitedLevels)
+        if (level.object == object && level.extent == classExtent && (!type || !level.type || *type == *level.type))
+            return true;
+    return false;
 }
 
 void tkPersistent::setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type)

@@ -3,9 +3,11 @@
 
 #include "foundation/tkException.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -31,8 +33,8 @@ public:
     tkArchive(const tkArchive&) = delete;
     tkArchive& operator=(const tkArchive&) = delete;
 
-    bool isLoading() const;
-    bool isStoring() const;
+    bool isLoading() const { return isLoading_; }
+    bool isStoring() const { return !isLoading_; }
 
     static constexpr long defaultNestingLimit = 1024;
 
@@ -58,17 +60,33 @@ public:
     tkArchive& operator>>(unsigned long& value);
 
     /// `count` bytes as they are.
-    void exchangeBytes(unsigned char* bytes, std::size_t count);
+    void exchangeBytes(unsigned char* bytes, std::size_t count)
+    {
+        if (!gather_(bytes, count))
+            exchangeBytes_(bytes, count);
+    }
     /// `count` truth values in a row, each 0 or 1.
-    void exchangeBools(unsigned char* flags, std::size_t count);
+    void exchangeBools(unsigned char* flags, std::size_t count)
+    {
+        if (!gather_(flags, count))
+            exchangeBools_(flags, count);
+    }
     /// `count` doubles in a row.
     void exchangeDoubles(double* values, std::size_t count);
 
     /// Exchanges the version byte of a record that knows version 0 only; throws UnknownVersion(where, number)
     /// for any other.
-    void exchangeVersion(const char* where = nullptr, int number = 0);
+    void exchangeVersion(const char* where = nullptr, int number = 0)
+    {
+        if (!gatherByte_(0))
+            exchangeVersion_(where, number);
+    }
     /// The same test for a version byte already read.
-    static void requireVersion0(unsigned char version, const char* where = nullptr, int number = 0);
+    static void requireVersion0(unsigned char version, const char* where = nullptr, int number = 0)
+    {
+        if (version > 0)
+            failVersion_(where, number);
+    }
 
     /// Announces that so many pointers will be stored: makes room for their objects at once. *Requires* an archive
     /// that stores.
@@ -84,7 +102,6 @@ public:
 
 private:
     friend class tkPersistent;
-    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, unsigned char& byte);
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkPersistent& object);
     struct State_;
     class Exchange_;
@@ -95,19 +112,71 @@ private:
     long exchangeObject_(tkPersistent& object); // gives its height, the nesting in it with itself
     void meetAgain_(std::uint32_t number);
     void nest_(long height); // in the object being exchanged
-    void requireSound_() const;
+    // Put something into the buffer, if that is where it belongs and it has the room: what nearly always happens when
+    // objects are stored, and without a call.
+    bool hasRoom_(std::size_t count) const { return count < static_cast<std::size_t>(end_ - next_); }
+    bool gather_(const unsigned char* bytes, std::size_t count)
+    {
+        if (!hasRoom_(count))
+            return false;
+        next_ = std::copy_n(bytes, count, next_);
+        return true;
+    }
+    bool gatherByte_(unsigned char byte) { return gather_(&byte, 1); }
+    bool gatherWord_(std::uint32_t word)
+    {
+        const unsigned char bytes[] = {static_cast<unsigned char>(word), static_cast<unsigned char>(word >> 8),
+                                       static_cast<unsigned char>(word >> 16), static_cast<unsigned char>(word >> 24)};
+        return gather_(bytes, 4);
+    }
+
+    void exchangeBytes_(unsigned char* bytes, std::size_t count);
+    void exchangeBools_(unsigned char* flags, std::size_t count);
+    void exchangeVersion_(const char* where, int number);
+    void requireSound_();
+    void setFailed_();
+    void openBuffer_();                                         // or closes it, if nothing belongs there
     std::size_t take_(unsigned char* bytes, std::size_t count); // how many there were
     void write_(const unsigned char* bytes, std::size_t count);
     void flush_(); // gives the stream what is in the buffer
+    void exchangeLong_(long& value);
+    void exchangeUnsignedLong_(unsigned long& value);
     void exchangeWord_(std::uint32_t& word);
     void exchangeText_(std::string& bytes);
-    [[noreturn]] void fail_(const std::wstring& what) const;
+    [[noreturn]] void fail_(const std::wstring& what);
+    [[noreturn]] static void failVersion_(const char* where, int number);
 
+    const bool isLoading_;
     std::unique_ptr<State_> state_;
+    unsigned char* next_; // where the buffer goes on;
+    unsigned char* end_;  // never reached, unless the buffer is closed
 };
 
+inline tkArchive& tkArchive::operator||(long& value)
+{
+    using Limits = std::numeric_limits<std::int32_t>;
+    if (hasRoom_(4) && value >= Limits::min() && value <= Limits::max())
+        gatherWord_(static_cast<std::uint32_t>(value));
+    else
+        exchangeLong_(value);
+    return *this;
+}
+
+inline tkArchive& tkArchive::operator||(unsigned long& value)
+{
+    if (hasRoom_(4) && value <= std::numeric_limits<std::uint32_t>::max())
+        gatherWord_(static_cast<std::uint32_t>(value));
+    else
+        exchangeUnsignedLong_(value);
+    return *this;
+}
+
 /// Exchanges one byte as it is.
-TK_EXPORT tkArchive& operator||(tkArchive& archive, unsigned char& byte);
+inline tkArchive& operator||(tkArchive& archive, unsigned char& byte)
+{
+    archive.exchangeBytes(&byte, 1);
+    return archive;
+}
 /// Exchanges the record of an object in place, without type and without sharing by pointer.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkPersistent& object);
 

@@ -43,8 +43,8 @@ WORKLOADS = {
     "RULES": "50 rules of 12 trapezoids",
     "TREE": "a complete tree of depth 10",
     "RESULT": "1,000 categories with 1,000 overridden costs",
-    "SAVE": "KNN-A's classifier into a stream in memory",
-    "LOAD": "KNN-A's classifier from a stream in memory",
+    "SAVE": "KNN-A's classifier into a stream in memory, and into a new file of the temporary directory",
+    "LOAD": "KNN-A's classifier from a stream in memory, and from a file that the system has in its cache",
 }
 
 STYLE = """\

@@ -78,7 +78,8 @@ public:
     /// for any other.
     void exchangeVersion(const char* where = nullptr, int number = 0)
     {
-        if (!gatherByte_(0))
+        const unsigned char version = 0;
+        if (!gather_(&version, 1))
             exchangeVersion_(where, number);
     }
     /// The same test for a version byte already read.
@@ -112,6 +113,7 @@ private:
     long exchangeObject_(tkPersistent& object); // gives its height, the nesting in it with itself
     void meetAgain_(std::uint32_t number);
     void nest_(long height); // in the object being exchanged
+
     // Put something into the buffer, if that is where it belongs and it has the room: what nearly always happens when
     // objects are stored, and without a call.
     bool hasRoom_(std::size_t count) const { return count < static_cast<std::size_t>(end_ - next_); }
@@ -122,7 +124,6 @@ private:
         next_ = std::copy_n(bytes, count, next_);
         return true;
     }
-    bool gatherByte_(unsigned char byte) { return gather_(&byte, 1); }
     bool gatherWord_(std::uint32_t word)
     {
         const unsigned char bytes[] = {static_cast<unsigned char>(word), static_cast<unsigned char>(word >> 8),
@@ -177,6 +178,7 @@ inline tkArchive& operator||(tkArchive& archive, unsigned char& byte)
     archive.exchangeBytes(&byte, 1);
     return archive;
 }
+
 /// Exchanges the record of an object in place, without type and without sharing by pointer.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkPersistent& object);
 

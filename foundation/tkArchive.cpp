@@ -29,8 +29,8 @@ using Word = std::uint32_t;
 constexpr Word nullNumber = 0;
 
 /// So many bytes are gathered before the stream gets them: calling it for each number takes longer than the number, and
-/// a file's stream passes more than 1 KiB on to the system at once. Small enough for the nearest cache.
-constexpr std::size_t bufferSize = 16384;
+/// a file's stream passes more than 1 KiB on to the system at once, which takes long each time.
+constexpr std::size_t bufferSize = 65536;
 
 /// Memory for data of a length that the input claims is taken in steps, so that a false claim costs little.
 constexpr std::size_t textStep = 4096;
@@ -67,7 +67,7 @@ struct tkArchive::State_
     unsigned long long position = 0; // of what the stream has
     bool failed = false;
 
-    unsigned char buffer[bufferSize]; // of bytes that were stored and that the stream has yet to get
+    std::unique_ptr<unsigned char[]> buffer; // of bytes that were stored and that the stream has yet to get; null: none
 
     long nestingLimit = defaultNestingLimit;
     long nesting = 0; // of the object being exchanged
@@ -232,12 +232,14 @@ private:
     bool finished_ = false;
 };
 
-tkArchive::tkArchive(std::ostream& stream) : isLoading_(false), state_(new State_), next_(state_->buffer), end_(next_)
+tkArchive::tkArchive(std::ostream& stream) : isLoading_(false), state_(new State_)
 {
     state_->out = &stream;
+    state_->buffer.reset(new unsigned char[bufferSize]);
+    openBuffer_();
 }
 
-tkArchive::tkArchive(std::istream& stream) : isLoading_(true), state_(new State_), next_(state_->buffer), end_(next_)
+tkArchive::tkArchive(std::istream& stream) : isLoading_(true), state_(new State_)
 {
     state_->in = &stream;
 }
@@ -256,7 +258,7 @@ void tkArchive::nestingLimit(long objects)
 
 unsigned long long tkArchive::position() const
 {
-    return state_->position + static_cast<std::size_t>(next_ - state_->buffer);
+    return state_->position + static_cast<std::size_t>(next_ - state_->buffer.get());
 }
 
 void tkArchive::fail_(const std::wstring& what)
@@ -274,7 +276,7 @@ void tkArchive::setFailed_()
 
 void tkArchive::openBuffer_()
 {
-    next_ = state_->buffer;
+    next_ = state_->buffer.get();
     end_ = next_ + (state_->out && !state_->failed && state_->exchanges > 0 ? bufferSize : 0);
 }
 
@@ -347,10 +349,10 @@ void tkArchive::write_(const unsigned char* bytes, std::size_t count)
 
 void tkArchive::flush_()
 {
-    const auto count = static_cast<std::size_t>(next_ - state_->buffer);
+    const auto count = static_cast<std::size_t>(next_ - state_->buffer.get());
     openBuffer_();
     if (count > 0)
-        write_(state_->buffer, count);
+        write_(state_->buffer.get(), count);
 }
 
 void tkArchive::exchangeWord_(Word& word)

@@ -149,8 +149,8 @@ private:
 
     const bool isLoading_;
     std::unique_ptr<State_> state_;
-    unsigned char* next_; // where the buffer goes on;
-    unsigned char* end_;  // never reached, unless the buffer is closed
+    unsigned char* next_ = nullptr; // where the buffer goes on;
+    unsigned char* end_ = nullptr;  // never reached, unless the buffer is closed
 };
 
 inline tkArchive& tkArchive::operator||(long& value)

@@ -11,6 +11,7 @@
 #include <random>
 #include <streambuf>
 #include <system_error>
+#include <vector>
 
 #if defined(_WIN32)
 #ifndef NOMINMAX
@@ -40,7 +41,8 @@ constexpr std::size_t lengthSize = 8;
 constexpr std::size_t headSize = sizeof mark + versionSize + lengthSize;
 constexpr std::size_t checksumSize = 8;
 
-constexpr std::size_t bufferSize = 16384;
+/// In pieces of a quarter of it, saving took a quarter longer.
+constexpr std::size_t bufferSize = 65536;
 
 void putNumber(unsigned char* bytes, std::size_t count, std::uint64_t number)
 {
@@ -381,7 +383,7 @@ protected:
 
 private:
     File& file_;
-    std::array<char, bufferSize> buffer_;
+    std::vector<char> buffer_ = std::vector<char>(bufferSize);
     std::uint64_t length_ = 0;
     Checksum checksum_;
 };
@@ -405,7 +407,7 @@ protected:
 private:
     File& file_;
     std::uint64_t left_;
-    std::array<char, bufferSize> buffer_;
+    std::vector<char> buffer_ = std::vector<char>(bufferSize);
 };
 
 /// Whether there is a regular file; throws if there is something else.
@@ -565,7 +567,7 @@ void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Exchang
         fail(path, L"is damaged: it goes on beyond its end");
 
     Checksum checksum;
-    std::array<unsigned char, bufferSize> buffer;
+    std::vector<unsigned char> buffer(bufferSize);
     for (std::uint64_t left = length; left > 0;)
     {
         const std::size_t got =

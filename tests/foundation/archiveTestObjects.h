@@ -5,6 +5,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkPtrHandle.h"
 
+#include <atomic>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -26,10 +27,10 @@ public:
     ArchiveNode& operator=(const ArchiveNode&) = default;
     ~ArchiveNode() override { --alive(); }
 
-    /// Objects of this class that exist.
-    static long& alive()
+    /// Objects of this class that exist, of all threads.
+    static std::atomic<long>& alive()
     {
-        static long count = 0;
+        static std::atomic<long> count(0);
         return count;
     }
 
@@ -62,9 +63,9 @@ public:
     ArchivePlain& operator=(const ArchivePlain&) = default;
     ~ArchivePlain() override { --alive(); }
 
-    static long& alive()
+    static std::atomic<long>& alive()
     {
-        static long count = 0;
+        static std::atomic<long> count(0);
         return count;
     }
 

@@ -150,7 +150,7 @@ TEST_F(tkArchiveFileInFolder, checksumIsTheStandardOne)
 TEST_F(tkArchiveFileInFolder, objectsOfEverySizeComeBack)
 {
     // Around the sizes of the buffers and of the checksum's steps.
-    for (const std::size_t size : {0, 1, 2, 3, 4094, 4095, 4096, 4097, 8192, 100000})
+    for (const std::size_t size : {0, 1, 2, 3, 4094, 4095, 4096, 4097, 8192, 16382, 16383, 16384, 16385, 32768, 100000})
     {
         std::vector<long> numbers(size);
         for (std::size_t i = 0; i < size; ++i)

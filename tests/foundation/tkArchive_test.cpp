@@ -516,11 +516,12 @@ TEST(tkArchive, anExchangeGivesTheStreamTheBytesOfItsPartsInOrder)
 {
     // The parts gathered before the stream gets them, and each given to it at once: lengths around those at which
     // what is gathered goes out.
-    std::vector<std::size_t> lengths = {0, 1, 1000, 20000, 40000};
+    std::vector<std::size_t> lengths = {0, 1, 1000, 20000, 40000, 160000};
     for (std::size_t i = 0; i < 20; ++i)
     {
-        lengths.push_back(1808 + i);
-        lengths.push_back(16360 + i);
+        lengths.push_back(6540 + i);
+        lengths.push_back(7268 + i);
+        lengths.push_back(65512 + i);
     }
     for (const std::size_t length : lengths)
     {

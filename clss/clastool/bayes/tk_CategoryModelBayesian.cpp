@@ -56,12 +56,16 @@ tk_CategoryModelBayesian::tk_CategoryModelBayesian(
 
 double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long) const
 {
+    return addScores_(pattern, 0, 0.0);
+}
+
+double tk_CategoryModelBayesian::addScores_(const tkFeaturePattern& pattern, std::size_t first, double score) const
+{
     try
     {
         const std::vector<double>& x = pattern.featureMeasurements(false);
         const std::size_t reach = pattern.numInvalid() == 0 ? x.size() : 0;
-        double score = 0.0;
-        for (std::size_t i = 0; i < densities_.size(); ++i)
+        for (std::size_t i = first; i < densities_.size(); ++i)
         {
             const Shortcut_& s = shortcuts_[i];
             double value = 0.0;
@@ -113,7 +117,7 @@ std::vector<tkNMNormalProducts::Set> tk_CategoryModelBayesian::normalSets() cons
     {
         if (!s.normalOrNull || !s.normalOrNull->isValid() ||
             s.normalOrNull->normal().dimension() != static_cast<long>(s.size))
-            return {};
+            break;
         sets.push_back({s.first, s.size});
     }
     return sets;
@@ -121,10 +125,12 @@ std::vector<tkNMNormalProducts::Set> tk_CategoryModelBayesian::normalSets() cons
 
 void tk_CategoryModelBayesian::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product)
 {
-    for (std::size_t i = 0; i < shortcuts_.size(); ++i)
+    const std::size_t count = normalSets().size();
+    for (std::size_t i = 0; i < count; ++i)
         shortcuts_[i].normalOrNull->normal().join(products, product, i);
     products_ = products;
     product_ = product;
+    numJoined_ = count;
 }
 
 bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const

@@ -52,16 +52,23 @@ public:
     /// normal over neighbouring measurements, or the learner refuses.
     bool startLearner(tkNMLearner& learner) const;
 
-    /// The measurements of each density, if all are trained normal ones over neighbouring measurements; else nothing.
+    /// The measurements of each density before the first one that is not a trained normal one over neighbouring
+    /// measurements.
     std::vector<tkNMNormalProducts::Set> normalSets() const;
 
-    /// Fills a product with the densities, whose sets are normalSets(). A change of the densities in its demands.
+    /// Fills a product with the densities of normalSets(). A change of the densities in its demands.
     void join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product);
 
-    /// Whether this product has the densities, so that it gives, if it gives any, the bits of matchScore().
+    /// Whether this product has the densities, so that it gives, if it gives anything, the bits of their sum.
     bool isProduct(const tkNMNormalProducts* products, std::size_t product) const
     {
         return products_.get() == products && product_ == product;
+    }
+
+    /// matchScore() with what the product gives for the densities in it.
+    double matchScoreBehindProduct(const tkFeaturePattern& pattern, double score) const
+    {
+        return numJoined_ == densities_.size() ? score : addScores_(pattern, numJoined_, score);
     }
 
     /// Equal label and number of measurements, and equivalent densities; the sets themselves are not compared.
@@ -83,6 +90,9 @@ private:
         bool isWithin(std::size_t reach) const { return normalOrNull && first < reach && size <= reach - first; }
     };
 
+    /// The score with the log values of the densities from the `first` on.
+    double addScores_(const tkFeaturePattern& pattern, std::size_t first, double score) const;
+
     static std::vector<Shortcut_>
     shortcutsTo_(const std::vector<std::vector<long>>& sets,
                  const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities);
@@ -94,8 +104,9 @@ private:
     std::vector<std::vector<long>> dependencySets_;
     std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel
     std::vector<Shortcut_> shortcuts_;                                  // parallel, for a pattern without gaps
-    tkPtrHandle<tkNMNormalProducts> products_;                          // null: none has the densities
+    tkPtrHandle<tkNMNormalProducts> products_;                          // null: none has densities
     std::size_t product_ = 0;
+    std::size_t numJoined_ = 0; // densities that it has, the first ones
 };
 
 #endif

@@ -275,8 +275,8 @@ void tk_ClassifierBayesian::fillLogLikelihoods_(const tkFeaturePattern& pattern,
     for (std::size_t i = 0; i < categoryModels_.size(); ++i)
     {
         const auto& model = static_cast<const tk_CategoryModelBayesian&>(*categoryModels_[i]);
-        if (!areTaken || std::isnan(scores[i]) || !model.isProduct(products_.get(), i))
-            scores[i] = model.matchScore(pattern);
+        const bool isTaken = areTaken && !std::isnan(scores[i]) && model.isProduct(products_.get(), i);
+        scores[i] = isTaken ? model.matchScoreBehindProduct(pattern, scores[i]) : model.matchScore(pattern);
     }
 }
 

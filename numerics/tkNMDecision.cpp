@@ -183,7 +183,7 @@ TK_ALWAYS_INLINE Key keyOf(double risk)
     return bits | ((0 - isNaN) & largest);
 }
 
-/// For a and b up to 2^63 of which not both are, (a - b) >> 63 is 1 if a < b, else 0. So state j comes before state i
+/// For a below 2^63 and b up to it, (a - b) >> 63 is 1 if a < b, else 0. So state j comes before state i
 /// by (key_j - key_i) >> 63, or if it stands before it by (key_j - (key_i + 1)) >> 63.
 template <std::size_t width>
 TK_ALWAYS_INLINE void countBefore(const double* risks, std::uint64_t* places, std::size_t n)

@@ -73,20 +73,10 @@ struct LanesOf
         for (std::size_t i = 0; i < count; ++i)
             storeRegister(parts[i], elements + i * width);
     }
-    TK_ALWAYS_INLINE void add(const LanesOf& b)
-    {
-        for (std::size_t i = 0; i < count; ++i)
-            parts[i] = parts[i] + b.parts[i];
-    }
     TK_ALWAYS_INLINE void add(double b)
     {
         for (std::size_t i = 0; i < count; ++i)
             parts[i] = parts[i] + b;
-    }
-    TK_ALWAYS_INLINE void subtract(const LanesOf& b)
-    {
-        for (std::size_t i = 0; i < count; ++i)
-            parts[i] = parts[i] - b.parts[i];
     }
     TK_ALWAYS_INLINE void multiply(const LanesOf& b)
     {

@@ -1338,16 +1338,19 @@ class ModelOfItsOwn : public tk_CategoryModelBayesian
 public:
     using tk_CategoryModelBayesian::tk_CategoryModelBayesian;
 
-    double matchScore(const tkFeaturePattern&, tkDiagObject*, unsigned long) const override { return -7.0; }
+    double matchScore(const tkFeaturePattern&, tkDiagObject*, unsigned long) const override { return score; }
+
+    static double score;
 
 private:
     static tkPersistent* make() { return new ModelOfItsOwn; }
     static const Registration registration_;
 };
+double ModelOfItsOwn::score = -7.0;
 const tkPersistent::Registration ModelOfItsOwn::registration_(typeid(ModelOfItsOwn), &ModelOfItsOwn::make);
-} // namespace
 
-TEST(tk_ClassifierBayesian, aModelOfADerivedClassIsAsked)
+/// Categories 0, 1 and 2, the second one with a model of its own; the third one lies farther from 1.0 than the first.
+tk_ClassifierBayesian classifierWithAModelOfItsOwn()
 {
     using Model = tkPtrHandle<tk_CategoryModel>;
     const Sets sets{{0}, {1}};
@@ -1355,9 +1358,9 @@ TEST(tk_ClassifierBayesian, aModelOfADerivedClassIsAsked)
     std::vector<Model> models{Model(new tk_CategoryModelBayesian(0, sets, types, tkFeaturePattern())),
                               Model(new ModelOfItsOwn(1, sets, types, tkFeaturePattern())),
                               Model(new tk_CategoryModelBayesian(2, sets, types, tkFeaturePattern()))};
-    for (const Model& model : models)
+    for (std::size_t c = 0; c < 3; ++c)
         for (const double value : {0.0, 1.0, 3.0})
-            model->adapt(tkFeaturePattern({value, -value}));
+            models[c]->adapt(tkFeaturePattern({value + 5.0 * static_cast<double>(c), -value}));
     std::ostringstream stream;
     {
         tkArchive archive(stream);
@@ -1369,13 +1372,49 @@ TEST(tk_ClassifierBayesian, aModelOfADerivedClassIsAsked)
     }
     tk_ClassifierBayesian loaded;
     loadFromBytes(stream.str(), loaded);
-    const double other = models[0]->matchScore(tkFeaturePattern({1.0, 1.0}));
-    const tkClassifierResult result = run(loaded, {1.0, 1.0});
-    EXPECT_EQ(result.matchScoreFactorLog(), 0.0 - std::max(-7.0, other));
-    EXPECT_NE(other, -7.0);
+    return loaded;
+}
+} // namespace
+
+TEST(tk_ClassifierBayesian, aModelOfADerivedClassIsAsked)
+{
+    ModelOfItsOwn::score = -7.0;
+    const tk_ClassifierBayesian classifier = classifierWithAModelOfItsOwn();
+    const tkFeaturePattern pattern({1.0, 1.0});
+    const double first = model(classifier, 0).matchScore(pattern);
+    const double third = model(classifier, 2).matchScore(pattern);
+    ASSERT_NE(first, -7.0);
+    ASSERT_LT(third, first);
+    const tkClassifierResult result = run(classifier, {1.0, 1.0});
+    EXPECT_EQ(result.matchScoreFactorLog(), 0.0 - std::max(-7.0, first));
+    ASSERT_EQ(result.categoryResults().size(), 3u);
     for (const tkClassifierCategoryResult& each : result.categoryResults())
-        EXPECT_EQ(each.matchScore(),
-                  std::exp((each.categoryLabel() == 1 ? -7.0 : other) + result.matchScoreFactorLog()));
+    {
+        const double scores[] = {first, -7.0, third};
+        EXPECT_EQ(each.matchScore(), std::exp(scores[each.categoryLabel()] + result.matchScoreFactorLog()));
+    }
+}
+
+TEST(tk_ClassifierBayesian, aCategoryIsCheckedBeforeTheNextOneAndAllBeforeTheyAreCompared)
+{
+    tk_ClassifierBayesian classifier = classifierWithAModelOfItsOwn();
+    const tkFeaturePattern pattern({1.0, 1.0});
+    tkClassifierResult result = run(classifier, {1.0, 1.0});
+    const tkClassifierResult before(result);
+    const wchar_t scores[] = L"Scores must be >= 0.0 and <= 1.0";
+    const wchar_t labels[] = L"Category labels must be >= 0";
+    ModelOfItsOwn::score = std::nan(""); // the maximum then is that of the third category, which the first one exceeds
+    EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::BadParams, scores);
+    for (const long second : {-5L, 0L, 2L})
+    {
+        changeable(classifier, 1).categoryLabel(second);
+        EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::BadParams, scores);
+    }
+    changeable(classifier, 0).categoryLabel(-1);
+    EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::BadLabel, labels);
+    ModelOfItsOwn::score = -7.0;
+    EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::BadLabel, labels);
+    EXPECT_TRUE(result == before);
 }
 
 TEST(tk_ClassifierBayesian, productsRunInSeveralThreads)

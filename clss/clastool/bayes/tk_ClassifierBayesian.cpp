@@ -238,9 +238,9 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
     for (std::size_t i = 0; i < n; ++i)
     {
         labels[i] = categoryModels_[i]->categoryLabel();
-        if (labels[i] < 0)
-            throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
         scores[i] = std::exp(scores[i] + offset);
+        // Its checks come category by category, before any of what they are decided by.
+        static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }
     std::fill(scores.begin() + n, scores.end(), 0.0);
     result.decide_(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),

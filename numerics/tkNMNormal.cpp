@@ -243,6 +243,12 @@ void tkNMNormal::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size
     factor.place = place;
 }
 
+void tkNMNormal::leaveProducts()
+{
+    if (Factor_* const factor = factorOrNull_.load())
+        factor->leaveProducts();
+}
+
 bool tkNMNormal::operator==(const tkNMNormal& other) const
 {
     return count_ == other.count_ && mean_ == other.mean_ && meanRemainder_ == other.meanRemainder_ &&
@@ -258,9 +264,8 @@ void tkNMNormal::swap_(tkNMNormal& other) noexcept
     reference_.swap(other.reference_);
     other.factorOrNull_.store(factorOrNull_.exchange(other.factorOrNull_.load()));
     // A place among products belongs to the object, not to what it learned.
-    for (const tkNMNormal* normal : {this, &other})
-        if (Factor_* const factor = normal->factorOrNull_.load())
-            factor->leaveProducts();
+    leaveProducts();
+    other.leaveProducts();
 }
 
 void tkNMNormal::forgetFactor_()

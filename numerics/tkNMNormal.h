@@ -89,6 +89,9 @@ public:
     /// place for dimension() measurements.
     void join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product, std::size_t place);
 
+    /// Empties the place that it filled, if any.
+    void leaveProducts();
+
     /// Equality of count, mean and covariance.
     bool operator==(const tkNMNormal& other) const;
     bool operator!=(const tkNMNormal& other) const { return !(*this == other); }

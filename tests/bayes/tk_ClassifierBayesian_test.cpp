@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numeric>
 #include <random>
 #include <sstream>
@@ -182,6 +183,58 @@ TEST(tk_CategoryModelBayesian, assignmentIsWholeOrNotAtAll)
         EXPECT_EQ(assigned.dependencySets(), (failed ? before : other).dependencySets()); // which == does not compare
     }
     EXPECT_GT(allowed, 3u);
+}
+
+TEST(tk_CategoryModelBayesian, densitiesLeaveTheirProductWhenTheModelGetsOthers)
+{
+    using Model = tk_CategoryModelBayesian;
+    Model other(1, {{0}, {1}}, {Types::eNormal, Types::eNormal}, tkFeaturePattern());
+    for (const double value : {0.0, 1.0, 3.0})
+        other.adapt(tkFeaturePattern({value, -value}));
+    const std::vector<std::function<void(Model&)>> changes{
+        [&](Model& model) { model = other; },
+        [&](Model& model) { model = Model(other); },
+        [&](Model& model) { loadFromBytes(storeToBytes(other), model); },
+        [&](Model& model)
+        {
+            const std::vector<std::vector<tkNMNormalProducts::Set>> sets{model.normalSets()};
+            model.join(tkPtrHandle<tkNMNormalProducts>(new tkNMNormalProducts(sets)), 0);
+        },
+    };
+    for (const auto& change : changes)
+    {
+        Model model(2, {{0}, {1}}, {Types::eNormal, Types::eNormal}, tkFeaturePattern());
+        for (const double value : {5.0, 7.0, 8.0})
+            model.adapt(tkFeaturePattern({value, value}));
+        const std::vector<std::vector<tkNMNormalProducts::Set>> sets{model.normalSets()};
+        const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(sets));
+        model.join(products, 0);
+        const tkFeaturePattern pattern({6.0, 6.0});
+        const auto product = [&]
+        {
+            double log = 0.0;
+            products->logDensities(pattern.featureMeasurements(false).data(), &log);
+            return log;
+        };
+        const double score = model.matchScore(pattern);
+        EXPECT_TRUE(model.isProduct(products.get(), 0));
+        EXPECT_FALSE(model.isProduct(products.get(), 1));
+        Model copy(model);
+        EXPECT_FALSE(copy.isProduct(products.get(), 0));
+        {
+            Model overwritten(model);
+            overwritten = other;
+        }
+        EXPECT_EQ(product(), score);
+        Model moved(std::move(model));
+        EXPECT_TRUE(moved.isProduct(products.get(), 0));
+        EXPECT_EQ(product(), score);
+
+        change(moved);
+        EXPECT_FALSE(moved.isProduct(products.get(), 0));
+        EXPECT_TRUE(std::isnan(product())) << &change - changes.data();
+        EXPECT_EQ(copy.matchScore(pattern), score);
+    }
 }
 
 TEST(tk_CategoryModelBayesian, densitiesBeforeTheOneThatRefusesHaveLearned)

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <string>
 #include <typeinfo>
+#include <utility>
 
 namespace
 {
@@ -52,6 +53,17 @@ tk_CategoryModelBayesian::tk_CategoryModelBayesian(
     }
     numMeasurements(measurements);
     shortcuts_ = shortcutsTo_(dependencySets_, densities_);
+}
+
+tk_CategoryModelBayesian& tk_CategoryModelBayesian::operator=(tk_CategoryModelBayesian&& other)
+{
+    leaveProduct_();
+    tk_CategoryModel::operator=(other);
+    dependencySets_ = std::move(other.dependencySets_);
+    densities_ = std::move(other.densities_);
+    shortcuts_ = std::move(other.shortcuts_);
+    place_ = std::move(other.place_);
+    return *this;
 }
 
 double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long) const
@@ -125,12 +137,20 @@ std::vector<tkNMNormalProducts::Set> tk_CategoryModelBayesian::normalSets() cons
 
 void tk_CategoryModelBayesian::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product)
 {
+    leaveProduct_();
     const std::size_t count = normalSets().size();
     for (std::size_t i = 0; i < count; ++i)
         shortcuts_[i].normalOrNull->normal().join(products, product, i);
-    products_ = products;
-    product_ = product;
-    numJoined_ = count;
+    place_.products = products;
+    place_.product = product;
+    place_.size = count;
+}
+
+void tk_CategoryModelBayesian::leaveProduct_()
+{
+    for (std::size_t i = 0; i < place_.size; ++i)
+        shortcuts_[i].normalOrNull->normal().leaveProducts();
+    place_ = Place_();
 }
 
 bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const
@@ -155,8 +175,8 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char vers
     const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
     if (archive.isLoading())
     {
+        leaveProduct_();
         shortcuts_.clear();
-        products_ = tkPtrHandle<tkNMNormalProducts>();
     }
     tkExchangeParallel(archive, incomplete, dependencySets_, densities_);
     if (!archive.isLoading())

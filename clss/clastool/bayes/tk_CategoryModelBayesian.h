@@ -8,6 +8,7 @@
 #include "numerics/tkNMNormalProducts.h"
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 class tkNMLearner;
@@ -26,7 +27,7 @@ public:
     {
         return *this = tk_CategoryModelBayesian(other);
     }
-    tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&&) = default;
+    tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&& other);
 
     /// Untrained densities of the given types, *requires* one type for each set. A binomial density has the
     /// maximum of its set's first measurement, 1.0 if that is invalid or not there. For the sets in turn throws
@@ -56,19 +57,20 @@ public:
     /// measurements.
     std::vector<tkNMNormalProducts::Set> normalSets() const;
 
-    /// Fills a product with the densities of normalSets(). A change of the densities in its demands.
+    /// Fills a product with the densities of normalSets(), which leave it when another model is assigned to this one. A
+    /// change of the densities in its demands.
     void join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product);
 
     /// Whether this product has the densities, so that it gives, if it gives anything, the bits of their sum.
     bool isProduct(const tkNMNormalProducts* products, std::size_t product) const
     {
-        return products_.get() == products && product_ == product;
+        return place_.products.get() == products && place_.product == product;
     }
 
     /// matchScore() with what the product gives for the densities in it.
     double matchScoreBehindProduct(const tkFeaturePattern& pattern, double score) const
     {
-        return numJoined_ == densities_.size() ? score : addScores_(pattern, numJoined_, score);
+        return place_.size == densities_.size() ? score : addScores_(pattern, place_.size, score);
     }
 
     /// Equal label and number of measurements, and equivalent densities; the sets themselves are not compared.
@@ -90,6 +92,28 @@ private:
         bool isWithin(std::size_t reach) const { return normalOrNull && first < reach && size <= reach - first; }
     };
 
+    /// The product that has the densities; that of a model, not of its copies, which may live on when the model has
+    /// others.
+    struct Place_
+    {
+        Place_() = default;
+        Place_(const Place_&) {}
+        Place_(Place_&& other) noexcept { *this = std::move(other); }
+        Place_& operator=(Place_&& other) noexcept
+        {
+            products = std::move(other.products);
+            product = other.product;
+            size = std::exchange(other.size, 0);
+            return *this;
+        }
+
+        tkPtrHandle<tkNMNormalProducts> products; // null: none
+        std::size_t product = 0;
+        std::size_t size = 0; // number of densities in it, the first ones
+    };
+
+    void leaveProduct_();
+
     /// The score with the log values of the densities from the `first` on.
     double addScores_(const tkFeaturePattern& pattern, std::size_t first, double score) const;
 
@@ -104,9 +128,7 @@ private:
     std::vector<std::vector<long>> dependencySets_;
     std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel
     std::vector<Shortcut_> shortcuts_;                                  // parallel, for a pattern without gaps
-    tkPtrHandle<tkNMNormalProducts> products_;                          // null: none has densities
-    std::size_t product_ = 0;
-    std::size_t numJoined_ = 0; // densities that it has, the first ones
+    Place_ place_;
 };
 
 #endif

@@ -52,9 +52,9 @@ public:
     /// Number of products.
     std::size_t size() const { return places_.size(); }
     /// Whether the product takes part: one without factors does not, and of those with the same sets some are better
-    /// evaluated elsewhere if they are few, or their sets large.
+    /// evaluated elsewhere if they are few, or their sets large. *Requires* product < size().
     bool hasPlaces(std::size_t product) const { return places_[product].isThere; }
-    /// Number of measurements of a point.
+    /// Number of measurements of a point that are read.
     std::size_t reach() const { return reach_; }
 
     /// *Requires* a place that exists, and as many measurements as its set has.
@@ -63,7 +63,8 @@ public:
 
     /// logs[c] = ((0.0 + f_0) + f_1) + ... of product c, with f_i = logPeak - d²/2 at reach() measurements x, where
     /// d²/2 is rounded as in tkNMSingleNormal. NaN if a place is empty or the squared distances add up to more than
-    /// tkNMSingleNormal::largestSquare or to NaN, and where hasPlaces() is false.
+    /// tkNMSingleNormal::largestSquare or to NaN, and where hasPlaces() is false. There is room for size() values. The
+    /// cost is that of the squares of the sets' sizes, for eight products about as much as for one.
     void logDensities(const double* x, double* logs) const;
 
 private:

@@ -6,10 +6,11 @@
 #include <cstddef>
 #include <vector>
 
-/// A lower triangular matrix W, laid out for the one change that learning takes, the addition of outer products.
+/// A lower triangular matrix W, laid out for the addition of outer products, which learning takes, and for its product
+/// with a vector.
 ///
-/// Eight rows form a block, stored column by column, so that eight elements are added to side by side. Zeros fill what
-/// is above the diagonal or below the last row within a block.
+/// Eight rows form a block, stored column by column, so that eight elements are added to, or multiplied, side by side.
+/// Zeros fill what is above the diagonal or below the last row within a block.
 class TK_EXPORT tkNMTriangle
 {
 public:

@@ -3,6 +3,7 @@
 #include "peers.h"
 #include "workloads.h"
 
+#include "numerics/kernels/tkNMInstructions.h"
 #include "numerics/tkNMNeighborSearch.h"
 
 #include <algorithm>
@@ -192,7 +193,7 @@ void neighboursBeforeAvx2(Harness& harness)
     {
         std::vector<long> best(k);
         search.nearest(rows, queryTable.row(q), 2.0, k, best.data(), distances.data());
-        search.nearest(rows, queryTable.row(q), 2.0, k, indices.data(), distances.data(), tkNMByteDistances::Sse2);
+        search.nearest(rows, queryTable.row(q), 2.0, k, indices.data(), distances.data(), tkNMInstructions::Sse2);
         harness.check(best == indices, "the search finds the same with other instructions");
     }
     std::vector<Tool> tools{{"clastool's search", Role::Library,
@@ -200,7 +201,7 @@ void neighboursBeforeAvx2(Harness& harness)
                              {
                                  for (long i = first; i < first + count; ++i)
                                      search.nearest(rows, queryTable.row(i % queryTable.rows), 2.0, k, indices.data(),
-                                                    distances.data(), tkNMByteDistances::Sse2);
+                                                    distances.data(), tkNMInstructions::Sse2);
                                  keep(indices);
                              }}};
     for (Peer* peer : peers())

@@ -1,12 +1,13 @@
-set(clastool_folders foundation numerics clss/clastool/clastool clss/clastool/bayes clss/clastool)
+set(clastool_folders foundation numerics numerics/kernels clss/clastool/clastool clss/clastool/bayes clss/clastool)
 list(TRANSFORM clastool_folders APPEND "/*.cpp" OUTPUT_VARIABLE clastool_sources)
 list(TRANSFORM clastool_folders APPEND "/*.h" OUTPUT_VARIABLE clastool_headers)
 file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})
 file(GLOB clastool_headers CONFIGURE_DEPENDS ${clastool_headers})
-# Only .cpp files include the private ones.
+# Only .cpp files include the private ones and those of numerics/kernels.
 file(STRINGS cmake/private_headers.txt clastool_private_headers)
 list(TRANSFORM clastool_private_headers PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
 list(REMOVE_ITEM clastool_headers ${clastool_private_headers})
+list(FILTER clastool_headers EXCLUDE REGEX "/numerics/kernels/")
 
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)

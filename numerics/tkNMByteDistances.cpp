@@ -2,16 +2,14 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
+#include "numerics/kernels/tkNMInstructions.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-#if defined(__x86_64__) && defined(__GNUC__)
-#define TK_HAS_X86_VECTORS 1
+#if TK_HAS_X86_TARGETS
 #include <immintrin.h>
-#else
-#define TK_HAS_X86_VECTORS 0
 #endif
 
 namespace
@@ -74,7 +72,7 @@ void portableMinima(const Shape& shape, const Line* blocks, long count, const Qu
     }
 }
 
-#if TK_HAS_X86_VECTORS
+#if TK_HAS_X86_TARGETS
 
 // In what follows a register of 16-bit sums holds consecutive rows; `totals` are the registers of a whole block.
 
@@ -172,8 +170,7 @@ void sse2Minima(const Shape& shape, const Line* blocks, long count, const Query&
 
 // ---- AVX2 -----------------------------------------------------------------------------------------------------------
 
-#define TK_AVX2 __attribute__((target("avx2")))
-#define TK_AVX2_INLINE [[gnu::always_inline]] TK_AVX2 inline
+#define TK_AVX2_INLINE [[gnu::always_inline]] TK_TARGET_AVX2 inline
 
 template <int power, bool ahead = false>
 TK_AVX2_INLINE void avx2Totals(const Shape& shape, const Line* block, const Query& query, __m256i* totals)
@@ -223,7 +220,7 @@ TK_AVX2_INLINE void avx2Totals(const Shape& shape, const Line* block, const Quer
 }
 
 template <int power>
-TK_AVX2 void avx2Sums(const Shape& shape, const Line* block, const Query& query, std::uint16_t* sums)
+TK_TARGET_AVX2 void avx2Sums(const Shape& shape, const Line* block, const Query& query, std::uint16_t* sums)
 {
     __m256i totals[4];
     avx2Totals<power>(shape, block, query, totals);
@@ -237,7 +234,8 @@ TK_AVX2_INLINE std::uint16_t avx2Smallest(__m256i totals)
 }
 
 template <int power>
-TK_AVX2 void avx2Minima(const Shape& shape, const Line* blocks, long count, const Query& query, std::uint16_t* minima)
+TK_TARGET_AVX2 void avx2Minima(const Shape& shape, const Line* blocks, long count, const Query& query,
+                               std::uint16_t* minima)
 {
     for (long i = 0; i < count; ++i)
     {
@@ -250,8 +248,7 @@ TK_AVX2 void avx2Minima(const Shape& shape, const Line* blocks, long count, cons
 
 // ---- AVX-512 --------------------------------------------------------------------------------------------------------
 
-#define TK_AVX512 __attribute__((target("avx2,avx512f,avx512bw")))
-#define TK_AVX512_INLINE [[gnu::always_inline]] TK_AVX512 inline
+#define TK_AVX512_INLINE [[gnu::always_inline]] TK_TARGET_AVX512 inline
 
 template <int power, bool ahead>
 TK_AVX512_INLINE void avx512AddPair(const Line* lines, std::uint32_t columns, __m512i* group)
@@ -304,7 +301,7 @@ TK_AVX512_INLINE void avx512Totals(const Shape& shape, const Line* block, const 
 }
 
 template <int power>
-TK_AVX512 void avx512Sums(const Shape& shape, const Line* block, const Query& query, std::uint16_t* sums)
+TK_TARGET_AVX512 void avx512Sums(const Shape& shape, const Line* block, const Query& query, std::uint16_t* sums)
 {
     __m512i totals[2];
     avx512Totals<power>(shape, block, query, totals);
@@ -312,8 +309,8 @@ TK_AVX512 void avx512Sums(const Shape& shape, const Line* block, const Query& qu
 }
 
 template <int power>
-TK_AVX512 void avx512Minima(const Shape& shape, const Line* blocks, long count, const Query& query,
-                            std::uint16_t* minima)
+TK_TARGET_AVX512 void avx512Minima(const Shape& shape, const Line* blocks, long count, const Query& query,
+                                   std::uint16_t* minima)
 {
     for (long i = 0; i < count; ++i)
     {
@@ -329,25 +326,26 @@ TK_AVX512 void avx512Minima(const Shape& shape, const Line* blocks, long count, 
 #endif
 
 template <int power>
-void choose(Bytes::Instructions instructions, void (*&sums)(const Shape&, const Line*, const Query&, std::uint16_t*),
+void choose(tkNMInstructions instructions, void (*&sums)(const Shape&, const Line*, const Query&, std::uint16_t*),
             void (*&minima)(const Shape&, const Line*, long, const Query&, std::uint16_t*))
 {
     sums = portableSums<power>;
     minima = portableMinima<power>;
-#if TK_HAS_X86_VECTORS
+#if TK_HAS_X86_TARGETS
     switch (instructions)
     {
-    case Bytes::Portable:
+    case tkNMInstructions::Definition:
+    case tkNMInstructions::Portable:
         break;
-    case Bytes::Sse2:
+    case tkNMInstructions::Sse2:
         sums = sse2Sums<power>;
         minima = sse2Minima<power>;
         break;
-    case Bytes::Avx2:
+    case tkNMInstructions::Avx2:
         sums = avx2Sums<power>;
         minima = avx2Minima<power>;
         break;
-    case Bytes::Avx512:
+    case tkNMInstructions::Avx512:
         sums = avx512Sums<power>;
         minima = avx512Minima<power>;
         break;
@@ -358,18 +356,7 @@ void choose(Bytes::Instructions instructions, void (*&sums)(const Shape&, const 
 }
 } // namespace
 
-tkNMByteDistances::Instructions tkNMByteDistances::best()
-{
-#if TK_HAS_X86_VECTORS
-    if (!__builtin_cpu_supports("avx2"))
-        return Sse2;
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") ? Avx512 : Avx2;
-#else
-    return Portable;
-#endif
-}
-
-tkNMByteDistances::tkNMByteDistances(long columns, int power, Instructions instructions) : shape_{columns, 0}
+tkNMByteDistances::tkNMByteDistances(long columns, int power, tkNMInstructions instructions) : shape_{columns, 0}
 {
     TK_ASSERT(columns >= 1 && columns <= maxColumns && (power == 1 || power == 2));
     // A group of absolute differences is at most 17 * 127, one of squares at most 65535 because it saturates there.
@@ -377,7 +364,7 @@ tkNMByteDistances::tkNMByteDistances(long columns, int power, Instructions instr
     const long headroom = power == 1 ? 32 : 1;
     while (groups > headroom << shape_.shift)
         ++shape_.shift;
-    instructions = std::min(instructions, best());
+    instructions = std::min(instructions, tkNMBestInstructions());
     if (power == 1)
         choose<1>(instructions, sums_, minima_);
     else
@@ -387,7 +374,7 @@ tkNMByteDistances::tkNMByteDistances(long columns, int power, Instructions instr
 std::uint64_t tkNMByteDistances::rowsUpTo(std::uint16_t highest, const std::uint16_t* sums)
 {
     std::uint64_t rows = 0;
-#if TK_HAS_X86_VECTORS
+#if TK_HAS_X86_TARGETS
     const __m128i limit = _mm_set1_epi16(static_cast<short>(highest));
     const auto excess = [&](const std::uint16_t* eight) // 0 for the rows that are wanted
     { return _mm_subs_epu16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(eight)), limit); };

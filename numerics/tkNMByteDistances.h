@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+enum class tkNMInstructions : int;
+
 /// Distances between a query and blocks of 64 rows that hold one byte per column: the inner loops of
 /// tkNMNeighborSearch, once per instruction set. No part of the interface that the library promises to keep.
 ///
@@ -23,15 +25,6 @@ public:
     static constexpr long blockRows = 64;
     static constexpr long maxColumns = 4096;
 
-    /// In ascending order; each one includes those before it.
-    enum Instructions : int
-    {
-        Portable,
-        Sse2,
-        Avx2,
-        Avx512
-    };
-
     struct alignas(64) Line
     {
         std::int8_t bytes[64];
@@ -43,12 +36,9 @@ public:
         std::uint32_t pairs[maxColumns / 2]; // columns 2i, 2i + 1 in the first two bytes and again in the last two
     };
 
-    /// The best that this processor has.
-    static Instructions best();
-
     /// Sums for rows of `columns` measurements (1 to maxColumns) and the exponent m = `power` (1 or 2), by
     /// `instructions`, or by the best there are if the processor has not got them.
-    tkNMByteDistances(long columns, int power, Instructions instructions);
+    tkNMByteDistances(long columns, int power, tkNMInstructions instructions);
 
     /// The s above.
     int shift() const { return shape_.shift; }

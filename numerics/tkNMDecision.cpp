@@ -1,6 +1,7 @@
 #include "numerics/tkNMDecision.h"
 
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -218,25 +219,23 @@ TK_ALWAYS_INLINE void countBefore(const double* risks, std::uint64_t* places, st
     }
 }
 
-#if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) double decideAVX2(const double* scores, double* weights, double weightSum,
-                                                  double* risks, std::size_t n, double cost, Exception* first,
-                                                  const Exception* last)
+#if TK_HAS_X86_TARGETS
+TK_TARGET_AVX2 double decideAVX2(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
+                                 double cost, Exception* first, const Exception* last)
 {
     return decide<4>(scores, weights, weightSum, risks, n, cost, first, last);
 }
-__attribute__((target("avx2"))) void countBeforeAVX2(const double* risks, std::uint64_t* places, std::size_t n)
+TK_TARGET_AVX2 void countBeforeAVX2(const double* risks, std::uint64_t* places, std::size_t n)
 {
     return countBefore<4>(risks, places, n);
 }
 
-__attribute__((target("avx512f"))) double decideAVX512(const double* scores, double* weights, double weightSum,
-                                                       double* risks, std::size_t n, double cost, Exception* first,
-                                                       const Exception* last)
+TK_TARGET_AVX512 double decideAVX512(const double* scores, double* weights, double weightSum, double* risks,
+                                     std::size_t n, double cost, Exception* first, const Exception* last)
 {
     return decide<8>(scores, weights, weightSum, risks, n, cost, first, last);
 }
-__attribute__((target("avx512f"))) void countBeforeAVX512(const double* risks, std::uint64_t* places, std::size_t n)
+TK_TARGET_AVX512 void countBeforeAVX512(const double* risks, std::uint64_t* places, std::size_t n)
 {
     return countBefore<8>(risks, places, n);
 }
@@ -244,13 +243,13 @@ __attribute__((target("avx512f"))) void countBeforeAVX512(const double* risks, s
 } // namespace
 
 double tkNMDecision::compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
-                             double cost, Exception* exceptions, std::size_t numExceptions, Level level)
+                             double cost, Exception* exceptions, std::size_t numExceptions, tkNMInstructions level)
 {
     const Exception* const last = exceptions + numExceptions;
-#if TK_WIDER_LEVELS
-    if (level == tkNMTriangle::eAVX512)
+#if TK_HAS_X86_TARGETS
+    if (level == tkNMInstructions::Avx512)
         return decideAVX512(scores, weights, weightSum, risks, n, cost, exceptions, last);
-    if (level == tkNMTriangle::eAVX2)
+    if (level == tkNMInstructions::Avx2)
         return decideAVX2(scores, weights, weightSum, risks, n, cost, exceptions, last);
 #else
     static_cast<void>(level);
@@ -258,12 +257,12 @@ double tkNMDecision::compute(const double* scores, double* weights, double weigh
     return decide<plainWidth>(scores, weights, weightSum, risks, n, cost, exceptions, last);
 }
 
-void tkNMDecision::rank(const double* risks, std::uint64_t* places, std::size_t n, Level level)
+void tkNMDecision::rank(const double* risks, std::uint64_t* places, std::size_t n, tkNMInstructions level)
 {
-#if TK_WIDER_LEVELS
-    if (level == tkNMTriangle::eAVX512)
+#if TK_HAS_X86_TARGETS
+    if (level == tkNMInstructions::Avx512)
         return countBeforeAVX512(risks, places, n);
-    if (level == tkNMTriangle::eAVX2)
+    if (level == tkNMInstructions::Avx2)
         return countBeforeAVX2(risks, places, n);
 #else
     static_cast<void>(level);

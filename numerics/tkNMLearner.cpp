@@ -1,8 +1,9 @@
 #include "numerics/tkNMLearner.h"
 
 #include "foundation/tkAssert.h"
-#include "numerics/tkNMFollow.h"
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMFollow.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -42,7 +43,7 @@ TK_ALWAYS_INLINE bool followGroups(Group* groups, std::size_t size, const double
     if (!areOrdinary(x, size))
         return false;
     const double ones[8] = {1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
-    using Register = typename RegisterOf<width>::Type;
+    using Register = typename RegisterOf<double, width>::Type;
     Register one;
     loadRegister(one, ones);
     double* const beforeOrNull = deviationsOrNull;
@@ -75,17 +76,15 @@ TK_ALWAYS_INLINE bool followGroups(Group* groups, std::size_t size, const double
     return true;
 }
 
-#if TK_WIDER_LEVELS
+#if TK_HAS_X86_TARGETS
 template <class Group>
-__attribute__((target("avx2"))) bool followAVX2(Group* groups, std::size_t size, const double* x,
-                                                double* deviationsOrNull)
+TK_TARGET_AVX2 bool followAVX2(Group* groups, std::size_t size, const double* x, double* deviationsOrNull)
 {
     return followGroups<4>(groups, size, x, deviationsOrNull);
 }
 
 template <class Group>
-__attribute__((target("avx512f"))) bool followAVX512(Group* groups, std::size_t size, const double* x,
-                                                     double* deviationsOrNull)
+TK_TARGET_AVX512 bool followAVX512(Group* groups, std::size_t size, const double* x, double* deviationsOrNull)
 {
     return followGroups<8>(groups, size, x, deviationsOrNull);
 }
@@ -93,12 +92,12 @@ __attribute__((target("avx512f"))) bool followAVX512(Group* groups, std::size_t 
 } // namespace
 
 bool tkNMLearner::follow_(Group_* groups, std::size_t size, const double* x, double* deviationsOrNull,
-                          tkNMTriangle::Level level)
+                          tkNMInstructions level)
 {
-#if TK_WIDER_LEVELS
-    if (level == tkNMTriangle::eAVX512)
+#if TK_HAS_X86_TARGETS
+    if (level == tkNMInstructions::Avx512)
         return followAVX512(groups, size, x, deviationsOrNull);
-    if (level == tkNMTriangle::eAVX2)
+    if (level == tkNMInstructions::Avx2)
         return followAVX2(groups, size, x, deviationsOrNull);
 #else
     static_cast<void>(level);
@@ -106,7 +105,7 @@ bool tkNMLearner::follow_(Group_* groups, std::size_t size, const double* x, dou
     return followGroups<plainWidth>(groups, size, x, deviationsOrNull);
 }
 
-tkNMLearner::tkNMLearner(std::size_t size, std::size_t patternCount, tkNMTriangle::Level level)
+tkNMLearner::tkNMLearner(std::size_t size, std::size_t patternCount, tkNMInstructions level)
     : size_(size),
       patternCount_(patternCount),
       level_(level)

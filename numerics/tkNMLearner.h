@@ -22,8 +22,8 @@ public:
     };
 
     /// For patterns of `size` measurements, of which there are at most `patternCount`. *Requires* level <=
-    /// tkNMTriangle::bestLevel().
-    tkNMLearner(std::size_t size, std::size_t patternCount, tkNMTriangle::Level level = tkNMTriangle::bestLevel());
+    /// tkNMBestInstructions().
+    tkNMLearner(std::size_t size, std::size_t patternCount, tkNMInstructions level = tkNMBestInstructions());
     tkNMLearner(tkNMLearner&& other) noexcept;
     tkNMLearner& operator=(tkNMLearner&&) = delete;
     ~tkNMLearner() { finish(); }
@@ -56,13 +56,13 @@ private:
     };
 
     static bool follow_(Group_* groups, std::size_t size, const double* x, double* deviationsOrNull,
-                        tkNMTriangle::Level level);
+                        tkNMInstructions level);
     void standIn_();
     void addProducts_() noexcept;
 
     std::size_t size_;
     std::size_t patternCount_;
-    tkNMTriangle::Level level_;
+    tkNMInstructions level_;
     std::vector<Part> parts_;
     bool standsIn_ = false;
     std::vector<Group_> groups_;

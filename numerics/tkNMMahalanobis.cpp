@@ -1,7 +1,8 @@
 #include "numerics/tkNMMahalanobis.h"
 
 #include "foundation/tkScratch.h"
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
 #include <cmath>
@@ -56,13 +57,13 @@ TK_ALWAYS_INLINE double squaredDistanceOf(const tkNMTriangle& w, const double* v
            ((squares[1] + squares[5]) + (squares[3] + squares[7]));
 }
 
-#if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) double squaredDistanceAVX2(const tkNMTriangle& w, const double* v)
+#if TK_HAS_X86_TARGETS
+TK_TARGET_AVX2 double squaredDistanceAVX2(const tkNMTriangle& w, const double* v)
 {
     return squaredDistanceOf<LanesOf<4>>(w, v);
 }
 
-__attribute__((target("avx512f"))) double squaredDistanceAVX512(const tkNMTriangle& w, const double* v)
+TK_TARGET_AVX512 double squaredDistanceAVX512(const tkNMTriangle& w, const double* v)
 {
     return squaredDistanceOf<LanesOf<8>>(w, v);
 }
@@ -76,7 +77,7 @@ tkNMMahalanobis::tkNMMahalanobis(std::vector<double> mean, std::vector<double> r
 {
 }
 
-double tkNMMahalanobis::squaredDistance(const double* x, tkNMTriangle::Level level) const
+double tkNMMahalanobis::squaredDistance(const double* x, tkNMInstructions level) const
 {
     if (dimension() == 1)
     {
@@ -87,10 +88,10 @@ double tkNMMahalanobis::squaredDistance(const double* x, tkNMTriangle::Level lev
     for (std::size_t j = 0; j < dimension(); ++j)
         v[j] = deviation_(x, j);
     std::fill(v.begin() + dimension(), v.end(), 0.0);
-#if TK_WIDER_LEVELS
-    if (level == tkNMTriangle::eAVX512)
+#if TK_HAS_X86_TARGETS
+    if (level == tkNMInstructions::Avx512)
         return squaredDistanceAVX512(w_, v.data());
-    if (level == tkNMTriangle::eAVX2)
+    if (level == tkNMInstructions::Avx2)
         return squaredDistanceAVX2(w_, v.data());
 #else
     static_cast<void>(level);

@@ -26,9 +26,9 @@ public:
     double remainder(std::size_t j) const { return remainder_[j]; }
     const tkNMTriangle& w() const { return w_; }
 
-    /// For dimension() doubles at `x`; 0.0 for dimension 0. *Requires* level <= tkNMTriangle::bestLevel().
-    double squaredDistance(const double* x) const { return squaredDistance(x, tkNMTriangle::bestLevel()); }
-    double squaredDistance(const double* x, tkNMTriangle::Level level) const;
+    /// For dimension() doubles at `x`; 0.0 for dimension 0. *Requires* level <= tkNMBestInstructions().
+    double squaredDistance(const double* x) const { return squaredDistance(x, tkNMBestInstructions()); }
+    double squaredDistance(const double* x, tkNMInstructions level) const;
 
     /// Whether every v_j is finite.
     bool isFiniteAt(const double* x) const;

@@ -2,7 +2,8 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 #include "numerics/tkNMNeighborList.h"
 #include "numerics/tkNMWideDistances.h"
 
@@ -154,10 +155,9 @@ void powerSums(const double* query, const double* const* rows, long count, long 
     addPowers<power>(query, rows, count, n, sums);
 }
 
-#if TK_WIDER_LEVELS
+#if TK_HAS_X86_TARGETS
 template <int power>
-__attribute__((target("avx2"))) void powerSumsAvx2(const double* query, const double* const* rows, long count, long n,
-                                                   double* sums)
+TK_TARGET_AVX2 void powerSumsAvx2(const double* query, const double* const* rows, long count, long n, double* sums)
 {
     addPowers<power>(query, rows, count, n, sums);
 }
@@ -167,9 +167,9 @@ constexpr PowerSums powerSumsAvx2 = powerSums<power>;
 #endif
 
 // Null for orders without fast powers.
-PowerSums choosePowerSums(double order, Bytes::Instructions instructions)
+PowerSums choosePowerSums(double order, tkNMInstructions instructions)
 {
-    const bool avx2 = std::min(instructions, Bytes::best()) >= Bytes::Avx2;
+    const bool avx2 = std::min(instructions, tkNMBestInstructions()) >= tkNMInstructions::Avx2;
     if (order == 1.0)
         return avx2 ? powerSumsAvx2<1> : powerSums<1>;
     if (order == 2.0)
@@ -372,7 +372,7 @@ class tkNMNeighborSearch::Run_
 public:
     /// `distances` has room for 2 k entries, `indices` for k. The list comes to stand in the first k.
     Run_(const tkNMNeighborSearch& search, const Rows& rows, const double* query, double order, long k,
-         Instructions instructions, long* indices, double* distances)
+         tkNMInstructions instructions, long* indices, double* distances)
         : search_(search),
           rows_(rows),
           query_(query),
@@ -421,7 +421,7 @@ private:
         Bytes bytes;
         Bytes::Query query;
 
-        Near_(long columns, int power, Instructions instructions) : bytes(columns, power, instructions) {}
+        Near_(long columns, int power, tkNMInstructions instructions) : bytes(columns, power, instructions) {}
         void sums(const Line* block, std::uint16_t* sums) const { bytes.sums(block, query, sums); }
         void minima(const Line* blocks, long count, std::uint16_t* minima) const
         {
@@ -672,7 +672,7 @@ private:
     const long n_;
     const long k_;
     const PowerSums powerSums_; // null: the keys are the distances
-    const Instructions instructions_;
+    const tkNMInstructions instructions_;
 
     double* const selection_;    // k places that the list needs only after pass 1
     double* const keys_;         // heap of the k smallest keys, the largest first
@@ -691,7 +691,7 @@ private:
 };
 
 long tkNMNeighborSearch::nearest(const Rows& rows, const double* query, double order, long k, long* indices,
-                                 double* distances, Instructions instructions) const
+                                 double* distances, tkNMInstructions instructions) const
 {
     TK_ASSERT(k >= 1);
     k = std::min(k, numRows_);

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <vector>
 
+TK_EXPORT tkNMInstructions tkNMBestInstructions();
+
 /// Finds the rows nearest to a query in the norm distance, reading one byte per measurement instead of eight.
 ///
 /// The rows of doubles stay with their owner; the search keeps a coarse copy of them, the *shadow*, which rules out
@@ -29,9 +31,6 @@ public:
         virtual void announce(const long*, long) const {}
     };
 
-    /// How a search may compute; the result is the same. More than the processor has means the best it has.
-    using Instructions = tkNMByteDistances::Instructions;
-
     long numRows() const { return numRows_; }
     long numColumns() const { return numColumns_; }
 
@@ -53,7 +52,7 @@ public:
     /// for 2 m distances, the second half of which is left undefined. `rows` are those given to `update`.
     /// Allocates nothing.
     long nearest(const Rows& rows, const double* query, double order, long k, long* indices, double* distances,
-                 Instructions instructions = tkNMByteDistances::best()) const;
+                 tkNMInstructions instructions = tkNMBestInstructions()) const;
 
 private:
     using Line = tkNMByteDistances::Line;

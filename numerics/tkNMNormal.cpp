@@ -2,7 +2,7 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
-#include "numerics/tkNMFollow.h"
+#include "numerics/kernels/tkNMFollow.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <algorithm>

@@ -2,7 +2,8 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 #include "numerics/tkNMSingleNormal.h"
 
 #include <algorithm>
@@ -160,7 +161,7 @@ template <std::size_t width>
 TK_ALWAYS_INLINE void logDensitiesOf(const double* stream, const tkNMNormalProducts::Run* run,
                                      const tkNMNormalProducts::Run* end, const double* x, double* v, double* logs)
 {
-    using Register = typename RegisterOf<width>::Type;
+    using Register = typename RegisterOf<double, width>::Type;
     Register sum = {};
     Register squares = {};
     for (; run != end; ++run)
@@ -213,19 +214,15 @@ void logDensitiesPlain(std::size_t width, const double* stream, const tkNMNormal
     logDensitiesUpTo<plainWidth>(width, stream, run, end, x, v, logs);
 }
 
-#if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) void logDensitiesAVX2(std::size_t width, const double* stream,
-                                                      const tkNMNormalProducts::Run* run,
-                                                      const tkNMNormalProducts::Run* end, const double* x, double* v,
-                                                      double* logs)
+#if TK_HAS_X86_TARGETS
+TK_TARGET_AVX2 void logDensitiesAVX2(std::size_t width, const double* stream, const tkNMNormalProducts::Run* run,
+                                     const tkNMNormalProducts::Run* end, const double* x, double* v, double* logs)
 {
     logDensitiesUpTo<4>(width, stream, run, end, x, v, logs);
 }
 
-__attribute__((target("avx512f"))) void logDensitiesAVX512(std::size_t width, const double* stream,
-                                                           const tkNMNormalProducts::Run* run,
-                                                           const tkNMNormalProducts::Run* end, const double* x,
-                                                           double* v, double* logs)
+TK_TARGET_AVX512 void logDensitiesAVX512(std::size_t width, const double* stream, const tkNMNormalProducts::Run* run,
+                                         const tkNMNormalProducts::Run* end, const double* x, double* v, double* logs)
 {
     logDensitiesUpTo<8>(width, stream, run, end, x, v, logs);
 }
@@ -240,13 +237,13 @@ bool doLanesPay(std::size_t products, std::size_t factors, std::size_t steps, st
 }
 
 /// Lanes of the widest registers of a level.
-std::size_t widthOf(tkNMTriangle::Level level)
+std::size_t widthOf(tkNMInstructions level)
 {
-    return level == tkNMTriangle::eAVX512 ? 8 : level == tkNMTriangle::eAVX2 ? 4 : plainWidth;
+    return level == tkNMInstructions::Avx512 ? 8 : level == tkNMInstructions::Avx2 ? 4 : plainWidth;
 }
 } // namespace
 
-tkNMNormalProducts::tkNMNormalProducts(const std::vector<std::vector<Set>>& products, tkNMTriangle::Level level)
+tkNMNormalProducts::tkNMNormalProducts(const std::vector<std::vector<Set>>& products, tkNMInstructions level)
     : level_(level),
       places_(products.size())
 {
@@ -344,10 +341,10 @@ void tkNMNormalProducts::logDensities(const double* x, double* logs) const
         const Run* const runs = lanes.runs.data();
         const Run* const end = runs + lanes.runs.size();
         Eight_ results;
-#if TK_WIDER_LEVELS
-        if (level_ == tkNMTriangle::eAVX512)
+#if TK_HAS_X86_TARGETS
+        if (level_ == tkNMInstructions::Avx512)
             logDensitiesAVX512(lanes.width, stream, runs, end, x, v.data()->elements, results.elements);
-        else if (level_ == tkNMTriangle::eAVX2)
+        else if (level_ == tkNMInstructions::Avx2)
             logDensitiesAVX2(lanes.width, stream, runs, end, x, v.data()->elements, results.elements);
         else
 #endif

@@ -45,9 +45,9 @@ public:
     };
 
     /// Empty places for the factors of each product, by the sets of these. *Requires* sizes > 0 and
-    /// level <= tkNMTriangle::bestLevel().
+    /// level <= tkNMBestInstructions().
     explicit tkNMNormalProducts(const std::vector<std::vector<Set>>& products,
-                                tkNMTriangle::Level level = tkNMTriangle::bestLevel());
+                                tkNMInstructions level = tkNMBestInstructions());
 
     /// Number of products.
     std::size_t size() const { return places_.size(); }
@@ -99,7 +99,7 @@ private:
     std::size_t place_(const std::vector<Set>& sets, const std::vector<std::size_t>& products, std::size_t end);
     Factor_ factor_(std::size_t product, std::size_t factor);
 
-    [[maybe_unused]] tkNMTriangle::Level level_;
+    [[maybe_unused]] tkNMInstructions level_;
     std::size_t reach_ = 0;
     std::size_t largestSet_ = 0;
     std::vector<Lanes_> lanes_;

@@ -1,6 +1,7 @@
 #include "numerics/tkNMTriangle.h"
 
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
 #include <iterator>
@@ -39,42 +40,34 @@ TK_ALWAYS_INLINE void addProductsTo(double* blocks, const double* a, const doubl
     }
 }
 
-#if TK_WIDER_LEVELS
-__attribute__((target("avx2"))) void addProductsAVX2(double* blocks, const double* a, const double* b,
-                                                     std::size_t count, std::size_t stride, std::size_t dimension)
+#if TK_HAS_X86_TARGETS
+TK_TARGET_AVX2 void addProductsAVX2(double* blocks, const double* a, const double* b, std::size_t count,
+                                    std::size_t stride, std::size_t dimension)
 {
     addProductsTo<4, 4>(blocks, a, b, count, stride, dimension);
 }
 
-__attribute__((target("avx512f"))) void addProductsAVX512(double* blocks, const double* a, const double* b,
-                                                          std::size_t count, std::size_t stride, std::size_t dimension)
+TK_TARGET_AVX512 void addProductsAVX512(double* blocks, const double* a, const double* b, std::size_t count,
+                                        std::size_t stride, std::size_t dimension)
 {
     addProductsTo<8, 8>(blocks, a, b, count, stride, dimension);
 }
 #endif
 } // namespace
 
-tkNMTriangle::Level tkNMTriangle::bestLevel()
-{
-#if TK_WIDER_LEVELS
-    return __builtin_cpu_supports("avx512f") ? eAVX512 : __builtin_cpu_supports("avx2") ? eAVX2 : ePlain;
-#else
-    return ePlain;
-#endif
-}
-
 tkNMTriangle::tkNMTriangle(std::size_t dimension) : dimension_(dimension), blocks_(offset_((dimension + 7) / 8)) {}
 
-void tkNMTriangle::addProducts(const double* a, const double* b, std::size_t count, std::size_t stride, Level level)
+void tkNMTriangle::addProducts(const double* a, const double* b, std::size_t count, std::size_t stride,
+                               tkNMInstructions instructions)
 {
     double* blocks = blocks_.empty() ? nullptr : blocks_.front().rows;
-#if TK_WIDER_LEVELS
-    if (level == eAVX512)
+#if TK_HAS_X86_TARGETS
+    if (instructions == tkNMInstructions::Avx512)
         return addProductsAVX512(blocks, a, b, count, stride, dimension_);
-    if (level == eAVX2)
+    if (instructions == tkNMInstructions::Avx2)
         return addProductsAVX2(blocks, a, b, count, stride, dimension_);
 #else
-    static_cast<void>(level);
+    static_cast<void>(instructions);
 #endif
     addProductsTo<plainWidth, 2>(blocks, a, b, count, stride, dimension_);
 }

@@ -6,6 +6,9 @@
 #include <cstddef>
 #include <vector>
 
+enum class tkNMInstructions : int;
+TK_EXPORT tkNMInstructions tkNMBestInstructions();
+
 /// A lower triangular matrix W, laid out for the addition of outer products, which learning takes, and for its product
 /// with a vector.
 ///
@@ -14,15 +17,6 @@
 class TK_EXPORT tkNMTriangle
 {
 public:
-    /// Width of the instructions used; a processor has all levels up to its best.
-    enum Level
-    {
-        ePlain,
-        eAVX2,
-        eAVX512
-    };
-    static Level bestLevel();
-
     explicit tkNMTriangle(std::size_t dimension = 0);
 
     std::size_t dimension() const { return dimension_; }
@@ -37,12 +31,13 @@ public:
 
     /// W_ij += a_i b_j for j <= i, for `count` pairs of vectors a and b one after the other, each `stride` doubles
     /// behind the one before it. They have dimension() rounded up to a multiple of 8 elements, those beyond
-    /// dimension() 0.0. *Requires* level <= bestLevel().
+    /// dimension() 0.0. *Requires* instructions <= tkNMBestInstructions().
     void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride)
     {
-        addProducts(a, b, count, stride, bestLevel());
+        addProducts(a, b, count, stride, tkNMBestInstructions());
     }
-    void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride, Level level);
+    void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride,
+                     tkNMInstructions instructions);
 
     bool operator==(const tkNMTriangle& other) const;
     bool operator!=(const tkNMTriangle& other) const { return !(*this == other); }

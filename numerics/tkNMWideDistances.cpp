@@ -1,7 +1,8 @@
 #include "numerics/tkNMWideDistances.h"
 
 #include "foundation/tkAssert.h"
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMInstructions.h"
+#include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
 #include <cmath>
@@ -45,7 +46,7 @@ void portableMinima(const Shape& shape, const Line* blocks, long count, std::uin
     }
 }
 
-#if TK_WIDER_LEVELS
+#if TK_HAS_X86_TARGETS
 
 // 16 rows.
 using Floats = float __attribute__((vector_size(64)));
@@ -124,8 +125,8 @@ TK_ALWAYS_INLINE void minimaOf(const Shape& shape, const Line* blocks, long coun
         minimaOf(shape, blocks, count, minima);                                                                     \
     }
 TK_LEVEL(sse2, )
-TK_LEVEL(avx2, __attribute__((target("avx2"))))
-TK_LEVEL(avx512, __attribute__((target("avx2,avx512f,avx512bw"))))
+TK_LEVEL(avx2, TK_TARGET_AVX2)
+TK_LEVEL(avx512, TK_TARGET_AVX512)
 // clang-format on
 
 #endif
@@ -143,7 +144,7 @@ double lowest(double z)
 } // namespace
 
 tkNMWideDistances::tkNMWideDistances(long columns, const double* query, const double* centres, double scale,
-                                     Instructions instructions)
+                                     tkNMInstructions instructions)
     : sums_(portableSums),
       minima_(portableMinima)
 {
@@ -162,20 +163,21 @@ tkNMWideDistances::tkNMWideDistances(long columns, const double* query, const do
     shape_.offset = static_cast<float>(-low / unit_);
     for (long c = 0; c < columns; ++c)
         shape_.linear[c] = static_cast<float>(-2.0 * ((query[c] - centres[c]) * scale) / unit_);
-#if TK_WIDER_LEVELS
-    switch (std::min(instructions, Bytes::best()))
+#if TK_HAS_X86_TARGETS
+    switch (std::min(instructions, tkNMBestInstructions()))
     {
-    case Bytes::Portable:
+    case tkNMInstructions::Definition:
+    case tkNMInstructions::Portable:
         break;
-    case Bytes::Sse2:
+    case tkNMInstructions::Sse2:
         sums_ = sse2Sums;
         minima_ = sse2Minima;
         break;
-    case Bytes::Avx2:
+    case tkNMInstructions::Avx2:
         sums_ = avx2Sums;
         minima_ = avx2Minima;
         break;
-    case Bytes::Avx512:
+    case tkNMInstructions::Avx512:
         sums_ = avx512Sums;
         minima_ = avx512Minima;
         break;

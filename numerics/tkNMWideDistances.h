@@ -15,13 +15,12 @@
 class TK_EXPORT tkNMWideDistances
 {
 public:
-    using Instructions = tkNMByteDistances::Instructions;
     using Line = tkNMByteDistances::Line;
 
     /// z_c = (query[c] - centres[c]) * scale, which are finite, for 1 to tkNMByteDistances::maxColumns columns. Uses
     /// `instructions`, or the best there are if the processor has not got them.
     tkNMWideDistances(long columns, const double* query, const double* centres, double scale,
-                      Instructions instructions);
+                      tkNMInstructions instructions);
 
     double unit() const { return unit_; }
     double slack() const { return static_cast<double>(shape_.columns + 8) / 128.0; }

@@ -2,6 +2,8 @@
 
 #include "foundation/tkAssert.h"
 
+#include "instructionSets.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -73,9 +75,9 @@ TEST(tkNMByteDistances, everyInstructionSetGivesTheSumsOfTheFormula)
         {
             const Blocks blocks(columns, 3, range, random);
             for (const int power : {1, 2})
-                for (int level = Bytes::Portable; level <= Bytes::best(); ++level)
+                for (const tkNMInstructions level : instructionSets())
                 {
-                    const Bytes bytes(columns, power, static_cast<Bytes::Instructions>(level));
+                    const Bytes bytes(columns, power, level);
                     bytes.prepare(*blocks.query);
                     std::uint16_t minima[3];
                     bytes.minima(blocks.lines.data(), 3, *blocks.query, minima);
@@ -96,7 +98,8 @@ TEST(tkNMByteDistances, everyInstructionSetGivesTheSumsOfTheFormula)
 
 TEST(tkNMByteDistances, theShiftIsTheSmallestThatKeepsSumsOfGroupsIn16Bits)
 {
-    const auto shift = [](long columns, int power) { return Bytes(columns, power, Bytes::Portable).shift(); };
+    const auto shift = [](long columns, int power)
+    { return Bytes(columns, power, tkNMInstructions::Portable).shift(); };
     EXPECT_EQ(shift(1, 2), 0);
     EXPECT_EQ(shift(17, 2), 0);
     EXPECT_EQ(shift(18, 2), 1);
@@ -129,8 +132,8 @@ TEST(tkNMByteDistances, rowsUpToASumAreThoseWhoseSumsDoNotExceedIt)
 
 TEST(tkNMByteDistances, columnsAndPowerAreRequiredToBeInRange)
 {
-    EXPECT_THROW(Bytes(0, 2, Bytes::Portable), tkAssertionFailure);
-    EXPECT_THROW(Bytes(Bytes::maxColumns + 1, 2, Bytes::Portable), tkAssertionFailure);
-    EXPECT_THROW(Bytes(4, 3, Bytes::Portable), tkAssertionFailure);
-    EXPECT_NO_THROW(Bytes(Bytes::maxColumns, 1, Bytes::Portable));
+    EXPECT_THROW(Bytes(0, 2, tkNMInstructions::Portable), tkAssertionFailure);
+    EXPECT_THROW(Bytes(Bytes::maxColumns + 1, 2, tkNMInstructions::Portable), tkAssertionFailure);
+    EXPECT_THROW(Bytes(4, 3, tkNMInstructions::Portable), tkAssertionFailure);
+    EXPECT_NO_THROW(Bytes(Bytes::maxColumns, 1, tkNMInstructions::Portable));
 }

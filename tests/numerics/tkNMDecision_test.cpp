@@ -1,5 +1,6 @@
 #include "numerics/tkNMDecision.h"
 
+#include "instructionSets.h"
 #include "tkTest.h"
 
 #include <algorithm>
@@ -93,14 +94,13 @@ void expectPlainDecision(Values scores, Values weights, double cost, Exceptions 
     scores.resize(room, notANumber);
     weights.resize(room, 3.0);
     weights.push_back(7.0);
-    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+    for (const tkNMInstructions level : instructionSets())
     {
         Values shares = weights;
         Values risks(room + 1, 7.0);
         Exceptions used = exceptions;
-        const double products =
-            tkNMDecision::compute(scores.data(), shares.data(), expected.weights, risks.data(), n, cost, used.data(),
-                                  used.size(), static_cast<tkNMDecision::Level>(level));
+        const double products = tkNMDecision::compute(scores.data(), shares.data(), expected.weights, risks.data(), n,
+                                                      cost, used.data(), used.size(), level);
         EXPECT_TRUE(haveSameBits(expected.products, products)) << n << " states on level " << level;
         EXPECT_EQ(7.0, shares.back());
         EXPECT_EQ(7.0, risks.back());
@@ -128,12 +128,12 @@ void expectPlainPlaces(Values risks)
         expected[order[place]] = place;
     const std::size_t room = tkNMDecision::roundUp(n);
     for (const double filling : {0.0, -1.0, notANumber})
-        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        for (const tkNMInstructions level : instructionSets())
         {
             Values given = risks;
             given.resize(room, filling);
             std::vector<std::uint64_t> places(room + 1, 77);
-            tkNMDecision::rank(given.data(), places.data(), n, static_cast<tkNMDecision::Level>(level));
+            tkNMDecision::rank(given.data(), places.data(), n, level);
             EXPECT_EQ(77u, places.back());
             places.resize(n);
             EXPECT_EQ(expected, places) << "on level " << level << ": " << ::testing::PrintToString(risks);
@@ -254,7 +254,7 @@ TEST(tkNMDecision, placesAreThoseOfAStableSortWithNaNLast)
 TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentPlaces)
 {
     std::mt19937_64 generator(4);
-    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+    for (const tkNMInstructions level : instructionSets())
         for (int round = 0; round < 2000; ++round)
         {
             double risks[tkNMDecision::mostRanked];
@@ -262,7 +262,7 @@ TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentPlaces)
                           [&] { return hostile[generator() % std::size(hostile)]; });
             const std::size_t n = 1 + generator() % tkNMDecision::mostRanked;
             std::uint64_t places[tkNMDecision::mostRanked];
-            tkNMDecision::rank(risks, places, n, static_cast<tkNMDecision::Level>(level));
+            tkNMDecision::rank(risks, places, n, level);
             std::sort(places, places + n);
             for (std::size_t i = 0; i < n; ++i)
                 ASSERT_EQ(i, places[i]);

@@ -2,6 +2,8 @@
 
 #include "foundation/tkAssert.h"
 
+#include "instructionSets.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -113,14 +115,14 @@ TEST(tkNMLearner, everyLevelLearnsWithTheBitsOfSinglePatterns)
             std::vector<tkNMNormal> expected(start);
             for (const Pattern& pattern : patterns)
                 addToEach(expected, pattern);
-            for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+            for (const tkNMInstructions level : instructionSets())
             {
                 std::vector<tkNMNormal> normals(start);
                 double density = 0.0;
                 for (tkNMNormal& normal : normals) // makes a factor, which must not outlive the change
                     normal.logDensity(patterns[0].data(), normal.dimension(), density);
                 {
-                    tkNMLearner learner(size, count, static_cast<tkNMTriangle::Level>(level));
+                    tkNMLearner learner(size, count, level);
                     ASSERT_TRUE(learner.start(partsOf(normals)));
                     for (const Pattern& pattern : patterns)
                         ASSERT_TRUE(learner.add(pattern.data()));
@@ -174,13 +176,13 @@ TEST(tkNMLearner, learnsNothingFromWhatNoDistributionTakes)
     std::mt19937_64 generator(10);
     const double largest = tkNMNormal::largestMagnitude();
     const double infinity = std::numeric_limits<double>::infinity();
-    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+    for (const tkNMInstructions level : instructionSets())
         for (const std::size_t size : {1, 7, 8, 16, 21})
             for (std::size_t j = 0; j < size; ++j)
             {
                 std::vector<tkNMNormal> normals = normalsOf(setsOf(size, j % 3), generator);
                 std::vector<tkNMNormal> expected(normals);
-                tkNMLearner learner(size, 100, static_cast<tkNMTriangle::Level>(level));
+                tkNMLearner learner(size, 100, level);
                 ASSERT_TRUE(learner.start(partsOf(normals)));
                 Pattern pattern = patternOf(size, generator);
                 for (const double bad : {std::nextafter(largest, infinity), -std::nextafter(largest, infinity),
@@ -249,7 +251,7 @@ TEST(tkNMTriangle, addsProductsBelowTheDiagonalAlone)
     std::mt19937_64 generator(11);
     std::uniform_real_distribution<double> deviate(0.5, 2.0);
     for (std::size_t d = 1; d <= 35; ++d)
-        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        for (const tkNMInstructions level : instructionSets())
         {
             const std::size_t stride = (d + 7) / 8 * 8;
             const std::size_t count = 1 + d % 5;
@@ -269,7 +271,7 @@ TEST(tkNMTriangle, addsProductsBelowTheDiagonalAlone)
                     for (std::size_t i = 0; i < d; ++i)
                         for (std::size_t j = 0; j <= i; ++j)
                             expected(i, j) += a[k * stride + i] * b[k * stride + j];
-                triangle.addProducts(a.data(), b.data(), count, stride, static_cast<tkNMTriangle::Level>(level));
+                triangle.addProducts(a.data(), b.data(), count, stride, level);
                 EXPECT_TRUE(triangle == expected) << d; // with the zeros that the formulas rely on
             }
         }

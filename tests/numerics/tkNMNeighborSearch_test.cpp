@@ -2,6 +2,7 @@
 
 #include "foundation/tkAssert.h"
 
+#include "instructionSets.h"
 #include "tkAllocations.h"
 
 #include <gtest/gtest.h>
@@ -58,7 +59,7 @@ tkNMNeighborSearch searchOf(const Table& table)
 
 void nearest(const tkNMNeighborSearch& search, const Table& table, const double* query, double order, long k,
              std::vector<long>& indices, std::vector<double>& distances,
-             tkNMNeighborSearch::Instructions level = tkNMByteDistances::best())
+             tkNMInstructions level = tkNMBestInstructions())
 {
     const long size = std::min(k, search.numRows());
     indices.resize(static_cast<std::size_t>(std::max(size, 0L)));
@@ -124,14 +125,6 @@ bool sameBits(const std::vector<double>& a, const std::vector<double>& b)
     return true;
 }
 
-std::vector<tkNMNeighborSearch::Instructions> levels()
-{
-    std::vector<tkNMNeighborSearch::Instructions> result;
-    for (int level = tkNMByteDistances::Portable; level <= tkNMByteDistances::best(); ++level)
-        result.push_back(static_cast<tkNMNeighborSearch::Instructions>(level));
-    return result;
-}
-
 // Compares the lists for some k on every level with the definition; returns the number of comparisons.
 long compare(const tkNMNeighborSearch& search, const Table& table, const Row& query, double order,
              const std::vector<long>& ks, const std::string& what)
@@ -143,7 +136,7 @@ long compare(const tkNMNeighborSearch& search, const Table& table, const Row& qu
     for (const long k : ks)
     {
         listOf(all, k, expectedIndices, expectedDistances);
-        for (const auto level : levels())
+        for (const auto level : instructionSets())
         {
             nearest(search, table, query.data(), order, k, indices, distances, level);
             ++comparisons;
@@ -275,7 +268,7 @@ TEST_P(tkNMNeighborSearchData, listsHaveTheBitsOfTheDefinitionOnEveryLevel)
                                     1 + below(random, numRows + 3), numRows, numRows + 3},
                                    kind.name);
     }
-    EXPECT_EQ(comparisons, 50 * 8 * 13 * static_cast<long>(levels().size()));
+    EXPECT_EQ(comparisons, 50 * 8 * 13 * static_cast<long>(instructionSets().size()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, tkNMNeighborSearchData, ::testing::Range(0, static_cast<int>(kinds().size())),
@@ -336,7 +329,7 @@ TEST(tkNMNeighborSearch, nearlyAllRowsAreRuledOutUnseen)
     const tkNMNeighborSearch search = searchOf(table);
     std::vector<long> indices;
     std::vector<double> distances;
-    for (const auto level : levels())
+    for (const auto level : instructionSets())
         for (const double order : {2.0, 1.0, 3.0, 1.5, 2.5})
         {
             table.numFetched = 0;
@@ -475,7 +468,7 @@ TEST(tkNMNeighborSearch, farQueriesAreFilteredToo)
     const tkNMNeighborSearch search = searchOf(table);
     std::vector<long> indices;
     std::vector<double> distances;
-    for (const auto level : levels())
+    for (const auto level : instructionSets())
         for (const double order : {2.0, 1.0, 3.0})
             for (const double far : {6.0, 20.0, 1e3, 1e6, 1e7})
             {
@@ -680,7 +673,7 @@ TEST(tkNMNeighborSearch, aQueryAllocatesNothingWhenTheVectorsHaveRoom)
     std::vector<double> distances;
     indices.reserve(1000);
     distances.reserve(2000);
-    const std::vector<tkNMNeighborSearch::Instructions> all = levels();
+    const std::vector<tkNMInstructions> all = instructionSets();
     const tkAllocations allocations;
     for (const auto level : all)
         for (const double order : orders)

@@ -1,6 +1,7 @@
 #include "numerics/tkNMNormal.h"
 
 #include "foundation/tkAssert.h"
+#include "instructionSets.h"
 #include "numerics/tkNMLearner.h"
 #include "numerics/tkNMMahalanobis.h"
 #include "numerics/tkNMNormalProducts.h"
@@ -486,9 +487,8 @@ TEST(tkNMMahalanobis, everyLevelHasTheBitsOfTheFormula)
                     x[generator() % d] = HUGE_VAL;
                 std::copy(x.begin(), x.end(), memory.get() + 1);
                 const double expected = plainDistance(mean, remainder, w, x);
-                for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
-                    ASSERT_TRUE(haveSameBits(
-                        distance.squaredDistance(memory.get() + 1, static_cast<tkNMTriangle::Level>(level)), expected))
+                for (const tkNMInstructions level : instructionSets())
+                    ASSERT_TRUE(haveSameBits(distance.squaredDistance(memory.get() + 1, level), expected))
                         << d << ' ' << kind << ' ' << level;
                 bool isFinite = true;
                 for (std::size_t j = 0; j < d; ++j)
@@ -511,9 +511,8 @@ TEST(tkNMMahalanobis, takesMoreMeasurementsThanTheStackHolds)
             w(i, j) = anyNumber(generator, false);
     }
     const Pattern zeros(d);
-    for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
-        EXPECT_EQ(tkNMMahalanobis(x, zeros, w).squaredDistance(zeros.data(), static_cast<tkNMTriangle::Level>(level)),
-                  plainDistance(x, zeros, w, zeros));
+    for (const tkNMInstructions level : instructionSets())
+        EXPECT_EQ(tkNMMahalanobis(x, zeros, w).squaredDistance(zeros.data(), level), plainDistance(x, zeros, w, zeros));
 }
 
 namespace
@@ -548,7 +547,7 @@ double plainProduct(const std::vector<Factor>& factors, const double* x, double&
     squares = 0.0;
     for (const Factor& factor : factors)
     {
-        const double square = factor.distance.squaredDistance(x + factor.set.first, tkNMTriangle::ePlain);
+        const double square = factor.distance.squaredDistance(x + factor.set.first, tkNMInstructions::Portable);
         squares += square;
         sum += factor.logPeak - ((0.5 * square + 8192.0) - 8192.0);
     }
@@ -590,9 +589,9 @@ TEST(tkNMNormalProducts, everyLevelHasTheBitsOfEachProductAlone)
         for (std::size_t c = 0; c < sets.size(); ++c)
             for (const tkNMNormalProducts::Set& set : sets[c])
                 factors[c].push_back(randomFactor(set, isHostile && generator() % 4 == 0, generator));
-        for (int level = tkNMTriangle::ePlain; level <= tkNMTriangle::bestLevel(); ++level)
+        for (const tkNMInstructions level : instructionSets())
         {
-            tkNMNormalProducts products(sets, static_cast<tkNMTriangle::Level>(level));
+            tkNMNormalProducts products(sets, level);
             ASSERT_EQ(products.size(), sets.size());
             ASSERT_LE(products.reach(), reach);
             for (std::size_t c = 0; c < sets.size(); ++c)
@@ -623,7 +622,7 @@ TEST(tkNMNormalProducts, everyLevelHasTheBitsOfEachProductAlone)
 
 TEST(tkNMNormalProducts, placesAreEmptyUntilTheyAreFilledAndEmptyOneByOne)
 {
-    tkNMNormalProducts products({{{0, 1}, {1, 2}}, {{0, 1}, {1, 2}}}, tkNMTriangle::ePlain);
+    tkNMNormalProducts products({{{0, 1}, {1, 2}}, {{0, 1}, {1, 2}}}, tkNMInstructions::Portable);
     const double x[] = {2.0, 1.0, 3.0};
     tkNMTriangle one(1);
     one(0, 0) = 1.0;

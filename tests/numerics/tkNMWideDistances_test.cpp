@@ -2,6 +2,8 @@
 
 #include "foundation/tkAssert.h"
 
+#include "instructionSets.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -76,10 +78,9 @@ TEST(tkNMWideDistances, sumsAreBoundsWithinOneUnitAndTheSlack)
         for (const double width : {10.0, 127.0, 200.0, 1e3, 1e5, 1e9, 1e15, 1e200})
         {
             const Blocks blocks(columns, width, random);
-            for (int level = Bytes::Portable; level <= Bytes::best(); ++level)
+            for (const tkNMInstructions level : instructionSets())
             {
-                const Wide wide(columns, blocks.query.data(), blocks.centres.data(), scale,
-                                static_cast<Bytes::Instructions>(level));
+                const Wide wide(columns, blocks.query.data(), blocks.centres.data(), scale, level);
                 for (long block = 0; block < numBlocks; ++block)
                 {
                     std::uint16_t sums[Bytes::blockRows];
@@ -105,10 +106,9 @@ TEST(tkNMWideDistances, everyInstructionSetGivesTheSameSumsAndMinima)
         {
             const Blocks blocks(columns, width, random);
             std::vector<std::uint16_t> first;
-            for (int level = Bytes::Portable; level <= Bytes::best(); ++level)
+            for (const tkNMInstructions level : instructionSets())
             {
-                const Wide wide(columns, blocks.query.data(), blocks.centres.data(), scale,
-                                static_cast<Bytes::Instructions>(level));
+                const Wide wide(columns, blocks.query.data(), blocks.centres.data(), scale, level);
                 std::vector<std::uint16_t> sums(numBlocks * Bytes::blockRows);
                 std::uint16_t minima[numBlocks];
                 wide.minima(blocks.lines.data(), numBlocks, minima);
@@ -118,7 +118,7 @@ TEST(tkNMWideDistances, everyInstructionSetGivesTheSameSumsAndMinima)
                     wide.sums(&blocks.lines[static_cast<std::size_t>(block * columns)], ofBlock);
                     EXPECT_EQ(minima[block], *std::min_element(ofBlock, ofBlock + Bytes::blockRows));
                 }
-                if (level == Bytes::Portable)
+                if (first.empty())
                     first = sums;
                 EXPECT_EQ(sums, first) << columns << " columns, width " << width << ", instructions " << level;
             }
@@ -129,14 +129,15 @@ TEST(tkNMWideDistances, theUnitDividesWhatBytesCanDifferByInto65535Parts)
 {
     const double query = 1000.0;
     const double zero = 0.0;
-    EXPECT_EQ(Wide(1, &query, &zero, 1.0, Bytes::Portable).unit(), 4.0 * 127.0 * 1000.0 / 65535.0);
-    EXPECT_EQ(Wide(1, &zero, &zero, 1.0, Bytes::Portable).unit(), 127.0 * 127.0 / 65535.0);
+    EXPECT_EQ(Wide(1, &query, &zero, 1.0, tkNMInstructions::Portable).unit(), 4.0 * 127.0 * 1000.0 / 65535.0);
+    EXPECT_EQ(Wide(1, &zero, &zero, 1.0, tkNMInstructions::Portable).unit(), 127.0 * 127.0 / 65535.0);
 }
 
 TEST(tkNMWideDistances, columnsAreRequiredToBeInRange)
 {
     const std::vector<double> zeros(Bytes::maxColumns + 1);
-    EXPECT_THROW(Wide(0, zeros.data(), zeros.data(), 1.0, Bytes::Portable), tkAssertionFailure);
-    EXPECT_THROW(Wide(Bytes::maxColumns + 1, zeros.data(), zeros.data(), 1.0, Bytes::Portable), tkAssertionFailure);
-    EXPECT_NO_THROW(Wide(Bytes::maxColumns, zeros.data(), zeros.data(), 1.0, Bytes::Portable));
+    EXPECT_THROW(Wide(0, zeros.data(), zeros.data(), 1.0, tkNMInstructions::Portable), tkAssertionFailure);
+    EXPECT_THROW(Wide(Bytes::maxColumns + 1, zeros.data(), zeros.data(), 1.0, tkNMInstructions::Portable),
+                 tkAssertionFailure);
+    EXPECT_NO_THROW(Wide(Bytes::maxColumns, zeros.data(), zeros.data(), 1.0, tkNMInstructions::Portable));
 }

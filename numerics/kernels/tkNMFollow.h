@@ -1,7 +1,7 @@
-#ifndef NUMERICS_TKNMFOLLOW_H
-#define NUMERICS_TKNMFOLLOW_H
+#ifndef NUMERICS_KERNELS_TKNMFOLLOW_H
+#define NUMERICS_KERNELS_TKNMFOLLOW_H
 
-#include "numerics/tkNMLanes.h"
+#include "numerics/kernels/tkNMLanes.h"
 
 /// The step of a mean that follows one pattern. With n the new count, m the mean before and m' after, per pattern x:
 ///     m' = m + (x - m) / n,   S_ij += (x_i - m_i) (x_j - m'_j) for j <= i.

@@ -1,16 +1,8 @@
-#ifndef NUMERICS_TKNMLANES_H
-#define NUMERICS_TKNMLANES_H
+#ifndef NUMERICS_KERNELS_TKNMLANES_H
+#define NUMERICS_KERNELS_TKNMLANES_H
 
 #include <cstddef>
 #include <cstring>
-
-// Wider instructions than the target's own are used where the compiler can be told to and the processor has them.
-// Contraction is off for the whole library, so that a wider level rounds exactly where the plain one does.
-#if defined(__GNUC__) && defined(__x86_64__)
-#define TK_WIDER_LEVELS 1
-#else
-#define TK_WIDER_LEVELS 0
-#endif
 
 #if defined(__GNUC__)
 #define TK_ALWAYS_INLINE inline __attribute__((always_inline))
@@ -18,33 +10,40 @@
 #define TK_ALWAYS_INLINE inline
 #endif
 
-/// Doubles that are computed side by side: as many as the instructions take at once, or compilers go through memory.
-/// For source files only, since what they are depends on the compiler; where it has no such types, width 1 remains.
+/// A vector register; wider types than the target has are spilled to the stack.
+///
+/// For source files only: the types exist where the compiler has vectors, elsewhere only those of one element.
 #if defined(__GNUC__)
-template <std::size_t width>
+template <class Element, std::size_t count>
 struct RegisterOf
 {
-    typedef double Type __attribute__((vector_size(width * sizeof(double))));
-    typedef long long Bits __attribute__((vector_size(width * sizeof(double)), aligned(sizeof(double)), may_alias));
+    typedef Element Type __attribute__((vector_size(count * sizeof(Element))));
 };
 #else
-template <std::size_t width>
+template <class Element, std::size_t count>
 struct RegisterOf;
 #endif
-template <>
-struct RegisterOf<1>
+template <class Element>
+struct RegisterOf<Element, 1>
 {
-    using Type = double;
+    using Type = Element;
 };
 
+/// The widest register of doubles that the target has without being told to: two where the compiler has vectors.
+#if defined(__GNUC__)
+constexpr std::size_t plainWidth = 2;
+#else
+constexpr std::size_t plainWidth = 1;
+#endif
+
 // None are passed or returned by value: how that is done depends on the instructions a function may use.
-template <class Register>
-TK_ALWAYS_INLINE void loadRegister(Register& lanes, const double* elements)
+template <class Register, class Element>
+TK_ALWAYS_INLINE void loadRegister(Register& lanes, const Element* elements)
 {
     std::memcpy(&lanes, elements, sizeof lanes);
 }
-template <class Register>
-TK_ALWAYS_INLINE void storeRegister(const Register& lanes, double* elements)
+template <class Register, class Element>
+TK_ALWAYS_INLINE void storeRegister(const Register& lanes, Element* elements)
 {
     std::memcpy(elements, &lanes, sizeof lanes);
 }
@@ -53,7 +52,7 @@ TK_ALWAYS_INLINE void storeRegister(const Register& lanes, double* elements)
 template <std::size_t width>
 struct LanesOf
 {
-    using Register = typename RegisterOf<width>::Type;
+    using Register = typename RegisterOf<double, width>::Type;
     static constexpr std::size_t count = 8 / width;
 
     Register parts[count];
@@ -111,14 +110,17 @@ struct LanesOf
                 parts[l] = 0.0;
         else
         {
-            using Bits = typename RegisterOf<width>::Bits;
+            using Bits = typename RegisterOf<long long, width>::Type;
             alignas(64) static constexpr long long kept[8][8] = {
                 {-1, -1, -1, -1, -1, -1, -1, -1}, {0, -1, -1, -1, -1, -1, -1, -1}, {0, 0, -1, -1, -1, -1, -1, -1},
                 {0, 0, 0, -1, -1, -1, -1, -1},    {0, 0, 0, 0, -1, -1, -1, -1},    {0, 0, 0, 0, 0, -1, -1, -1},
                 {0, 0, 0, 0, 0, 0, -1, -1},       {0, 0, 0, 0, 0, 0, 0, -1}};
             for (std::size_t i = 0; i < count; ++i)
-                parts[i] = reinterpret_cast<Register>(reinterpret_cast<Bits>(parts[i]) &
-                                                      *reinterpret_cast<const Bits*>(kept[first] + i * width));
+            {
+                Bits mask;
+                loadRegister(mask, kept[first] + i * width);
+                parts[i] = reinterpret_cast<Register>(reinterpret_cast<Bits>(parts[i]) & mask);
+            }
         }
     }
     /// Adds b to the lanes but one, and 0.0 to that.
@@ -129,12 +131,14 @@ struct LanesOf
                 parts[l] += l == lane ? 0.0 : b;
         else
         {
-            using Bits = typename RegisterOf<width>::Bits;
+            using Bits = typename RegisterOf<long long, width>::Type;
             static constexpr long long added[] = {-1, -1, -1, -1, -1, -1, -1, 0, -1, -1, -1, -1, -1, -1, -1};
             for (std::size_t i = 0; i < count; ++i)
-                parts[i] =
-                    parts[i] + reinterpret_cast<Register>(reinterpret_cast<Bits>(b - Register{}) &
-                                                          *reinterpret_cast<const Bits*>(added + 7 - lane + i * width));
+            {
+                Bits mask;
+                loadRegister(mask, added + 7 - lane + i * width);
+                parts[i] = parts[i] + reinterpret_cast<Register>(reinterpret_cast<Bits>(b - Register{}) & mask);
+            }
         }
     }
     TK_ALWAYS_INLINE double operator[](std::size_t l) const
@@ -145,12 +149,5 @@ struct LanesOf
             return parts[l / width][l % width];
     }
 };
-
-/// For the instructions that a target has without being told to: two doubles where the compiler has vectors.
-#if defined(__GNUC__)
-constexpr std::size_t plainWidth = 2;
-#else
-constexpr std::size_t plainWidth = 1;
-#endif
 
 #endif

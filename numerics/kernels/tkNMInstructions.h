@@ -1,0 +1,30 @@
+#ifndef NUMERICS_KERNELS_TKNMINSTRUCTIONS_H
+#define NUMERICS_KERNELS_TKNMINSTRUCTIONS_H
+
+#include "foundation/tkExport.h"
+
+// Whether functions can be compiled for instructions that the target does not have by itself, one function at a time.
+// Contraction is off for the whole library, so that every instruction set rounds where plain code does.
+#if defined(__GNUC__) && defined(__x86_64__)
+#define TK_HAS_X86_TARGETS 1
+#define TK_TARGET_AVX2 __attribute__((target("avx2")))
+#define TK_TARGET_AVX512 __attribute__((target("avx2,avx512f,avx512bw")))
+#else
+#define TK_HAS_X86_TARGETS 0
+#endif
+
+/// Instruction sets in ascending order; a processor that has one has those before it. Headers outside of this folder
+/// declare the type with `enum class tkNMInstructions : int;`.
+enum class tkNMInstructions : int
+{
+    Definition, // no kernel: the plain function that all others are held to
+    Portable,   // what the compiler makes of a kernel for any processor of the target
+    Sse2,       // what every x86-64 processor has
+    Avx2,
+    Avx512 // its F and BW parts
+};
+
+/// The best set of this processor and operating system. A cheap call.
+TK_EXPORT tkNMInstructions tkNMBestInstructions();
+
+#endif

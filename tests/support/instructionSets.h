@@ -1,0 +1,24 @@
+#ifndef TESTS_SUPPORT_INSTRUCTIONSETS_H
+#define TESTS_SUPPORT_INSTRUCTIONSETS_H
+
+#include "numerics/kernels/tkNMInstructions.h"
+
+#include <ostream>
+#include <vector>
+
+/// All instruction sets of this machine, `Definition` first.
+inline std::vector<tkNMInstructions> instructionSets()
+{
+    std::vector<tkNMInstructions> sets;
+    for (int set = 0; set <= static_cast<int>(tkNMBestInstructions()); ++set)
+        sets.push_back(static_cast<tkNMInstructions>(set));
+    return sets;
+}
+
+inline std::ostream& operator<<(std::ostream& stream, tkNMInstructions set)
+{
+    const char* const names[] = {"Definition", "Portable", "Sse2", "Avx2", "Avx512"};
+    return stream << names[static_cast<int>(set)];
+}
+
+#endif

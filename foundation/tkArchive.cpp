@@ -490,13 +490,16 @@ void tkArchive::exchangeText_(std::string& bytes)
     }
 }
 
-void tkArchive::exchangeVersion_(const char* where, int number)
+unsigned char tkArchive::exchangeVersion_(const char* where, int number, unsigned char newest)
 {
-    unsigned char version = 0;
+    unsigned char version = newest;
     *this || version;
-    if (version > 0)
+    if (version > newest)
+    {
         setFailed_();
-    requireVersion0(version, where, number);
+        failVersion_(where, number);
+    }
+    return version;
 }
 
 void tkArchive::failVersion_(const char* where, int number)
@@ -711,8 +714,6 @@ tkPersistent::~tkPersistent()
         static_cast<tkArchive::State_*>(r->state)->forget(this);
 }
 
-const tkPersistent::Registration tkArchive::Errors::registration_(typeid(tkArchive::Errors), &tkArchive::Errors::make);
-
 tkArchive::Errors::Errors(const std::wstring& message) : tkExceptionWithString(message) {}
 
 long tkArchive::Errors::errorNumber() const
@@ -727,24 +728,12 @@ void tkArchive::Errors::suicideAndRethrow()
     throw copy;
 }
 
-void tkArchive::Errors::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &Errors::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkArchive::Errors, 0, "tkArchive::Errors")
 
-void tkArchive::Errors::serialize_(tkArchive& archive, unsigned char version)
+void tkArchive::Errors::serialize_(tkArchive& archive, unsigned char)
 {
-    requireVersion0(version, "tkArchive::Errors");
     tkExceptionWithString::dispatchSerialize(archive);
 }
-
-tkPersistent* tkArchive::Errors::make()
-{
-    return new Errors;
-}
-
-const tkPersistent::Registration tkArchive::UnknownVersion::registration_(typeid(tkArchive::UnknownVersion),
-                                                                          &tkArchive::UnknownVersion::make);
 
 tkArchive::UnknownVersion::UnknownVersion(const char* where, int number)
     : Errors(L"A record has an unknown version" +
@@ -776,20 +765,11 @@ void tkArchive::UnknownVersion::suicideAndRethrow()
     throw copy;
 }
 
-void tkArchive::UnknownVersion::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &UnknownVersion::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkArchive::UnknownVersion, 0, "tkArchive::UnknownVersion")
 
-void tkArchive::UnknownVersion::serialize_(tkArchive& archive, unsigned char version)
+void tkArchive::UnknownVersion::serialize_(tkArchive& archive, unsigned char)
 {
-    requireVersion0(version, "tkArchive::UnknownVersion");
     Errors::dispatchSerialize(archive);
     archive.exchangeText_(where_);
     archive || number_;
-}
-
-tkPersistent* tkArchive::UnknownVersion::make()
-{
-    return new UnknownVersion;
 }

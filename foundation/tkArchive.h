@@ -74,13 +74,11 @@ public:
     /// `count` doubles in a row.
     void exchangeDoubles(double* values, std::size_t count);
 
-    /// Exchanges the version byte of a record that knows version 0 only; throws UnknownVersion(where, number)
-    /// for any other.
-    void exchangeVersion(const char* where = nullptr, int number = 0)
+    /// Exchanges the version byte of a record and gives the version: storing writes `newest`, loading throws
+    /// UnknownVersion(where, number) for a newer one.
+    unsigned char exchangeVersion(const char* where = nullptr, int number = 0, unsigned char newest = 0)
     {
-        const unsigned char version = 0;
-        if (!gather_(&version, 1))
-            exchangeVersion_(where, number);
+        return gather_(&newest, 1) ? newest : exchangeVersion_(where, number, newest);
     }
     /// The same test for a version byte already read.
     static void requireVersion0(unsigned char version, const char* where = nullptr, int number = 0)
@@ -133,7 +131,7 @@ private:
 
     void exchangeBytes_(unsigned char* bytes, std::size_t count);
     void exchangeBools_(unsigned char* flags, std::size_t count);
-    void exchangeVersion_(const char* where, int number);
+    unsigned char exchangeVersion_(const char* where, int number, unsigned char newest);
     void requireSound_();
     void setFailed_();
     void openBuffer_();                                         // or closes it, if nothing belongs there
@@ -191,13 +189,8 @@ public:
     long errorNumber() const override;
     void suicideAndRethrow() override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 };
 
 /// A record of a version that this library does not know: written by a later one, or damaged.
@@ -214,13 +207,8 @@ public:
     long errorNumber() const override;
     void suicideAndRethrow() override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     std::string where_;
     long number_;

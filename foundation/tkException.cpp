@@ -12,14 +12,10 @@ std::wstring tkException::message() const
     return stream.str();
 }
 
-void tkException::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkException::serialize_);
-}
+TK_DEFINE_RECORD(tkException, 0)
 
-void tkException::serialize_(tkArchive& archive, unsigned char version)
+void tkException::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
 }
 
@@ -34,14 +30,10 @@ const char* tkExceptionWithString::what() const noexcept
     return what_.c_str();
 }
 
-void tkExceptionWithString::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkExceptionWithString::serialize_);
-}
+TK_DEFINE_RECORD(tkExceptionWithString, 0)
 
-void tkExceptionWithString::serialize_(tkArchive& archive, unsigned char version)
+void tkExceptionWithString::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkException::dispatchSerialize(archive);
     archive || text_;
     if (archive.isLoading())
@@ -52,8 +44,6 @@ void tkExceptionWithString::message_(std::wostream& stream) const
 {
     stream << text_;
 }
-
-const tkPersistent::Registration tkFailure::registration_(typeid(tkFailure), &tkFailure::make);
 
 tkFailure::tkFailure(const std::wstring& message) : tkExceptionWithString(message) {}
 
@@ -69,18 +59,9 @@ void tkFailure::suicideAndRethrow()
     throw copy;
 }
 
-void tkFailure::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkFailure::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkFailure, 0, "tkFailure")
 
-void tkFailure::serialize_(tkArchive& archive, unsigned char version)
+void tkFailure::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version, "tkFailure");
     tkExceptionWithString::dispatchSerialize(archive);
-}
-
-tkPersistent* tkFailure::make()
-{
-    return new tkFailure;
 }

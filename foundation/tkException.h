@@ -22,13 +22,10 @@ public:
     std::wstring message() const;
 
 protected:
-    void dispatchSerialize(tkArchive& archive) override;
+    TK_RECORD;
 
     /// Writes the message to `stream`.
     virtual void message_(std::wostream& stream) const = 0;
-
-private:
-    void serialize_(tkArchive& archive, unsigned char version);
 };
 
 /// An exception whose message is a stored text.
@@ -41,12 +38,10 @@ public:
 protected:
     explicit tkExceptionWithString(const std::wstring& message = L"");
 
-    void dispatchSerialize(tkArchive& archive) override;
+    TK_RECORD;
     void message_(std::wostream& stream) const override;
 
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-
     std::wstring text_;
     std::string what_; // text_ in UTF-8, kept because what() must not fail
 };
@@ -60,13 +55,8 @@ public:
     long errorNumber() const override;
     void suicideAndRethrow() override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 };
 
 #endif

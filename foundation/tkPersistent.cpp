@@ -91,10 +91,7 @@ void tkPersistent::dispatchSerialize(tkArchive& archive)
     exchangeLevel_(archive, this, &tkPersistent::serialize_);
 }
 
-void tkPersistent::serialize_(tkArchive&, unsigned char version)
-{
-    tkArchive::requireVersion0(version);
-}
+void tkPersistent::serialize_(tkArchive&, unsigned char) {}
 
 void tkPersistent::reInit() {}
 
@@ -104,9 +101,7 @@ void tkPersistent::loadSimple(tkArchive& archive)
     reInit();
 }
 
-unsigned char tkPersistent::exchangeVersion_(tkArchive& archive)
+unsigned char tkPersistent::exchangeVersion_(tkArchive& archive, unsigned char newest, const char* where)
 {
-    unsigned char version = 0;
-    archive || version;
-    return version;
+    return archive.exchangeVersion(where, 0, newest);
 }

@@ -14,8 +14,8 @@ class tkArchive;
 ///
 /// Each level of a class chain writes one record, base levels first: its dispatchSerialize()
 /// exchanges a version byte, calls its serialize_() and marks the level visited, so that several
-/// paths to one level (virtual bases, members reached twice) write it once. exchangeLevel_() does
-/// that in one line. Concrete classes register a factory, so that an archive can create them.
+/// paths to one level (virtual bases, members reached twice) write it once. Concrete classes register
+/// a factory, so that an archive can create them. The macros below write all of that but serialize_().
 class TK_EXPORT tkPersistent
 {
 public:
@@ -93,14 +93,17 @@ protected:
     /// Loads the record of this very object, then calls reInit().
     virtual void loadSimple(tkArchive& archive);
 
-    /// The record of one level: nothing if the level was visited, else version byte, fields, mark. The mark
-    /// also names the class, for another level may have the address and the size of this one.
+    /// The record of one level: nothing if the level was visited, else version byte, fields, mark. Storing writes
+    /// the version `newest`; loading reads it and all older ones, and throws tkArchive::UnknownVersion(where, 0) for
+    /// a newer one. `serialize` gets the version that it shall exchange. The mark also names the class, for another
+    /// level may have the address and the size of this one.
     template <class Level>
-    static void exchangeLevel_(tkArchive& archive, Level* level, void (Level::*serialize)(tkArchive&, unsigned char))
+    static void exchangeLevel_(tkArchive& archive, Level* level, void (Level::*serialize)(tkArchive&, unsigned char),
+                               unsigned char newest = 0, const char* where = nullptr)
     {
         if (haveVisitedLevel_(level, sizeof(Level), &typeid(Level)))
             return;
-        (level->*serialize)(archive, exchangeVersion_(archive));
+        (level->*serialize)(archive, exchangeVersion_(archive, newest, where));
         setVisitedLevel_(level, sizeof(Level), &typeid(Level));
     }
 
@@ -108,10 +111,42 @@ private:
     friend class tkArchive;
 
     void serialize_(tkArchive& archive, unsigned char version);
-    static unsigned char exchangeVersion_(tkArchive& archive);
+    static unsigned char exchangeVersion_(tkArchive& archive, unsigned char newest, const char* where);
     // Without a type: any level of that extent.
     static bool haveVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type);
     static void setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type);
 };
+
+/// Declares the record of a class that archives do not create; what follows is protected. The class defines
+/// `void serialize_(tkArchive& archive, unsigned char version)`: the base's dispatchSerialize(), then the fields.
+#define TK_RECORD                                                                                                      \
+protected:                                                                                                             \
+    void dispatchSerialize(tkArchive& archive) override;                                                               \
+    void serialize_(tkArchive& archive, unsigned char version)
+
+/// The same for a concrete class; what follows is private.
+#define TK_FACTORY_RECORD                                                                                              \
+    TK_RECORD;                                                                                                         \
+                                                                                                                       \
+private:                                                                                                               \
+    static tkPersistent* make();                                                                                       \
+    static const tkPersistent::Registration registration_
+
+/// Defines what TK_RECORD declares. Behind the class stand the newest version of its record, and the name by which
+/// tkArchive::UnknownVersion calls it, if it does.
+#define TK_DEFINE_RECORD(Class, ...)                                                                                   \
+    void Class::dispatchSerialize(tkArchive& archive)                                                                  \
+    {                                                                                                                  \
+        exchangeLevel_(archive, this, &Class::serialize_, __VA_ARGS__);                                                \
+    }
+
+/// Defines what TK_FACTORY_RECORD declares, for a class with a default constructor.
+#define TK_DEFINE_FACTORY_RECORD(Class, ...)                                                                           \
+    TK_DEFINE_RECORD(Class, __VA_ARGS__)                                                                               \
+    const tkPersistent::Registration Class::registration_(typeid(Class), &Class::make);                                \
+    tkPersistent* Class::make()                                                                                        \
+    {                                                                                                                  \
+        return new Class;                                                                                              \
+    }
 
 #endif

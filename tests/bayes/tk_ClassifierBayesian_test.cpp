@@ -796,29 +796,29 @@ tkPtrHandle<T> goldenObject(const std::string& file)
 TEST(goldenBayes, storedRecordsAreReadAndWrittenAsTheyWere)
 {
     tkClassifierDistributionTypes types(Types::eBinomial);
-    loadFromBytes(goldenBytes("tkClassifierDistributionTypes.bin"), types);
+    loadFromBytes(goldenBytes("tkClassifierDistributionTypes.v0.bin"), types);
     EXPECT_TRUE(types == golden::distributionTypes());
-    EXPECT_EQ(storeToBytes(types), goldenBytes("tkClassifierDistributionTypes.bin"));
+    EXPECT_EQ(storeToBytes(types), goldenBytes("tkClassifierDistributionTypes.v0.bin"));
 
-    const auto params = goldenObject<Params>("tkClassifierTrainParamsBayesian.bin");
+    const auto params = goldenObject<Params>("tkClassifierTrainParamsBayesian.v0.bin");
     EXPECT_TRUE(*params == golden::trainParamsBayesian());
-    EXPECT_EQ(storeToBytes(params), goldenBytes("tkClassifierTrainParamsBayesian.bin"));
+    EXPECT_EQ(storeToBytes(params), goldenBytes("tkClassifierTrainParamsBayesian.v0.bin"));
 
-    const auto normal = goldenObject<tk_ProbabilityDensityFunction>("tk_PDFMultivariateNormal.bin");
+    const auto normal = goldenObject<tk_ProbabilityDensityFunction>("tk_PDFMultivariateNormal.v0.bin");
     EXPECT_TRUE(normal->isEquivalent(golden::normalDensity()));
-    EXPECT_EQ(storeToBytes(normal), goldenBytes("tk_PDFMultivariateNormal.bin"));
+    EXPECT_EQ(storeToBytes(normal), goldenBytes("tk_PDFMultivariateNormal.v0.bin"));
 
-    const auto binomial = goldenObject<tk_ProbabilityDensityFunction>("tk_PDFBinomial.bin");
+    const auto binomial = goldenObject<tk_ProbabilityDensityFunction>("tk_PDFBinomial.v0.bin");
     EXPECT_TRUE(binomial->isEquivalent(golden::binomialDensity()));
-    EXPECT_EQ(storeToBytes(binomial), goldenBytes("tk_PDFBinomial.bin"));
+    EXPECT_EQ(storeToBytes(binomial), goldenBytes("tk_PDFBinomial.v0.bin"));
 
-    const auto category = goldenObject<tk_CategoryModelBayesian>("tk_CategoryModelBayesian.bin");
+    const auto category = goldenObject<tk_CategoryModelBayesian>("tk_CategoryModelBayesian.v0.bin");
     EXPECT_TRUE(*category == golden::categoryModel());
-    EXPECT_EQ(storeToBytes(category), goldenBytes("tk_CategoryModelBayesian.bin"));
+    EXPECT_EQ(storeToBytes(category), goldenBytes("tk_CategoryModelBayesian.v0.bin"));
 
-    const auto classifier = goldenObject<tk_ClassifierBayesian>("tk_ClassifierBayesian.bin");
+    const auto classifier = goldenObject<tk_ClassifierBayesian>("tk_ClassifierBayesian.v0.bin");
     EXPECT_TRUE(*classifier == golden::classifierBayesian());
-    EXPECT_EQ(storeToBytes(classifier), goldenBytes("tk_ClassifierBayesian.bin"));
+    EXPECT_EQ(storeToBytes(classifier), goldenBytes("tk_ClassifierBayesian.v0.bin"));
     EXPECT_EQ(run(*classifier, {2.0, 3.0, 3.0}), run(golden::classifierBayesian(), {2.0, 3.0, 3.0}));
 }
 

@@ -225,7 +225,7 @@ TEST(tkClassifierCosts, recordHasFixedBytesAndComesBackEqual)
 
 TEST(tkClassifierCosts, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierCosts.bin");
+    const std::string bytes = goldenBytes("tkClassifierCosts.v0.bin");
     tkClassifierCosts loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(loaded == golden::costs());

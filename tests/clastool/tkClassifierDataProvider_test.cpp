@@ -345,7 +345,7 @@ TEST(tkClassifierDataProvider, recordHasFixedBytesAndComesBackEqual)
 
 TEST(tkClassifierDataProvider, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierDataProviderMemory.bin");
+    const std::string bytes = goldenBytes("tkClassifierDataProviderMemory.v0.bin");
     tkPtrHandle<tkClassifierDataProvider> loaded;
     loadFromBytes(bytes, loaded);
     ASSERT_FALSE(loaded.isNull());

@@ -174,7 +174,7 @@ TYPED_TEST(tkClassifierDefsErrors, recordIsTheVersionsOfAllLevelsAndTheMessage)
 
 TYPED_TEST(tkClassifierDefsErrors, goldenArchiveGivesTheClassAndMessageAndTheSameBytes)
 {
-    const std::string bytes = goldenBytes(qualifiedName<TypeParam>().replace(16, 2, ".") + ".bin");
+    const std::string bytes = goldenBytes(qualifiedName<TypeParam>().replace(16, 2, ".") + ".v0.bin");
     const std::unique_ptr<tkPersistent> loaded = loadPointerFromBytes(bytes);
     ASSERT_NE(nullptr, loaded);
     const tkPersistent& object = *loaded;

@@ -497,9 +497,9 @@ TEST(tkClsFtSc, truncatedRecordLeavesTheHandleAsItWas)
 
 TEST(tkClsFtSc, recordsStoredEarlierLoadAndAreStoredTheSame)
 {
-    for (const auto& [file, expected] : {std::make_pair("tkClassifierFeatureScoreIgnore.bin", golden::ignore()),
-                                         std::make_pair("tkClassifierFeatureScoreOneSided.bin", golden::oneSided()),
-                                         std::make_pair("tkClassifierFeatureScoreTwoSided.bin", golden::twoSided())})
+    for (const auto& [file, expected] : {std::make_pair("tkClassifierFeatureScoreIgnore.v0.bin", golden::ignore()),
+                                         std::make_pair("tkClassifierFeatureScoreOneSided.v0.bin", golden::oneSided()),
+                                         std::make_pair("tkClassifierFeatureScoreTwoSided.v0.bin", golden::twoSided())})
     {
         tkPtrHandle<tkClsFtSc> loaded;
         loadFromBytes(goldenBytes(file), loaded);

@@ -201,7 +201,7 @@ TEST(tkClassifierFrequencies, recordHasFixedBytesAndComesBackEqual)
 
 TEST(tkClassifierFrequencies, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierFrequencies.bin");
+    const std::string bytes = goldenBytes("tkClassifierFrequencies.v0.bin");
     tkClassifierFrequencies loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(loaded == golden::frequencies());

@@ -434,7 +434,7 @@ TEST(tkClassifierCategoryResult, recordHasFixedBytesAndComesBackEqual)
 
 TEST(tkClassifierCategoryResult, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierCategoryResult.bin");
+    const std::string bytes = goldenBytes("tkClassifierCategoryResult.v0.bin");
     tkClassifierCategoryResult loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(loaded == golden::categoryResult());
@@ -800,7 +800,7 @@ TEST(tkClassifierResult, recordHasFixedBytesAndComesBackEqual)
 
 TEST(tkClassifierResult, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierResult.bin");
+    const std::string bytes = goldenBytes("tkClassifierResult.v0.bin");
     tkClassifierResult loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(loaded == golden::result());

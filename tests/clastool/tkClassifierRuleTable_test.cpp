@@ -407,17 +407,17 @@ TEST(tkClassifierRuleTable, loadedRulesOfMixedSizesFailWhenTheyScore)
 TEST(tkClassifierRuleTable, recordsStoredEarlierLoadAndAreStoredTheSame)
 {
     tkClassifierFeatureVector vector;
-    loadFromBytes(goldenBytes("tkClassifierFeatureVector.bin"), vector);
+    loadFromBytes(goldenBytes("tkClassifierFeatureVector.v0.bin"), vector);
     EXPECT_EQ(golden::featureVector().featureValues(), vector.featureValues());
-    EXPECT_EQ(goldenBytes("tkClassifierFeatureVector.bin"), storeToBytes(vector));
+    EXPECT_EQ(goldenBytes("tkClassifierFeatureVector.v0.bin"), storeToBytes(vector));
 
     tkClassifierRule r;
-    loadFromBytes(goldenBytes("tkClassifierRule.bin"), r);
+    loadFromBytes(goldenBytes("tkClassifierRule.v0.bin"), r);
     EXPECT_TRUE(r == golden::rule());
-    EXPECT_EQ(goldenBytes("tkClassifierRule.bin"), storeToBytes(r));
+    EXPECT_EQ(goldenBytes("tkClassifierRule.v0.bin"), storeToBytes(r));
 
     tkClassifierRuleTable t;
-    loadFromBytes(goldenBytes("tkClassifierRuleTable.bin"), t);
+    loadFromBytes(goldenBytes("tkClassifierRuleTable.v0.bin"), t);
     EXPECT_TRUE(t == golden::ruleTable());
-    EXPECT_EQ(goldenBytes("tkClassifierRuleTable.bin"), storeToBytes(t));
+    EXPECT_EQ(goldenBytes("tkClassifierRuleTable.v0.bin"), storeToBytes(t));
 }

@@ -329,7 +329,7 @@ TEST(tkClassifierToolTree, copyIsEqualSharesTheTreeAndTrainsIndependently)
 
 TEST(tkClassifierToolTree, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierTool.tree.bin");
+    const std::string bytes = goldenBytes("tkClassifierTool.tree.v0.bin");
     tkClassifierTool loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(loaded == golden::treeTool());

@@ -589,7 +589,7 @@ TEST_F(tkClassifierToolTest, aStoredObjectThatIsNoClassifierLeavesTheToolEmpty)
 
 TEST(tkClassifierTool, goldenArchivesComeBackEqualAndStoreToTheSameBytes)
 {
-    const std::string trained = goldenBytes("tkClassifierTool.KNN.bin");
+    const std::string trained = goldenBytes("tkClassifierTool.KNN.v0.bin");
     tkClassifierTool tool;
     loadFromBytes(trained, tool);
     EXPECT_TRUE(tool == golden::toolKNN());
@@ -600,7 +600,7 @@ TEST(tkClassifierTool, goldenArchivesComeBackEqualAndStoreToTheSameBytes)
     tool.run(tkFeaturePattern({2.0, 2.5}), result);
     EXPECT_TRUE(result == expected);
 
-    const std::string empty = goldenBytes("tkClassifierTool.empty.bin");
+    const std::string empty = goldenBytes("tkClassifierTool.empty.v0.bin");
     loadFromBytes(empty, tool);
     EXPECT_FALSE(tool.isTrained());
     EXPECT_EQ(storeToBytes(tool), empty);

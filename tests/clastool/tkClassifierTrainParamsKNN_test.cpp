@@ -247,7 +247,7 @@ TEST(tkClassifierTrainParamsKNN, refusesToStoreAKOfMoreThan32Bits)
 
 TEST(tkClassifierTrainParamsKNN, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkClassifierTrainParamsKNN.bin");
+    const std::string bytes = goldenBytes("tkClassifierTrainParamsKNN.v0.bin");
     tkPtrHandle<tkClassifierTrainParams> loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(golden::paramsKNN() == *loaded);

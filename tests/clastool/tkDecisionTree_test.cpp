@@ -544,9 +544,10 @@ TEST(tkDecisionTree, goldenArchivesComeBackEqualAndStoreToTheSameBytes)
     const tkDecisionTreeLeaf goldenLeaf = golden::leaf();
     const tkDecisionTreeNode goldenNode = golden::node();
     const tkDecisionTreeNode goldenSharing = golden::sharingNode();
-    const std::pair<const char*, const tkDecisionTree*> files[] = {{"tkDecisionTreeLeaf.bin", &goldenLeaf},
-                                                                   {"tkDecisionTreeNode.bin", &goldenNode},
-                                                                   {"tkDecisionTreeNode.shared.bin", &goldenSharing}};
+    const std::pair<const char*, const tkDecisionTree*> files[] = {
+        {"tkDecisionTreeLeaf.v0.bin", &goldenLeaf},
+        {"tkDecisionTreeNode.v0.bin", &goldenNode},
+        {"tkDecisionTreeNode.shared.v0.bin", &goldenSharing}};
     for (const auto& [name, expected] : files)
     {
         const std::string bytes = goldenBytes(name);
@@ -557,7 +558,7 @@ TEST(tkDecisionTree, goldenArchivesComeBackEqualAndStoreToTheSameBytes)
         EXPECT_EQ(numObjects(expected->clone()), numObjects(loaded)) << name;
     }
     Tree sharing;
-    loadFromBytes(goldenBytes("tkDecisionTreeNode.shared.bin"), sharing);
+    loadFromBytes(goldenBytes("tkDecisionTreeNode.shared.v0.bin"), sharing);
     const tkDecisionTreeNode& onTheTrueSide = asNode(asNode(sharing).trueTree());
     const tkDecisionTreeNode& onTheFalseSide = asNode(asNode(sharing).falseTree());
     EXPECT_NE(&onTheTrueSide, &onTheFalseSide);

@@ -242,7 +242,7 @@ TEST(tkFeaturePattern, extremeValuesComeBackWithTheirBits)
 
 TEST(tkFeaturePattern, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkFeaturePattern.bin");
+    const std::string bytes = goldenBytes("tkFeaturePattern.v0.bin");
     tkPtrHandle_const<tkFeaturePattern> loaded;
     loadFromBytes(bytes, loaded);
     ASSERT_FALSE(loaded.isNull());

@@ -223,7 +223,7 @@ TEST(tkPatternDistanceMetricNorm, refusesAnUnknownVersionAtEachLevel)
 
 TEST(tkPatternDistanceMetricNorm, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkPatternDistanceMetricNorm.bin");
+    const std::string bytes = goldenBytes("tkPatternDistanceMetricNorm.v0.bin");
     tkPtrHandle<tkPatternDistanceMetric> loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(golden::metric().isEquivalent(*loaded));

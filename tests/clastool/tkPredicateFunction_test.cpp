@@ -242,7 +242,7 @@ TEST(tkRangePredicate, indexThatAnArchiveCannotHoldIsNotStored)
 
 TEST(tkRangePredicate, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkRangePredicate.bin");
+    const std::string bytes = goldenBytes("tkRangePredicate.v0.bin");
     tkPtrHandle_const<tkPredicateFunction> loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(*loaded == golden::rangePredicate());
@@ -322,7 +322,7 @@ TEST(tkValidityPredicate, negativeLoadedIndexIsRefusedByThePatternWhenItIsUsed)
 
 TEST(tkValidityPredicate, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkValidityPredicate.bin");
+    const std::string bytes = goldenBytes("tkValidityPredicate.v0.bin");
     tkPtrHandle_const<tkPredicateFunction> loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(*loaded == golden::validityPredicate());
@@ -416,7 +416,7 @@ TEST(tkComparisonPredicate, loadsIndicesUnchecked)
 
 TEST(tkComparisonPredicate, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkComparisonPredicate.bin");
+    const std::string bytes = goldenBytes("tkComparisonPredicate.v0.bin");
     tkPtrHandle_const<tkPredicateFunction> loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(*loaded == golden::comparisonPredicate());

@@ -577,7 +577,7 @@ TEST(tk_ClassifierDecisionTree, classifiersThatShareATreeComeBackSharingIt)
 
 TEST(tk_ClassifierDecisionTree, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tk_ClassifierDecisionTree.bin");
+    const std::string bytes = goldenBytes("tk_ClassifierDecisionTree.v0.bin");
     tkPtrHandle<tk_Classifier> loaded;
     loadFromBytes(bytes, loaded);
     ASSERT_FALSE(loaded.isNull());

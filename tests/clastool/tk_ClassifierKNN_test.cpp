@@ -1188,7 +1188,7 @@ TEST(tk_ClassifierKNN, storedDataOfAnotherClassLeaveTheClassifierUntrained)
 
 TEST(tk_ClassifierKNN, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tk_ClassifierKNN.bin");
+    const std::string bytes = goldenBytes("tk_ClassifierKNN.v0.bin");
     tkPtrHandle<tk_Classifier> loaded;
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(golden::classifierKNN().isEquivalent(*loaded));

@@ -394,6 +394,21 @@ TEST(tkArchive, versionByteOtherThanZeroNamesThePlace)
     EXPECT_TK_THROW(tkArchive::requireVersion0(1), tkArchive::UnknownVersion, L"A record has an unknown version");
 }
 
+TEST(tkArchive, newestVersionIsWrittenAndOlderOnesAreRead)
+{
+    std::ostringstream out;
+    tkArchive storing(out);
+    EXPECT_EQ(2, storing.exchangeVersion("clss/x", 346, 2));
+    EXPECT_EQ("02", hex(out.str()));
+    std::istringstream in(fromHex("00 01 02 03"));
+    tkArchive loading(in);
+    EXPECT_EQ(0, loading.exchangeVersion("clss/x", 346, 2));
+    EXPECT_EQ(1, loading.exchangeVersion("clss/x", 346, 2));
+    EXPECT_EQ(2, loading.exchangeVersion("clss/x", 346, 2));
+    EXPECT_TK_THROW(loading.exchangeVersion("clss/x", 346, 2), tkArchive::UnknownVersion,
+                    L"A record has an unknown version (clss/x, 346)");
+}
+
 TEST(tkArchive, takesNoByteBeyondWhatIsAskedFor)
 {
     std::istringstream in(fromHex("01 00 00 00 'rest"));

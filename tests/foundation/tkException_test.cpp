@@ -130,16 +130,16 @@ TEST(tkException, comesBackThroughTheRegistryAsItsOwnClass)
 
 TEST(tkException, loadsEarlierRecords)
 {
-    const auto failure = loadPointerFromBytes(goldenBytes("tkFailure.bin"));
+    const auto failure = loadPointerFromBytes(goldenBytes("tkFailure.v0.bin"));
     ASSERT_TRUE(isExactly<tkFailure>(*failure));
-    EXPECT_EQ(goldenBytes("tkFailure.bin"), storePointerToBytes(*failure));
-    const auto errors = loadPointerFromBytes(goldenBytes("tkArchive.Errors.bin"));
+    EXPECT_EQ(goldenBytes("tkFailure.v0.bin"), storePointerToBytes(*failure));
+    const auto errors = loadPointerFromBytes(goldenBytes("tkArchive.Errors.v0.bin"));
     ASSERT_TRUE(isExactly<tkArchive::Errors>(*errors));
-    EXPECT_EQ(goldenBytes("tkArchive.Errors.bin"), storePointerToBytes(*errors));
-    const auto unknown = loadPointerFromBytes(goldenBytes("tkArchive.UnknownVersion.bin"));
+    EXPECT_EQ(goldenBytes("tkArchive.Errors.v0.bin"), storePointerToBytes(*errors));
+    const auto unknown = loadPointerFromBytes(goldenBytes("tkArchive.UnknownVersion.v0.bin"));
     ASSERT_TRUE(isExactly<tkArchive::UnknownVersion>(*unknown));
     EXPECT_EQ("tkRange", static_cast<tkArchive::UnknownVersion&>(*unknown).where());
-    EXPECT_EQ(goldenBytes("tkArchive.UnknownVersion.bin"), storePointerToBytes(*unknown));
+    EXPECT_EQ(goldenBytes("tkArchive.UnknownVersion.v0.bin"), storePointerToBytes(*unknown));
 }
 
 TEST(tkException, unknownVersionWithoutPlaceHasAnEmptyOne)

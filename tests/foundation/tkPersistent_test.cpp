@@ -157,6 +157,27 @@ protected:
     }
 };
 
+/// A class whose record got a field in version 1, declared by the macros.
+class Grown : public tkPersistent
+{
+public:
+    long first = 3;
+    long second = 4; // since version 1
+
+private:
+    TK_FACTORY_RECORD;
+};
+
+TK_DEFINE_FACTORY_RECORD(Grown, 1, "Grown")
+
+void Grown::serialize_(tkArchive& archive, unsigned char version)
+{
+    tkPersistent::dispatchSerialize(archive);
+    archive || first;
+    if (version >= 1)
+        archive || second;
+}
+
 class Rebuilt : public tkPersistent
 {
 public:
@@ -197,6 +218,27 @@ TEST(tkPersistent, rootRecordIsOneVersionByte)
     Rebuilt object;
     EXPECT_TK_THROW(loadFromBytes(fromHex("01"), object), tkArchive::UnknownVersion,
                     L"A record has an unknown version");
+}
+
+TEST(tkPersistent, levelWritesItsNewestVersionAndReadsTheOlderOnes)
+{
+    Grown object;
+    EXPECT_EQ("01 00 03 00 00 00 04 00 00 00", hex(storeToBytes(object)));
+    loadFromBytes(fromHex("01 00 05 00 00 00 06 00 00 00"), object);
+    EXPECT_EQ(5, object.first);
+    EXPECT_EQ(6, object.second);
+    loadFromBytes(fromHex("00 00 07 00 00 00"), object);
+    EXPECT_EQ(7, object.first);
+    EXPECT_EQ(6, object.second);
+    EXPECT_TK_THROW(loadFromBytes(fromHex("02 00 07 00 00 00"), object), tkArchive::UnknownVersion,
+                    L"A record has an unknown version (Grown, 0)");
+}
+
+TEST(tkPersistent, macrosRegisterTheFactory)
+{
+    Grown object;
+    const std::unique_ptr<tkPersistent> loaded = loadPointerFromBytes(storePointerToBytes(object));
+    EXPECT_EQ(3, dynamic_cast<const Grown&>(*loaded).first);
 }
 
 TEST(tkPersistent, reInitRunsOnceAfterLoadingAndNeverForStoring)

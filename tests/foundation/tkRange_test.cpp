@@ -93,9 +93,9 @@ TEST(tkRange, recordHasFixedBytesAndComesBackEqual)
 TEST(tkRange, loadsAnEarlierRecord)
 {
     tkRange loaded;
-    loadFromBytes(goldenBytes("tkRange.bin"), loaded);
+    loadFromBytes(goldenBytes("tkRange.v0.bin"), loaded);
     EXPECT_TRUE(loaded == tkRange(-1.5, 10.0));
-    EXPECT_EQ(goldenBytes("tkRange.bin"), storeToBytes(loaded));
+    EXPECT_EQ(goldenBytes("tkRange.v0.bin"), storeToBytes(loaded));
 }
 
 TEST(tkRange, refusesAnotherVersionBeforeReadingFurther)

@@ -52,6 +52,7 @@ numerics/kernels/tkNMFollow
 clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages
 clss/clastool/clastool/tk_PersistentClasses
+clss/clastool/clastool/tk_RecordPlaces
 clss/clastool/clastool/tkFeaturePattern
 clss/clastool/clastool/tk_NeighborIndex
 clss/clastool/clastool/tkClassifierDataProvider

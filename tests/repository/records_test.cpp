@@ -52,15 +52,15 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
         else if (!fileOfLine(line).empty())
             file = fileOfLine(line);
     }
-    EXPECT_EQ(1u, seen.count("tkFeaturePattern.bin"));
-    EXPECT_EQ(1u, seen.count("tkClassifierDefs.BadLabel.bin"));
-    EXPECT_EQ(1u, seen.count("tkClassifierDataProviderMemory.bin"));
-    EXPECT_EQ(1u, seen.count("tkClassifierTool.KNN.bin"));
-    EXPECT_EQ(1u, seen.count("tkClassifierRuleTable.bin"));
-    EXPECT_EQ(1u, seen.count("tkClassifierFeatureVector.bin"));
-    EXPECT_EQ(1u, seen.count("tkDecisionTreeNode.shared.bin"));
-    EXPECT_EQ(1u, seen.count("tkClassifierDistributionTypes.bin"));
-    EXPECT_EQ(1u, seen.count("tk_PDFMultivariateNormal.bin"));
-    EXPECT_EQ(1u, seen.count("tk_PDFBinomial.bin"));
-    EXPECT_EQ(1u, seen.count("tk_ClassifierBayesian.bin"));
+    EXPECT_EQ(1u, seen.count("tkFeaturePattern.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierDefs.BadLabel.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierDataProviderMemory.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierTool.KNN.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierRuleTable.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierFeatureVector.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkDecisionTreeNode.shared.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierDistributionTypes.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tk_PDFMultivariateNormal.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tk_PDFBinomial.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tk_ClassifierBayesian.v0.bin"));
 }

@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_RecordPlaces.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
@@ -186,7 +187,7 @@ long tkClassifierDistributionTypes::distOverrideIndex_(long category, long measu
 
 tkArchive& operator||(tkArchive& archive, tkClassifierDistributionTypes& types)
 {
-    archive.exchangeVersion("clss/clastool/bayes", 262);
+    archive.exchangeVersion(tk_RecordPlaces::bayesSource, tk_RecordPlaces::distributionTypesLine);
     archive || types.defaultType_;
     tkExchangeParallel(archive, L"Overrides of distribution types have not as many categories and indices as types",
                        types.overrideCategories_, types.overrideIndices_, types.overrideTypes_);

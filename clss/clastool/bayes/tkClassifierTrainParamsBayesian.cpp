@@ -3,9 +3,6 @@
 #include "clss/clastool/bayes/tk_ClassifierBayesian.h"
 #include "foundation/tkArchive.h"
 
-const tkPersistent::Registration tkClassifierTrainParamsBayesian::registration_(typeid(tkClassifierTrainParamsBayesian),
-                                                                                &tkClassifierTrainParamsBayesian::make);
-
 tkClassifierTrainParamsBayesian::tkClassifierTrainParamsBayesian(const tkClassifierDistributionTypes& distributionTypes,
                                                                  const tkClassifierFrequencies& categoryFrequencies,
                                                                  const tkClassifierCosts& misclassificationCosts,
@@ -43,20 +40,11 @@ tk_Classifier* tkClassifierTrainParamsBayesian::newClassifier_() const
     return new tk_ClassifierBayesian;
 }
 
-void tkClassifierTrainParamsBayesian::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkClassifierTrainParamsBayesian::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkClassifierTrainParamsBayesian, 0)
 
-void tkClassifierTrainParamsBayesian::serialize_(tkArchive& archive, unsigned char version)
+void tkClassifierTrainParamsBayesian::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkClassifierTrainParams::dispatchSerialize(archive);
     // The record has the costs before the frequencies.
     archive || distributionTypes_ || misclassificationCosts_ || categoryFrequencies_ || maxMeasurementValues_;
-}
-
-tkPersistent* tkClassifierTrainParamsBayesian::make()
-{
-    return new tkClassifierTrainParamsBayesian;
 }

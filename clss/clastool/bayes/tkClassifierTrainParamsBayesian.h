@@ -46,15 +46,12 @@ public:
     bool operator!=(const tkClassifierTrainParams& other) const { return !(*this == other); }
 
 protected:
-    void dispatchSerialize(tkArchive& archive) override;
     bool isEqual_(const tkClassifierTrainParams& other) const override;
     bool isSameTechnique_(const tkClassifierTrainParams& other) const override;
     tk_Classifier* newClassifier_() const override;
 
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     tkClassifierDistributionTypes distributionTypes_;
     tkClassifierFrequencies categoryFrequencies_;

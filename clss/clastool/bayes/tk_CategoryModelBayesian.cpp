@@ -33,9 +33,6 @@ tk_ProbabilityDensityFunction* newDensity(tkClassifierDistributionTypes::Distrib
 }
 } // namespace
 
-const tkPersistent::Registration tk_CategoryModelBayesian::registration_(typeid(tk_CategoryModelBayesian),
-                                                                         &tk_CategoryModelBayesian::make);
-
 tk_CategoryModelBayesian::tk_CategoryModelBayesian(
     long categoryLabel, const std::vector<std::vector<long>>& dependencySets,
     const std::vector<tkClassifierDistributionTypes::DistributionType>& types,
@@ -163,14 +160,10 @@ bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other)
     return true;
 }
 
-void tk_CategoryModelBayesian::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_CategoryModelBayesian::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tk_CategoryModelBayesian, 0)
 
-void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char version)
+void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tk_CategoryModel::dispatchSerialize(archive);
     const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
     if (archive.isLoading())
@@ -220,9 +213,4 @@ tk_CategoryModelBayesian::shortcutsTo_(const std::vector<std::vector<long>>& set
         }
     }
     return shortcuts;
-}
-
-tkPersistent* tk_CategoryModelBayesian::make()
-{
-    return new tk_CategoryModelBayesian;
 }

@@ -77,9 +77,6 @@ public:
     bool operator==(const tk_CategoryModelBayesian& other) const;
     bool operator!=(const tk_CategoryModelBayesian& other) const { return !(*this == other); }
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
     /// The nearest way to a normal density over consecutive measurements.
     struct Shortcut_
@@ -121,9 +118,7 @@ private:
     shortcutsTo_(const std::vector<std::vector<long>>& sets,
                  const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities);
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     std::vector<std::vector<long>> dependencySets_;
     std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel

@@ -103,9 +103,6 @@ void forEachNormal(const std::vector<tkPtrHandle<tk_CategoryModel>>& models, Vis
 }
 } // namespace
 
-const tkPersistent::Registration tk_ClassifierBayesian::registration_(typeid(tk_ClassifierBayesian),
-                                                                      &tk_ClassifierBayesian::make);
-
 tkPtrHandle<tk_Classifier> tk_ClassifierBayesian::clone() const
 {
     return tkPtrHandle<tk_Classifier>(new tk_ClassifierBayesian(*this));
@@ -324,14 +321,10 @@ void tk_ClassifierBayesian::setReferenceDeviations_()
                   });
 }
 
-void tk_ClassifierBayesian::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_ClassifierBayesian::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tk_ClassifierBayesian, 0)
 
-void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char version)
+void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     std::vector<tkPtrHandle<tk_CategoryModel>> models;
     if (archive.isLoading())
         untrain_(); // what fails from here leaves it so
@@ -348,9 +341,4 @@ void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char version
             throw tkArchive::Errors(L"A stored Bayesian classifier has a category without a Bayesian model");
     categoryModels_ = std::move(models);
     complete_();
-}
-
-tkPersistent* tk_ClassifierBayesian::make()
-{
-    return new tk_ClassifierBayesian;
 }

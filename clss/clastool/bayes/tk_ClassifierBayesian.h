@@ -27,8 +27,6 @@ public:
     bool operator!=(const tk_ClassifierBayesian& other) const { return !(*this == other); }
 
 protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
     /// Creates a category at its first pattern. What throws ends the training there and leaves what was learned.
     /// Patterns of label -1 are skipped.
     void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) override;
@@ -69,9 +67,7 @@ private:
     /// Tells every normal density the deviations of its measurements over all categories.
     void setReferenceDeviations_();
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     std::vector<long> categoryLabels_;
     std::vector<tkPtrHandle<tk_CategoryModel>> categoryModels_; // parallel, each a tk_CategoryModelBayesian

@@ -148,19 +148,12 @@ tkFeaturePattern tk_ProbabilityDensityFunction::restriction(const tkFeaturePatte
     return tkFeaturePattern(values, invalid);
 }
 
-void tk_ProbabilityDensityFunction::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_ProbabilityDensityFunction::serialize_);
-}
+TK_DEFINE_RECORD(tk_ProbabilityDensityFunction, 0)
 
-void tk_ProbabilityDensityFunction::serialize_(tkArchive& archive, unsigned char version)
+void tk_ProbabilityDensityFunction::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
 }
-
-const tkPersistent::Registration tk_PDFMultivariateNormal::registration_(typeid(tk_PDFMultivariateNormal),
-                                                                         &tk_PDFMultivariateNormal::make);
 
 double tk_PDFMultivariateNormal::logValue(const tkFeaturePattern& pattern) const
 {
@@ -222,14 +215,10 @@ void tk_PDFMultivariateNormal::updateWithDataNormalize(const std::vector<tkFeatu
     normal_ = std::move(updated);
 }
 
-void tk_PDFMultivariateNormal::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_PDFMultivariateNormal::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tk_PDFMultivariateNormal, 0)
 
-void tk_PDFMultivariateNormal::serialize_(tkArchive& archive, unsigned char version)
+void tk_PDFMultivariateNormal::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tk_ProbabilityDensityFunction::dispatchSerialize(archive);
     tkNMMatrix mean = normal_.mean();
     tkNMMatrix covariance = normal_.covariance();
@@ -238,13 +227,6 @@ void tk_PDFMultivariateNormal::serialize_(tkArchive& archive, unsigned char vers
     if (archive.isLoading() && !normal_.restore(mean, covariance, count))
         throw tkArchive::Errors(L"The statistics of a stored normal distribution do not fit together");
 }
-
-tkPersistent* tk_PDFMultivariateNormal::make()
-{
-    return new tk_PDFMultivariateNormal;
-}
-
-const tkPersistent::Registration tk_PDFBinomial::registration_(typeid(tk_PDFBinomial), &tk_PDFBinomial::make);
 
 tk_PDFBinomial::tk_PDFBinomial(const tkFeaturePattern& maxValue) : numTrials_(0), probability_(0.0)
 {
@@ -344,14 +326,12 @@ double tk_PDFBinomial::logValueOf_(long numMeasurements, const tkFeaturePattern&
            static_cast<double>(n - k) * std::log(1.0 - probability_);
 }
 
-void tk_PDFBinomial::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_PDFBinomial::serialize_);
-}
+TK_DEFINE_RECORD(tk_PDFBinomial, 0)
 
-void tk_PDFBinomial::serialize_(tkArchive& archive, unsigned char version)
+const tkPersistent::Registration tk_PDFBinomial::registration_(typeid(tk_PDFBinomial), &tk_PDFBinomial::make);
+
+void tk_PDFBinomial::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tk_ProbabilityDensityFunction::dispatchSerialize(archive);
     archive || numTrials_ || probability_ || maxValue_;
     if (archive.isLoading())

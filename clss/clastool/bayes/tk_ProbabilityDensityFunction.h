@@ -40,10 +40,7 @@ protected:
     tk_ProbabilityDensityFunction(const tk_ProbabilityDensityFunction&) = default;
     tk_ProbabilityDensityFunction& operator=(const tk_ProbabilityDensityFunction&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
-
-private:
-    void serialize_(tkArchive& archive, unsigned char version);
+    TK_RECORD;
 };
 
 /// A normal distribution of any number of measurements; the work is tkNMNormal's.
@@ -99,13 +96,8 @@ public:
     bool operator==(const tk_PDFMultivariateNormal& other) const { return normal_ == other.normal_; }
     bool operator!=(const tk_PDFMultivariateNormal& other) const { return !(*this == other); }
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     tkNMNormal normal_;
 };
@@ -141,18 +133,13 @@ public:
     bool operator==(const tk_PDFBinomial& other) const;
     bool operator!=(const tk_PDFBinomial& other) const { return !(*this == other); }
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
     static void requireOneMeasurement_(long numMeasurements);
     void requireTrainable_(const tkFeaturePattern& pattern, long index) const;
     void estimate_();
     double logValueOf_(long numMeasurements, const tkFeaturePattern& pattern, long index) const;
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     long numTrials_;
     double probability_;

@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_RecordPlaces.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
@@ -84,7 +85,7 @@ long tkClassifierCosts::misclOverrideIndex_(long first, long second) const
 
 tkArchive& operator||(tkArchive& archive, tkClassifierCosts& costs)
 {
-    archive.exchangeVersion("clss/clastool/clastool", 435);
+    archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::costsLine);
     archive || costs.defaultCost_;
     return tkExchangeParallel(archive, L"Cost overrides have not as many labels as costs", costs.firstLabels_,
                               costs.secondLabels_, costs.costs_);

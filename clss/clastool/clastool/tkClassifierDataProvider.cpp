@@ -19,19 +19,12 @@ bool tkClassifierDataProvider::isEqual_(const tkClassifierDataProvider&) const
     return true;
 }
 
-void tkClassifierDataProvider::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkClassifierDataProvider::serialize_);
-}
+TK_DEFINE_RECORD(tkClassifierDataProvider, 0)
 
-void tkClassifierDataProvider::serialize_(tkArchive& archive, unsigned char version)
+void tkClassifierDataProvider::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
 }
-
-const tkPersistent::Registration tkClassifierDataProviderMemory::registration_(typeid(tkClassifierDataProviderMemory),
-                                                                               &tkClassifierDataProviderMemory::make);
 
 tkClassifierDataProviderMemory::tkClassifierDataProviderMemory() = default;
 
@@ -163,22 +156,13 @@ bool tkClassifierDataProviderMemory::isEqual_(const tkClassifierDataProvider& ot
     return name_ == memory.name_ && description_ == memory.description_ && labels_ == memory.labels_;
 }
 
-void tkClassifierDataProviderMemory::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkClassifierDataProviderMemory::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkClassifierDataProviderMemory, 0)
 
-void tkClassifierDataProviderMemory::serialize_(tkArchive& archive, unsigned char version)
+void tkClassifierDataProviderMemory::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkClassifierDataProvider::dispatchSerialize(archive);
     archive || name_ || description_;
     if (archive.isLoading())
         neighborIndex_.reset();
     tkExchangeParallel(archive, L"Training data have not as many labels as patterns", patterns_, labels_);
-}
-
-tkPersistent* tkClassifierDataProviderMemory::make()
-{
-    return new tkClassifierDataProviderMemory;
 }

@@ -31,13 +31,10 @@ protected:
     tkClassifierDataProvider(const tkClassifierDataProvider&) = default;
     tkClassifierDataProvider& operator=(const tkClassifierDataProvider&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
+    TK_RECORD;
 
     /// Whether the other provider holds the same; an override asks the base first.
     virtual bool isEqual_(const tkClassifierDataProvider& other) const;
-
-private:
-    void serialize_(tkArchive& archive, unsigned char version);
 };
 
 /// Training data in memory. The patterns are shared with whoever added them, and with copies.
@@ -81,7 +78,6 @@ public:
     bool operator!=(const tkClassifierDataProvider& other) const { return !(*this == other); }
 
 protected:
-    void dispatchSerialize(tkArchive& archive) override;
     bool isEqual_(const tkClassifierDataProvider& other) const override;
 
 private:
@@ -91,9 +87,7 @@ private:
     /// Makes the index of the patterns, which addData() then keeps up to date, unless there is one.
     void indexNeighbors_();
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     std::wstring name_;
     std::wstring description_;

@@ -4,19 +4,15 @@
 
 tkClassifierDefs::Errors::Errors(const std::wstring& message) : tkExceptionWithString(message) {}
 
-void tkClassifierDefs::Errors::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &Errors::serialize_);
-}
+TK_DEFINE_RECORD(tkClassifierDefs::Errors, 0, "tkClassifierDefs::Errors")
 
-void tkClassifierDefs::Errors::serialize_(tkArchive& archive, unsigned char version)
+void tkClassifierDefs::Errors::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version, "tkClassifierDefs::Errors");
     tkExceptionWithString::dispatchSerialize(archive);
 }
 
 #define TK_CLASSIFIER_ERROR(Name, number)                                                                              \
-    const tkPersistent::Registration tkClassifierDefs::Name::registration_(typeid(Name), &Name::make);                 \
+    TK_DEFINE_FACTORY_RECORD(tkClassifierDefs::Name, 0, "tkClassifierDefs::" #Name)                                    \
                                                                                                                        \
     tkClassifierDefs::Name::Name(const std::wstring& message) : Errors(message) {}                                     \
                                                                                                                        \
@@ -32,20 +28,9 @@ void tkClassifierDefs::Errors::serialize_(tkArchive& archive, unsigned char vers
         throw copy;                                                                                                    \
     }                                                                                                                  \
                                                                                                                        \
-    void tkClassifierDefs::Name::dispatchSerialize(tkArchive& archive)                                                 \
+    void tkClassifierDefs::Name::serialize_(tkArchive& archive, unsigned char)                                         \
     {                                                                                                                  \
-        exchangeLevel_(archive, this, &Name::serialize_);                                                              \
-    }                                                                                                                  \
-                                                                                                                       \
-    void tkClassifierDefs::Name::serialize_(tkArchive& archive, unsigned char version)                                 \
-    {                                                                                                                  \
-        tkArchive::requireVersion0(version, "tkClassifierDefs::" #Name);                                               \
         Errors::dispatchSerialize(archive);                                                                            \
-    }                                                                                                                  \
-                                                                                                                       \
-    tkPersistent* tkClassifierDefs::Name::make()                                                                       \
-    {                                                                                                                  \
-        return new Name;                                                                                               \
     }
 
 TK_CLASSIFIER_ERROR(BadParams, 0x10004200)

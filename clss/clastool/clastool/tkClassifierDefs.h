@@ -19,10 +19,7 @@ public:
 
     protected:
         explicit Errors(const std::wstring& message = L"");
-        void dispatchSerialize(tkArchive& archive) override;
-
-    private:
-        void serialize_(tkArchive& archive, unsigned char version);
+        TK_RECORD;
     };
 
 /// The body that all concrete errors share; what they mean is said where each is declared.
@@ -34,13 +31,8 @@ public:
         long errorNumber() const override;                                                                             \
         void suicideAndRethrow() override;                                                                             \
                                                                                                                        \
-    protected:                                                                                                         \
-        void dispatchSerialize(tkArchive& archive) override;                                                           \
-                                                                                                                       \
     private:                                                                                                           \
-        void serialize_(tkArchive& archive, unsigned char version);                                                    \
-        static tkPersistent* make();                                                                                   \
-        static const Registration registration_;                                                                       \
+        TK_FACTORY_RECORD;                                                                                             \
     }
 
     /// A parameter's value is out of its domain; errorNumber() 0x10004200.

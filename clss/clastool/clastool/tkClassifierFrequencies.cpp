@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_RecordPlaces.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
@@ -76,7 +77,7 @@ long tkClassifierFrequencies::freqOverrideIndex_(long label) const
 
 tkArchive& operator||(tkArchive& archive, tkClassifierFrequencies& frequencies)
 {
-    archive.exchangeVersion("clss/clastool/clastool", 522);
+    archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::frequenciesLine);
     archive || frequencies.defaultFrequency_;
     return tkExchangeParallel(archive, L"Frequency overrides have not as many labels as frequencies",
                               frequencies.labels_, frequencies.frequencies_);

@@ -4,6 +4,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierFrequencies.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_RecordPlaces.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkScratch.h"
 #include "numerics/tkNMDecision.h"
@@ -275,12 +276,12 @@ void tkClassifierResult::sort_()
 
 tkArchive& operator||(tkArchive& archive, tkClassifierCategoryResult& result)
 {
-    archive.exchangeVersion("clss/clastool/clastool", 346);
+    archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::categoryResultLine);
     return archive || result.categoryLabel_ || result.matchScore_ || result.classScore_ || result.expectedCost_;
 }
 
 tkArchive& operator||(tkArchive& archive, tkClassifierResult& result)
 {
-    archive.exchangeVersion("clss/clastool/clastool", 670);
+    archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::resultLine);
     return archive || result.categoryResults_ || result.matchScoreFactorLog_;
 }

@@ -4,6 +4,7 @@
 #include "clss/clastool/clastool/tk_Classifier.h"
 #include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
 #include "clss/clastool/clastool/tk_Messages.h"
+#include "clss/clastool/clastool/tk_RecordPlaces.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
@@ -152,6 +153,6 @@ bool tkClassifierTool::operator==(const tkClassifierTool& other) const
 
 tkArchive& operator||(tkArchive& archive, tkClassifierTool& tool)
 {
-    archive.exchangeVersion("clss/clastool/clastool", 896);
+    archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::toolLine);
     return archive || *tool.classifier_;
 }

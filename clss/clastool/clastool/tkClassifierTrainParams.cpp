@@ -3,19 +3,15 @@
 #include "clss/clastool/clastool/tk_PersistentClasses.h"
 #include "foundation/tkArchive.h"
 
-void tkClassifierTrainParams::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkClassifierTrainParams::serialize_);
-}
+TK_DEFINE_RECORD(tkClassifierTrainParams, 0)
 
 bool tkClassifierTrainParams::isEqual_(const tkClassifierTrainParams&) const
 {
     return true;
 }
 
-void tkClassifierTrainParams::serialize_(tkArchive& archive, unsigned char version)
+void tkClassifierTrainParams::serialize_(tkArchive& archive, unsigned char)
 {
-    static_cast<void>(tk_persistentClasses());
-    tkArchive::requireVersion0(version);
+    tk_linkPersistentClasses();
     tkPersistent::dispatchSerialize(archive);
 }

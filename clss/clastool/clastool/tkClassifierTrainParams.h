@@ -25,7 +25,7 @@ protected:
     tkClassifierTrainParams(const tkClassifierTrainParams&) = default;
     tkClassifierTrainParams& operator=(const tkClassifierTrainParams&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
+    TK_RECORD;
 
     /// Whether the other parameters are of the same class and value; an override asks the base first.
     virtual bool isEqual_(const tkClassifierTrainParams& other) const;
@@ -39,8 +39,6 @@ protected:
 private:
     friend class tk_Classifier;
     friend class tkClassifierTool;
-
-    void serialize_(tkArchive& archive, unsigned char version);
 
     bool throwIfNotReady_ = true;
 };

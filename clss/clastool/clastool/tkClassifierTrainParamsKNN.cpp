@@ -4,9 +4,6 @@
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
 #include "foundation/tkArchiveOperators.h"
 
-const tkPersistent::Registration tkClassifierTrainParamsKNN::registration_(typeid(tkClassifierTrainParamsKNN),
-                                                                           &tkClassifierTrainParamsKNN::make);
-
 tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k)
     : tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(2.0), tkClassifierCosts(1.0))
 {
@@ -56,21 +53,12 @@ tk_Classifier* tkClassifierTrainParamsKNN::newClassifier_() const
     return new tk_ClassifierKNN;
 }
 
-void tkClassifierTrainParamsKNN::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkClassifierTrainParamsKNN::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkClassifierTrainParamsKNN, 0)
 
-void tkClassifierTrainParamsKNN::serialize_(tkArchive& archive, unsigned char version)
+void tkClassifierTrainParamsKNN::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkClassifierTrainParams::dispatchSerialize(archive);
     archive || k_;
     archive || distanceMetric_;
     archive || misclassificationCosts_;
-}
-
-tkPersistent* tkClassifierTrainParamsKNN::make()
-{
-    return new tkClassifierTrainParamsKNN;
 }

@@ -62,19 +62,12 @@ bool tkDecisionTree::isEqual(const tkDecisionTree&) const
     return true;
 }
 
-void tkDecisionTree::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkDecisionTree::serialize_);
-}
+TK_DEFINE_RECORD(tkDecisionTree, 0)
 
-void tkDecisionTree::serialize_(tkArchive& archive, unsigned char version)
+void tkDecisionTree::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
 }
-
-const tkPersistent::Registration tkDecisionTreeNode::registration_(typeid(tkDecisionTreeNode),
-                                                                   &tkDecisionTreeNode::make);
 
 tkDecisionTreeNode::tkDecisionTreeNode()
     : trueTree_(new tkDecisionTreeLeaf),
@@ -226,25 +219,13 @@ void tkDecisionTreeNode::destroy_(tkDecisionTreeNode* node) noexcept
     }
 }
 
-void tkDecisionTreeNode::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkDecisionTreeNode::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkDecisionTreeNode, 0)
 
-void tkDecisionTreeNode::serialize_(tkArchive& archive, unsigned char version)
+void tkDecisionTreeNode::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkDecisionTree::dispatchSerialize(archive);
     archive || trueTree_ || falseTree_ || predicateFunction_;
 }
-
-tkPersistent* tkDecisionTreeNode::make()
-{
-    return new tkDecisionTreeNode;
-}
-
-const tkPersistent::Registration tkDecisionTreeLeaf::registration_(typeid(tkDecisionTreeLeaf),
-                                                                   &tkDecisionTreeLeaf::make);
 
 tkDecisionTreeLeaf::tkDecisionTreeLeaf(const tkClassifierResult& result) : classifierResult_(result) {}
 
@@ -269,19 +250,10 @@ bool tkDecisionTreeLeaf::isEqual(const tkDecisionTree& other) const
     return classifierResult_ == static_cast<const tkDecisionTreeLeaf&>(other).classifierResult_;
 }
 
-void tkDecisionTreeLeaf::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkDecisionTreeLeaf::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkDecisionTreeLeaf, 0)
 
-void tkDecisionTreeLeaf::serialize_(tkArchive& archive, unsigned char version)
+void tkDecisionTreeLeaf::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkDecisionTree::dispatchSerialize(archive);
     archive || classifierResult_;
-}
-
-tkPersistent* tkDecisionTreeLeaf::make()
-{
-    return new tkDecisionTreeLeaf;
 }

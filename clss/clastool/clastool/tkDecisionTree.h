@@ -37,10 +37,7 @@ protected:
     tkDecisionTree(const tkDecisionTree&) = default;
     tkDecisionTree& operator=(const tkDecisionTree&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
-
-private:
-    void serialize_(tkArchive& archive, unsigned char version);
+    TK_RECORD;
 };
 
 /// An inner node: a predicate, and the subtrees that follow when it is true and when it is false.
@@ -76,16 +73,11 @@ public:
     tkPtrHandle<tkDecisionTree> clone() const override;
     bool isEqual(const tkDecisionTree& other) const override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
     static tkDecisionTreeNode* takeLast_(tkPtrHandle_const<tkDecisionTree>& tree) noexcept;
     static void destroy_(tkDecisionTreeNode* node) noexcept;
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     // None is null, unless loaded.
     tkPtrHandle_const<tkDecisionTree> trueTree_;
@@ -107,13 +99,8 @@ public:
     tkPtrHandle<tkDecisionTree> clone() const override;
     bool isEqual(const tkDecisionTree& other) const override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     tkClassifierResult classifierResult_;
 };

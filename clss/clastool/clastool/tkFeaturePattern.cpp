@@ -55,8 +55,6 @@ tkArchive& operator||(tkArchive& archive, Validity& validity)
 }
 } // namespace
 
-const tkPersistent::Registration tkFeaturePattern::registration_(typeid(tkFeaturePattern), &tkFeaturePattern::make);
-
 tkFeaturePattern::tkFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices)
     : validity_(invalidIndices.empty() ? 0 : measurements.size(), true)
 {
@@ -105,23 +103,14 @@ bool tkFeaturePattern::operator==(const tkFeaturePattern& other) const
     return measurements_ == other.measurements_ && validity_ == other.validity_;
 }
 
-void tkFeaturePattern::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkFeaturePattern::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkFeaturePattern, 0)
 
-void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char version)
+void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
     Validity validity{validity_, measurements_.size()};
     if (archive.isLoading())
         validity.clear();
     tkExchangeParallel(archive, L"A feature pattern has not as many validity flags as measurements", measurements_,
                        validity);
-}
-
-tkPersistent* tkFeaturePattern::make()
-{
-    return new tkFeaturePattern;
 }

@@ -60,15 +60,10 @@ public:
     bool operator==(const tkFeaturePattern& other) const;
     bool operator!=(const tkFeaturePattern& other) const { return !(*this == other); }
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
     [[noreturn]] static void failNegativeIndex_();
     [[noreturn]] static void failInvalid_();
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     std::vector<double> measurements_;
     std::vector<bool> validity_; // parallel to measurements_; empty if all are valid, as they nearly always are

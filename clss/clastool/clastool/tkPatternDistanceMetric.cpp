@@ -11,19 +11,12 @@ bool tkPatternDistanceMetric::isEquivalent(const tkPatternDistanceMetric&) const
     return true;
 }
 
-void tkPatternDistanceMetric::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkPatternDistanceMetric::serialize_);
-}
+TK_DEFINE_RECORD(tkPatternDistanceMetric, 0)
 
-void tkPatternDistanceMetric::serialize_(tkArchive& archive, unsigned char version)
+void tkPatternDistanceMetric::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
 }
-
-const tkPersistent::Registration tkPatternDistanceMetricNorm::registration_(typeid(tkPatternDistanceMetricNorm),
-                                                                            &tkPatternDistanceMetricNorm::make);
 
 tkPatternDistanceMetricNorm::tkPatternDistanceMetricNorm(double order)
 {
@@ -68,19 +61,10 @@ bool tkPatternDistanceMetricNorm::isEquivalent(const tkPatternDistanceMetric& ot
     return !(order_ < norm.order_) && !(order_ > norm.order_);
 }
 
-void tkPatternDistanceMetricNorm::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkPatternDistanceMetricNorm::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkPatternDistanceMetricNorm, 0)
 
-void tkPatternDistanceMetricNorm::serialize_(tkArchive& archive, unsigned char version)
+void tkPatternDistanceMetricNorm::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPatternDistanceMetric::dispatchSerialize(archive);
     archive || order_;
-}
-
-tkPersistent* tkPatternDistanceMetricNorm::make()
-{
-    return new tkPatternDistanceMetricNorm;
 }

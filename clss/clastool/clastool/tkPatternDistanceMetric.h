@@ -26,10 +26,7 @@ protected:
     tkPatternDistanceMetric(const tkPatternDistanceMetric&) = default;
     tkPatternDistanceMetric& operator=(const tkPatternDistanceMetric&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
-
-private:
-    void serialize_(tkArchive& archive, unsigned char version);
+    TK_RECORD;
 };
 
 /// The norm (Minkowski) distance of order p > 0: (sum of |a_i - b_i|^p)^(1/p).
@@ -55,13 +52,8 @@ public:
     bool operator==(const tkPatternDistanceMetricNorm& other) const { return isEquivalent(other); }
     bool operator!=(const tkPatternDistanceMetricNorm& other) const { return !(*this == other); }
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     double order_ = 2.0;
 };

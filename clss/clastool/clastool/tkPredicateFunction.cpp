@@ -21,18 +21,12 @@ bool tkPredicateFunction::isEqual(const tkPredicateFunction&) const
     return true;
 }
 
-void tkPredicateFunction::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkPredicateFunction::serialize_);
-}
+TK_DEFINE_RECORD(tkPredicateFunction, 0)
 
-void tkPredicateFunction::serialize_(tkArchive& archive, unsigned char version)
+void tkPredicateFunction::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPersistent::dispatchSerialize(archive);
 }
-
-const tkPersistent::Registration tkRangePredicate::registration_(typeid(tkRangePredicate), &tkRangePredicate::make);
 
 tkRangePredicate::tkRangePredicate() : indices_{0} {}
 
@@ -56,25 +50,13 @@ bool tkRangePredicate::isEqual(const tkPredicateFunction& other) const
     return range_ == predicate.range_ && indices_ == predicate.indices_;
 }
 
-void tkRangePredicate::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkRangePredicate::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkRangePredicate, 0)
 
-void tkRangePredicate::serialize_(tkArchive& archive, unsigned char version)
+void tkRangePredicate::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPredicateFunction::dispatchSerialize(archive);
     archive || range_ || indices_;
 }
-
-tkPersistent* tkRangePredicate::make()
-{
-    return new tkRangePredicate;
-}
-
-const tkPersistent::Registration tkValidityPredicate::registration_(typeid(tkValidityPredicate),
-                                                                    &tkValidityPredicate::make);
 
 tkValidityPredicate::tkValidityPredicate() : indices_{0} {}
 
@@ -100,25 +82,13 @@ bool tkValidityPredicate::isEqual(const tkPredicateFunction& other) const
     return indices_ == static_cast<const tkValidityPredicate&>(other).indices_;
 }
 
-void tkValidityPredicate::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkValidityPredicate::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkValidityPredicate, 0)
 
-void tkValidityPredicate::serialize_(tkArchive& archive, unsigned char version)
+void tkValidityPredicate::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPredicateFunction::dispatchSerialize(archive);
     archive || indices_;
 }
-
-tkPersistent* tkValidityPredicate::make()
-{
-    return new tkValidityPredicate;
-}
-
-const tkPersistent::Registration tkComparisonPredicate::registration_(typeid(tkComparisonPredicate),
-                                                                      &tkComparisonPredicate::make);
 
 tkComparisonPredicate::tkComparisonPredicate(long index1, long index2) : index1_(index1), index2_(index2)
 {
@@ -146,19 +116,10 @@ bool tkComparisonPredicate::isEqual(const tkPredicateFunction& other) const
     return index1_ == predicate.index1_ && index2_ == predicate.index2_;
 }
 
-void tkComparisonPredicate::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tkComparisonPredicate::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tkComparisonPredicate, 0)
 
-void tkComparisonPredicate::serialize_(tkArchive& archive, unsigned char version)
+void tkComparisonPredicate::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tkPredicateFunction::dispatchSerialize(archive);
     archive || index1_ || index2_;
-}
-
-tkPersistent* tkComparisonPredicate::make()
-{
-    return new tkComparisonPredicate;
 }

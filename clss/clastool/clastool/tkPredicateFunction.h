@@ -32,10 +32,7 @@ protected:
     tkPredicateFunction(const tkPredicateFunction&) = default;
     tkPredicateFunction& operator=(const tkPredicateFunction&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
-
-private:
-    void serialize_(tkArchive& archive, unsigned char version);
+    TK_RECORD;
 };
 
 /// Whether all of the listed measurements are valid and lie in a range, the same for all of them. True for
@@ -70,13 +67,8 @@ public:
     /// Equal ranges, and the same indices in the same order.
     bool isEqual(const tkPredicateFunction& other) const override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     tkRange range_;
     std::vector<long> indices_; // >= 0, unless loaded
@@ -100,13 +92,8 @@ public:
     /// The same indices in the same order.
     bool isEqual(const tkPredicateFunction& other) const override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     std::vector<long> indices_; // >= 0, unless loaded
 };
@@ -128,13 +115,8 @@ public:
     /// The same indices; with the two swapped it is another predicate.
     bool isEqual(const tkPredicateFunction& other) const override;
 
-protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     long index1_; // >= 0 and different from index2_, unless loaded
     long index2_; // >= 0, unless loaded

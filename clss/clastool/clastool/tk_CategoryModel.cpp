@@ -8,15 +8,11 @@ bool tk_CategoryModel::operator==(const tk_CategoryModel& other) const
     return categoryLabel_ == other.categoryLabel_ && numMeasurements_ == other.numMeasurements_;
 }
 
-void tk_CategoryModel::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_CategoryModel::serialize_);
-}
+TK_DEFINE_RECORD(tk_CategoryModel, 0)
 
-void tk_CategoryModel::serialize_(tkArchive& archive, unsigned char version)
+void tk_CategoryModel::serialize_(tkArchive& archive, unsigned char)
 {
-    static_cast<void>(tk_persistentClasses());
-    tkArchive::requireVersion0(version);
+    tk_linkPersistentClasses();
     tkPersistent::dispatchSerialize(archive);
     archive || categoryLabel_ || numMeasurements_;
 }

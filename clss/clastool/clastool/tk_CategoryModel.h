@@ -35,11 +35,9 @@ protected:
     tk_CategoryModel(const tk_CategoryModel&) = default;
     tk_CategoryModel& operator=(const tk_CategoryModel&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
+    TK_RECORD;
 
 private:
-    void serialize_(tkArchive& archive, unsigned char version);
-
     long categoryLabel_ = 0;
     long numMeasurements_ = 0;
 };

@@ -88,15 +88,11 @@ bool tk_Classifier::isEquivalent(const tk_Classifier& other) const
     return trainParams_ == other.trainParams_;
 }
 
-void tk_Classifier::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_Classifier::serialize_);
-}
+TK_DEFINE_RECORD(tk_Classifier, 0)
 
-void tk_Classifier::serialize_(tkArchive& archive, unsigned char version)
+void tk_Classifier::serialize_(tkArchive& archive, unsigned char)
 {
-    static_cast<void>(tk_persistentClasses());
-    tkArchive::requireVersion0(version);
+    tk_linkPersistentClasses();
     tkPersistent::dispatchSerialize(archive);
     archive || trainParams_;
 }

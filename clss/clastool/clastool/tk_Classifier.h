@@ -56,7 +56,7 @@ protected:
     tk_Classifier(const tk_Classifier&) = default;
     tk_Classifier& operator=(const tk_Classifier&) = default;
 
-    void dispatchSerialize(tkArchive& archive) override;
+    TK_RECORD;
 
     /// The parameters kept, null if none: a method refuses to load those of another technique.
     const tkClassifierTrainParams* heldParams_() const { return trainParams_.get(); }
@@ -88,8 +88,6 @@ private:
     virtual void recordRunDetails_(tkDiagObject* diag, unsigned long flags) const = 0;
     virtual void recordRunResults_(tkDiagObject* diag, unsigned long flags, const tkFeaturePattern& pattern,
                                    const tkClassifierResult& result) const = 0;
-
-    void serialize_(tkArchive& archive, unsigned char version);
 
     tkPtrHandle_const<tkClassifierTrainParams> trainParams_; // null: untrained, or trained by other means
 };

@@ -43,9 +43,6 @@ bool outcomeOf(const tkPredicateFunction& predicate, const tkFeaturePattern& pat
 }
 } // namespace
 
-const tkPersistent::Registration tk_ClassifierDecisionTree::registration_(typeid(tk_ClassifierDecisionTree),
-                                                                          &tk_ClassifierDecisionTree::make);
-
 void tk_ClassifierDecisionTree::trainManual(const tkDecisionTree& tree, tkDiagObject* diag, unsigned long flags)
 {
     const tkPtrHandle_const<tkDecisionTree> previous = decisionTree_; // `tree` may be in it
@@ -126,19 +123,10 @@ void tk_ClassifierDecisionTree::run_(const tkFeaturePattern& pattern, tkClassifi
     result = leaf->classifierResult();
 }
 
-void tk_ClassifierDecisionTree::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_ClassifierDecisionTree::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tk_ClassifierDecisionTree, 0)
 
-void tk_ClassifierDecisionTree::serialize_(tkArchive& archive, unsigned char version)
+void tk_ClassifierDecisionTree::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tk_Classifier::dispatchSerialize(archive);
     archive || decisionTree_;
-}
-
-tkPersistent* tk_ClassifierDecisionTree::make()
-{
-    return new tk_ClassifierDecisionTree;
 }

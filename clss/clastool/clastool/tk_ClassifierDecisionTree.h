@@ -25,8 +25,6 @@ public:
     bool operator!=(const tk_ClassifierDecisionTree& other) const { return !(*this == other); }
 
 protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
     /// The four steps of training from data throw tkClassifierDefs::NotImplemented.
     void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) override;
     void retrain_(const tkClassifierTrainParams& params) override;
@@ -50,9 +48,7 @@ private:
     {
     }
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     tkPtrHandle_const<tkDecisionTree> decisionTree_; // null: untrained
 };

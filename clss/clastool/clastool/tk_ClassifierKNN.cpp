@@ -24,8 +24,6 @@ tkClassifierTrainParamsKNN knnParams(const tkClassifierTrainParams& params)
 }
 } // namespace
 
-const tkPersistent::Registration tk_ClassifierKNN::registration_(typeid(tk_ClassifierKNN), &tk_ClassifierKNN::make);
-
 tkPtrHandle<tk_Classifier> tk_ClassifierKNN::clone() const
 {
     return tkPtrHandle<tk_Classifier>(new tk_ClassifierKNN(*this));
@@ -159,14 +157,10 @@ void tk_ClassifierKNN::fillMatchResults_(const long* indices, long count,
     }
 }
 
-void tk_ClassifierKNN::dispatchSerialize(tkArchive& archive)
-{
-    exchangeLevel_(archive, this, &tk_ClassifierKNN::serialize_);
-}
+TK_DEFINE_FACTORY_RECORD(tk_ClassifierKNN, 0)
 
-void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char version)
+void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char)
 {
-    tkArchive::requireVersion0(version);
     tk_Classifier::dispatchSerialize(archive);
     archive || trainingData_;
     if (!archive.isLoading())
@@ -176,9 +170,4 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char version)
         throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
     if (!trainingData_.isNull())
         trainingData_->indexNeighbors_();
-}
-
-tkPersistent* tk_ClassifierKNN::make()
-{
-    return new tk_ClassifierKNN;
 }

@@ -22,8 +22,6 @@ public:
     bool operator!=(const tk_ClassifierKNN& other) const { return !(*this == other); }
 
 protected:
-    void dispatchSerialize(tkArchive& archive) override;
-
     /// Throws tkClassifierDefs::BadFeatures at the first pattern with an invalid measurement. Patterns of label
     /// -1 are skipped.
     void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) override;
@@ -62,9 +60,7 @@ private:
     /// One category result per label among the neighbours, ascending, with its share of the votes.
     void fillMatchResults_(const long* indices, long count, std::vector<tkClassifierCategoryResult>& results) const;
 
-    void serialize_(tkArchive& archive, unsigned char version);
-    static tkPersistent* make();
-    static const Registration registration_;
+    TK_FACTORY_RECORD;
 
     tkPtrHandle<tkClassifierDataProviderMemory> trainingData_; // null: untrained
     tkClassifierTrainParamsKNN params_;                        // of the last training or retraining; not stored

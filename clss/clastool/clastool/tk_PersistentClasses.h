@@ -7,10 +7,15 @@
 #include <vector>
 
 /// Every class of the library that an archive can create.
-///
-/// A linker takes from a static library only what is referred to, and nothing refers to a class that is
-/// created by name alone: its registration would be missing from the program. The records of the base classes
-/// whose derived classes live in other files call this list, and the list refers to them all.
 TK_EXPORT const std::vector<const std::type_info*>& tk_persistentClasses();
+
+/// Makes every program that uses the caller contain all of these classes. A linker takes from a static library only
+/// the object files that are referred to, and nothing refers to a class that is created by name alone: without this
+/// reference its registration would be missing. Called by the records of base classes whose derived classes live in
+/// other files.
+inline void tk_linkPersistentClasses()
+{
+    static_cast<void>(tk_persistentClasses());
+}
 
 #endif

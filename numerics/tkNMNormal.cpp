@@ -3,45 +3,29 @@
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
 #include "numerics/kernels/tkNMFollow.h"
-#include "numerics/tkNMTriangle.h"
+#include "numerics/tkNMExactQuotient.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <numeric>
 #include <utility>
 
 namespace
 {
-/// Log densities are sums of multiples of 2^-39. Such sums are exact up to a magnitude of 2^14, in any order, and
-/// differences between categories do not change when a common multiple of ln 2 is added to both: that is what
-/// another unit (a factor of a power of two) does to them. For the same reason ln 2 is a multiple of 2^-39 here;
-/// it is 1.8e-13 too large.
-const double perGridStep = 0x1p39;
-const double gridLn2 = 0x1.62e42fefa4p-1;
-
-const double lnTwoPi = 1.8378770664093454836;
-
-/// A covariance factors if no measurement is determined by those before it to more than this part of its variance.
-const double smallestPivot = 0x1p-33;
-/// A marginal distribution leaves every pivot as large as it was or makes it larger, but for rounding.
-const double smallestMarginalPivot = 0x1p-34;
-const double smallestRidge = 0x1p-13;
-const double largestRidge = 0x1p20;
-
-/// A measurement whose deviation is at most this part of its mean did not vary: rounding explains the rest.
-const double constantPart = 0x1p-48;
-/// The deviation of a measurement that did not vary, as a part of its reference.
-const double constantDeviation = 0x1p-10;
+/// A squared distance that overflowed at a finite point: nothing is farther.
+double cut(double square)
+{
+    return square <= tkNMSingleNormal::largestSquare ? square : tkNMSingleNormal::largestSquare;
+}
 } // namespace
 
 double tkNMNormal::Factor_::logDensity(const double* pattern) const
 {
     double square = distance.squaredDistance(pattern);
-    if (!(square <= tkNMSingleNormal::largestSquare) && distance.isFiniteAt(pattern))
-        square = tkNMSingleNormal::largestSquare;
+    if (distance.isFiniteAt(pattern))
+        square = cut(square);
     return single.logPeak - tkNMSingleNormal::roundedToGrid(0.5 * square);
 }
 
@@ -92,12 +76,10 @@ tkNMMatrix tkNMNormal::covariance() const
         for (long j = 0; j <= i; ++j)
         {
             const double sum = squares_(static_cast<std::size_t>(i), static_cast<std::size_t>(j));
-            // The rounded quotient's remainder is exact, so that restore() finds the sum again.
-            const double quotient = sum / divisor;
-            const double remainder = std::fma(-quotient, divisor, sum) / divisor;
-            covariance(i, j) = covariance(j, i) = quotient;
-            covariance.remainder(i, j, remainder);
-            covariance.remainder(j, i, remainder);
+            const tkNMExactQuotient quotient = tkNMExactQuotient::of(sum, divisor);
+            covariance(i, j) = covariance(j, i) = quotient.value;
+            covariance.remainder(i, j, quotient.remainder);
+            covariance.remainder(j, i, quotient.remainder);
         }
     return covariance;
 }
@@ -108,10 +90,21 @@ double tkNMNormal::mean(long j) const
     return mean_[j];
 }
 
-double tkNMNormal::variance(long j) const
+double tkNMNormal::compensation(long j) const
 {
     TK_ASSERT(j >= 0 && j < dimension());
-    return covariance_(j, j);
+    return meanRemainder_[j];
+}
+
+double tkNMNormal::variance(long j) const
+{
+    return sumOfSquares(j) / static_cast<double>(std::max(count_ - 1, 1L));
+}
+
+double tkNMNormal::sumOfSquares(long j) const
+{
+    TK_ASSERT(j >= 0 && j < dimension());
+    return squares_(static_cast<std::size_t>(j), static_cast<std::size_t>(j));
 }
 
 bool tkNMNormal::restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, long count)
@@ -130,7 +123,7 @@ bool tkNMNormal::restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, l
         restored.meanRemainder_.push_back(mean.remainder(i, 0));
         for (long j = 0; j <= i; ++j)
             restored.squares_(static_cast<std::size_t>(i), static_cast<std::size_t>(j)) =
-                std::fma(covariance(i, j), divisor, covariance.remainder(i, j) * divisor);
+                tkNMExactQuotient{covariance(i, j), covariance.remainder(i, j)}.times(divisor);
     }
     swap_(restored);
     return true;
@@ -214,18 +207,23 @@ tkNMNormal::Status tkNMNormal::logMarginal(const double* pattern, const bool* va
         return eNoValidData;
     if (dimension != this->dimension())
         return eWrongLength;
-    std::vector<std::size_t> measurements;
-    std::vector<double> validOnes;
+    const Factor_& factor = factor_();
+    if (std::find(valid, valid + dimension, false) == valid + dimension)
+    {
+        result = factor.logDensity(pattern);
+        return eOk;
+    }
+    tkScratch<double, 256> v(mean_.size());
+    bool isFinite = true;
     for (std::size_t j = 0; j < mean_.size(); ++j)
         if (valid[j])
         {
-            measurements.push_back(j);
-            validOnes.push_back(pattern[j]);
+            v[j] = (pattern[j] - mean_[j]) - meanRemainder_[j];
+            isFinite = isFinite && std::isfinite(v[j]);
         }
-    // The ridge is that of the joint distribution, for it is its marginal that is asked for.
-    Factor_ factor;
-    factor_(measurements, factor_().ridge, smallestMarginalPivot, factor);
-    result = factor.logDensity(validOnes.data());
+    const tkNMCovarianceFactor::Marginal marginal = factor.covariance.marginal(v.data(), valid);
+    const double square = isFinite ? cut(marginal.square) : marginal.square;
+    result = marginal.logPeak - tkNMSingleNormal::roundedToGrid(0.5 * square);
     return eOk;
 }
 
@@ -235,8 +233,6 @@ void tkNMNormal::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size
     static_cast<void>(factor_());
     Factor_& factor = *factorOrNull_.load();
     factor.leaveProducts();
-    if (factor.distance.dimension() != mean_.size())
-        return;
     products->fill(product, place, factor.distance, factor.single.logPeak);
     factor.products = products;
     factor.product = product;
@@ -275,127 +271,23 @@ void tkNMNormal::forgetFactor_()
         delete factorOrNull_.exchange(nullptr);
 }
 
-double tkNMNormal::covariance_(std::size_t i, std::size_t j) const
-{
-    return squares_(i, j) / static_cast<double>(std::max(count_ - 1, 1L));
-}
-
-/// Whether measurement j varies, and its deviation; the one it is given if it does not. That is a small part of
-/// the reference or, where none is known, of the magnitude of its mean, so that it has the measurement's unit. A
-/// measurement that was always 0.0 has no unit that could be known here; any deviation will do.
-double tkNMNormal::deviation_(std::size_t j, bool& varies) const
-{
-    const double magnitude = std::fabs(mean_[j]);
-    const double deviation = std::sqrt(covariance_(j, j));
-    varies = !(deviation <= constantPart * magnitude);
-    if (varies)
-        return deviation;
-    if (j < reference_.size() && reference_[j] > constantPart * magnitude)
-        return constantDeviation * reference_[j];
-    return magnitude > 0.0 ? constantDeviation * magnitude : 1.0;
-}
-
 const tkNMNormal::Factor_& tkNMNormal::factor_() const
 {
     Factor_* factor = factorOrNull_.load(std::memory_order_acquire);
     if (factor)
         return *factor;
 
-    std::vector<std::size_t> all(mean_.size());
-    std::iota(all.begin(), all.end(), std::size_t(0));
     auto fresh = std::make_unique<Factor_>();
-    double ridge = 0.0;
-    while (!factor_(all, ridge, smallestPivot, *fresh) && ridge < largestRidge)
-        ridge = ridge > 0.0 ? 2.0 * ridge : smallestRidge;
+    fresh->covariance = tkNMCovarianceFactor(count_, mean_, squares_, reference_);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    fresh->single = {nan, nan, nan, fresh->covariance.logPeak()};
+    if (mean_.size() == 1)
+        fresh->single = {mean_[0], meanRemainder_[0], fresh->covariance.w(0, 0), fresh->single.logPeak};
+    fresh->distance = tkNMMahalanobis(mean_, meanRemainder_, fresh->covariance.w);
 
     // Whoever comes first publishes; all compute the same.
     if (factorOrNull_.compare_exchange_strong(factor, fresh.get(), std::memory_order_acq_rel,
                                               std::memory_order_acquire))
         return *fresh.release();
     return *factor;
-}
-
-/// Factors the covariance R of the measurements u_j x_j, where u_j is the power of two that brings the deviation
-/// into [1, 2): R_ij = u_i C_ij u_j, R_jj times 1 + ridge. Multiplying by u_j is exact, so that R does not depend
-/// on the measurements' units as far as these differ by powers of two. With the Cholesky factor L of R,
-///     W = L^-1 diag(u),   logPeak = -1/2 (d ln 2 pi + sum over j of ln L_jj²) + (sum over j of log2 u_j) ln 2.
-/// False if a pivot L_jj² is below leastPivot R_jj; the log density is then NaN.
-bool tkNMNormal::factor_(const std::vector<std::size_t>& measurements, double ridge, double leastPivot,
-                         Factor_& factor) const
-{
-    const std::size_t d = measurements.size();
-    tkNMTriangle l(d);
-    std::vector<double> u(d);
-    std::vector<char> varies(d);
-    long exponents = 0;
-    for (std::size_t i = 0; i < d; ++i)
-    {
-        bool itVaries = true;
-        const double deviation = deviation_(measurements[i], itVaries);
-        varies[i] = itVaries;
-        int exponent = 0; // deviation in [2^(exponent - 1), 2^exponent)
-        if (std::isfinite(deviation))
-            std::frexp(deviation, &exponent);
-        exponent = std::max(exponent, -1000); // whose inverse is still a double
-        exponents += 1 - exponent;
-        u[i] = std::ldexp(1.0, 1 - exponent);
-        for (std::size_t j = 0; j < i; ++j)
-            l(i, j) = varies[i] && varies[j] ? covariance_(measurements[i], measurements[j]) * u[i] * u[j] : 0.0;
-        const double variance = itVaries ? covariance_(measurements[i], measurements[i]) * u[i] * u[i]
-                                         : (deviation * u[i]) * (deviation * u[i]);
-        l(i, i) = variance + ridge * variance;
-    }
-
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    factor.single = {nan, nan, nan, nan};
-    factor.ridge = ridge;
-
-    double lnDeterminant = 0.0;
-    for (std::size_t j = 0; j < d; ++j)
-    {
-        double pivot = l(j, j);
-        for (std::size_t k = 0; k < j; ++k)
-            pivot -= l(j, k) * l(j, k);
-        if (!(pivot >= leastPivot * l(j, j)))
-            return false;
-        lnDeterminant += std::log(pivot);
-        l(j, j) = std::sqrt(pivot);
-        for (std::size_t i = j + 1; i < d; ++i)
-        {
-            double element = l(i, j);
-            for (std::size_t k = 0; k < j; ++k)
-                element -= l(i, k) * l(j, k);
-            l(i, j) = element / l(j, j);
-        }
-    }
-
-    tkNMTriangle inverse(d);
-    for (std::size_t j = 0; j < d; ++j)
-    {
-        inverse(j, j) = 1.0 / l(j, j);
-        for (std::size_t i = j + 1; i < d; ++i)
-        {
-            double sum = 0.0;
-            for (std::size_t k = j; k < i; ++k)
-                sum += l(i, k) * inverse(k, j);
-            inverse(i, j) = -sum / l(i, i);
-        }
-        for (std::size_t i = j; i < d; ++i)
-            inverse(i, j) *= u[j];
-    }
-
-    std::vector<double> mean;
-    std::vector<double> remainder;
-    for (const std::size_t j : measurements)
-    {
-        mean.push_back(mean_[j]);
-        remainder.push_back(meanRemainder_[j]);
-    }
-    if (d == 1)
-        factor.single = {mean[0], remainder[0], inverse(0, 0), nan};
-    factor.distance = tkNMMahalanobis(std::move(mean), std::move(remainder), std::move(inverse));
-
-    const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);
-    factor.single.logPeak = std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;
-    return true;
 }

@@ -2,6 +2,7 @@
 #define NUMERICS_TKNMNORMAL_H
 
 #include "foundation/tkPtrHandle.h"
+#include "numerics/tkNMCovarianceFactor.h"
 #include "numerics/tkNMMahalanobis.h"
 #include "numerics/tkNMMatrix.h"
 #include "numerics/tkNMNormalProducts.h"
@@ -17,7 +18,7 @@
 /// Mean and sums of squares follow Welford (Technometrics 4, 1962, 419-420), the mean with a remainder below its
 /// last place. The log density goes through the inverse Cholesky factor of the covariance, each measurement in a
 /// unit of a power of two near its deviation; the factor is computed once per state, at the first evaluation.
-/// Singular covariances are regularised. docs/numerics.md derives all of it.
+/// Singular covariances are repaired (tkNMCovarianceFactor). docs/numerics.md derives all of it.
 ///
 /// Several threads may evaluate one object; a change excludes every other use.
 class TK_EXPORT tkNMNormal
@@ -45,11 +46,15 @@ public:
 
     /// The means, a column; each with its remainder.
     tkNMMatrix mean() const;
-    /// The covariance with divisor count - 1; zeros for a count of 1. Never regularised.
+    /// The covariance with divisor count - 1; zeros for a count of 1. Never repaired. Elements and remainders are those
+    /// of tkNMExactQuotient.
     tkNMMatrix covariance() const;
-    /// Mean and variance of one measurement. *Requires* 0 <= j < dimension().
+    /// Mean, its compensation, variance, and sum of squared deviations of one measurement.
+    /// *Requires* 0 <= j < dimension().
     double mean(long j) const;
+    double compensation(long j) const;
     double variance(long j) const;
+    double sumOfSquares(long j) const;
 
     /// Takes over statistics as mean(), covariance() and count() gave them; the distribution then goes on as the
     /// original would, bit for bit. False, and no change, if their sizes do not fit together or count < 0.
@@ -67,13 +72,15 @@ public:
     /// nothing.
     Status add(const double* pattern, long dimension);
 
-    /// What a measurement that never varied is compared with, one for each measurement: its standard deviation
-    /// over all categories (0.0: not known). Not part of the statistics, and forgotten by clear().
+    /// What a measurement that never varied is compared with, one for each measurement: its standard deviation over all
+    /// categories, where 0.0 stands for one that was the same everywhere and has no term in the density. Empty: not
+    /// known. Not part of the statistics, and forgotten by clear().
     const std::vector<double>& referenceDeviations() const { return reference_; }
     void referenceDeviations(const std::vector<double>& deviations);
 
     /// The natural logarithm of the density at `pattern`, a multiple of 2^-39 up to a magnitude of 2^12. Finite
-    /// for finite patterns: no squared distance counts more than 1e300. Statuses eNoValidData, eWrongLength.
+    /// for finite patterns: a squared distance that overflows is the largest double. Statuses eNoValidData,
+    /// eWrongLength.
     Status logDensity(const double* pattern, long dimension, double& result) const
     {
         const Factor_* const factor = factorOrNull_.load(std::memory_order_acquire);
@@ -81,7 +88,7 @@ public:
     }
 
     /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
-    /// invalid measurement's value is not read. Factors their covariance anew: cost in proportion to dimension³.
+    /// invalid measurement's value is not read. Cost in proportion to dimension² + dimension b² for b invalid ones.
     Status logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
 
     /// Fills the place of a factor with this distribution, which empties it as soon as it changes, and the place that
@@ -129,8 +136,8 @@ private:
         /// Log density at any pattern.
         double logDensity(const double* pattern) const;
 
-        tkNMSingleNormal single;  // logPeak for any number of measurements, weight NaN unless there is one
-        double ridge;             // part of its variance that was added to each measurement
+        tkNMSingleNormal single; // logPeak for any number of measurements, weight NaN unless there is one
+        tkNMCovarianceFactor covariance;
         tkNMMahalanobis distance; // by the inverse of the Cholesky factor, its columns in the measurements' own units
         tkPtrHandle<tkNMNormalProducts> products; // null: none
         std::size_t product = 0;
@@ -140,10 +147,7 @@ private:
     Status logDensity_(const double* pattern, long dimension, double& result) const;
     void swap_(tkNMNormal& other) noexcept;
     void forgetFactor_();
-    double covariance_(std::size_t i, std::size_t j) const;
-    double deviation_(std::size_t j, bool& varies) const;
     const Factor_& factor_() const;
-    bool factor_(const std::vector<std::size_t>& measurements, double ridge, double leastPivot, Factor_& factor) const;
 
     long count_;
     std::vector<double> mean_;

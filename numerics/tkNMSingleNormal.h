@@ -1,6 +1,8 @@
 #ifndef NUMERICS_TKNMSINGLENORMAL_H
 #define NUMERICS_TKNMSINGLENORMAL_H
 
+#include <limits>
+
 /// What evaluating the normal density of a single measurement x takes. With y = weight ((x - mean) - remainder) the
 /// log density is logPeak - y² / 2, the latter rounded to a multiple of 2^-39 (below 2^13; beyond, to one of the
 /// doubles' own larger steps).
@@ -11,8 +13,8 @@ struct tkNMSingleNormal
     double weight; // NaN: not known
     double logPeak;
 
-    /// No squared distance counts more, so that sums over many densities remain finite.
-    static constexpr double largestSquare = 1e300;
+    /// The largest double: what a squared distance that overflows at a finite point counts.
+    static constexpr double largestSquare = std::numeric_limits<double>::max();
     /// Above it, doubles have steps of 2^-39.
     static constexpr double gridShift = 0x1p13;
     static double roundedToGrid(double v) { return (v + gridShift) - gridShift; } // for v >= 0

@@ -37,6 +37,10 @@ foundation/tkDiagObject
 numerics/tkNMMatrix
 numerics/tkNMTriangle
 numerics/tkNMDecision
+numerics/tkNMExactQuotient
+numerics/tkNMReferenceDeviation
+numerics/tkNMSymmetricEigen
+numerics/tkNMCovarianceFactor
 numerics/tkNMMahalanobis
 numerics/tkNMSingleNormal
 numerics/tkNMNormalProducts

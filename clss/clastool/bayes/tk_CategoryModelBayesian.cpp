@@ -6,6 +6,8 @@
 #include "numerics/tkNMLearner.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <string>
 #include <typeinfo>
 #include <utility>
@@ -30,6 +32,16 @@ tk_ProbabilityDensityFunction* newDensity(tkClassifierDistributionTypes::Distrib
         throw tkClassifierDefs::NotImplemented(L"Uniform distribution is not implemented");
     }
     throw tkClassifierDefs::BadParams(L"Unknown distribution type");
+}
+
+/// a + b; the largest double of its sign where finite ones overflow, so that a finite pattern, however far it is from
+/// all categories, has a finite score in each.
+double sumOfLogs(double a, double b)
+{
+    const double sum = a + b;
+    return std::isinf(sum) && std::isfinite(a) && std::isfinite(b)
+               ? std::copysign(std::numeric_limits<double>::max(), sum)
+               : sum;
 }
 } // namespace
 
@@ -80,7 +92,7 @@ double tk_CategoryModelBayesian::addScores_(const tkFeaturePattern& pattern, std
             double value = 0.0;
             if (!s.isWithin(reach) || !s.normalOrNull->logValueOfValid(&x[s.first], static_cast<long>(s.size), value))
                 value = densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
-            score += value;
+            score = sumOfLogs(score, value);
         }
         return score;
     }

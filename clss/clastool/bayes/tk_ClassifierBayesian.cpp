@@ -9,6 +9,7 @@
 #include "foundation/tkPrefetch.h"
 #include "foundation/tkScratch.h"
 #include "numerics/tkNMDecision.h"
+#include "numerics/tkNMReferenceDeviation.h"
 
 #include <algorithm>
 #include <cmath>
@@ -277,38 +278,29 @@ void tk_ClassifierBayesian::fillLogLikelihoods_(const tkFeaturePattern& pattern,
     }
 }
 
-/// With the count n_c, mean m_c and variance v_c of measurement j in category c, N the sum of the n_c:
-///     m = (sum of n_c m_c) / N,   deviation² = (sum of (n_c - 1) v_c + n_c (m_c - m)²) / N.
 void tk_ClassifierBayesian::setReferenceDeviations_()
 {
-    struct Sums
-    {
-        double count = 0.0;
-        double values = 0.0;
-        double squares = 0.0;
-    };
-    std::map<long, Sums> sums;
+    std::map<long, tkNMReferenceDeviation> references;
     forEachNormal(categoryModels_,
                   [&](const std::vector<long>& set, const tk_PDFMultivariateNormal& density)
                   {
                       const tkNMNormal& normal = density.normal();
-                      const double n = static_cast<double>(normal.count());
-                      for (std::size_t j = 0; j < set.size(); ++j)
+                      for (std::size_t i = 0; i < set.size(); ++i)
                       {
-                          sums[set[j]].count += n;
-                          sums[set[j]].values += n * normal.mean(static_cast<long>(j));
+                          const long j = static_cast<long>(i);
+                          references[set[i]].addMean(static_cast<double>(normal.count()), normal.mean(j),
+                                                     normal.compensation(j));
                       }
                   });
     forEachNormal(categoryModels_,
                   [&](const std::vector<long>& set, const tk_PDFMultivariateNormal& density)
                   {
                       const tkNMNormal& normal = density.normal();
-                      const double n = static_cast<double>(normal.count());
-                      for (std::size_t j = 0; j < set.size(); ++j)
+                      for (std::size_t i = 0; i < set.size(); ++i)
                       {
-                          Sums& sum = sums[set[j]];
-                          const double distance = normal.mean(static_cast<long>(j)) - sum.values / sum.count;
-                          sum.squares += (n - 1.0) * normal.variance(static_cast<long>(j)) + n * distance * distance;
+                          const long j = static_cast<long>(i);
+                          references[set[i]].addSquares(static_cast<double>(normal.count()), normal.mean(j),
+                                                        normal.compensation(j), normal.sumOfSquares(j));
                       }
                   });
     forEachNormal(categoryModels_,
@@ -316,7 +308,7 @@ void tk_ClassifierBayesian::setReferenceDeviations_()
                   {
                       std::vector<double> deviations;
                       for (const long index : set)
-                          deviations.push_back(std::sqrt(sums[index].squares / sums[index].count));
+                          deviations.push_back(references[index].value());
                       density.referenceDeviations(deviations);
                   });
 }

@@ -1,0 +1,328 @@
+#include "numerics/tkNMCovarianceFactor.h"
+
+#include "foundation/tkAssert.h"
+#include "foundation/tkScratch.h"
+#include "numerics/tkNMSymmetricEigen.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace
+{
+using Role = tkNMCovarianceFactor::Role;
+using Measurement = tkNMCovarianceFactor::Measurement;
+
+const double lnTwoPi = 1.8378770664093454836;
+
+/// Log densities are sums of multiples of 2^-39. Such sums are exact up to a magnitude of 2^14, in any order, and
+/// differences between categories do not change when a common multiple of ln 2 is added to both: that is what
+/// another unit (a factor of a power of two) does to them. For the same reason ln 2 is a multiple of 2^-39 here;
+/// it is 1.8e-13 too large.
+const double perGridStep = 0x1p39;
+const double gridLn2 = 0x1.62e42fefa4p-1;
+
+double logPeakOf(std::size_t d, double lnDeterminant, long exponents)
+{
+    const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);
+    return std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;
+}
+
+/// A measurement whose deviation is at most this part of its mean did not vary: rounding explains the rest.
+const double constantPart = 0x1p-52;
+/// The deviation of a measurement that did not vary, as a part of its reference. One pattern says nothing about
+/// deviations, so that the reference is the best there is.
+const double constantDeviation = 0x1p-7;
+const double constantDeviationOfOnePattern = 1.0;
+/// Whose inverse is still a double.
+const double leastDeviation = 0x1p-1000;
+
+/// The role of a measurement, and the deviation that it gets.
+Role roleOf(long count, double mean, double variance, const double* referenceOrNull, double& deviation)
+{
+    const double magnitude = std::fabs(mean);
+    deviation = std::sqrt(variance);
+    if (referenceOrNull && *referenceOrNull == 0.0)
+        return Role::eSameEverywhere;
+    if (!(deviation <= constantPart * magnitude))
+        return Role::eVaries;
+    const double reference = referenceOrNull ? *referenceOrNull : magnitude > 0.0 ? magnitude : 1.0;
+    const double part = count == 1 ? constantDeviationOfOnePattern : constantDeviation;
+    deviation = std::max({deviation, part * reference, leastDeviation});
+    return Role::eConstant;
+}
+
+/// The floor of the eigenvalues of a correlation matrix, for `count` patterns of d measurements. No more patterns than
+/// measurements have a singular covariance for certain, and say the less the fewer they are.
+double eigenvalueFloor(long count, std::size_t d)
+{
+    const auto n = static_cast<std::size_t>(count);
+    if (n > d)
+        return 0x1p-28;
+    const std::size_t step = d > 1 ? 8 * (n - 1) / (d - 1) : 0;
+    return std::ldexp(1.0, -2 - static_cast<int>(step));
+}
+
+/// Whether A - shift I is positive definite, for a symmetric matrix A of d² elements: whether it has a Cholesky factor.
+bool exceeds(std::size_t d, const std::vector<double>& a, double shift)
+{
+    std::vector<double> l(a);
+    for (std::size_t i = 0; i < d; ++i)
+    {
+        double* const row = &l[i * d];
+        for (std::size_t j = 0; j < i; ++j)
+        {
+            for (std::size_t k = 0; k < j; ++k)
+                row[j] -= row[k] * l[j * d + k];
+            row[j] /= l[j * d + j];
+        }
+        double pivot = row[i] - shift;
+        for (std::size_t k = 0; k < i; ++k)
+            pivot -= row[k] * row[k];
+        if (!(pivot > 0.0))
+            return false;
+        row[i] = std::sqrt(pivot);
+    }
+    return true;
+}
+
+/// Raises the eigenvalues l_i of the correlation matrix R of the measurements `varying` to `floor`. With eigenvectors
+/// v_i and deviations D:
+///     C'_ab = C_ab + D_a D_b (sum over l_i < floor of (floor - l_i) v_ia v_ib).
+/// False, and nothing done, if the eigenvalues did not converge.
+bool raiseEigenvalues(tkNMTriangle& c, const std::vector<std::size_t>& varying, double floor, bool isSingular)
+{
+    const std::size_t d = varying.size();
+    if (d < 2)
+        return true; // the correlation matrix is 1
+    std::vector<double> deviations;
+    for (const std::size_t j : varying)
+        deviations.push_back(std::sqrt(c(j, j)));
+    std::vector<double> r(d * d, 1.0);
+    for (std::size_t a = 0; a < d; ++a)
+        for (std::size_t b = 0; b < a; ++b)
+            r[a * d + b] = r[b * d + a] = c(varying[a], varying[b]) / (deviations[a] * deviations[b]);
+    if (!isSingular && exceeds(d, r, floor))
+        return true;
+
+    std::vector<double> values(d);
+    if (!tkNMSymmetricEigen(d, r.data(), values.data()))
+        return false;
+    std::vector<double> added(d * d);
+    for (std::size_t i = 0; i < d; ++i)
+        if (values[i] < floor)
+            for (std::size_t a = 0; a < d; ++a)
+            {
+                const double factor = (floor - values[i]) * r[i * d + a];
+                for (std::size_t b = 0; b <= a; ++b)
+                    added[a * d + b] += factor * r[i * d + b];
+            }
+    for (std::size_t a = 0; a < d; ++a)
+        for (std::size_t b = 0; b <= a; ++b)
+            c(varying[a], varying[b]) += deviations[a] * deviations[b] * added[a * d + b];
+    return true;
+}
+
+void makeIndependent(tkNMTriangle& c)
+{
+    for (std::size_t i = 0; i < c.dimension(); ++i)
+        for (std::size_t j = 0; j < i; ++j)
+            c(i, j) = 0.0;
+}
+
+/// The Cholesky factor L of c, and ln det c. False if there is none.
+bool factor(tkNMTriangle c, tkNMTriangle& l, double& lnDeterminant)
+{
+    const std::size_t d = c.dimension();
+    lnDeterminant = 0.0;
+    for (std::size_t j = 0; j < d; ++j)
+    {
+        double pivot = c(j, j);
+        for (std::size_t k = 0; k < j; ++k)
+            pivot -= c(j, k) * c(j, k);
+        if (!(pivot > 0.0) || !std::isfinite(pivot))
+            return false;
+        lnDeterminant += std::log(pivot);
+        c(j, j) = std::sqrt(pivot);
+        for (std::size_t i = j + 1; i < d; ++i)
+        {
+            double element = c(i, j);
+            for (std::size_t k = 0; k < j; ++k)
+                element -= c(i, k) * c(j, k);
+            c(i, j) = element / c(j, j);
+        }
+    }
+    l = std::move(c);
+    return true;
+}
+
+tkNMTriangle inverseOf(const tkNMTriangle& l)
+{
+    const std::size_t d = l.dimension();
+    tkNMTriangle inverse(d);
+    for (std::size_t j = 0; j < d; ++j)
+    {
+        inverse(j, j) = 1.0 / l(j, j);
+        for (std::size_t i = j + 1; i < d; ++i)
+        {
+            double sum = 0.0;
+            for (std::size_t k = j; k < i; ++k)
+                sum += l(i, k) * inverse(k, j);
+            inverse(i, j) = -sum / l(i, i);
+        }
+    }
+    return inverse;
+}
+
+/// Columns of rows by eights, of which those up to a multiple of eight are zeros.
+class Columns
+{
+public:
+    Columns(std::size_t rows, std::size_t count) : rows_((rows + 7) / 8 * 8), elements_(rows_ * count)
+    {
+        std::fill(elements_.begin(), elements_.end(), 0.0);
+    }
+
+    double* operator[](std::size_t k) { return elements_.data() + k * rows_; }
+
+    /// The sum of a_i b_i from the eight rows of row `first` on: q_l is that of rows l, l + 8, ...
+    double product(const double* a, const double* b, std::size_t first) const
+    {
+        double q[8] = {};
+        for (std::size_t i = first / 8 * 8; i < rows_; i += 8)
+            for (std::size_t l = 0; l < 8; ++l)
+                q[l] += a[i + l] * b[i + l];
+        return ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
+    }
+
+    /// a_i -= factor b_i from the eight rows of row `first` on.
+    void subtract(double* a, const double* b, double factor, std::size_t first) const
+    {
+        for (std::size_t i = first / 8 * 8; i < rows_; ++i)
+            a[i] -= factor * b[i];
+    }
+
+private:
+    std::size_t rows_;
+    tkScratch<double, 1024> elements_;
+};
+} // namespace
+
+tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>& mean, const tkNMTriangle& squares,
+                                           const std::vector<double>& references)
+    : w(mean.size()),
+      measurements(mean.size())
+{
+    TK_ASSERT(count > 0);
+    const std::size_t d = mean.size();
+    const double divisor = static_cast<double>(std::max(count - 1, 1L));
+    tkNMTriangle c(d); // the covariance in the units 1 / u
+    std::vector<double> units(d);
+    std::vector<std::size_t> varying;
+    std::size_t numTerms = 0;
+    for (std::size_t i = 0; i < d; ++i)
+    {
+        const double variance = squares(i, i) / divisor;
+        const double* const referenceOrNull = i < references.size() ? &references[i] : nullptr;
+        double deviation = 0.0;
+        const Role role = roleOf(count, mean[i], variance, referenceOrNull, deviation);
+        int exponent = 0; // deviation in [2^(exponent - 1), 2^exponent)
+        if (std::isfinite(deviation))
+            std::frexp(deviation, &exponent);
+        measurements[i] = {role, role == eSameEverywhere ? 0 : 1 - exponent};
+        const double u = units[i] = std::ldexp(1.0, measurements[i].exponent);
+        c(i, i) = role == eVaries     ? variance * u * u
+                  : role == eConstant ? (deviation * u) * (deviation * u)
+                                      : 1.0; // whose logarithm is 0
+        numTerms += role == eSameEverywhere ? 0 : 1;
+        if (role != eVaries)
+            continue;
+        for (const std::size_t j : varying)
+            c(i, j) = squares(i, j) / divisor * u * units[j];
+        varying.push_back(i);
+    }
+
+    const bool isSingular = static_cast<std::size_t>(count) <= numTerms;
+    if (!raiseEigenvalues(c, varying, eigenvalueFloor(count, numTerms), isSingular))
+        makeIndependent(c);
+    tkNMTriangle l;
+    if (!factor(c, l, lnDeterminant))
+    {
+        makeIndependent(c); // as stored statistics that nobody learned may demand
+        if (!factor(c, l, lnDeterminant))
+        {
+            lnDeterminant = std::numeric_limits<double>::quiet_NaN();
+            return;
+        }
+    }
+
+    w = inverseOf(l);
+    for (std::size_t j = 0; j < d; ++j)
+        for (std::size_t i = j; i < d; ++i)
+            w(i, j) *= measurements[j].role == eSameEverywhere ? 0.0 : units[j];
+}
+
+double tkNMCovarianceFactor::logPeak() const
+{
+    std::size_t numTerms = 0;
+    long exponents = 0;
+    for (const Measurement& m : measurements)
+    {
+        numTerms += m.role == eSameEverywhere ? 0 : 1;
+        exponents += m.exponent;
+    }
+    return logPeakOf(numTerms, lnDeterminant, exponents);
+}
+
+tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, const bool* valid) const
+{
+    const std::size_t d = w.dimension();
+    tkScratch<std::size_t, 256> invalid(d);
+    std::size_t numInvalid = 0;
+    std::size_t numTerms = 0;
+    long exponents = 0;
+    for (std::size_t j = 0; j < d; ++j)
+        if (measurements[j].role == eSameEverywhere)
+            continue;
+        else if (!valid[j])
+            invalid[numInvalid++] = j;
+        else
+        {
+            ++numTerms;
+            exponents += measurements[j].exponent;
+        }
+    if (numTerms == 0)
+        return {0.0, 0.0};
+
+    Columns columns(d, numInvalid + 1);
+    for (std::size_t k = 0; k < numInvalid; ++k)
+    {
+        const std::size_t j = invalid[k];
+        const double unit = std::ldexp(1.0, -measurements[j].exponent);
+        for (std::size_t i = j; i < d; ++i)
+            columns[k][i] = w(i, j) * unit;
+    }
+    double* const residual = columns[numInvalid];
+    for (std::size_t block = 0; 8 * block < d; ++block)
+        for (std::size_t j = 0; j < std::min(8 * block + 8, d); ++j)
+        {
+            const double factor = valid[j] ? v[j] : 0.0;
+            const double* const rows = w.column(block, j);
+            for (std::size_t l = 0; l < 8; ++l)
+                residual[8 * block + l] += rows[l] * factor;
+        }
+
+    double ln = lnDeterminant;
+    for (std::size_t k = numInvalid; k-- > 0;)
+    {
+        const std::size_t first = invalid[k];
+        const double* const column = columns[k];
+        const double square = columns.product(column, column, first);
+        ln += std::log(square);
+        for (std::size_t other = 0; other < k; ++other)
+            columns.subtract(columns[other], column, columns.product(column, columns[other], first) / square, first);
+        columns.subtract(residual, column, columns.product(column, residual, first) / square, first);
+    }
+    return {logPeakOf(numTerms, ln, exponents), columns.product(residual, residual, 0)};
+}

@@ -22,9 +22,15 @@ tkAssertionHandler tkSetAssertionHandler(tkAssertionHandler handler)
     return installedHandler.exchange(handler);
 }
 
-void tkAssertionFailed(const char* expression, const char* file, int line)
+bool tkAssertionReported(const char* expression, const char* file, int line)
 {
     if (const tkAssertionHandler handler = installedHandler.load())
         handler(expression, file, line);
+    return false;
+}
+
+void tkAssertionFailed(const char* expression, const char* file, int line)
+{
+    tkAssertionReported(expression, file, line);
     throw tkAssertionFailure(expression, file, line);
 }

@@ -25,8 +25,15 @@ TK_EXPORT tkAssertionHandler tkSetAssertionHandler(tkAssertionHandler handler);
 /// Calls the handler, then throws tkAssertionFailure. The process is never ended.
 [[noreturn]] TK_EXPORT void tkAssertionFailed(const char* expression, const char* file, int line);
 
+/// Calls the handler and goes on; returns false.
+TK_EXPORT bool tkAssertionReported(const char* expression, const char* file, int line);
+
 /// Throws tkAssertionFailure unless `condition` holds; active in every build type.
 #define TK_ASSERT(condition)                                                                                           \
     (static_cast<bool>(condition) ? static_cast<void>(0) : tkAssertionFailed(#condition, __FILE__, __LINE__))
+
+/// Whether `condition` holds; if it does not, the handler has been told. For a state that no code of the library's own
+/// brings about but bad data can, and for which the caller has an answer: nothing is thrown.
+#define TK_VERIFY(condition) (static_cast<bool>(condition) || tkAssertionReported(#condition, __FILE__, __LINE__))
 
 #endif

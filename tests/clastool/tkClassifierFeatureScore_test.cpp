@@ -4,6 +4,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "tests/golden/ruleTable.h"
+#include "tkReports.h"
 #include "tkTest.h"
 
 #include <algorithm>
@@ -202,11 +203,13 @@ TEST(tkClassifierFeatureScoreOneSided, aPlateauWithoutEndHasAnInfiniteCutOff)
     EXPECT_EQ(1.0, falling.score(-inf));
 }
 
-TEST(tkClassifierFeatureScoreOneSided, nanPositionIsAProgrammingErrorWhenScored)
+TEST(tkClassifierFeatureScoreOneSided, nanPositionIsReportedAndScoresZero)
 {
     tkClassifierFeatureScoreOneSided f;
     f.x0(quietNaN);
-    EXPECT_THROW(f.score(0.5), tkAssertionFailure);
+    const CountedReports reports;
+    EXPECT_EQ(0.0, f.score(0.5));
+    EXPECT_EQ(1, reports.count());
 }
 
 TEST(tkClassifierFeatureScoreOneSided, nanValueScoresNan)
@@ -340,17 +343,21 @@ TEST(tkClassifierFeatureScoreTwoSided, scoreLooksAtEveryPositionOfLow)
     EXPECT_TK_THROW(f.score(9), BadParams, bad);
 }
 
-TEST(tkClassifierFeatureScoreTwoSided, nanPositionIsAProgrammingErrorWhenItsHalfIsScored)
+TEST(tkClassifierFeatureScoreTwoSided, nanPositionIsReportedAndScoresZeroWhenItsHalfIsScored)
 {
+    const CountedReports reports;
     tkClassifierFeatureScoreTwoSided f;
     f.x0h(quietNaN); // no value is at or above a lower end that is NaN: Low scores
     EXPECT_EQ(1.0, f.score(2.0));
     EXPECT_EQ(0.5, f.score(-0.5));
+    EXPECT_EQ(0, reports.count());
     f.x0h(0.0);
     f.xch(quietNaN);
-    EXPECT_THROW(f.score(0.5), tkAssertionFailure);
+    EXPECT_EQ(0.0, f.score(0.5));
+    EXPECT_EQ(1, reports.count());
     f.x1h(-1.0); // now x1h lies below the lower end x0h, and nothing shows that it may not
-    EXPECT_THROW(f.score(-5.0), tkAssertionFailure);
+    EXPECT_EQ(0.0, f.score(-0.5));
+    EXPECT_EQ(2, reports.count());
 }
 
 TEST(tkClassifierFeatureScoreTwoSided, scoresAsTheDefinitionOnDenseGrids)

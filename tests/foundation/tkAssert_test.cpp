@@ -78,3 +78,25 @@ TEST(tkAssert, installingGivesTheHandlerBefore)
     EXPECT_THROW(TK_ASSERT(false), tkAssertionFailure);
     EXPECT_EQ("", seen);
 }
+
+TEST(tkAssert, aConditionThatIsOnlyVerifiedIsReportedAndNothingIsThrown)
+{
+    const Handler handler(remember);
+    EXPECT_TRUE(TK_VERIFY(1 + 1 == 2));
+    EXPECT_EQ("", seen);
+    const int line = __LINE__ + 1;
+    EXPECT_FALSE(TK_VERIFY(1 + 1 == 3));
+    EXPECT_EQ("1 + 1 == 3 " + std::string(__FILE__) + " " + std::to_string(line), seen);
+}
+
+TEST(tkAssert, whatTheHandlerThrowsPassesOutOfAVerification)
+{
+    const Handler handler(throwAnother);
+    EXPECT_THROW(static_cast<void>(TK_VERIFY(1 + 1 == 3)), int);
+}
+
+TEST(tkAssert, verifiesWithoutAHandler)
+{
+    const Handler handler(nullptr);
+    EXPECT_FALSE(TK_VERIFY(1 + 1 == 3));
+}

@@ -22,7 +22,6 @@ foundation/tkPrefetch
 foundation/tkAddressTable
 foundation/tkUtf8
 foundation/tkRepBase
-foundation/tkChangeCount
 foundation/tkPtrHandle
 foundation/tkPersistent
 foundation/tkException
@@ -75,7 +74,6 @@ clss/clastool/clastool/tkDecisionTree
 clss/clastool/clastool/tk_ClassifierDecisionTree
 clss/clastool/clastool/tkClassifierFeatureScore
 clss/clastool/clastool/tkClassifierRuleTable
-clss/clastool/clastool/tk_RuleFilter
 clss/clastool/clastool/tk_DataGenerator
 clss/clastool/bayes/tkClassifierDistributionTypes
 clss/clastool/bayes/tkClassifierTrainParamsBayesian

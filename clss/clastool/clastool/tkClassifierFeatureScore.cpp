@@ -5,6 +5,7 @@
 #include "foundation/tkAssert.h"
 
 #include <algorithm>
+#include <limits>
 #include <typeinfo>
 
 namespace
@@ -42,6 +43,20 @@ bool isSame(double a, double b)
     return !(a < b) && !(a > b);
 }
 
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr tkFeatureScoreSupport unknownSupport = {std::numeric_limits<double>::quiet_NaN(),
+                                                  std::numeric_limits<double>::quiet_NaN()};
+
+bool isRising(const tkClassifierFeatureScoreOneSided& f)
+{
+    return f.x0() <= f.x1() && f.x1() <= f.xc();
+}
+
+bool isFalling(const tkClassifierFeatureScoreOneSided& f)
+{
+    return f.xc() <= f.x1() && f.x1() <= f.x0();
+}
+
 /// Loads an object of one class and lets the handle hold it, or stores the one that the handle holds.
 template <class Function>
 void exchange(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
@@ -72,6 +87,11 @@ bool tkClassifierFeatureScoreIgnore::operator==(const tkClsFtSc& other) const
     return typeid(*this) == typeid(other);
 }
 
+tkClassifierFeatureScoreOneSided::tkClassifierFeatureScoreOneSided()
+{
+    updateSupport_();
+}
+
 void tkClassifierFeatureScoreOneSided::init(double x0, double x1, double xc, double y0, double y1)
 {
     checkLevel(y0, y0Range);
@@ -83,7 +103,7 @@ void tkClassifierFeatureScoreOneSided::init(double x0, double x1, double xc, dou
     xc_ = xc;
     y0_ = y0;
     y1_ = y1;
-    changes_.changed();
+    updateSupport_();
 }
 
 void tkClassifierFeatureScoreOneSided::y0(double y0)
@@ -98,6 +118,17 @@ void tkClassifierFeatureScoreOneSided::y1(double y1)
     set_(y1_, y1);
 }
 
+void tkClassifierFeatureScoreOneSided::updateSupport_()
+{
+    const double inner = y1_ == 0.0 ? x1_ : xc_;
+    if (isRising(*this))
+        support_ = {y0_ == 0.0 ? x0_ : -infinity, inner};
+    else if (isFalling(*this))
+        support_ = {inner, y0_ == 0.0 ? x0_ : infinity};
+    else
+        support_ = unknownSupport;
+}
+
 double tkClassifierFeatureScoreOneSided::score(double v) const
 {
     if (isOutside(*this))
@@ -107,7 +138,7 @@ double tkClassifierFeatureScoreOneSided::score(double v) const
 
 inline double tkClassifierFeatureScoreOneSided::scoreInOrder_(double v) const
 {
-    if (x0_ <= x1_ && x1_ <= xc_)
+    if (isRising(*this))
     {
         if (v > xc_)
             return 0.0;
@@ -118,7 +149,8 @@ inline double tkClassifierFeatureScoreOneSided::scoreInOrder_(double v) const
     }
     else
     {
-        TK_ASSERT(xc_ <= x1_ && x1_ <= x0_);
+        if (!TK_VERIFY(isFalling(*this)))
+            return 0.0;
         if (v < xc_)
             return 0.0;
         if (v <= x1_)
@@ -157,18 +189,42 @@ void tkClassifierFeatureScoreTwoSided::init(double x0, double x1, double xc, dou
     low.init(x0, x1, xc, y0, y1);
     high_.init(x0h, x1h, xch, y0h, y1h);
     low_ = low;
+    updateSupport_();
+}
+
+void tkClassifierFeatureScoreTwoSided::y0(double y0)
+{
+    low_.y0(y0);
+    updateSupport_();
+}
+
+void tkClassifierFeatureScoreTwoSided::y1(double y1)
+{
+    low_.y1(y1);
+    updateSupport_();
 }
 
 void tkClassifierFeatureScoreTwoSided::y0h(double y0h)
 {
     checkLevel(y0h, L"y0h must be between 0 and 1");
     high_.y0(y0h);
+    updateSupport_();
 }
 
 void tkClassifierFeatureScoreTwoSided::y1h(double y1h)
 {
     checkLevel(y1h, L"y1h must be between 0 and 1");
     high_.y1(y1h);
+    updateSupport_();
+}
+
+/// A value below Low's support is scored by Low, one above High's by High: these supports reach to where High begins.
+void tkClassifierFeatureScoreTwoSided::updateSupport_()
+{
+    const double lowest = std::min(high_.x0(), high_.xc());
+    const bool isInOrder = (isRising(low_) || isFalling(low_)) && (isRising(high_) || isFalling(high_)) &&
+                           !isAnyAbove(low_.x0(), low_.x1(), low_.xc(), lowest);
+    support_ = isInOrder ? tkFeatureScoreSupport{low_.support().low, high_.support().high} : unknownSupport;
 }
 
 double tkClassifierFeatureScoreTwoSided::score(double v) const
@@ -203,7 +259,8 @@ double tkClassifierFeatureScoreTwoSided::score(double v) const
     if (isOutside(low_) || isOutside(high_))
         throw tkClassifierDefs::BadParams(x1Between);
     const double lowest = high_.x0() > high_.xc() ? high_.xc() : high_.x0();
-    TK_ASSERT(!(high_.x1() < lowest));
+    if (!TK_VERIFY(!(high_.x1() < lowest)))
+        return 0.0;
     if (isAnyAbove(low_.x0(), low_.x1(), low_.xc(), lowest))
         throw tkClassifierDefs::BadParams(L"Bad x values");
     return (v >= lowest ? high_ : low_).scoreInOrder_(v);
@@ -230,13 +287,21 @@ tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreIgnore&)
 tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreOneSided& f)
 {
     if (archive.isLoading())
-        f.changes_.changed(); // though loading may fail half-way
-    return archive || f.x0_ || f.x1_ || f.xc_ || f.y0_ || f.y1_;
+        f.support_ = unknownSupport; // for as long as loading may fail
+    archive || f.x0_ || f.x1_ || f.xc_ || f.y0_ || f.y1_;
+    if (archive.isLoading())
+        f.updateSupport_();
+    return archive;
 }
 
 tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreTwoSided& f)
 {
-    return archive || f.low_ || f.high_;
+    if (archive.isLoading())
+        f.support_ = unknownSupport;
+    archive || f.low_ || f.high_;
+    if (archive.isLoading())
+        f.updateSupport_();
+    return archive;
 }
 
 tkArchive& operator||(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)

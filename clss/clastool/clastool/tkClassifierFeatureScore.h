@@ -1,11 +1,9 @@
 #ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERFEATURESCORE_H
 #define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERFEATURESCORE_H
 
-#include "foundation/tkChangeCount.h"
 #include "foundation/tkPtrHandle.h"
 
 class tkArchive;
-class tk_RuleFilter;
 
 /// Membership function of one feature (Zadeh, Information and Control 8, 1965): to which degree in [0, 1] a
 /// value is what a rule expects of the feature. The score -1.0 is reserved: it tells the rule to leave the
@@ -24,6 +22,14 @@ public:
     bool operator!=(const tkClsFtSc& other) const { return !(*this == other); }
 };
 
+/// Closed interval of feature values, the support of a membership function or more: below `low` and above `high` the
+/// function scores 0. Both are NaN if score() may fail.
+struct tkFeatureScoreSupport
+{
+    double low;
+    double high;
+};
+
 /// Leaves its feature out of the rule: scores every value -1.0, NaN included.
 class TK_EXPORT tkClassifierFeatureScoreIgnore : public tkClsFtSc
 {
@@ -39,13 +45,11 @@ public:
 ///              \                from (x0, y0) to (x1, y1), y1 from x1 to xc inclusive, 0 beyond xc.
 ///         y1    \_______        Running towards smaller values (xc <= x1 <= x0): the mirror image.
 ///           x0   x1     | xc
-///
-/// A trained rule table that holds it must hear of every change: what writes a field reports it to changes_.
 class TK_EXPORT tkClassifierFeatureScoreOneSided : public tkClsFtSc
 {
 public:
     /// x0 = 0, x1 = 1, xc = 1, y0 = 1, y1 = 0.
-    tkClassifierFeatureScoreOneSided() = default;
+    tkClassifierFeatureScoreOneSided();
 
     /// Sets all five. Throws tkClassifierDefs::BadParams if y0, then if y1 is not in [0, 1] (a NaN is not), then if
     /// x1 does not lie between x0 and xc.
@@ -67,7 +71,11 @@ public:
     double y1() const { return y1_; }
     void y1(double y1);
 
-    /// Throws tkClassifierDefs::BadParams if x1 does not lie between x0 and xc. *Requires* that none is NaN.
+    /// Kept up to date by whatever changes a field.
+    const tkFeatureScoreSupport& support() const { return support_; }
+
+    /// Throws tkClassifierDefs::BadParams if x1 does not lie between x0 and xc. Where a NaN leaves open whether it
+    /// does, tells the assertion handler and returns 0.
     double score(double value) const override;
     tkPtrHandle<tkClsFtSc> clone() const override;
     /// Fields count as equal when neither is less: a NaN equals anything.
@@ -75,16 +83,16 @@ public:
 
 private:
     friend class tkClassifierFeatureScoreTwoSided;
-    friend class tk_RuleFilter;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreOneSided& function);
 
     void set_(double& field, double value)
     {
         field = value;
-        changes_.changed();
+        updateSupport_();
     }
+    void updateSupport_();
 
-    /// The score where x1 is known to lie between x0 and xc.
+    /// The score where x1 is known not to lie outside of x0 and xc.
     double scoreInOrder_(double value) const;
 
     double x0_ = 0.0;
@@ -92,11 +100,11 @@ private:
     double xc_ = 1.0;
     double y0_ = 1.0;
     double y1_ = 0.0;
-    tkChangeReport changes_;
+    tkFeatureScoreSupport support_;
 };
 
 /// Two one-sided functions back to back, usually a trapezoid: Low runs towards smaller values, High towards
-/// larger ones, and no x of Low lies above the lowest x of High. The halves report their changes.
+/// larger ones, and no x of Low lies above the lowest x of High.
 class TK_EXPORT tkClassifierFeatureScoreTwoSided : public tkClsFtSc
 {
 public:
@@ -110,24 +118,24 @@ public:
 
     /// The fields of Low. The setters of x check nothing: score() does.
     double x0() const { return low_.x0(); }
-    void x0(double x0) { low_.x0(x0); }
+    void x0(double x0) { low_.x0(x0), updateSupport_(); }
     double x1() const { return low_.x1(); }
-    void x1(double x1) { low_.x1(x1); }
+    void x1(double x1) { low_.x1(x1), updateSupport_(); }
     double xc() const { return low_.xc(); }
-    void xc(double xc) { low_.xc(xc); }
+    void xc(double xc) { low_.xc(xc), updateSupport_(); }
     /// Throw tkClassifierDefs::BadParams unless the level is in [0, 1].
     double y0() const { return low_.y0(); }
-    void y0(double y0) { low_.y0(y0); }
+    void y0(double y0);
     double y1() const { return low_.y1(); }
-    void y1(double y1) { low_.y1(y1); }
+    void y1(double y1);
 
     /// The fields of High, in the same way.
     double x0h() const { return high_.x0(); }
-    void x0h(double x0h) { high_.x0(x0h); }
+    void x0h(double x0h) { high_.x0(x0h), updateSupport_(); }
     double x1h() const { return high_.x1(); }
-    void x1h(double x1h) { high_.x1(x1h); }
+    void x1h(double x1h) { high_.x1(x1h), updateSupport_(); }
     double xch() const { return high_.xc(); }
-    void xch(double xch) { high_.xc(xch); }
+    void xch(double xch) { high_.xc(xch), updateSupport_(); }
     double y0h() const { return high_.y0(); }
     void y0h(double y0h);
     double y1h() const { return high_.y1(); }
@@ -136,8 +144,12 @@ public:
     const tkClassifierFeatureScoreOneSided& Low() const { return low_; }
     const tkClassifierFeatureScoreOneSided& High() const { return high_; }
 
+    /// From the lower end of Low's support to the upper end of High's. Kept up to date by whatever changes a field.
+    const tkFeatureScoreSupport& support() const { return support_; }
+
     /// High's score from the lower end of High on, Low's below. Throws tkClassifierDefs::BadParams if Low's, then if
-    /// High's x1 does not lie between its neighbours, then if an x of Low lies above the lower end of High.
+    /// High's x1 does not lie between its neighbours, then if an x of Low lies above the lower end of High. Where a NaN
+    /// leaves the first two open, tells the assertion handler and returns 0.
     double score(double value) const override;
     tkPtrHandle<tkClsFtSc> clone() const override;
     bool operator==(const tkClsFtSc& other) const override;
@@ -145,9 +157,12 @@ public:
 private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreTwoSided& function);
 
+    void updateSupport_();
+
     /// score() as it is defined.
     double scoreAnyShape_(double value) const;
 
+    tkFeatureScoreSupport support_;
     tkClassifierFeatureScoreOneSided low_;
     tkClassifierFeatureScoreOneSided high_;
 };

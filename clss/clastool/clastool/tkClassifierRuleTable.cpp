@@ -1,17 +1,44 @@
 #include "clss/clastool/clastool/tkClassifierRuleTable.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
-#include "clss/clastool/clastool/tk_RuleFilter.h"
 #include "foundation/tkArchiveOperators.h"
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <typeinfo>
 #include <utility>
 
 namespace
 {
 constexpr wchar_t noFeatureValues[] = L"featureVector.featureValues().size() == 0";
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr tkFeatureScoreSupport everywhere = {-infinity, infinity};
+
+/// The function's support, kept by the function. Null if there is no function or a class that a host derived.
+const tkFeatureScoreSupport* findSupport(const tkClsFtSc* function)
+{
+    if (!function)
+        return nullptr;
+    const std::type_info& type = typeid(*function);
+    if (type == typeid(tkClassifierFeatureScoreTwoSided))
+        return &static_cast<const tkClassifierFeatureScoreTwoSided*>(function)->support();
+    if (type == typeid(tkClassifierFeatureScoreOneSided))
+        return &static_cast<const tkClassifierFeatureScoreOneSided*>(function)->support();
+    return type == typeid(tkClassifierFeatureScoreIgnore) ? &everywhere : nullptr;
 }
+
+/// Empty if one is null.
+std::vector<const tkFeatureScoreSupport*> findSupports(const std::vector<tkPtrHandle<tkClsFtSc>>& functions)
+{
+    std::vector<const tkFeatureScoreSupport*> supports(functions.size());
+    std::transform(functions.begin(), functions.end(), supports.begin(),
+                   [](const tkPtrHandle<tkClsFtSc>& function) { return findSupport(function.get()); });
+    if (std::find(supports.begin(), supports.end(), nullptr) != supports.end())
+        supports.clear();
+    return supports;
+}
+} // namespace
 
 void tkClassifierRule::init(const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMethods, long label)
 {
@@ -20,7 +47,9 @@ void tkClassifierRule::init(const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMe
     if (scoringMethods.empty())
         throw tkClassifierDefs::BadParams(L"scoringMethods.size() == 0");
     std::vector<tkPtrHandle<tkClsFtSc>> copy = scoringMethods;
+    std::vector<const tkFeatureScoreSupport*> supports = findSupports(copy);
     scoringMethods_ = std::move(copy);
+    supports_ = std::move(supports);
     label_ = label;
 }
 
@@ -58,6 +87,23 @@ double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) c
     return mean_(product, used);
 }
 
+/// Holds in every rounding mode: a difference is negative exactly where its first term is the smaller one. One that is
+/// NaN, of infinities or for a NaN value, is passed over, which vetoes less.
+bool tkClassifierRule::isVetoed_(const std::vector<double>& values) const
+{
+    if (supports_.size() != values.size())
+        return false;
+    double margin = 0.0; // the smallest one so far by which a value lies inside its support
+    for (std::size_t i = 0; i < values.size(); ++i)
+    {
+        const tkFeatureScoreSupport& support = *supports_[i];
+        if (std::isnan(support.low))
+            return false;
+        margin = std::min(margin, std::min(values[i] - support.low, support.high - values[i]));
+    }
+    return margin < 0.0;
+}
+
 /// Without pow where it is clear what pow would say. Let n = used, e the double next to 1 / n, p = product, t =
 /// threshold.
 ///
@@ -67,6 +113,8 @@ double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) c
 /// infinity; that leaves pow an error of more than 3000 units in the last place. The same holds below the margin.
 bool tkClassifierRule::exceeds_(const tkClassifierFeatureVector& featureVector, double threshold) const
 {
+    if (isVetoed_(featureVector.featureValues()))
+        return false;
     int used = 0;
     const double product = product_(featureVector, used);
     double power = 1.0;
@@ -100,7 +148,6 @@ void tkClassifierRuleTable::train(const std::vector<tkClassifierRule>& rules)
         if (rule.scoringMethods().size() != ruleSize)
             throw tkClassifierDefs::BadParams(L"rules[i].scoringMethods().size() != ruleSize");
     std::vector<tkClassifierRule> copy = rules;
-    filter_ = tk_RuleFilter::make(copy);
     rules_ = std::move(copy);
 }
 
@@ -118,10 +165,9 @@ long tkClassifierRuleTable::classifyHardThreshold(const tkClassifierFeatureVecto
         throw tkClassifierDefs::BadParams(
             // The unbalanced bracket is part of the text.
             L"featureVector.featureValues().size() != rules_[0].scoringMethods().size())");
-    tk_RuleFilter::Candidates candidates(filter_.get(), featureVector.featureValues());
-    for (std::size_t r = candidates.next(0); r < rules_.size(); r = candidates.next(r + 1))
-        if (rules_[r].exceeds_(featureVector, hardThreshold))
-            return rules_[r].label();
+    for (const tkClassifierRule& rule : rules_)
+        if (rule.exceeds_(featureVector, hardThreshold))
+            return rule.label();
     return -1;
 }
 
@@ -137,15 +183,15 @@ tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVect
 
 tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule)
 {
-    return archive || rule.scoringMethods_ || rule.label_;
+    if (archive.isLoading())
+        rule.supports_.clear(); // of functions that loading is about to replace
+    archive || rule.scoringMethods_;
+    if (archive.isLoading())
+        rule.supports_ = findSupports(rule.scoringMethods_);
+    return archive || rule.label_;
 }
 
 tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table)
 {
-    if (archive.isStoring())
-        return archive || table.rules_;
-    table.filter_.reset();
-    archive || table.rules_;
-    table.filter_ = tk_RuleFilter::make(table.rules_);
-    return archive;
+    return archive || table.rules_;
 }

@@ -3,10 +3,7 @@
 
 #include "clss/clastool/clastool/tkClassifierFeatureScore.h"
 
-#include <memory>
 #include <vector>
-
-class tk_RuleFilter;
 
 /// The rule table's input: one value per feature, in the order of the rules' scoring methods.
 class TK_EXPORT tkClassifierFeatureVector
@@ -29,6 +26,11 @@ class TK_EXPORT tkClassifierRule
 public:
     /// No scoring methods, label 0.
     tkClassifierRule() = default;
+    tkClassifierRule(const tkClassifierRule&) = default;
+    tkClassifierRule(tkClassifierRule&&) = default;
+    /// Strong exception guarantee.
+    tkClassifierRule& operator=(const tkClassifierRule& other) { return *this = tkClassifierRule(other); }
+    tkClassifierRule& operator=(tkClassifierRule&&) = default;
 
     /// Throws tkClassifierDefs::BadParams if label < 0, then if there are no scoring methods.
     void init(const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMethods, long label);
@@ -56,18 +58,19 @@ private:
     double product_(const tkClassifierFeatureVector& featureVector, int& used) const;
     static double mean_(double product, int used);
 
+    /// Whether some degree is 0 for certain, and no function can fail: then the score is 0 or NaN.
+    bool isVetoed_(const std::vector<double>& featureValues) const;
+
     /// Whether the score is greater than `threshold`, which is in [0, 1]. Throws as score() does.
     bool exceeds_(const tkClassifierFeatureVector& featureVector, double threshold) const;
 
     std::vector<tkPtrHandle<tkClsFtSc>> scoringMethods_;
+    std::vector<const tkFeatureScoreSupport*> supports_; // of scoringMethods_; empty if one is not of the library
     long label_ = 0;
 };
 
 /// A classifier written by hand: the first of its rules that fits well enough decides. Put the most specific
 /// rules first. It is untrained until it is given rules.
-///
-/// Training and loading also make a filter of the rules, which spares the table to score rules that cannot pass. It
-/// changes no answer, nor when a scoring function is changed later: then it is not used until the next training.
 class TK_EXPORT tkClassifierRuleTable
 {
 public:
@@ -75,7 +78,7 @@ public:
     tkClassifierRuleTable() = default;
     tkClassifierRuleTable(const tkClassifierRuleTable&) = default;
     tkClassifierRuleTable(tkClassifierRuleTable&&) = default;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkClassifierRuleTable& operator=(const tkClassifierRuleTable& other)
     {
         return *this = tkClassifierRuleTable(other);
@@ -83,9 +86,7 @@ public:
     tkClassifierRuleTable& operator=(tkClassifierRuleTable&&) = default;
 
     /// Replaces the rules. Throws tkClassifierDefs::BadParams if there are none, then if they differ in their number
-    /// of scoring methods; the table then keeps its rules. The filter takes time for each function, and about 1 KB for
-    /// each of up to 64 features and each started 64 rules. Other tables with the same functions may be trained or may
-    /// classify meanwhile, in any thread.
+    /// of scoring methods; the table then keeps its rules.
     void train(const std::vector<tkClassifierRule>& rules);
 
     const std::vector<tkClassifierRule>& rules() const { return rules_; }
@@ -105,7 +106,6 @@ private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table);
 
     std::vector<tkClassifierRule> rules_;
-    std::shared_ptr<const tk_RuleFilter> filter_; // of rules_, shared by copies; may be null
 };
 
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVector);

@@ -1,11 +1,12 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierRuleTable.h"
 #include "foundation/tkArchiveOperators.h"
-#include "foundation/tkAssert.h"
 #include "tkAllocations.h"
+#include "tkReports.h"
 #include "tkTest.h"
 
 #include <array>
+#include <cfenv>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -13,7 +14,8 @@
 #include <random>
 #include <thread>
 
-// The filter is seen only through tables: they must answer as if there were none.
+// A value outside of a function's support vetoes the rule, and the rule is not scored. Tables must answer, throw and
+// report as if each rule were.
 
 namespace
 {
@@ -34,6 +36,15 @@ struct Failure
 {
     std::wstring text;
 };
+
+/// How often the definition tells the assertion handler of something.
+int plainReports = 0;
+
+double reportedZero()
+{
+    ++plainReports;
+    return 0.0;
+}
 
 double plainOneSided(const OneSided& f, double v)
 {
@@ -60,7 +71,7 @@ double plainOneSided(const OneSided& f, double v)
             return y0;
         return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
     }
-    throw Failure{L"assertion"};
+    return reportedZero();
 }
 
 double plainTwoSided(const TwoSided& f, double v)
@@ -71,7 +82,7 @@ double plainTwoSided(const TwoSided& f, double v)
         throw Failure{x1Between};
     const double lowest = f.x0h() > f.xch() ? f.xch() : f.x0h();
     if (f.x1h() < lowest)
-        throw Failure{L"assertion"};
+        return reportedZero();
     if (f.x0() > lowest || f.x1() > lowest || f.xc() > lowest)
         throw Failure{L"Bad x values"};
     return v >= lowest ? plainOneSided(f.High(), v) : plainOneSided(f.Low(), v);
@@ -131,10 +142,6 @@ std::wstring answer(const tkClassifierRuleTable& table, const tkClassifierFeatur
     catch (const tkBadPointer&)
     {
         return L"null";
-    }
-    catch (const tkAssertionFailure&)
-    {
-        return L"assertion";
     }
 }
 
@@ -291,8 +298,31 @@ public:
     tkPtrHandle<tkClsFtSc> clone() const override { return tkPtrHandle<tkClsFtSc>(new Indifferent(*this)); }
 };
 
-void compareWithDefinition(unsigned seed, bool hostile, int rounds, long& passed, long& failed, long& none)
+/// Sets how results are rounded, for one test.
+class Rounding
 {
+public:
+    explicit Rounding(int mode) : before_(std::fegetround()) { std::fesetround(mode); }
+    ~Rounding() { std::fesetround(before_); }
+
+private:
+    int before_;
+};
+
+/// The outcomes of a comparison; a label, an exception, no rule, reports to the assertion handler.
+struct Outcomes
+{
+    long passed = 0;
+    long failed = 0;
+    long none = 0;
+    long reported = 0;
+};
+
+/// Tables are trained in one rounding mode and classify in another.
+void compareWithDefinition(unsigned seed, bool hostile, int rounds, Outcomes& outcomes, int trainMode = FE_TONEAREST,
+                           int runMode = FE_TONEAREST)
+{
+    auto& [passed, failed, none, reported] = outcomes;
     Random random(seed);
     for (int round = 0; round < rounds; ++round)
     {
@@ -307,7 +337,12 @@ void compareWithDefinition(unsigned seed, bool hostile, int rounds, long& passed
                                                                    : randomFunction(random, hostile));
             rules.push_back(rule(functions, static_cast<long>(r)));
         }
-        const tkClassifierRuleTable t = table(rules);
+        const tkClassifierRuleTable t = [&]
+        {
+            const Rounding rounding(trainMode);
+            return table(rules);
+        }();
+        const Rounding rounding(runMode);
         for (int i = 0; i < 100; ++i)
         {
             const tkClassifierRule& target = rules[random() % numRules];
@@ -325,30 +360,50 @@ void compareWithDefinition(unsigned seed, bool hostile, int rounds, long& passed
                 catch (const Failure&)
                 {
                 }
+            plainReports = 0;
             const std::wstring expected = plainAnswer(rules, v, threshold);
+            const CountedReports reports;
             ASSERT_EQ(expected, answer(t, values(v), threshold)) << "round " << round << ", vector " << i;
+            ASSERT_EQ(plainReports, reports.count()) << "round " << round << ", vector " << i;
+            reported += plainReports;
             ++(expected == L"-1" ? none : std::iswdigit(static_cast<std::wint_t>(expected[0])) ? passed : failed);
         }
     }
 }
 } // namespace
 
-TEST(tk_RuleFilter, tablesClassifyAsTheDefinition)
+TEST(tkClassifierRuleTableVeto, tablesClassifyAsTheDefinition)
 {
-    long passed = 0, failed = 0, none = 0;
-    compareWithDefinition(1, false, 1500, passed, failed, none);
-    EXPECT_EQ(0, failed);
-    EXPECT_GT(passed, 20000);
-    EXPECT_GT(none, 20000);
+    Outcomes outcomes;
+    compareWithDefinition(1, false, 1500, outcomes);
+    EXPECT_EQ(0, outcomes.failed);
+    EXPECT_EQ(0, outcomes.reported);
+    EXPECT_GT(outcomes.passed, 20000);
+    EXPECT_GT(outcomes.none, 20000);
 }
 
-TEST(tk_RuleFilter, tablesOfUncheckedFunctionsClassifyAndFailAsTheDefinition)
+TEST(tkClassifierRuleTableVeto, tablesOfUncheckedFunctionsClassifyAndFailAsTheDefinition)
 {
-    long passed = 0, failed = 0, none = 0;
-    compareWithDefinition(2, true, 1000, passed, failed, none);
-    EXPECT_GT(passed, 10000);
-    EXPECT_GT(failed, 10000);
-    EXPECT_GT(none, 10000);
+    Outcomes outcomes;
+    compareWithDefinition(2, true, 1000, outcomes);
+    EXPECT_GT(outcomes.passed, 10000);
+    EXPECT_GT(outcomes.failed, 10000);
+    EXPECT_GT(outcomes.none, 10000);
+    EXPECT_GT(outcomes.reported, 1000);
+}
+
+TEST(tkClassifierRuleTableVeto, tablesClassifyAsTheDefinitionInEveryRoundingMode)
+{
+    bool hostile = false;
+    for (const int trainMode : {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO})
+        for (const int runMode : {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO})
+        {
+            Outcomes outcomes;
+            compareWithDefinition(3, hostile, 100, outcomes, trainMode, runMode);
+            hostile = !hostile;
+            EXPECT_GT(outcomes.passed, 500);
+            EXPECT_GT(outcomes.none, 500);
+        }
 }
 
 /// A function that vetoes `value`, a change of it, and what the table answers then.
@@ -378,7 +433,7 @@ void expectSeen(const std::vector<Change<Function>>& changes)
     }
 }
 
-TEST(tk_RuleFilter, everyChangeOfAOneSidedFunctionIsSeenAtOnce)
+TEST(tkClassifierRuleTableVeto, everyChangeOfAOneSidedFunctionIsSeenAtOnce)
 {
     OneSided up, down, wide;
     up.init(0, 1, 2, 0, 1);
@@ -400,7 +455,7 @@ TEST(tk_RuleFilter, everyChangeOfAOneSidedFunctionIsSeenAtOnce)
     });
 }
 
-TEST(tk_RuleFilter, everyChangeOfATwoSidedFunctionIsSeenAtOnce)
+TEST(tkClassifierRuleTableVeto, everyChangeOfATwoSidedFunctionIsSeenAtOnce)
 {
     TwoSided feet, edges, wide, risingLow, fallingHigh;
     feet.init(-1, -2, -4, 1, 2, 4, 1, 0, 1, 0);
@@ -428,7 +483,7 @@ TEST(tk_RuleFilter, everyChangeOfATwoSidedFunctionIsSeenAtOnce)
     });
 }
 
-TEST(tk_RuleFilter, changesOfCopiesAndClonesAreTheirOwn)
+TEST(tkClassifierRuleTableVeto, changesOfCopiesAndClonesAreTheirOwn)
 {
     const tkPtrHandle<TwoSided> f = trapezoid(0, 1);
     const tkClassifierRuleTable t = table({rule({f}, 7)});
@@ -443,7 +498,7 @@ TEST(tk_RuleFilter, changesOfCopiesAndClonesAreTheirOwn)
     EXPECT_EQ(L"-1", answer(other, values({0.5}), 0.0));
 }
 
-TEST(tk_RuleFilter, changesAreSeenByAllTablesOfAFunctionAndTrainingCatchesUp)
+TEST(tkClassifierRuleTableVeto, changesAreSeenByAllTablesOfAFunctionAndTrainingCatchesUp)
 {
     const tkPtrHandle<TwoSided> a = trapezoid(0, 1);
     const tkPtrHandle<TwoSided> b = trapezoid(0, 1);
@@ -462,7 +517,7 @@ TEST(tk_RuleFilter, changesAreSeenByAllTablesOfAFunctionAndTrainingCatchesUp)
     EXPECT_EQ(L"-1", answer(ofBoth, values({0.5}), 0.0));
 }
 
-TEST(tk_RuleFilter, tablesJoinedFromManyTablesSeeEveryChange)
+TEST(tkClassifierRuleTableVeto, tablesJoinedFromManyTablesSeeEveryChange)
 {
     for (const int count : {2, 64, 65, 200})
     {
@@ -481,7 +536,7 @@ TEST(tk_RuleFilter, tablesJoinedFromManyTablesSeeEveryChange)
     }
 }
 
-TEST(tk_RuleFilter, functionsOutliveTablesAndTablesFunctionsTheyNoLongerHold)
+TEST(tkClassifierRuleTableVeto, functionsOutliveTablesAndTablesFunctionsTheyNoLongerHold)
 {
     const tkPtrHandle<TwoSided> f = trapezoid(0, 1);
     tkClassifierRuleTable t;
@@ -496,7 +551,7 @@ TEST(tk_RuleFilter, functionsOutliveTablesAndTablesFunctionsTheyNoLongerHold)
     EXPECT_EQ(L"3", answer(t, values({0.5}), 0.0));
 }
 
-TEST(tk_RuleFilter, copiedMovedAssignedAndLoadedTablesClassifyByTheirOwnRules)
+TEST(tkClassifierRuleTableVeto, copiedMovedAssignedAndLoadedTablesClassifyByTheirOwnRules)
 {
     const tkClassifierRuleTable near = table({rule({trapezoid(0, 1)}, 1)});
     const tkClassifierRuleTable far = table({rule({trapezoid(4, 5)}, 2), rule({trapezoid(6, 7)}, 3)});
@@ -529,7 +584,7 @@ TEST(tk_RuleFilter, copiedMovedAssignedAndLoadedTablesClassifyByTheirOwnRules)
                     L"the rule table needs to be trained before it can classify");
 }
 
-TEST(tk_RuleFilter, afterALoadThatFailsTheTableClassifiesByWhatItHolds)
+TEST(tkClassifierRuleTableVeto, afterALoadThatFailsTheTableClassifiesByWhatItHolds)
 {
     const std::vector<tkClassifierRule> before = {rule({trapezoid(0, 1)}, 1), rule({trapezoid(2, 3)}, 2)};
     const std::string bytes = storeToBytes(table({rule({trapezoid(4, 5)}, 3), rule({trapezoid(6, 7)}, 4)}));
@@ -542,7 +597,7 @@ TEST(tk_RuleFilter, afterALoadThatFailsTheTableClassifiesByWhatItHolds)
     }
 }
 
-TEST(tk_RuleFilter, hostsFunctionsAreAskedAtTheirTurnWhateverTheOthersScore)
+TEST(tkClassifierRuleTableVeto, hostsFunctionsAreAskedAtTheirTurnWhateverTheOthersScore)
 {
     int calls = 0;
     const tkPtrHandle<tkClsFtSc> host(new Host([&](double) { return ++calls, 1.0; }));
@@ -557,14 +612,14 @@ TEST(tk_RuleFilter, hostsFunctionsAreAskedAtTheirTurnWhateverTheOthersScore)
     EXPECT_EQ(4, calls);
 }
 
-TEST(tk_RuleFilter, derivedClassesScoreByTheirOwnDefinition)
+TEST(tkClassifierRuleTableVeto, derivedClassesScoreByTheirOwnDefinition)
 {
     const tkClassifierRuleTable t =
         table({rule({trapezoid(0, 1)}, 1), rule({tkPtrHandle<tkClsFtSc>(new Indifferent)}, 2)});
     EXPECT_EQ(L"2", answer(t, values({99}), 0.5));
 }
 
-TEST(tk_RuleFilter, aHostsFunctionMayChangeTheRulesBehindIt)
+TEST(tkClassifierRuleTableVeto, aHostsFunctionMayChangeTheRulesBehindIt)
 {
     const tkPtrHandle<TwoSided> f = trapezoid(0, 1);
     const tkPtrHandle<tkClsFtSc> host(new Host([&](double) { return *f = *trapezoid(4, 5), 0.0; }));
@@ -572,7 +627,24 @@ TEST(tk_RuleFilter, aHostsFunctionMayChangeTheRulesBehindIt)
     EXPECT_EQ(L"2", answer(t, values({4.5}), 0.0));
 }
 
-TEST(tk_RuleFilter, rulesThatThrowDoSoAtTheirTurn)
+TEST(tkClassifierRuleTableVeto, functionsBehindAVetoThrowAndReport)
+{
+    const tkPtrHandle<TwoSided> f = trapezoid(0, 1);
+    const tkClassifierRuleTable t = table({rule({trapezoid(0, 1), f}, 1)});
+    EXPECT_EQ(L"-1", answer(t, values({9.0, 0.5}), 0.0));
+    f->x1(0.9);
+    EXPECT_EQ(x1Between, answer(t, values({9.0, 0.5}), 0.0));
+    f->x1(0.0);
+    f->x0(0.95);
+    EXPECT_EQ(L"Bad x values", answer(t, values({9.0, 0.5}), 0.0));
+    f->x0(0.25);
+    f->xch(quietNaN);
+    const CountedReports reports;
+    EXPECT_EQ(L"-1", answer(t, values({9.0, 0.8}), 0.0));
+    EXPECT_EQ(1, reports.count());
+}
+
+TEST(tkClassifierRuleTableVeto, rulesThatThrowDoSoAtTheirTurn)
 {
     const tkPtrHandle<TwoSided> crooked = trapezoid(0, 1);
     crooked->x1(0.9);
@@ -586,7 +658,7 @@ TEST(tk_RuleFilter, rulesThatThrowDoSoAtTheirTurn)
     EXPECT_EQ(L"null", answer(t, values({9.0, 9.0}), 0.0));
 }
 
-TEST(tk_RuleFilter, loadedRulesOfAnotherSizeThrowAtTheirTurn)
+TEST(tkClassifierRuleTableVeto, loadedRulesOfAnotherSizeThrowAtTheirTurn)
 {
     std::string bytes("\0\x03\0\0\0", 5);
     bytes += storeToBytes(rule({trapezoid(0, 1)}, 1));
@@ -598,7 +670,7 @@ TEST(tk_RuleFilter, loadedRulesOfAnotherSizeThrowAtTheirTurn)
     EXPECT_EQ(L"MismatchedFeatureVectorSize", answer(t, values({2.5}), 0.0));
 }
 
-TEST(tk_RuleFilter, degreesAboveOneAndInfiniteOnesPassAsTheDefinitionSays)
+TEST(tkClassifierRuleTableVeto, degreesAboveOneAndInfiniteOnesPassAsTheDefinitionSays)
 {
     const std::vector<tkClassifierRule> rules = {
         rule({loaded<OneSided>({0, 1, 2, 1e300, 1e300}), loaded<OneSided>({0, 1, 2, 1e300, 1e300})}, 1),
@@ -612,7 +684,7 @@ TEST(tk_RuleFilter, degreesAboveOneAndInfiniteOnesPassAsTheDefinitionSays)
     EXPECT_EQ(L"1", answer(t, values({0.5, 0.5}), 1.0)); // infinite
 }
 
-TEST(tk_RuleFilter, manySmallDegreesAreComparedByTheirMean)
+TEST(tkClassifierRuleTableVeto, manySmallDegreesAreComparedByTheirMean)
 {
     // 300 degrees of 0.05 multiply to 0, 200 of 0.1 to 1e-200; powers of such thresholds underflow as well.
     for (const double degree : {0.05, 0.1, 0.5, 0.9, 1.0})
@@ -632,7 +704,7 @@ TEST(tk_RuleFilter, manySmallDegreesAreComparedByTheirMean)
         }
 }
 
-TEST(tk_RuleFilter, productsNearTheSmallestDoubleAreComparedByTheirMean)
+TEST(tkClassifierRuleTableVeto, productsNearTheSmallestDoubleAreComparedByTheirMean)
 {
     std::mt19937_64 generator(3);
     std::uniform_real_distribution<double> part(0.0, 1.0);
@@ -667,7 +739,7 @@ TEST(tk_RuleFilter, productsNearTheSmallestDoubleAreComparedByTheirMean)
     EXPECT_LT(exceeded, 1200);
 }
 
-TEST(tk_RuleFilter, rulesOfDifferentSizesTakeNoMoreMemoryThanTheirRecord)
+TEST(tkClassifierRuleTableVeto, rulesOfDifferentSizesTakeNoMoreMemoryThanTheirRecord)
 {
     const tkPtrHandle<tkClsFtSc> f = loaded<OneSided>({0, 0, 1, 1, 1});
     std::vector<tkClassifierRule> rules(20000);
@@ -685,7 +757,7 @@ TEST(tk_RuleFilter, rulesOfDifferentSizesTakeNoMoreMemoryThanTheirRecord)
     EXPECT_EQ(L"MismatchedFeatureVectorSize", answer(t, values(std::vector<double>(64, 2.0)), 0.5));
 }
 
-TEST(tk_RuleFilter, trainingAndLoadingThatRunOutOfMemoryLeaveARightTable)
+TEST(tkClassifierRuleTableVeto, trainingAndLoadingThatRunOutOfMemoryLeaveARightTable)
 {
     const std::vector<tkClassifierRule> rules = {rule({trapezoid(4, 5)}, 3), rule({trapezoid(6, 7)}, 4)};
     expectUnchangedWithoutMemory(table({rule({trapezoid(0, 1)}, 1)}),
@@ -723,7 +795,31 @@ TEST(tk_RuleFilter, trainingAndLoadingThatRunOutOfMemoryLeaveARightTable)
     }
 }
 
-TEST(tk_RuleFilter, classifyingAllocatesNothing)
+TEST(tkClassifierRuleTableVeto, aRuleAssignedWithoutEnoughMemoryClassifiesByItsOwnFunctions)
+{
+    const tkClassifierRule other = rule({trapezoid(4, 5), trapezoid(4, 5), trapezoid(4, 5)}, 2);
+    bool failed = true;
+    for (std::size_t allowed = 0; failed; ++allowed)
+    {
+        tkClassifierRule r = rule({trapezoid(0, 1)}, 1);
+        failed = false;
+        try
+        {
+            const tkAllocations limited(allowed);
+            r = other;
+        }
+        catch (const std::bad_alloc&)
+        {
+            failed = true;
+        }
+        ASSERT_EQ(failed ? 1u : 3u, r.scoringMethods().size());
+        const std::size_t size = r.scoringMethods().size();
+        EXPECT_EQ(failed ? L"1" : L"-1", answer(table({r}), values(std::vector<double>(size, 0.5)), 0.0));
+        EXPECT_EQ(failed ? L"-1" : L"2", answer(table({r}), values(std::vector<double>(size, 4.5)), 0.0));
+    }
+}
+
+TEST(tkClassifierRuleTableVeto, classifyingAllocatesNothing)
 {
     std::vector<tkClassifierRule> rules;
     for (int r = 0; r < 200; ++r)
@@ -736,7 +832,7 @@ TEST(tk_RuleFilter, classifyingAllocatesNothing)
     EXPECT_EQ(149, label);
 }
 
-TEST(tk_RuleFilter, threadsTrainAndClassifyWithSharedFunctions)
+TEST(tkClassifierRuleTableVeto, threadsTrainAndClassifyWithSharedFunctions)
 {
     std::vector<tkClassifierRule> rules;
     for (int r = 0; r < 100; ++r)

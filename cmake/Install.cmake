@@ -7,7 +7,8 @@ set(clastool_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/clastool")
 
 install(TARGETS clastool
   EXPORT clastoolTargets
-  FILE_SET HEADERS DESTINATION "${clastool_include_root}")
+  FILE_SET HEADERS DESTINATION "${clastool_include_root}"
+  FILE_SET generated DESTINATION "${clastool_include_root}")
 install(EXPORT clastoolTargets
   NAMESPACE clastool::
   DESTINATION "${clastool_package_dir}")
@@ -32,3 +33,4 @@ else()
 endif()
 configure_file(cmake/clastool.pc.in clastool.pc @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/clastool.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")

@@ -9,12 +9,18 @@ list(TRANSFORM clastool_private_headers PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
 list(REMOVE_ITEM clastool_headers ${clastool_private_headers})
 list(FILTER clastool_headers EXCLUDE REGEX "/numerics/kernels/")
 
+# The project's version, for programs. It is written into the build folder and installed as clastool/version.h.
+set(clastool_generated "${CMAKE_CURRENT_BINARY_DIR}/include")
+configure_file(cmake/version.h.in "${clastool_generated}/clastool/version.h" @ONLY)
+
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)
 
 target_sources(clastool
-  PRIVATE ${clastool_sources}
-  PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${clastool_headers})
+  PRIVATE ${clastool_sources} cmake/version.cpp
+  PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${clastool_headers}
+  PUBLIC FILE_SET generated TYPE HEADERS
+    BASE_DIRS "${clastool_generated}" FILES "${clastool_generated}/clastool/version.h")
 
 target_compile_features(clastool PUBLIC cxx_std_17)
 
@@ -23,6 +29,8 @@ set_target_properties(clastool PROPERTIES
   CXX_EXTENSIONS OFF
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON
+  # A plug-in or a Python module links the static library into a shared one.
+  POSITION_INDEPENDENT_CODE ON
   VERSION "${PROJECT_VERSION}"
   SOVERSION "${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 

@@ -4,7 +4,7 @@
 # once with small data, and nothing is written outside build/. Further arguments choose workloads.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/support.sh
 
 require_packages "${build_packages[@]}" python3=python3 libopencv-dev=/usr/include/opencv4/opencv2/ml.hpp \
     libfaiss-dev=/usr/include/faiss/IndexFlat.h libdlib-dev=/usr/include/dlib/statistics.h \

@@ -3,7 +3,7 @@
 # test reached are listed. Fails below 98 percent; arguments are handed to gcovr.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/support.sh
 
 require_packages "${test_packages[@]}" gcovr=gcovr
 cmake --preset coverage

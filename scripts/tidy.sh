@@ -3,7 +3,7 @@
 # nothing in the library.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-source scripts/packages.sh
+source scripts/support.sh
 
 require_packages "${test_packages[@]}" clang-format=clang-format clang-tidy=clang-tidy
 git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror

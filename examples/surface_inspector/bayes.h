@@ -5,8 +5,6 @@
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 
-#include <vector>
-
 namespace inspector
 {
 
@@ -19,19 +17,11 @@ tkClassifierTrainParamsBayesian bayesParams(const Dataset& dataset, bool jointly
 /// probabilities say. *Requires* a decision of the Bayesian method that is not a refusal.
 double fitOf(const Decision& decision);
 
+/// The surface that the tile fits best. *Requires* the same.
+long bestSurfaceOf(const Decision& decision);
+
 /// Posterior probability of the most probable surface. *Requires* a decision that is not a refusal.
 double certaintyOf(const Decision& decision);
-
-/// The share of known tiles that may be taken for something never trained.
-constexpr double noveltyLevel = 0.01;
-
-/// A fit below which a tile is none of the surfaces: so few tiles of the left halves fit worse, each judged by a
-/// classifier that was trained without it and its neighbours (five-fold cross-validation, each fold a band across
-/// every picture, because tiles side by side resemble each other). Minus infinity if there are too few tiles.
-double noveltyThreshold(const Dataset& dataset);
-
-/// The decisions, with -1 for the tiles whose fit is below the threshold.
-std::vector<Decision> refuseUnlike(std::vector<Decision> decisions, double threshold);
 
 } // namespace inspector
 

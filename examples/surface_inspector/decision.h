@@ -6,6 +6,7 @@
 #include "clss/clastool/clastool/tkClassifierResult.h"
 #include "foundation/tkPtrHandle.h"
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,9 @@ struct Decision
     long label = -1;           ///< the category of least expected cost; -1: none
     tkClassifierResult result; ///< every category that the classifier ranks
     std::string refusal;       ///< the library's words, empty if it had none
+
+    /// The fit below which the tile is none of the surfaces, where somebody has asked for it.
+    double limit = -std::numeric_limits<double>::infinity();
 
     bool operator==(const Decision& other) const
     {

@@ -1,6 +1,7 @@
 #include "inspection.h"
 
 #include "bayes.h"
+#include "novelty.h"
 #include "progress.h"
 
 #include "clss/clastool/clastool/tkClassifierCosts.h"
@@ -25,19 +26,19 @@ long countSteps(long size)
     return (size - tileSize) / windowStep + 1;
 }
 
-std::vector<Pattern> windowPatterns(const Picture& picture)
+std::vector<Measurements> measureWindows(const Picture& picture)
 {
     const long rows = countSteps(picture.height);
     const long columns = countSteps(picture.width);
     Progress progress("Measuring the mosaic", static_cast<std::size_t>(rows));
-    std::vector<Pattern> patterns;
+    std::vector<Measurements> measured;
     for (long row = 0; row < rows; ++row)
     {
         for (long column = 0; column < columns; ++column)
-            patterns.push_back(patternOf(measureTile(picture, column * windowStep, row * windowStep)));
+            measured.push_back(measureTile(picture, column * windowStep, row * windowStep));
         progress.advance();
     }
-    return patterns;
+    return measured;
 }
 
 /// The class score by which the best category leads; 1 if it is alone.
@@ -182,15 +183,24 @@ tkClassifierTool train(const Dataset& dataset, bool jointly)
     return tool;
 }
 
-Novelty findNovelty(const Findings& findings)
+Novelty findNovelty(const Findings& findings, NoveltyLimits& limits, const std::vector<Measurements>& windows)
 {
+    std::vector<Measurements> tests;
+    for (const Tile& tile : findings.dataset.test)
+        tests.push_back(tile.measured);
     Novelty novelty;
-    novelty.threshold = noveltyThreshold(findings.dataset);
-    novelty.tests = refuseUnlike(findings.tests, novelty.threshold);
+    novelty.limits = limits.limits({});
+    novelty.tests = limits.refuseUnlike(findings.tests, tests);
     novelty.confusion = confusionOf(findings.dataset, findings.dataset.test, novelty.tests);
     novelty.windows = findings.windows;
-    novelty.windows.decisions = refuseUnlike(findings.windows.decisions, novelty.threshold);
+    novelty.windows.decisions = limits.refuseUnlike(findings.windows.decisions, windows);
     return novelty;
+}
+
+void setLimit(Exhibit& exhibit, NoveltyLimits& limits)
+{
+    if (exhibit.decision.refusal.empty())
+        limits.setLimit(exhibit.decision, exhibit.measured.invalid);
 }
 
 } // namespace
@@ -206,16 +216,23 @@ Findings inspect(Dataset dataset, Mosaic mosaic, const std::string& archivePath)
     findings.tests = decideAll(tool, tests, "Right halves");
     findings.confusion = confusionOf(findings.dataset, findings.dataset.test, findings.tests);
 
-    const std::vector<Pattern> windows = windowPatterns(findings.mosaic.picture);
+    const std::vector<Measurements> measuredWindows = measureWindows(findings.mosaic.picture);
+    std::vector<Pattern> windows;
+    for (const Measurements& window : measuredWindows)
+        windows.push_back(patternOf(window));
     findings.windows.columns = countSteps(findings.mosaic.picture.width);
     findings.windows.rows = countSteps(findings.mosaic.picture.height);
     findings.windows.decisions = decideAll(tool, windows, "Mosaic");
-    findings.novelty = findNovelty(findings);
+    NoveltyLimits limits(findings.dataset);
+    findings.novelty = findNovelty(findings, limits, measuredWindows);
 
     findings.exhibits = chooseExhibits(findings, tool);
+    for (Exhibit& exhibit : findings.exhibits)
+        setLimit(exhibit, limits);
     findings.costChange = changeCost(findings, tool, tests, windows);
     findings.storage = storeAndLoad(tool, tests, findings.tests, archivePath);
     findings.flatTile = flatTile(tool);
+    setLimit(findings.flatTile, limits);
 
     const Measurements& flat = findings.flatTile.measured;
     findings.independent =

@@ -62,7 +62,7 @@ struct Storage
 /// What is called none of the surfaces, because it fits none.
 struct Novelty
 {
-    double threshold;            ///< of the fit
+    std::vector<double> limits;  ///< of the fit, by surface, for a tile with all measurements valid
     std::vector<Decision> tests; ///< of dataset.test
     Confusion confusion;
     WindowMap windows;

@@ -4,6 +4,7 @@
 #include "maps.h"
 #include "text.h"
 
+#include <cmath>
 #include <ostream>
 
 namespace inspector
@@ -152,7 +153,19 @@ void writeMeasured(std::ostream& out, const Measurements& measured)
     out << "</tbody></table>";
 }
 
-void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit, double threshold)
+std::string fitText(const Decision& decision)
+{
+    const double fit = fitOf(decision);
+    const std::string text = "Fit " + fixed(fit, 1);
+    if (!std::isfinite(decision.limit))
+        return text;
+    return text + (fit < decision.limit
+                       ? ", below the limit of " + fixed(decision.limit, 1) +
+                             ": <strong>none of these</strong>, whatever the scores say"
+                       : ", above the limit of " + fixed(decision.limit, 1) + ": it resembles what was learned");
+}
+
+void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit)
 {
     out << "<div class=\"card\"><h3>" << html(exhibit.title) << "</h3><span class=\"soft\">" << html(exhibit.origin)
         << "</span><div class=\"tile\">" << tileImage(exhibit.picture, exhibit.origin, 112);
@@ -173,11 +186,7 @@ void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhi
             << "</td><td><span class=\"bar\" style=\"width:" << fixed(2.5 * category.classScore(), 2) << "rem\"></span>"
             << fixed(category.classScore(), 2) << "</td><td>" << fixed(category.expectedCost(), 2) << "</td></tr>";
     }
-    const double fit = fitOf(exhibit.decision);
-    out << "</tbody></table></div><p>Fit " << fixed(fit, 1) << ": "
-        << (fit < threshold ? "<strong>none of these</strong>, whatever the scores say"
-                            : "it resembles what was learned")
-        << ".</p></div>\n";
+    out << "</tbody></table></div><p>" << fitText(exhibit.decision) << ".</p></div>\n";
 }
 
 } // namespace inspector

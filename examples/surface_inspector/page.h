@@ -42,8 +42,12 @@ void writeConfusion(std::ostream& out, const Dataset& dataset, const Confusion& 
 
 void writeMeasured(std::ostream& out, const Measurements& measured);
 
-/// A tile with its whole result; *requires* that the Bayesian method made it. A fit below `threshold` is pointed out.
-void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit, double threshold);
+/// Whether the tile of a decision of the Bayesian method resembles what was learned, and its fit. *Requires* a decision
+/// that is not a refusal.
+std::string fitText(const Decision& decision);
+
+/// A tile with its whole result; *requires* that the Bayesian method made it. A fit below its limit is pointed out.
+void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhibit);
 
 } // namespace inspector
 

@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include "bayes.h"
 #include "maps.h"
 #include "page.h"
 #include "report_sections.h"
@@ -237,12 +238,18 @@ void writeUnmeasured(std::ostream& out, const Findings& findings)
     { return decision.label < 0 ? html(decision.refusal) : name(findings.dataset, decision.label); };
     out << "<h2>A tile that cannot be measured</h2>\n<p>A tile of one grey level has no skewness. The measurement is "
            "marked invalid, and every method has its own way with it. The Bayesian one decides by the distribution of "
-           "the valid measurements; the nearest neighbours answer with an error of the library's own instead of a "
-           "guess.</p>\n<div class=\"card\"><h3>"
+           "the valid measurements, and its fit is compared with limits that were learned with the same measurements "
+           "left "
+           "out; the nearest neighbours answer with an error of the library's own instead of a guess.</p>\n<div "
+           "class=\"card\"><h3>"
         << html(flat.title) << "</h3><span class=\"soft\">" << html(flat.origin) << "</span><div class=\"tile\">"
         << tileImage(flat.picture, flat.origin, 112);
     writeMeasured(out, flat.measured);
-    out << "</div>\n<dl class=\"answers\"><dt>Bayesian</dt><dd>" << answer(flat.decision)
+    out << "</div>\n<dl class=\"answers\"><dt>Bayesian</dt><dd>"
+        << (flat.decision.refusal.empty()
+                ? "Best: " + answer(flat.decision) + ", class score " + fixed(certaintyOf(flat.decision), 3) + ". " +
+                      fitText(flat.decision) + "."
+                : answer(flat.decision))
         << "</dd><dt>Neighbours</dt><dd>" << answer(findings.neighbours.flatTile) << "</dd>";
     if (findings.tree)
     {
@@ -291,7 +298,7 @@ void writeReport(std::ostream& out, const Findings& findings)
            "and the cheapest category comes first. The fit is the log likelihood of the best category.</p>\n"
            "<div class=\"row\">\n";
     for (const Exhibit& exhibit : findings.exhibits)
-        writeExhibit(out, findings.dataset, exhibit, findings.novelty.threshold);
+        writeExhibit(out, findings.dataset, exhibit);
     out << "</div>\n";
 
     writeCosts(out, findings);

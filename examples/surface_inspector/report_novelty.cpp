@@ -1,5 +1,6 @@
 #include "bayes.h"
 #include "maps.h"
+#include "novelty.h"
 #include "page.h"
 #include "report_sections.h"
 #include "text.h"
@@ -44,23 +45,48 @@ void writePartTable(std::ostream& out, const Findings& findings)
         << percent(shareRight(findings, findings.novelty.windows)) << "</strong></td></tr>\n</tbody></table></div>\n";
 }
 
+/// How far above its limit the tile of a decision fits; plus infinity where there is no limit.
+double marginOf(const Decision& decision)
+{
+    return fitOf(decision) - decision.limit;
+}
+
 void writeFitMap(std::ostream& out, const Findings& findings)
 {
-    const double threshold = findings.novelty.threshold;
-    double best = threshold;
-    for (const Decision& decision : findings.windows.decisions)
+    const WindowMap& windows = findings.novelty.windows;
+    double reach = 1.0;
+    for (const Decision& decision : windows.decisions)
     {
-        if (decision.refusal.empty())
-            best = std::max(best, fitOf(decision));
+        if (decision.refusal.empty() && std::isfinite(marginOf(decision)))
+            reach = std::max(reach, marginOf(decision));
     }
-    const double reach = std::max(best - threshold, 1.0);
     writeOverMosaic(out, findings.mosaic,
-                    valueMap(findings.mosaic, findings.windows,
-                             [&](const Decision& decision)
-                             { return (fitOf(decision) - threshold) / reach * 0.5 + 0.5; }),
-                    "How well every window fits the surface that it fits best",
-                    "<strong>Absolute fit</strong>: log likelihood under the best surface." +
-                        scaleBar(fixed(threshold - reach, 0) + " or less", fixed(threshold, 1), fixed(best, 0)));
+                    valueMap(findings.mosaic, windows,
+                             [&](const Decision& decision) { return marginOf(decision) / reach * 0.5 + 0.5; }),
+                    "How far above the limit of the surface that it fits best every window fits",
+                    "<strong>Absolute fit</strong>: log likelihood under the best surface, less the limit of that "
+                    "surface." +
+                        scaleBar("−" + fixed(reach, 0) + " or less", "the limit", "+" + fixed(reach, 0)));
+}
+
+bool hasLimit(const Findings& findings)
+{
+    const std::vector<double>& limits = findings.novelty.limits;
+    return std::any_of(limits.begin(), limits.end(), [](double limit) { return std::isfinite(limit); });
+}
+
+/// "brick −19.5, grass −24.0 and gravel −21.1".
+std::string limitsText(const Findings& findings)
+{
+    const std::vector<double>& limits = findings.novelty.limits;
+    std::string text;
+    for (std::size_t label = 0; label < limits.size(); ++label)
+    {
+        text += label == 0 ? "" : label + 1 < limits.size() ? ", " : " and ";
+        text += html(findings.dataset.surfaces[label].name) + " ";
+        text += std::isfinite(limits[label]) ? fixed(limits[label], 1) : "none (too few tiles)";
+    }
+    return text;
 }
 
 } // namespace
@@ -85,13 +111,14 @@ void writeNoveltySection(std::ostream& out, const Findings& findings)
            "nearest still takes nearly everything. The absolute fit, the log likelihood under the best surface, tells "
            "whether the tile resembles any. The result carries it: <code>matchScoreFactorLog()</code> is its negated "
            "value.</p>\n";
-    if (std::isfinite(novelty.threshold))
+    if (hasLimit(findings))
     {
-        out << "<p>What fits worse than <strong>" << fixed(novelty.threshold, 2)
-            << "</strong> is called none of these. This threshold comes from the left halves alone: "
-            << percent(noveltyLevel)
-            << " of their tiles fit worse when a classifier judges them that was trained without them and their "
-               "neighbours (five-fold cross-validation in bands across the pictures). On the right halves it turns "
+        out << "<p>What fits worse than the limit of its best surface is called none of these. The limits, <strong>"
+            << limitsText(findings) << "</strong>, come from the left halves alone: " << percent(noveltyLevel)
+            << " of a surface's tiles fit worse when a classifier judges them that was trained without them and their "
+               "neighbours (ten-fold cross-validation in bands across the pictures). Where a measurement is invalid, "
+               "the limits are those of the same tiles without this measurement, since likelihoods of five "
+               "measurements and of six cannot be compared. On the right halves it turns "
             << countChanged(findings.tests, novelty.tests) << " of " << novelty.tests.size() << " tiles away.</p>\n";
     }
     out << "<div class=\"row wide\">\n";
@@ -102,7 +129,7 @@ void writeNoveltySection(std::ostream& out, const Findings& findings)
                  [&](const Decision& decision) { return (certaintyOf(decision) - chance) / (1.0 - chance); }),
         "The posterior probability of the best surface at every window",
         "<strong>Certainty</strong>: posterior probability of the best surface." + scaleBar(fixed(chance, 2), "", "1"));
-    if (std::isfinite(novelty.threshold))
+    if (hasLimit(findings))
         writeFitMap(out, findings);
     out << "</div>\n";
     writePartTable(out, findings);

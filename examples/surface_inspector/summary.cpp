@@ -49,7 +49,8 @@ void writeExhibit(std::ostream& out, const Dataset& dataset, const Exhibit& exhi
         out << "  refused: " << exhibit.decision.refusal << '\n';
         return;
     }
-    out << "  fit " << fixed(fitOf(exhibit.decision), 2) << '\n';
+    out << "  fit " << fixed(fitOf(exhibit.decision), 2) << ", limit " << fixed(exhibit.decision.limit, 2) << ": "
+        << (fitOf(exhibit.decision) < exhibit.decision.limit ? "none of these" : "like what was learned") << '\n';
     out << "  category    match score  class score  expected cost\n";
     for (const tkClassifierCategoryResult& category : exhibit.decision.result.categoryResults())
     {
@@ -105,10 +106,14 @@ void writeRules(std::ostream& out, const Findings& findings, const RuleFindings&
 void writeNovelty(std::ostream& out, const Findings& findings)
 {
     const Novelty& novelty = findings.novelty;
-    out << "\nBayesian, none of these where the fit is below "
-        << (std::isfinite(novelty.threshold) ? fixed(novelty.threshold, 2) : "nothing: too few tiles were learned")
-        << '\n';
+    out << "\nBayesian, none of these where the fit is below the limit of the best surface\n";
     writeConfusion(out, findings.dataset, novelty.confusion, "none");
+    for (std::size_t label = 0; label < novelty.limits.size(); ++label)
+    {
+        out << (label == 0 ? "  limits: " : ", ") << findings.dataset.surfaces[label].name << ' '
+            << (std::isfinite(novelty.limits[label]) ? fixed(novelty.limits[label], 2) : "none, too few tiles");
+    }
+    out << '\n';
     out << "  windows inside the parts of the mosaic: " << percent(shareRight(findings, novelty.windows))
         << " right, by posterior alone " << percent(shareRight(findings, findings.windows)) << '\n';
     for (const Mosaic::Part& part : findings.mosaic.parts)

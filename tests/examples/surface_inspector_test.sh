@@ -91,6 +91,19 @@ ShippedPicturesAreDecidedRightly() {
     expectLine '  neighbours: K-nearest neighbor classification does not support invalid measurements'
 }
 
+CoveredLensFitsNoSurface() {
+    run
+    # The nearest surface takes all of the posterior, and one of its limits for six measurements would let it pass; that
+    # for the five that are valid does not.
+    sed -n '/^A covered lens/,/^  gravel/p' out > lens
+    grep -qxE '  brick +1\.000 +1\.000 +0\.000' lens || fail "another decision: $(cat lens)"
+    grep -qxE '  fit -[0-9.]+, limit -[0-9.]+: none of these' lens || fail "it fits: $(cat lens)"
+    local fit
+    fit=$(sed -nE 's/^  fit (-[0-9.]+), .*/\1/p' lens)
+    atLeast "$(sed -nE 's/^  limits: brick (-[0-9.]+), .*/\1/p' out)" "$fit"
+    grep -q 'none of these</strong>, whatever the scores say.</dd>' surface_inspector.html || fail "the page does not say so"
+}
+
 HigherCostMakesMistakesCheaper() {
     run
     local costs
@@ -105,6 +118,7 @@ PosteriorIsSureOfWhatWasNeverTrainedAndFitIsNot() {
     local share='[0-9]+\.[0-9]'
     expectLine "  windows inside the parts of the mosaic: 9[5-9]\.[0-9] % right, by posterior alone [67][0-9]\.[0-9] %"
     expectLine "  coins, never trained: posterior above 0.99 on [6-9]$share %, none of these on 9[0-9]\.[0-9] % of its windows"
+    expectLine '  limits: brick -[0-9.]+, grass -[0-9.]+, gravel -[0-9.]+'
     expectLine "  brick: posterior above 0.99 on $share %, none of these on [0-9]\.[0-9] % of its windows"
     grep -q 'No tile of coins was learned' surface_inspector.html || fail "the point is not made"
     run --mosaic "$data/brick.pgm" "$data/grass.pgm"

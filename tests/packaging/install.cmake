@@ -19,9 +19,14 @@ file(GLOB_RECURSE headers RELATIVE "${SOURCE_DIR}"
 file(GLOB_RECURSE installed RELATIVE "${moved}/include/clastool" "${moved}/include/*")
 file(STRINGS "${SOURCE_DIR}/cmake/private_headers.txt" private_headers)
 list(REMOVE_ITEM headers ${private_headers})
+list(APPEND headers clastool/version.h)
 list(SORT headers)
 list(SORT installed)
 expect_equal("${headers}" "${installed}" "installed headers")
+
+file(READ "${SOURCE_DIR}/LICENSE" expected_license)
+file(READ "${moved}/share/doc/clastool/LICENSE" license)
+expect_equal("${expected_license}" "${license}" "installed licence")
 
 # No text in the tree names the place where it was built or first installed.
 file(GLOB_RECURSE texts "${moved}/*.cmake" "${moved}/*.pc")

@@ -1,0 +1,6 @@
+#include "clastool/version.h"
+
+const char* tkVersion() noexcept
+{
+    return CLASTOOL_VERSION;
+}

@@ -1,0 +1,170 @@
+#!/usr/bin/env bash
+# Tries what the scripts share: scripts_test.sh SOURCE_DIRECTORY TEST
+# A test is one of the functions below whose name begins with a capital letter. What the scripts would install is
+# installed by stand-ins, the only commands that a test finds besides those that it names.
+set -euo pipefail
+
+support=$(realpath "$1")/scripts/support.sh
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+mkdir bin
+for command in bash cat env grep id mkdir sed tail tr; do
+    ln -s "$(command -v "$command")" bin/
+done
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+# standIn NAME [BODY]: a command of this name, which notes how it was called.
+standIn() {
+    printf '#!/usr/bin/env bash\necho "%s $*" >> "%s/calls"\n%s\n' "$1" "$folder" "${2:-}" > "bin/$1"
+    chmod +x "bin/$1"
+}
+
+# run COMMANDS: after the script was read; standard output and error stream go to `out`.
+run() {
+    status=0
+    env -i PATH="$folder/bin" ${CXX:+CXX="$CXX"} bash -c "set -euo pipefail; source '$support'; $1" > out 2>&1 || status=$?
+}
+
+expectStatus() {
+    [ "$status" -eq "$1" ] || fail "exit status $status: $(cat out)"
+}
+
+expectOutput() {
+    [ "$(cat out)" = "$1" ] || fail "expected '$1', not '$(cat out)'"
+}
+
+expectCalls() {
+    [ "$(cat calls 2> /dev/null)" = "$1" ] || fail "expected the calls '$1', not '$(cat calls 2> /dev/null)'"
+}
+
+StepKeepsWhatSucceedsToItself() {
+    run 'step "Doing: this" bash -c "echo noise; echo more >&2"'
+    expectStatus 0
+    grep -qxE 'Doing: this \.\.\. done, [0-9]+ s' out || fail "printed $(cat out)"
+    [ "$(cat build/log/Doing-this.log)" = $'noise\nmore' ] || fail "the log holds $(cat build/log/*)"
+}
+
+StepShowsWhatFailsAndEndsTheScript() {
+    run 'step "Doing this" bash -c "echo noise; exit 7"; echo later'
+    expectStatus 7
+    expectOutput "Doing this ... failed with exit status 7:
+noise
+This was $folder/build/log/Doing-this.log"
+}
+
+TestsEndWithTheSummary() {
+    standIn nproc 'echo 3'
+    standIn ctest 'printf "      Start  1: a\n 1/1 Test  #1: a ...   Passed  0.01 sec\n\n100%% tests passed, 0 tests failed out of 1\n\nTotal\n"'
+    run 'run_tests dev -L some'
+    expectStatus 0
+    expectOutput 'Running the tests of dev
+100% tests passed, 0 tests failed out of 1
+
+Total'
+    expectCalls 'nproc 
+ctest --preset dev --parallel 3 -L some'
+}
+
+FailedTestsAreShown() {
+    standIn nproc 'echo 3'
+    standIn ctest 'printf "      Start  1: a\n 1/2 Test  #1: a ...   Passed  0.01 sec\n 2/2 Test  #2: b ...***Failed  0.01 sec\nwhy\n50%% tests passed\n"; exit 8'
+    run 'run_tests dev; echo later'
+    expectStatus 8
+    expectOutput "Running the tests of dev
+ 2/2 Test  #2: b ...***Failed  0.01 sec
+why
+50% tests passed
+All output is in $folder/build/log/tests-dev.log"
+}
+
+NothingIsInstalledThatIsThere() {
+    standIn c++
+    standIn apt-get
+    run 'require_packages g++=c++ some-dev=/usr/bin/env'
+    expectStatus 0
+    expectOutput ''
+    expectCalls ''
+}
+
+MissingPackagesAreInstalled() {
+    standIn c++
+    standIn id 'echo 0'
+    standIn apt-get 'echo noise'
+    run 'require_packages one=one two=/no/such/file g++=c++'
+    expectStatus 0
+    ! grep -q noise out || fail "apt-get is heard"
+    expectCalls 'id -u
+apt-get update
+apt-get install -y --no-install-recommends one two'
+}
+
+WithoutSudoTheCommandIsShown() {
+    standIn id 'echo 1000'
+    standIn apt-get
+    run 'require_packages one=one two=two; echo later'
+    expectStatus 1
+    expectOutput 'Packages are missing, and sudo is not there to install them. As root, run
+    apt-get update && apt-get install -y --no-install-recommends one two'
+}
+
+RefusedBySudoTheCommandIsShown() {
+    standIn id 'echo 1000'
+    standIn apt-get
+    standIn sudo 'exit 1'
+    run 'require_packages one=one'
+    expectStatus 1
+    expectOutput 'Packages are missing, and sudo is not there to install them. As root, run
+    apt-get update && apt-get install -y --no-install-recommends one'
+}
+
+SudoInstalls() {
+    standIn c++
+    standIn id 'echo 1000'
+    standIn apt-get
+    standIn sudo '[ "$1" = -v ] || "$@"'
+    run 'require_packages one=one'
+    expectStatus 0
+    grep -qx 'apt-get install -y --no-install-recommends one' calls || fail "the calls are $(cat calls)"
+}
+
+WithoutDebianThePackagesAreNamed() {
+    standIn c++
+    run 'require_packages one=one; echo later'
+    expectStatus 0
+    expectOutput 'Not found here: what Debian has in the packages one. Install it if a step below fails.
+later'
+}
+
+# CXX=... expectPackage PACKAGE: of the compiler.
+expectPackage() {
+    run 'compiler_package'
+    expectStatus 0
+    expectOutput "$1"
+}
+
+PackageOfTheCompilerIsThatOfTheOneAskedFor() {
+    CXX='' expectPackage g++=c++
+    CXX=g++ expectPackage g++=g++
+    CXX=g++-12 expectPackage g++-12=g++-12
+    CXX=clang++ expectPackage clang=clang++
+    CXX=/usr/bin/clang++-14 expectPackage clang-14=/usr/bin/clang++-14
+    CXX='clang++ -stdlib=libc++' expectPackage clang=clang++
+    CXX='ccache g++' expectPackage ''
+    CXX=/opt/cc expectPackage ''
+}
+
+MissingCompilerIsNamed() {
+    CXX=/opt/cc run 'require_packages; echo later'
+    expectStatus 1
+    expectOutput 'The C++ compiler /opt/cc, which the variable CXX asks for, was not found.'
+    run 'require_packages; echo later'
+    expectStatus 1
+    expectOutput 'The C++ compiler c++ was not found.'
+}
+
+"$2"

@@ -7,8 +7,7 @@ set(clastool_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/clastool")
 
 install(TARGETS clastool
   EXPORT clastoolTargets
-  FILE_SET HEADERS DESTINATION "${clastool_include_root}"
-  FILE_SET generated DESTINATION "${clastool_include_root}")
+  FILE_SET HEADERS DESTINATION "${clastool_include_root}")
 install(EXPORT clastoolTargets
   NAMESPACE clastool::
   DESTINATION "${clastool_package_dir}")

@@ -1,4 +1,4 @@
-set(clastool_folders foundation numerics numerics/kernels clss/clastool/clastool clss/clastool/bayes clss/clastool)
+set(clastool_folders clastool foundation numerics numerics/kernels clss/clastool/clastool clss/clastool/bayes clss/clastool)
 list(TRANSFORM clastool_folders APPEND "/*.cpp" OUTPUT_VARIABLE clastool_sources)
 list(TRANSFORM clastool_folders APPEND "/*.h" OUTPUT_VARIABLE clastool_headers)
 file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})
@@ -9,18 +9,12 @@ list(TRANSFORM clastool_private_headers PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
 list(REMOVE_ITEM clastool_headers ${clastool_private_headers})
 list(FILTER clastool_headers EXCLUDE REGEX "/numerics/kernels/")
 
-# The project's version, for programs. It is written into the build folder and installed as clastool/version.h.
-set(clastool_generated "${CMAKE_CURRENT_BINARY_DIR}/include")
-configure_file(cmake/version.h.in "${clastool_generated}/clastool/version.h" @ONLY)
-
 add_library(clastool)
 add_library(clastool::clastool ALIAS clastool)
 
 target_sources(clastool
-  PRIVATE ${clastool_sources} cmake/version.cpp
-  PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${clastool_headers}
-  PUBLIC FILE_SET generated TYPE HEADERS
-    BASE_DIRS "${clastool_generated}" FILES "${clastool_generated}/clastool/version.h")
+  PRIVATE ${clastool_sources}
+  PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${clastool_headers})
 
 target_compile_features(clastool PUBLIC cxx_std_17)
 

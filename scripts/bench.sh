@@ -6,12 +6,12 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/support.sh
 
-require_packages "${build_packages[@]}" python3=python3 libopencv-dev=/usr/include/opencv4/opencv2/ml.hpp \
+require_packages "${build_packages[@]}" python3=/usr/bin/python3 libopencv-dev=/usr/include/opencv4/opencv2/ml.hpp \
     libfaiss-dev=/usr/include/faiss/IndexFlat.h libdlib-dev=/usr/include/dlib/statistics.h \
     libeigen3-dev=/usr/include/eigen3/Eigen/Dense libfuzzylite-dev=/usr/include/fl/Headers.h \
     python3-sklearn=/usr/lib/python3/dist-packages/sklearn/__init__.py
-cmake --preset release -DCLASTOOL_BUILD_BENCHMARKS=ON
-cmake --build --preset release --target benchmarks
+step "Configuring the build in build/release" cmake --preset release -DCLASTOOL_BUILD_BENCHMARKS=ON
+step "Building the benchmarks" cmake --build --preset release --target benchmarks
 
 # One thread for everyone, and the same processor throughout.
 export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1 MKL_NUM_THREADS=1
@@ -34,5 +34,5 @@ if [[ ${1:-} == --quick ]]; then
 fi
 "${pinned[@]}" build/release/benchmarks/benchmarks "${quick[@]}" "$out" "$@" | tee "$out/log.txt"
 sed -n 's/^Peers: /Measured against: /p' "$out/log.txt" >> "$out/machine.txt"
-python3 benchmarks/report.py "$out" "$docs"
+/usr/bin/python3 benchmarks/report.py "$out" "$docs"
 echo "The report is $docs/performance.md"

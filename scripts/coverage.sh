@@ -6,9 +6,9 @@ cd "$(dirname "$0")/.."
 source scripts/support.sh
 
 require_packages "${test_packages[@]}" gcovr=gcovr
-cmake --preset coverage
-cmake --build --preset coverage
+step "Configuring the build in build/coverage" cmake --preset coverage
+step "Building the tests with counted lines" cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
-ctest --preset coverage --parallel "$(nproc)"
+run_tests coverage
 gcovr --root . --object-directory build/coverage \
     --filter foundation/ --filter numerics/ --filter clss/ --fail-under-line 98 "$@"

@@ -5,8 +5,18 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/support.sh
 
-require_packages "${test_packages[@]}" clang-format=clang-format clang-tidy=clang-tidy
-git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
-cmake --preset dev -DCMAKE_VERIFY_INTERFACE_HEADER_SETS=ON > /dev/null
-cmake --build --preset dev --target all_verify_interface_header_sets
-run-clang-tidy -quiet -p build/dev "^$PWD/(foundation|numerics|clss)/"
+headers_alone()
+{
+    cmake --preset dev -DCMAKE_VERIFY_INTERFACE_HEADER_SETS=ON &&
+        cmake --build --preset dev --target all_verify_interface_header_sets
+}
+
+require_packages "${tidy_packages[@]}"
+folders=(foundation numerics clss tests fuzz benchmarks examples cmake)
+mkdir -p build/log
+find "${folders[@]}" -name '*.h' -o -name '*.cpp' > build/log/sources.txt
+step "Looking at the format of the sources" xargs --arg-file build/log/sources.txt clang-format --dry-run --Werror
+step "Compiling every published header alone" headers_alone
+# Named by its path: the first python3 to be found may be another than the one that Debian's script is made for.
+step "Looking at the library with clang-tidy" \
+    /usr/bin/python3 "$(command -v run-clang-tidy)" -quiet -p build/dev "^$PWD/(foundation|numerics|clss)/"

@@ -422,7 +422,7 @@ TEST(tkArchive, takesNoByteBeyondWhatIsAskedFor)
     EXPECT_EQ("rest", rest);
 }
 
-TEST(tkArchive, storingWritesToNoObject)
+TEST(tkArchive, storingWritesToNoObjectThatAnotherThreadStores)
 {
     // In memory that may not be written, and read by two threads at once, storing must only read.
     static const bool flag = true;

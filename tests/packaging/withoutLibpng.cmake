@@ -13,6 +13,7 @@ if(NOT messages MATCHES "The example surface_inspector is left out")
 endif()
 execute_process(COMMAND "${CMAKE_COMMAND}" --build "${WORK_DIR}" --target help
   OUTPUT_VARIABLE targets COMMAND_ERROR_IS_FATAL ANY)
-if(targets MATCHES "surface_inspector" OR NOT targets MATCHES "hello")
+# Each stands at the beginning of a line, after "... " in what make says.
+if(targets MATCHES "\n(\\.\\.\\. )?surface_inspector[:\n]" OR NOT targets MATCHES "\n(\\.\\.\\. )?hello[:\n]")
   message(FATAL_ERROR "expected all examples but surface_inspector:\n${targets}")
 endif()

@@ -81,7 +81,9 @@ TEST(traps, aNaNMeasurementIsValidUnlessItIsMarked)
     // Neighbours: every distance is NaN, and what was stored last passes for the nearest.
     EXPECT_EQ(1, resultOf(neighbours(1), {{notANumber, 10.0}}).categoryResults().front().categoryLabel());
     // Bayesian: no score means anything.
-    for (const tkClassifierCategoryResult& category : resultOf(bayesian(), {{notANumber, 30.0}}).categoryResults())
+    const tkClassifierResult meaningless = resultOf(bayesian(), {{notANumber, 30.0}});
+    EXPECT_EQ(2u, meaningless.categoryResults().size());
+    for (const tkClassifierCategoryResult& category : meaningless.categoryResults())
         EXPECT_TRUE(std::isnan(category.classScore())) << category.classScore();
     // Marked, it is an error of the one and left out by the other.
     tkClassifierResult result;

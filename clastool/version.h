@@ -3,11 +3,11 @@
 
 #include "foundation/tkExport.h"
 
-/// Version of the headers that a program is compiled with.
-#define CLASTOOL_VERSION_MAJOR @PROJECT_VERSION_MAJOR@
-#define CLASTOOL_VERSION_MINOR @PROJECT_VERSION_MINOR@
-#define CLASTOOL_VERSION_PATCH @PROJECT_VERSION_PATCH@
-#define CLASTOOL_VERSION "@PROJECT_VERSION@"
+/// Version of the headers that a program is compiled with. It is written down here and nowhere else.
+#define CLASTOOL_VERSION_MAJOR 0
+#define CLASTOOL_VERSION_MINOR 1
+#define CLASTOOL_VERSION_PATCH 0
+#define CLASTOOL_VERSION "0.1.0"
 
 /// Version of the library that the program runs with, in the form of CLASTOOL_VERSION. The two differ where a shared
 /// library was replaced by another one.

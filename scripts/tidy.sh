@@ -12,11 +12,11 @@ headers_alone()
 }
 
 require_packages "${tidy_packages[@]}"
-folders=(foundation numerics clss tests fuzz benchmarks examples cmake)
+folders=(clastool foundation numerics clss tests fuzz benchmarks examples)
 mkdir -p build/log
 find "${folders[@]}" -name '*.h' -o -name '*.cpp' > build/log/sources.txt
 step "Looking at the format of the sources" xargs --arg-file build/log/sources.txt clang-format --dry-run --Werror
 step "Compiling every published header alone" headers_alone
 # Named by its path: the first python3 to be found may be another than the one that Debian's script is made for.
 step "Looking at the library with clang-tidy" \
-    /usr/bin/python3 "$(command -v run-clang-tidy)" -quiet -p build/dev "^$PWD/(foundation|numerics|clss)/"
+    /usr/bin/python3 "$(command -v run-clang-tidy)" -quiet -p build/dev "^$PWD/(clastool|foundation|numerics|clss)/"

@@ -40,9 +40,9 @@ public:
     const std::vector<std::vector<long>>& dependencySets() const { return dependencySets_; }
     const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities() const { return densities_; }
 
-    /// The log likelihood: the sum of the densities' log values, in the order of the sets. Where finite values overflow,
-    /// it is the largest double of its sign. Throws what the densities throw; tkClassifierDefs::InsufficientTrainData
-    /// tells the category in addition.
+    /// The log likelihood: the sum of the densities' log values, in the order of the sets. Where finite values
+    /// overflow, it is the largest double of its sign. Throws what the densities throw;
+    /// tkClassifierDefs::InsufficientTrainData tells the category in addition.
     double matchScore(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr,
                       unsigned long flags = 0) const override;
 

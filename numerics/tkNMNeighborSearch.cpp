@@ -5,12 +5,14 @@
 #include "numerics/kernels/tkNMInstructions.h"
 #include "numerics/kernels/tkNMLanes.h"
 #include "numerics/tkNMNeighborList.h"
+#include "numerics/tkNMNormDistance.h"
 #include "numerics/tkNMWideDistances.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <new>
 
 // How most rows are ruled out
 // ---------------------------
@@ -114,14 +116,6 @@ bool isModest(const double* row, long n)
     for (long c = 0; c < n; ++c)
         modest &= std::fabs(row[c]) <= largestModest;
     return modest;
-}
-
-double definedDistance(const double* query, const double* row, long n, double order)
-{
-    double sum = 0.0;
-    for (long c = 0; c < n; ++c)
-        sum += std::pow(std::fabs(query[c] - row[c]), order);
-    return std::pow(sum, 1.0 / order);
 }
 
 // sums[j] = sum of |query - rows[j]|^power, added up in four lanes, which compilers turn into vectors.
@@ -229,7 +223,7 @@ void searchByDefinition(const tkNMNeighborSearch::Rows& source, long numRows, co
         const long count = std::min(batchRows, numRows - first);
         fetchConsecutive(source, first, count, batch, rows);
         for (long j = 0; j < count; ++j)
-            list.add(first + j, definedDistance(query, rows[j], n, order));
+            list.add(first + j, tkNMNormDistance(query, rows[j], n, order));
     }
 }
 } // namespace
@@ -265,10 +259,16 @@ void tkNMNeighborSearch::update(const Rows& rows, long numRows, long numColumns)
     numRows_ = numRows;
     if (!allModest_ || numRows < smallestShadow || numColumns < 1 || numColumns > Bytes::maxColumns)
         return;
-    if (numRows >= 2 * fitRows_)
-        fit_(rows, numRows);
-    while ((numBlocks_() + 1) * Bytes::blockRows <= numRows)
-        appendBlock_(rows);
+    try
+    {
+        if (numRows >= 2 * fitRows_)
+            fit_(rows, numRows);
+        while ((numBlocks_() + 1) * Bytes::blockRows <= numRows)
+            appendBlock_(rows);
+    }
+    catch (const std::bad_alloc&) // the next call goes on from here
+    {
+    }
 }
 
 // Chooses centres and step from an even sample of the rows, and lets go of the blocks. The step is the smallest for
@@ -598,7 +598,7 @@ private:
             powerSums_(query_, rows, count, n_, keys);
         else
             for (long j = 0; j < count; ++j)
-                keys[j] = definedDistance(query_, rows[j], n_, order_);
+                keys[j] = tkNMNormDistance(query_, rows[j], n_, order_);
         const double largestKey = keys_[0];
         for (long j = 0; j < count; ++j)
         {
@@ -660,7 +660,7 @@ private:
         for (long i = 0; i < std::min(numKnown_, mostKnown); ++i)
             if (known_[i].key == candidate.key && std::memcmp(known_[i].row, candidate.row, n_ * sizeof(double)) == 0)
                 return known_[i].distance;
-        const double distance = definedDistance(query_, candidate.row, n_, order_);
+        const double distance = tkNMNormDistance(query_, candidate.row, n_, order_);
         known_[numKnown_++ % mostKnown] = {candidate.key, candidate.row, distance};
         return distance;
     }

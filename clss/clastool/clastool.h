@@ -27,16 +27,11 @@
 #include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
 #include "clss/clastool/clastool/tk_DataGenerator.h"
-#include "clss/clastool/clastool/tk_NeighborIndex.h"
 #include "foundation/tkArchive.h"
 #include "foundation/tkArchiveFile.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkRandom.h"
 #include "foundation/tkRange.h"
-#include "foundation/tkScratch.h"
-#include "foundation/tkUtf8.h"
-#include "numerics/tkNMNeighborList.h"
-#include "numerics/tkNMNeighborSearch.h"
 
 #endif

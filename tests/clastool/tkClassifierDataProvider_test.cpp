@@ -206,6 +206,49 @@ TEST(tkClassifierDataProvider, addDataChecksHandleThenLengthThenLabel)
     EXPECT_EQ(4, empty.numMeasurements());
 }
 
+TEST(tkClassifierDataProvider, addDataTakesMeasurementsInOneLine)
+{
+    tkClassifierDataProviderMemory provider;
+    const std::vector<double> measurements = {1.0, 2.0};
+    provider.addData(measurements, 3);
+    provider.addData({3.0, 4.0}, -1);
+    tkClassifierDataProviderMemory same;
+    same.data({pattern({1.0, 2.0}), pattern({3.0, 4.0})}, {3, -1});
+    EXPECT_TRUE(provider == same);
+    EXPECT_TK_THROW(provider.addData({1.0}, -2), tkClassifierDefs::BadFeatures, otherLength);
+    EXPECT_TK_THROW(provider.addData({1.0, 2.0}, -2), tkClassifierDefs::BadLabel, badLabel);
+    EXPECT_TRUE(provider == same);
+    expectUnchangedWithoutMemory(provider, [&](auto& object) { object.addData(measurements, 1); });
+}
+
+TEST(tkClassifierDataProvider, showsPatternsAndLabelsWhereTheyStand)
+{
+    tkClassifierDataProviderMemory provider = example();
+    ASSERT_EQ(2u, provider.patterns().size());
+    EXPECT_EQ(provider.featurePattern(0), provider.patterns()[0]);
+    EXPECT_EQ(provider.featurePattern(1), provider.patterns()[1]);
+    EXPECT_EQ((Longs{3, -1}), provider.labels());
+}
+
+TEST(tkClassifierDataProvider, theIndexIsNoPartOfTheValueAndGoesWithThePatterns)
+{
+    tkClassifierDataProviderMemory provider = example();
+    EXPECT_FALSE(provider.neighborIndex());
+    provider.indexNeighbors();
+    const tk_NeighborIndex* const index = provider.neighborIndex();
+    ASSERT_TRUE(index);
+    provider.indexNeighbors();
+    EXPECT_EQ(index, provider.neighborIndex());
+    EXPECT_TRUE(provider == example());
+    EXPECT_EQ(storeToBytes(example()), storeToBytes(provider));
+    EXPECT_FALSE(tkClassifierDataProviderMemory(provider).neighborIndex());
+    provider.data({}, {});
+    EXPECT_FALSE(provider.neighborIndex());
+    provider.indexNeighbors();
+    loadFromBytes(storeToBytes(example()), provider);
+    EXPECT_FALSE(provider.neighborIndex());
+}
+
 TEST(tkClassifierDataProvider, addDataWithoutMemoryChangesNothing)
 {
     const Pattern added = pattern({1.0, 2.0});

@@ -63,6 +63,23 @@ TEST(tkClassifierTrainParamsKNN, takesAllThreeAtConstruction)
     EXPECT_EQ(params.misclassificationCosts().misclassificationCost(2, 1), 2.0);
 }
 
+TEST(tkClassifierTrainParamsKNN, takesKAndCostsWithTheEuclideanDistance)
+{
+    tkClassifierCosts costs(2.0);
+    costs.misclassificationCostOverride(0, 1, 5.0);
+    const tkClassifierTrainParamsKNN params(3, costs);
+    EXPECT_TRUE(params == tkClassifierTrainParamsKNN(3, tkPatternDistanceMetricNorm(2.0), costs));
+    EXPECT_TK_THROW(tkClassifierTrainParamsKNN(0, costs), tkClassifierDefs::BadParams, L"K must be >= 1");
+}
+
+TEST(tkClassifierTrainParamsKNN, aNumberIsParametersWithoutMoreWords)
+{
+    const tkClassifierTrainParamsKNN params = 4;
+    EXPECT_EQ(params.k(), 4);
+    const tkPatternDistanceMetricNorm metric = 1.0;
+    EXPECT_EQ(metric.order(), 1.0);
+}
+
 TEST(tkClassifierTrainParamsKNN, refusesAKBelowOneAndKeepsTheOldOne)
 {
     tkClassifierTrainParamsKNN params(3);

@@ -15,7 +15,7 @@
 
 namespace
 {
-using Exceptions = std::vector<tkNMDecision::Exception>;
+using Overrides = std::vector<tkNMDecision::CostOverride>;
 using Values = std::vector<double>;
 
 const double infinity = std::numeric_limits<double>::infinity();
@@ -36,11 +36,11 @@ double product(double a, double b)
     return rounded;
 }
 
-/// The definition: each sum on its own; of several exceptions for one i and j the last counts.
-Decision plainDecision(const Values& scores, const Values& weights, double cost, const Exceptions& exceptions)
+/// The definition: each sum on its own; of several overrides for one i and j the last counts.
+Decision plainDecision(const Values& scores, const Values& weights, double cost, const Overrides& overrides)
 {
     std::map<std::pair<std::size_t, std::size_t>, double> other;
-    for (const tkNMDecision::Exception& e : exceptions)
+    for (const tkNMDecision::CostOverride& e : overrides)
         other[{e.decision, e.state}] = e.cost;
     Decision decision;
     const std::size_t n = scores.size();
@@ -80,14 +80,14 @@ bool haveSameBits(const Values& a, const Values& b)
            std::equal(a.begin(), a.end(), b.begin(), [](double x, double y) { return haveSameBits(x, y); });
 }
 
-/// Whether every level gives the values of the definition, and writes nothing behind them.
-void expectPlainDecision(Values scores, Values weights, double cost, Exceptions exceptions)
+/// Whether every instruction set gives the values of the definition, and writes nothing behind them.
+void expectPlainDecision(Values scores, Values weights, double cost, Overrides overrides)
 {
     constexpr std::size_t group = tkNMDecision::group;
-    const Decision expected = plainDecision(scores, weights, cost, exceptions);
+    const Decision expected = plainDecision(scores, weights, cost, overrides);
     std::stable_sort(
-        exceptions.begin(), exceptions.end(),
-        [](const tkNMDecision::Exception& a, const tkNMDecision::Exception& b)
+        overrides.begin(), overrides.end(),
+        [](const tkNMDecision::CostOverride& a, const tkNMDecision::CostOverride& b)
         { return std::make_pair(a.state / group, a.decision) < std::make_pair(b.state / group, b.decision); });
     const std::size_t n = scores.size();
     const std::size_t room = tkNMDecision::roundUp(n);
@@ -98,23 +98,23 @@ void expectPlainDecision(Values scores, Values weights, double cost, Exceptions 
     {
         Values shares = weights;
         Values risks(room + 1, 7.0);
-        Exceptions used = exceptions;
+        Overrides used = overrides;
         const double products = tkNMDecision::compute(scores.data(), shares.data(), expected.weights, risks.data(), n,
                                                       cost, used.data(), used.size(), level);
-        EXPECT_TRUE(haveSameBits(expected.products, products)) << n << " states on level " << level;
+        EXPECT_TRUE(haveSameBits(expected.products, products)) << n << " states by " << level;
         EXPECT_EQ(7.0, shares.back());
         EXPECT_EQ(7.0, risks.back());
         if (products == 0.0)
             continue;
         shares.resize(n);
         risks.resize(n);
-        EXPECT_TRUE(haveSameBits(expected.shares, shares)) << n << " states on level " << level;
-        EXPECT_TRUE(haveSameBits(expected.risks, risks)) << n << " states on level " << level;
+        EXPECT_TRUE(haveSameBits(expected.shares, shares)) << n << " states by " << level;
+        EXPECT_TRUE(haveSameBits(expected.risks, risks)) << n << " states by " << level;
     }
 }
 
-/// Whether every level gives the places of a stable sort, NaN last, and writes nothing behind them.
-void expectPlainPlaces(Values risks)
+/// Whether every instruction set gives the ranks of a stable sort, NaN last, and writes nothing behind them.
+void expectPlainRanks(Values risks)
 {
     const std::size_t n = risks.size();
     std::vector<std::size_t> order;
@@ -124,19 +124,19 @@ void expectPlainPlaces(Values risks)
                      [&](std::size_t a, std::size_t b)
                      { return risks[a] < risks[b] || (std::isnan(risks[b]) && !std::isnan(risks[a])); });
     std::vector<std::uint64_t> expected(n);
-    for (std::size_t place = 0; place < n; ++place)
-        expected[order[place]] = place;
+    for (std::size_t rank = 0; rank < n; ++rank)
+        expected[order[rank]] = rank;
     const std::size_t room = tkNMDecision::roundUp(n);
     for (const double filling : {0.0, -1.0, notANumber})
         for (const tkNMInstructions level : instructionSets())
         {
             Values given = risks;
             given.resize(room, filling);
-            std::vector<std::uint64_t> places(room + 1, 77);
-            tkNMDecision::rank(given.data(), places.data(), n, level);
-            EXPECT_EQ(77u, places.back());
-            places.resize(n);
-            EXPECT_EQ(expected, places) << "on level " << level << ": " << ::testing::PrintToString(risks);
+            std::vector<std::uint64_t> ranks(room + 1, 77);
+            tkNMDecision::rank(given.data(), ranks.data(), n, level);
+            EXPECT_EQ(77u, ranks.back());
+            ranks.resize(n);
+            EXPECT_EQ(expected, ranks) << "by " << level << ": " << ::testing::PrintToString(risks);
         }
 }
 
@@ -152,7 +152,7 @@ std::vector<std::size_t> counts()
 }
 } // namespace
 
-TEST(tkNMDecision, everyLevelHasTheBitsOfTheFormula)
+TEST(tkNMDecision, everyInstructionSetHasTheBitsOfTheFormula)
 {
     std::mt19937_64 generator(1);
     std::normal_distribution<double> deviate;
@@ -165,31 +165,31 @@ TEST(tkNMDecision, everyLevelHasTheBitsOfTheFormula)
             std::generate(scores.begin(), scores.end(), value);
             if (round % 2 == 0)
                 std::generate(weights.begin(), weights.end(), value);
-            Exceptions exceptions;
+            Overrides overrides;
             for (std::size_t k = n > 1 ? generator() % (3 * n) : 0; k > 0; --k)
             {
                 const std::size_t i = generator() % n;
                 const std::size_t j = generator() % n;
                 if (i != j)
-                    exceptions.push_back({i, j, deviate(generator)});
+                    overrides.push_back({i, j, deviate(generator)});
             }
             expectPlainDecision(scores, weights, 1.0, {});
-            expectPlainDecision(scores, weights, deviate(generator), exceptions);
+            expectPlainDecision(scores, weights, deviate(generator), overrides);
         }
 }
 
-TEST(tkNMDecision, exceptionsMayStandAtEveryPlaceOfAGroupAndReplaceOneAnother)
+TEST(tkNMDecision, overridesMayStandAnywhereInAGroupAndReplaceOneAnother)
 {
     Values scores;
     for (int i = 0; i < 24; ++i)
         scores.push_back(1.0 / (3.0 + i));
     const Values weights(24, 0.7);
-    Exceptions all;
+    Overrides all;
     for (std::size_t i = 0; i < scores.size(); ++i)
         for (std::size_t j = 0; j < scores.size(); ++j)
             if (i != j)
             {
-                const tkNMDecision::Exception e{i, j, std::sqrt(2.0 + static_cast<double>(24 * i + j))};
+                const tkNMDecision::CostOverride e{i, j, std::sqrt(2.0 + static_cast<double>(24 * i + j))};
                 expectPlainDecision(scores, weights, 1.1, {e});
                 expectPlainDecision(scores, weights, 1.1,
                                     {{i, j, 5.0}, e, {i, (j + 1) % 24 == i ? (j + 2) % 24 : (j + 1) % 24, 0.3}});
@@ -211,17 +211,17 @@ TEST(tkNMDecision, hostileValuesAreTakenAsTheyStand)
             Values weights(n);
             std::generate(scores.begin(), scores.end(), any);
             std::generate(weights.begin(), weights.end(), [&] { return seldom(0.3); });
-            Exceptions exceptions;
+            Overrides overrides;
             for (std::size_t k = n; n > 1 && k > 0; --k)
             {
                 const std::size_t i = generator() % n;
-                exceptions.push_back({i, (i + 1 + generator() % (n - 1)) % n, any()});
+                overrides.push_back({i, (i + 1 + generator() % (n - 1)) % n, any()});
             }
             for (const double cost : hostile)
             {
                 expectPlainDecision(scores, Values(n, 1.0), cost, {});
                 expectPlainDecision(scores, weights, cost, {});
-                expectPlainDecision(scores, weights, cost, exceptions);
+                expectPlainDecision(scores, weights, cost, overrides);
             }
         }
 }
@@ -234,7 +234,7 @@ TEST(tkNMDecision, sumOfProductsThatIsZeroIsReturned)
     expectPlainDecision({0.5, -0.5, 0.0}, {1.0, 1.0, 1.0}, 1.0, {{0, 1, 2.0}});
 }
 
-TEST(tkNMDecision, placesAreThoseOfAStableSortWithNaNLast)
+TEST(tkNMDecision, ranksAreThoseOfAStableSortWithNaNLast)
 {
     std::mt19937_64 generator(3);
     const double values[] = {0.0, -0.0, 5e-324, 1e-300,   1.0,        std::nextafter(1.0, 2.0),
@@ -247,11 +247,11 @@ TEST(tkNMDecision, placesAreThoseOfAStableSortWithNaNLast)
             Values risks(n);
             for (double& risk : risks)
                 risk = round % 2 == 0 || generator() % 8 == 0 ? values[generator() % kinds] : deviate(generator);
-            expectPlainPlaces(risks);
+            expectPlainRanks(risks);
         }
 }
 
-TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentPlaces)
+TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentRanks)
 {
     std::mt19937_64 generator(4);
     for (const tkNMInstructions level : instructionSets())
@@ -261,10 +261,10 @@ TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentPlaces)
             std::generate(std::begin(risks), std::end(risks),
                           [&] { return hostile[generator() % std::size(hostile)]; });
             const std::size_t n = 1 + generator() % tkNMDecision::mostRanked;
-            std::uint64_t places[tkNMDecision::mostRanked];
-            tkNMDecision::rank(risks, places, n, level);
-            std::sort(places, places + n);
+            std::uint64_t ranks[tkNMDecision::mostRanked];
+            tkNMDecision::rank(risks, ranks, n, level);
+            std::sort(ranks, ranks + n);
             for (std::size_t i = 0; i < n; ++i)
-                ASSERT_EQ(i, places[i]);
+                ASSERT_EQ(i, ranks[i]);
         }
 }

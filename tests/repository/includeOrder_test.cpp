@@ -47,11 +47,13 @@ numerics/tkNMNormal
 numerics/tkNMLearner
 numerics/tkNMByteDistances
 numerics/tkNMWideDistances
+numerics/tkNMNormDistance
 numerics/tkNMNeighborList
 numerics/tkNMNeighborSearch
 numerics/kernels/tkNMInstructions
 numerics/kernels/tkNMLanes
 numerics/kernels/tkNMFollow
+numerics/kernels/tkNMRiskKernel
 clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages
 clss/clastool/clastool/tk_PersistentClasses

@@ -8,7 +8,6 @@
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
 #include "foundation/tkScratch.h"
-#include "numerics/tkNMDecision.h"
 #include "numerics/tkNMReferenceDeviation.h"
 
 #include <algorithm>
@@ -161,10 +160,10 @@ void tk_ClassifierBayesian::learn_(const tkClassifierDataProvider& data, const t
         // What this class hands out stands in vectors; nobody sees whether it is asked for. Counting a handle more and
         // less for every pattern costs as much as learning it.
         const auto& memory = static_cast<const tkClassifierDataProviderMemory&>(data);
-        for (std::size_t p = 0; p < memory.patterns_.size(); ++p)
+        for (std::size_t p = 0; p < memory.patterns().size(); ++p)
         {
-            fetchAhead(memory.patterns_, p);
-            learn(memory.patterns_[p], memory.labels_[p]);
+            fetchAhead(memory.patterns(), p);
+            learn(memory.patterns()[p], memory.labels()[p]);
         }
         return;
     }
@@ -219,7 +218,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 {
     TK_ASSERT(isTrained_());
     const std::size_t n = categoryModels_.size();
-    tkScratch<double, 256> scores(tkNMDecision::roundUp(n)); // first the log likelihoods
+    tkScratch<double, 256> scores(n); // first the log likelihoods
     fillLogLikelihoods_(pattern, scores.data());
 
     // trainParams() says what is wrong where there are none; otherwise a handle of one's own is not needed.
@@ -240,9 +239,8 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
         // Its checks come category by category, before any of what they are decided by.
         static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }
-    std::fill(scores.begin() + n, scores.end(), 0.0);
-    result.decide_(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),
-                   offset);
+    result.decide(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),
+                  offset);
 }
 
 void tk_ClassifierBayesian::complete_()

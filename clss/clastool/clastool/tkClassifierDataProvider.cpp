@@ -110,6 +110,11 @@ void tkClassifierDataProviderMemory::addData(const tkPtrHandle_const<tkFeaturePa
         neighborIndex_->update(patterns_);
 }
 
+void tkClassifierDataProviderMemory::addData(const std::vector<double>& measurements, long label)
+{
+    addData(tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(measurements)), label);
+}
+
 long tkClassifierDataProviderMemory::numMeasurements() const
 {
     return patterns_.empty() ? 0 : patterns_.front()->numMeasurements();
@@ -134,13 +139,10 @@ long tkClassifierDataProviderMemory::categoryLabel(long index) const
     return labels_[static_cast<std::size_t>(index)];
 }
 
-void tkClassifierDataProviderMemory::indexNeighbors_()
+void tkClassifierDataProviderMemory::indexNeighbors()
 {
-    if (neighborIndex_)
-        return;
-    auto index = std::make_unique<tk_NeighborIndex>();
-    index->update(patterns_);
-    neighborIndex_ = std::move(index);
+    if (!neighborIndex_)
+        neighborIndex_ = std::make_unique<tk_NeighborIndex>(patterns_);
 }
 
 bool tkClassifierDataProviderMemory::isEqual_(const tkClassifierDataProvider& other) const

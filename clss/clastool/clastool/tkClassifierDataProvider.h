@@ -38,6 +38,9 @@ protected:
 };
 
 /// Training data in memory. The patterns are shared with whoever added them, and with copies.
+///
+/// Once nearest-neighbour classification has asked for it, an index of the patterns stands beside them. It is no
+/// part of the value: it is neither copied nor compared nor stored.
 class TK_EXPORT tkClassifierDataProviderMemory : public tkClassifierDataProvider
 {
 public:
@@ -46,7 +49,7 @@ public:
     tkClassifierDataProviderMemory(const tkClassifierDataProviderMemory& other);
     tkClassifierDataProviderMemory(tkClassifierDataProviderMemory&& other) noexcept;
     ~tkClassifierDataProviderMemory() override;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkClassifierDataProviderMemory& operator=(const tkClassifierDataProviderMemory& other);
     tkClassifierDataProviderMemory& operator=(tkClassifierDataProviderMemory&& other) noexcept;
 
@@ -65,12 +68,24 @@ public:
     /// length is not that of the data so far, then tkClassifierDefs::BadLabel if the label is below -1.
     /// Amortised constant time.
     void addData(const tkPtrHandle_const<tkFeaturePattern>& pattern, long label);
+    /// The same with a new pattern of these measurements, all valid.
+    void addData(const std::vector<double>& measurements, long label);
 
     /// Number of measurements of pattern 0, 0 without patterns.
     long numMeasurements() const override;
     long numPatterns() const override;
     tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override;
     long categoryLabel(long index) const override;
+
+    /// All patterns, and their labels in the same order, where they stand: until the next change of this.
+    const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns() const { return patterns_; }
+    const std::vector<long>& labels() const { return labels_; }
+
+    /// Makes the index of the patterns unless there is one; addData() keeps it up to date, data() and loading drop it.
+    /// Linear in the measurements of the distinct patterns.
+    void indexNeighbors();
+    /// The index; null if there is none.
+    const tk_NeighborIndex* neighborIndex() const { return neighborIndex_.get(); }
 
     /// The same class, equal patterns (by value) and labels in the same order, equal name and description.
     /// Throws tkBadPointer if it meets a null handle, which only a loaded provider can hold.
@@ -81,19 +96,16 @@ protected:
     bool isEqual_(const tkClassifierDataProvider& other) const override;
 
 private:
-    friend class tk_ClassifierBayesian;
-    friend class tk_ClassifierKNN;
-
-    /// Makes the index of the patterns, which addData() then keeps up to date, unless there is one.
-    void indexNeighbors_();
-
     TK_FACTORY_RECORD;
 
     std::wstring name_;
     std::wstring description_;
     std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns_;
-    std::vector<long> labels_;                        // parallel to patterns_, each >= -1
-    std::unique_ptr<tk_NeighborIndex> neighborIndex_; // of patterns_; null until it is asked for
+    std::vector<long> labels_; // parallel to patterns_, each >= -1
+
+    // Derived from patterns_; null until it is asked for. It stands here and not in a classifier, since copies of a
+    // classifier share these data, and a pattern that one of them adds has to reach the index of all.
+    std::unique_ptr<tk_NeighborIndex> neighborIndex_;
 };
 
 #endif

@@ -16,7 +16,7 @@
 
 namespace
 {
-/// The places of labels, to find them without a linear search.
+/// Where labels stand, to find them without a linear search.
 class LabelIndex
 {
 public:
@@ -111,11 +111,11 @@ double sumOf(const double* terms, std::size_t n)
     return sum;
 }
 
-using Exceptions = tkScratch<tkNMDecision::Exception>;
+using CostOverrides = tkScratch<tkNMDecision::CostOverride>;
 
-/// Copies `from` in ascending key(exception) < numKeys, those of equal keys in their order.
+/// Copies `from` in ascending key(override) < numKeys, those of equal keys in their order.
 template <class Key>
-void sortByKey(const Exceptions& from, Exceptions& to, std::size_t numKeys, const Key& key)
+void sortByKey(const CostOverrides& from, CostOverrides& to, std::size_t numKeys, const Key& key)
 {
     tkScratch<std::size_t> ends(numKeys); // first how many have the key, then where the next of them goes
     std::fill(ends.begin(), ends.end(), std::size_t{0});
@@ -128,8 +128,9 @@ void sortByKey(const Exceptions& from, Exceptions& to, std::size_t numKeys, cons
         to[ends[key(from[k])]++] = from[k];
 }
 
-/// The overrides that count, last to first, so that the first of a pair wins; there is room for all.
-void fillExceptions(Exceptions& exceptions, std::size_t n, const LabelIndex& index, const tkClassifierCosts& costs)
+/// The overrides of pairs of these labels, as tkNMDecision wants them. They are taken last to first, so that the first
+/// of a pair wins. *Requires* room for all.
+void fillCostOverrides(CostOverrides& overrides, std::size_t n, const LabelIndex& index, const tkClassifierCosts& costs)
 {
     std::size_t count = 0;
     for (long k = costs.numMisclassificationOverrides() - 1; k >= 0; --k)
@@ -138,15 +139,15 @@ void fillExceptions(Exceptions& exceptions, std::size_t n, const LabelIndex& ind
         const std::size_t truth = index.find(o.first);
         const std::size_t decision = index.find(o.second);
         if (truth != LabelIndex::none && decision != LabelIndex::none && truth != decision)
-            exceptions[count++] = {decision, truth, o.cost};
+            overrides[count++] = {decision, truth, o.cost};
     }
-    exceptions.shrink(count);
+    overrides.shrink(count);
     if (count > 1)
     {
-        Exceptions byDecision(count);
-        sortByKey(exceptions, byDecision, n, [](const tkNMDecision::Exception& e) { return e.decision; });
-        sortByKey(byDecision, exceptions, n / tkNMDecision::group + 1,
-                  [](const tkNMDecision::Exception& e) { return e.state / tkNMDecision::group; });
+        CostOverrides byDecision(count);
+        sortByKey(overrides, byDecision, n, [](const tkNMDecision::CostOverride& o) { return o.decision; });
+        sortByKey(byDecision, overrides, n / tkNMDecision::group + 1,
+                  [](const tkNMDecision::CostOverride& o) { return o.state / tkNMDecision::group; });
     }
 }
 } // namespace
@@ -194,24 +195,26 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
 {
     const std::size_t n = categoryResults_.size();
     tkScratch<long> labels(n);
-    tkScratch<double> matchScores(tkNMDecision::roundUp(n));
+    tkScratch<double> matchScores(n);
     for (std::size_t i = 0; i < n; ++i)
     {
         labels[i] = categoryResults_[i].categoryLabel();
         matchScores[i] = categoryResults_[i].matchScore();
     }
-    std::fill(matchScores.begin() + n, matchScores.end(), 0.0);
-    decide_(labels.data(), matchScores.data(), n, frequencies, costs, matchScoreFactorLog);
+    decide(labels.data(), matchScores.data(), n, frequencies, costs, matchScoreFactorLog);
 }
 
-void tkClassifierResult::decide_(const long* labels, const double* matchScores, std::size_t n,
-                                 const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs,
-                                 double matchScoreFactorLog)
+void tkClassifierResult::decide(const long* labels, const double* matchScores, std::size_t n,
+                                const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs,
+                                double matchScoreFactorLog)
 {
     const std::size_t room = tkNMDecision::roundUp(n);
+    tkScratch<double> scores(room);
+    std::copy_n(matchScores, n, scores.data());
+    std::fill(scores.begin() + n, scores.end(), 0.0);
     tkScratch<double> classScores(room); // first the priors
     std::fill_n(classScores.data(), room, frequencies.defaultCategoryFrequency());
-    // Each addition waits for the one before it, what follows does not.
+    // Summed first: the chain of additions overlaps with building the index.
     double priorSum = sumOf(classScores.data(), n);
 
     const LabelIndex index(labels, n);
@@ -225,25 +228,31 @@ void tkClassifierResult::decide_(const long* labels, const double* matchScores, 
     if (priorSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the category frequencies must be > 0.");
 
-    Exceptions exceptions(static_cast<std::size_t>(costs.numMisclassificationOverrides()));
-    fillExceptions(exceptions, n, index, costs);
+    CostOverrides overrides(static_cast<std::size_t>(costs.numMisclassificationOverrides()));
+    fillCostOverrides(overrides, n, index, costs);
     tkScratch<double> expectedCosts(room);
     const double jointSum =
-        tkNMDecision::compute(matchScores, classScores.data(), priorSum, expectedCosts.data(), n,
-                              costs.defaultMisclassificationCost(), exceptions.data(), exceptions.size());
+        tkNMDecision::compute(scores.data(), classScores.data(), priorSum, expectedCosts.data(), n,
+                              costs.defaultMisclassificationCost(), overrides.data(), overrides.size());
     if (jointSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");
     for (std::size_t i = 0; i < n; ++i)
         tkClassifierCategoryResult::require_(labels[i], matchScores[i], classScores[i], expectedCosts[i]);
+    fillRanked_(labels, matchScores, classScores.data(), expectedCosts.data(), n, index.isAscending());
+    matchScoreFactorLog_ = matchScoreFactorLog;
+}
 
-    const bool isRanked = n <= tkNMDecision::mostRanked && index.isAscending();
-    tkScratch<std::uint64_t, tkNMDecision::mostRanked> places(isRanked ? room : 0);
+void tkClassifierResult::fillRanked_(const long* labels, const double* matchScores, const double* classScores,
+                                     const double* expectedCosts, std::size_t n, bool labelsAscend)
+{
+    const bool isRanked = n <= tkNMDecision::mostRanked && labelsAscend;
+    tkScratch<std::uint64_t, tkNMDecision::mostRanked> ranks(isRanked ? tkNMDecision::roundUp(n) : 0);
     if (isRanked)
-        tkNMDecision::rank(expectedCosts.data(), places.data(), n);
+        tkNMDecision::rank(expectedCosts, ranks.data(), n);
     categoryResults_.resize(n);
     for (std::size_t i = 0; i < n; ++i)
     {
-        tkClassifierCategoryResult& result = categoryResults_[isRanked ? places[i] : i];
+        tkClassifierCategoryResult& result = categoryResults_[isRanked ? ranks[i] : i];
         result.categoryLabel_ = labels[i];
         result.matchScore_ = matchScores[i];
         result.classScore_ = classScores[i];
@@ -251,7 +260,6 @@ void tkClassifierResult::decide_(const long* labels, const double* matchScores, 
     }
     if (!isRanked)
         sort_();
-    matchScoreFactorLog_ = matchScoreFactorLog;
 }
 
 bool tkClassifierResult::operator==(const tkClassifierResult& other) const

@@ -83,6 +83,11 @@ public:
     tkClassifierResult(std::vector<tkClassifierCategoryResult> matchResults, const tkClassifierFrequencies& frequencies,
                        const tkClassifierCosts& costs, double matchScoreFactorLog);
 
+    /// Becomes what the constructor from match scores makes of n categories with these labels and match scores, in the
+    /// memory it has if that is enough. Throws as that constructor does. Strong exception guarantee.
+    void decide(const long* labels, const double* matchScores, std::size_t n,
+                const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs, double matchScoreFactorLog);
+
     /// The categories, lowest expected cost first.
     const std::vector<tkClassifierCategoryResult>& categoryResults() const { return categoryResults_; }
 
@@ -96,15 +101,11 @@ public:
     bool operator!=(const tkClassifierResult& other) const { return !(*this == other); }
 
 private:
-    friend class tk_ClassifierBayesian;
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierResult& result);
 
-    /// Becomes what the constructor makes of n categories with these labels and match scores, in the memory that it has
-    /// if that is enough; if this throws, it stays as it is. There are scores up to a multiple of
-    /// tkNMDecision::group, those beyond the n-th any.
-    void decide_(const long* labels, const double* matchScores, std::size_t n,
-                 const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs,
-                 double matchScoreFactorLog);
+    /// Writes the categories by ascending expected cost. There are costs up to tkNMDecision::roundUp(n).
+    void fillRanked_(const long* labels, const double* matchScores, const double* classScores,
+                     const double* expectedCosts, std::size_t n, bool labelsAscend);
     void sort_();
 
     std::vector<tkClassifierCategoryResult> categoryResults_;

@@ -4,8 +4,12 @@
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
 #include "foundation/tkArchiveOperators.h"
 
-tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k)
-    : tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(2.0), tkClassifierCosts(1.0))
+tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k) : tkClassifierTrainParamsKNN(k, tkClassifierCosts(1.0))
+{
+}
+
+tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k, const tkClassifierCosts& costs)
+    : tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(2.0), costs)
 {
 }
 
@@ -15,6 +19,15 @@ tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k, const tkPatternDi
 {
     this->k(k);
     distanceMetric(metric);
+}
+
+tkClassifierTrainParamsKNN& tkClassifierTrainParamsKNN::operator=(const tkClassifierTrainParamsKNN& other)
+{
+    misclassificationCosts_ = other.misclassificationCosts_; // all that can fail
+    tkClassifierTrainParams::operator=(other);
+    k_ = other.k_;
+    distanceMetric_ = other.distanceMetric_;
+    return *this;
 }
 
 void tkClassifierTrainParamsKNN::k(long k)

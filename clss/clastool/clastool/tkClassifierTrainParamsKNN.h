@@ -16,10 +16,14 @@ class TK_EXPORT tkClassifierTrainParamsKNN : public tkClassifierTrainParams
 {
 public:
     /// The Euclidean distance and unit costs. Throws as k(long) does.
-    explicit tkClassifierTrainParamsKNN(long k = 1);
-
+    tkClassifierTrainParamsKNN(long k = 1);
+    /// The Euclidean distance. Throws as k(long) does.
+    tkClassifierTrainParamsKNN(long k, const tkClassifierCosts& costs);
     /// Keeps a clone of `metric`. Throws as k(long) does.
     tkClassifierTrainParamsKNN(long k, const tkPatternDistanceMetric& metric, const tkClassifierCosts& costs);
+    tkClassifierTrainParamsKNN(const tkClassifierTrainParamsKNN&) = default;
+    /// Strong exception guarantee.
+    tkClassifierTrainParamsKNN& operator=(const tkClassifierTrainParamsKNN& other);
 
     /// Number of neighbours; more than there are patterns means all of them. Throws
     /// tkClassifierDefs::BadParams if k < 1.

@@ -3,8 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkArchive.h"
-
-#include <cmath>
+#include "numerics/tkNMNormDistance.h"
 
 bool tkPatternDistanceMetric::isEquivalent(const tkPatternDistanceMetric&) const
 {
@@ -37,15 +36,10 @@ double tkPatternDistanceMetricNorm::distance(const tkFeaturePattern& p1, const t
         throw tkClassifierDefs::BadFeatures(
             // The missing blank is part of the text.
             L"Pattern distance function requires the number of measurementsin the two patterns to be equal");
-    double sum = 0.0;
-    if (n > 0)
-    {
-        const double* const a = p1.featureMeasurements(true).data();
-        const double* const b = p2.featureMeasurements(true).data();
-        for (long i = 0; i < n; ++i)
-            sum += std::pow(std::fabs(a[i] - b[i]), order_);
-    }
-    return std::pow(sum, 1.0 / order_);
+    const bool requireAllValid = n > 0;
+    const double* const a = p1.featureMeasurements(requireAllValid).data();
+    const double* const b = p2.featureMeasurements(requireAllValid).data();
+    return tkNMNormDistance(a, b, n, order_);
 }
 
 tkPtrHandle<tkPatternDistanceMetric> tkPatternDistanceMetricNorm::clone() const

@@ -37,7 +37,7 @@ class TK_EXPORT tkPatternDistanceMetricNorm : public tkPatternDistanceMetric
 {
 public:
     /// Throws as order(double) does.
-    explicit tkPatternDistanceMetricNorm(double order = 2.0);
+    tkPatternDistanceMetricNorm(double order = 2.0);
 
     /// The order p. Throws tkClassifierDefs::BadParams unless order > 0; a NaN is refused too.
     double order() const { return order_; }

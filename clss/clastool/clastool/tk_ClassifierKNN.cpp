@@ -24,6 +24,14 @@ tkClassifierTrainParamsKNN knnParams(const tkClassifierTrainParams& params)
 }
 } // namespace
 
+tk_ClassifierKNN& tk_ClassifierKNN::operator=(const tk_ClassifierKNN& other)
+{
+    params_ = other.params_; // all that can fail
+    tk_Classifier::operator=(other);
+    trainingData_ = other.trainingData_;
+    return *this;
+}
+
 tkPtrHandle<tk_Classifier> tk_ClassifierKNN::clone() const
 {
     return tkPtrHandle<tk_Classifier>(new tk_ClassifierKNN(*this));
@@ -31,13 +39,12 @@ tkPtrHandle<tk_Classifier> tk_ClassifierKNN::clone() const
 
 bool tk_ClassifierKNN::isEquivalent(const tk_Classifier& other) const
 {
-    const auto* const knn = dynamic_cast<const tk_ClassifierKNN*>(&other);
-    return knn && *knn == *this;
+    return typeid(*this) == typeid(other) && dynamic_cast<const tk_ClassifierKNN&>(other) == *this;
 }
 
 bool tk_ClassifierKNN::operator==(const tk_ClassifierKNN& other) const
 {
-    if (!tk_Classifier::isEquivalent(other))
+    if (typeid(*this) != typeid(other) || !tk_Classifier::isEquivalent(other))
         return false;
     return !isTrained() || *trainingData_ == *other.trainingData_;
 }
@@ -68,7 +75,7 @@ void tk_ClassifierKNN::train_(const tkClassifierDataProvider& data, const tkClas
         labels.push_back(label);
     }
     trainingData_->data(patterns, labels);
-    trainingData_->indexNeighbors_();
+    trainingData_->indexNeighbors();
 }
 
 void tk_ClassifierKNN::retrain_(const tkClassifierTrainParams& params)
@@ -122,17 +129,21 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
                                              double* distances) const
 {
     const tkPatternDistanceMetric& metric = *params_.distanceMetric();
-    const tk_NeighborIndex* const index = trainingData_->neighborIndex_.get();
-    if (index && index->covers(trainingData_->patterns_) && typeid(metric) == typeid(tkPatternDistanceMetricNorm))
+    const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns = trainingData_->patterns();
+    const tk_NeighborIndex* const index = trainingData_->neighborIndex();
+    if (index && typeid(metric) == typeid(tkPatternDistanceMetricNorm))
     {
-        const double order = dynamic_cast<const tkPatternDistanceMetricNorm&>(metric).order();
-        return index->nearest(trainingData_->patterns_, pattern, order, k, indices, distances);
+        if (index->covers(patterns))
+            return index->nearest(patterns, pattern, static_cast<const tkPatternDistanceMetricNorm&>(metric).order(), k,
+                                  indices, distances);
+        if (index->firstIrregular() >= 0) // the first distance that fails, after any number that are of no use
+            static_cast<void>(metric.distance(pattern, *patterns[static_cast<std::size_t>(index->firstIrregular())]));
     }
 
     tkNMNeighborList list(k, indices, distances);
     list.clear();
-    for (long i = 0; i < trainingData_->numPatterns(); ++i)
-        list.add(i, metric.distance(pattern, *trainingData_->featurePattern(i)));
+    for (std::size_t i = 0; i < patterns.size(); ++i)
+        list.add(static_cast<long>(i), metric.distance(pattern, *patterns[i]));
     return list.size();
 }
 
@@ -169,5 +180,5 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char)
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
         throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
     if (!trainingData_.isNull())
-        trainingData_->indexNeighbors_();
+        trainingData_->indexNeighbors();
 }

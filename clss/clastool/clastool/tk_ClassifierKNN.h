@@ -14,9 +14,15 @@
 class TK_EXPORT tk_ClassifierKNN : public tk_Classifier
 {
 public:
+    tk_ClassifierKNN() = default;
+    tk_ClassifierKNN(const tk_ClassifierKNN&) = default;
+    /// Strong exception guarantee.
+    tk_ClassifierKNN& operator=(const tk_ClassifierKNN& other);
+
     tkPtrHandle<tk_Classifier> clone() const override;
 
-    /// Equal parameters and equal stored data; what was last trained or retrained with is in the parameters.
+    /// The same class, equal parameters and equal stored data; what was last trained or retrained with is in the
+    /// parameters.
     bool isEquivalent(const tk_Classifier& other) const override;
     bool operator==(const tk_ClassifierKNN& other) const;
     bool operator!=(const tk_ClassifierKNN& other) const { return !(*this == other); }

@@ -5,23 +5,36 @@
 #include "foundation/tkPtrHandle.h"
 #include "numerics/tkNMNeighborSearch.h"
 
+#include <cstddef>
 #include <vector>
 
 /// Finds the patterns of a memory provider that are nearest in a norm distance, with the result of comparing
-/// all of them one by one. It lies beside the patterns and is given them with each call.
+/// all of them one by one. It stands beside the patterns and is given them with each call.
 ///
-/// It is complete whenever no call of update() is running, so that searching only reads: threads may share it.
+/// A pattern is *irregular* if it is a null handle, has an invalid measurement, or has not as many as the first one:
+/// its distance fails. Searching only reads, so that threads may share an index.
 class TK_EXPORT tk_NeighborIndex
 {
 public:
     using Patterns = std::vector<tkPtrHandle_const<tkFeaturePattern>>;
 
-    /// Takes in what was appended to `patterns` since the last call. Amortised constant time per measurement.
+    /// An index of `patterns`. Where most of them are the same objects again, it computes each object's distance once
+    /// per query and takes memory for the distinct ones alone: a record of a few bytes per pattern must not become
+    /// much more in memory or time.
+    explicit tk_NeighborIndex(const Patterns& patterns);
+
+    /// Takes in what was appended to `patterns` since the last call. Amortised constant time per measurement. Running
+    /// out of memory costs later queries time, but nothing else.
     void update(const Patterns& patterns);
 
-    /// Whether the index can answer for `patterns`: it has all of them, each is wholly valid, and all have as many
-    /// measurements. Otherwise comparing them one by one fails somewhere, and has to.
+    /// Whether the index can answer for `patterns`: it has taken in all of them, and none is irregular.
     bool covers(const Patterns& patterns) const;
+
+    /// Bytes that it occupies beside itself.
+    std::size_t memory() const { return originals_.capacity() * sizeof originals_[0] + search_.memory(); }
+
+    /// The first irregular pattern, -1 if there is none.
+    long firstIrregular() const { return firstIrregular_; }
 
     /// Writes the neighbours of `query` and returns their number, as tkNMNeighborSearch::nearest() does. *Requires*
     /// covers(patterns) and a wholly valid query of their length.
@@ -29,8 +42,13 @@ public:
                  double* distances) const;
 
 private:
-    tkNMNeighborSearch search_;
-    bool isRegular_ = true; // all patterns so far are wholly valid and of one length
+    /// The first pattern that is the same object as pattern i.
+    std::size_t original_(std::size_t i) const { return i < originals_.size() ? originals_[i] : i; }
+
+    long numPatterns_ = 0;               // taken in
+    long firstIrregular_ = -1;           // of those taken in
+    std::vector<std::size_t> originals_; // empty, or by pattern: where the same object stands first
+    tkNMNeighborSearch search_;          // of all patterns; of none if there are originals_
 };
 
 #endif

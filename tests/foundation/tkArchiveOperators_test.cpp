@@ -194,7 +194,8 @@ TEST(tkArchiveOperators, handlesOfEveryKindOfClassLoadTheirObjects)
     tkPtrHandle<ArchiveNode> base;
     loadFromBytes(bytes, base);
     ASSERT_FALSE(base.isNull());
-    EXPECT_EQ(typeid(Derived), typeid(*base));
+    const ArchiveNode& loaded = *base;
+    EXPECT_EQ(typeid(Derived), typeid(loaded));
     EXPECT_EQ(3, base->number);
     tkPtrHandle<Derived> exact;
     loadFromBytes(bytes, exact);

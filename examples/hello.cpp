@@ -8,20 +8,19 @@ int main()
     try
     {
         // Two measurements of each coin, diameter in mm and weight in g, and what it is, in cents.
-        using Pattern = tkPtrHandle_const<tkFeaturePattern>;
         tkClassifierDataProviderMemory coins;
-        coins.addData(Pattern(new tkFeaturePattern({24.2, 7.8})), 50);
-        coins.addData(Pattern(new tkFeaturePattern({24.3, 7.7})), 50);
-        coins.addData(Pattern(new tkFeaturePattern({24.0, 7.6})), 50);
-        coins.addData(Pattern(new tkFeaturePattern({23.2, 7.5})), 100);
-        coins.addData(Pattern(new tkFeaturePattern({23.3, 7.4})), 100);
-        coins.addData(Pattern(new tkFeaturePattern({23.4, 7.6})), 100);
+        coins.addData({24.2, 7.8}, 50);
+        coins.addData({24.3, 7.7}, 50);
+        coins.addData({24.0, 7.6}, 50);
+        coins.addData({23.2, 7.5}, 100);
+        coins.addData({23.3, 7.4}, 100);
+        coins.addData({23.4, 7.6}, 100);
 
-        // The class of the parameters chooses the method: the 5 nearest neighbours shall vote. To take 50 cents for
-        // a euro costs 2, the other mistake 1.
+        // The class of the parameters chooses the method: the 5 nearest neighbours, by Euclidean distance,
+        // shall vote. To take 50 cents for a euro costs 2, the other mistake 1.
         tkClassifierCosts costs(1.0);
         costs.misclassificationCostOverride(50, 100, 2.0);
-        const tkClassifierTrainParamsKNN params(5, tkPatternDistanceMetricNorm(2.0), costs);
+        const tkClassifierTrainParamsKNN params(5, costs);
         tkClassifierTool tool;
         tool.train(coins, params);
 

@@ -2,23 +2,21 @@
 #define NUMERICS_TKNMNORMAL_H
 
 #include "foundation/tkPtrHandle.h"
-#include "numerics/tkNMCovarianceFactor.h"
-#include "numerics/tkNMMahalanobis.h"
+#include "numerics/tkNMChangeNumber.h"
 #include "numerics/tkNMMatrix.h"
-#include "numerics/tkNMNormalProducts.h"
-#include "numerics/tkNMSingleNormal.h"
-#include "numerics/tkNMTriangle.h"
+#include "numerics/tkNMStatistics.h"
 
 #include <atomic>
 #include <cstddef>
 #include <vector>
 
+struct tkNMFactorisation;
+
 /// A multivariate normal distribution, learned pattern by pattern.
 ///
-/// Mean and sums of squares follow Welford (Technometrics 4, 1962, 419-420), the mean with a remainder below its
-/// last place. The log density goes through the inverse Cholesky factor of the covariance, each measurement in a
-/// unit of a power of two near its deviation; the factor is computed once per state, at the first evaluation.
-/// Singular covariances are repaired (tkNMCovarianceFactor). docs/numerics.md derives all of it.
+/// The log density goes through the inverse Cholesky factor of the covariance, each measurement in a unit of a power of
+/// two near its deviation. The factorisation is computed at the first evaluation after a change. Singular covariances
+/// are repaired (tkNMCovarianceFactor). docs/numerics.md derives all of it.
 ///
 /// Several threads may evaluate one object; a change excludes every other use.
 class TK_EXPORT tkNMNormal
@@ -40,36 +38,36 @@ public:
     ~tkNMNormal();
 
     /// Number of patterns learned since the last clear().
-    long count() const { return count_; }
+    long count() const { return statistics_.count; }
     /// Number of measurements, fixed by the first pattern; 0 while there is none.
-    long dimension() const { return static_cast<long>(mean_.size()); }
+    long dimension() const { return static_cast<long>(statistics_.dimension()); }
 
-    /// The means, a column; each with its remainder.
+    /// The means, a column; each with its compensation as the remainder.
     tkNMMatrix mean() const;
     /// The covariance with divisor count - 1; zeros for a count of 1. Never repaired. Elements and remainders are those
     /// of tkNMExactQuotient.
     tkNMMatrix covariance() const;
-    /// Mean, its compensation, variance, and sum of squared deviations of one measurement.
-    /// *Requires* 0 <= j < dimension().
+    /// Mean and variance of one measurement. *Requires* 0 <= j < dimension().
     double mean(long j) const;
-    double compensation(long j) const;
     double variance(long j) const;
-    double sumOfSquares(long j) const;
 
     /// Takes over statistics as mean(), covariance() and count() gave them; the distribution then goes on as the
     /// original would, bit for bit. False, and no change, if their sizes do not fit together or count < 0.
     bool restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, long count);
 
+    /// What was learned. swapStatistics() exchanges it for `other`, so that many patterns can be added to it outside.
+    const tkNMStatistics& statistics() const { return statistics_; }
+    void swapStatistics(tkNMStatistics& other) noexcept;
+
     /// Back to the state of a new object.
     void clear();
 
     /// The largest magnitude of a measurement for which no sum of squares can overflow, 2^490.
-    static constexpr double largestMagnitude() { return 0x1p490; }
+    static constexpr double largestMagnitude() { return tkNMStatistics::largestMagnitude; }
 
     /// Whether add() would learn the pattern: eOk, eSizeChanged or eOutOfRange, in this order of checks.
     Status check(const double* pattern, long dimension) const;
-    /// Learns one pattern of finite measurements, at a cost in proportion to dimension². Anything but eOk changes
-    /// nothing.
+    /// Learns one pattern of finite measurements by tkNMStatistics::add. Anything but eOk changes nothing.
     Status add(const double* pattern, long dimension);
 
     /// What a measurement that never varied is compared with, one for each measurement: its standard deviation over all
@@ -78,83 +76,37 @@ public:
     const std::vector<double>& referenceDeviations() const { return reference_; }
     void referenceDeviations(const std::vector<double>& deviations);
 
+    /// A number that grows with every change of this object; null: none. It belongs to the object and not to its value:
+    /// copies have none, and assignment leaves it. A number that is replaced grows once more.
+    const tkPtrHandle<tkNMChangeNumber>& changeNumber() const { return changeNumber_; }
+    void changeNumber(const tkPtrHandle<tkNMChangeNumber>& number);
+
+    /// The factorisation of the present state, which lasts until the next change. *Requires* a count > 0. Cost in
+    /// proportion to dimension³ after a change.
+    const tkNMFactorisation& factorisation() const;
+
     /// The natural logarithm of the density at `pattern`, a multiple of 2^-39 up to a magnitude of 2^12. Finite
     /// for finite patterns: a squared distance that overflows is the largest double. Statuses eNoValidData,
     /// eWrongLength.
-    Status logDensity(const double* pattern, long dimension, double& result) const
-    {
-        const Factor_* const factor = factorOrNull_.load(std::memory_order_acquire);
-        return factor && factor->logDensity(pattern, dimension, result) ? eOk : logDensity_(pattern, dimension, result);
-    }
+    Status logDensity(const double* pattern, long dimension, double& result,
+                      tkNMInstructions instructions = tkNMBestInstructions()) const;
 
     /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
     /// invalid measurement's value is not read. Cost in proportion to dimension² + dimension b² for b invalid ones.
     Status logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
 
-    /// Fills the place of a factor with this distribution, which empties it as soon as it changes, and the place that
-    /// it filled before. Fills none if the covariance has no factor, as after overflows. *Requires* a count > 0 and a
-    /// place for dimension() measurements.
-    void join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product, std::size_t place);
-
-    /// Empties the place that it filled, if any.
-    void leaveProducts();
-
     /// Equality of count, mean and covariance.
-    bool operator==(const tkNMNormal& other) const;
+    bool operator==(const tkNMNormal& other) const { return statistics_ == other.statistics_; }
     bool operator!=(const tkNMNormal& other) const { return !(*this == other); }
 
 private:
-    friend class tkNMLearner;
-
-    /// What an evaluation needs beside the pattern, and the place among products that mirrors it.
-    struct Factor_
-    {
-        Factor_() = default;
-        Factor_(const Factor_&) = delete;
-        Factor_& operator=(const Factor_&) = delete;
-        ~Factor_() { leaveProducts(); }
-
-        void leaveProducts()
-        {
-            if (products)
-                products->empty(product, place);
-            products = tkPtrHandle<tkNMNormalProducts>();
-        }
-
-        /// Log density at a pattern near enough, as patterns are: false for a squared distance beyond the largest or
-        /// NaN, and for another dimension; `result` then means nothing.
-        bool logDensity(const double* pattern, long dimension, double& result) const
-        {
-            if (dimension == 1)
-                return single.logDensity(*pattern, result);
-            if (static_cast<std::size_t>(dimension) != distance.dimension())
-                return false;
-            const double square = distance.squaredDistance(pattern);
-            result = single.logPeak - tkNMSingleNormal::roundedToGrid(0.5 * square);
-            return square <= tkNMSingleNormal::largestSquare;
-        }
-        /// Log density at any pattern.
-        double logDensity(const double* pattern) const;
-
-        tkNMSingleNormal single; // logPeak for any number of measurements, weight NaN unless there is one
-        tkNMCovarianceFactor covariance;
-        tkNMMahalanobis distance; // by the inverse of the Cholesky factor, its columns in the measurements' own units
-        tkPtrHandle<tkNMNormalProducts> products; // null: none
-        std::size_t product = 0;
-        std::size_t place = 0;
-    };
-
-    Status logDensity_(const double* pattern, long dimension, double& result) const;
     void swap_(tkNMNormal& other) noexcept;
-    void forgetFactor_();
-    const Factor_& factor_() const;
+    void changed_() noexcept;
 
-    long count_;
-    std::vector<double> mean_;
-    std::vector<double> meanRemainder_;          // mean_ + meanRemainder_ is the mean
-    tkNMTriangle squares_;                       // sums of products of deviations
-    std::vector<double> reference_;              // empty or one per measurement
-    mutable std::atomic<Factor_*> factorOrNull_; // owned; that of the present state, once it was needed
+    tkNMStatistics statistics_;
+    std::vector<double> reference_; // empty or one per measurement
+    tkPtrHandle<tkNMChangeNumber> changeNumber_;
+    mutable std::atomic<tkNMFactorisation*> factorisationOrNull_; // owned; published by the first thread to compute it
 };
 
 #endif

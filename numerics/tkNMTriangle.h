@@ -1,57 +1,52 @@
 #ifndef NUMERICS_TKNMTRIANGLE_H
 #define NUMERICS_TKNMTRIANGLE_H
 
-#include "foundation/tkExport.h"
+#include "numerics/tkNMAligned.h"
 
 #include <cstddef>
-#include <vector>
 
-enum class tkNMInstructions : int;
-TK_EXPORT tkNMInstructions tkNMBestInstructions();
-
-/// A lower triangular matrix W, laid out for the addition of outer products, which learning takes, and for its product
-/// with a vector.
+/// A lower triangular matrix.
 ///
-/// Eight rows form a block, stored column by column, so that eight elements are added to, or multiplied, side by side.
-/// Zeros fill what is above the diagonal or below the last row within a block.
-class TK_EXPORT tkNMTriangle
+/// Eight rows form a block, which is stored column by column up to the block's last row: element (i, j) stands beside
+/// the same column of the seven other rows, so that eight rows can be computed side by side. The places above the
+/// diagonal and below the last row hold zeros.
+class tkNMTriangle
 {
 public:
-    explicit tkNMTriangle(std::size_t dimension = 0);
+    /// A matrix of zeros.
+    explicit tkNMTriangle(std::size_t dimension = 0)
+        : dimension_(dimension),
+          elements_(8 * columnsBefore_((dimension + 7) / 8))
+    {
+    }
 
     std::size_t dimension() const { return dimension_; }
 
-    /// Element in row i, column j <= i. *Requires* i < dimension().
-    double operator()(std::size_t i, std::size_t j) const { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
-    double& operator()(std::size_t i, std::size_t j) { return blocks_[offset_(i / 8) + j].rows[i % 8]; }
+    /// Element in row i and column j. *Requires* j <= i < dimension().
+    double operator()(std::size_t i, std::size_t j) const { return elements_[position_(i, j)]; }
+    double& operator()(std::size_t i, std::size_t j) { return elements_[position_(i, j)]; }
 
-    /// The elements of rows 8 block, 8 block + 1, ..., 8 block + 7 in column j. *Requires* that one of them is an
-    /// element.
-    const double* column(std::size_t block, std::size_t j) const { return blocks_[offset_(block) + j].rows; }
-
-    /// W_ij += a_i b_j for j <= i, for `count` pairs of vectors a and b one after the other, each `stride` doubles
-    /// behind the one before it. They have dimension() rounded up to a multiple of 8 elements, those beyond
-    /// dimension() 0.0. *Requires* instructions <= tkNMBestInstructions().
-    void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride)
+    /// All blocks, one after the other: 8 columns of eight rows, then 16, 24 and so on.
+    const double* blocks() const { return elements_.data(); }
+    double* blocks() { return elements_.data(); }
+    /// Rows 8 block to 8 block + 7 of column j. *Requires* that one of them is an element.
+    const double* column(std::size_t block, std::size_t j) const
     {
-        addProducts(a, b, count, stride, tkNMBestInstructions());
+        return elements_.data() + 8 * (columnsBefore_(block) + j);
     }
-    void addProducts(const double* a, const double* b, std::size_t count, std::size_t stride,
-                     tkNMInstructions instructions);
 
-    bool operator==(const tkNMTriangle& other) const;
+    bool operator==(const tkNMTriangle& other) const
+    {
+        return dimension_ == other.dimension_ && elements_ == other.elements_;
+    }
     bool operator!=(const tkNMTriangle& other) const { return !(*this == other); }
 
 private:
-    struct alignas(64) Column_
-    {
-        double rows[8] = {};
-    };
-
-    static std::size_t offset_(std::size_t block) { return block * (block + 1) * 4; } // 8 + 16 + ... + 8 block
+    static std::size_t columnsBefore_(std::size_t block) { return block * (block + 1) * 4; }
+    static std::size_t position_(std::size_t i, std::size_t j) { return 8 * (columnsBefore_(i / 8) + j) + i % 8; }
 
     std::size_t dimension_;
-    std::vector<Column_> blocks_;
+    tkNMAlignedDoubles elements_;
 };
 
 #endif

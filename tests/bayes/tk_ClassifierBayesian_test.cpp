@@ -19,6 +19,7 @@
 #include <random>
 #include <sstream>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace
@@ -186,56 +187,35 @@ TEST(tk_CategoryModelBayesian, assignmentIsWholeOrNotAtAll)
     EXPECT_GT(allowed, 3u);
 }
 
-TEST(tk_CategoryModelBayesian, densitiesLeaveTheirProductWhenTheModelGetsOthers)
+TEST(tk_CategoryModelBayesian, itsNumberGrowsWithItsDensitiesAndGoesWithThem)
 {
     using Model = tk_CategoryModelBayesian;
-    Model other(1, {{0}, {1}}, {Types::eNormal, Types::eNormal}, tkFeaturePattern());
-    for (const double value : {0.0, 1.0, 3.0})
-        other.adapt(tkFeaturePattern({value, -value}));
-    const std::vector<std::function<void(Model&)>> changes{
-        [&](Model& model) { model = other; },
-        [&](Model& model) { model = Model(other); },
-        [&](Model& model) { loadFromBytes(storeToBytes(other), model); },
-        [&](Model& model)
-        {
-            const std::vector<std::vector<tkNMNormalProducts::Set>> sets{model.normalSets()};
-            model.join(tkPtrHandle<tkNMNormalProducts>(new tkNMNormalProducts(sets)), 0);
-        },
-    };
-    for (const auto& change : changes)
-    {
-        Model model(2, {{0}, {1}}, {Types::eNormal, Types::eNormal}, tkFeaturePattern());
-        for (const double value : {5.0, 7.0, 8.0})
-            model.adapt(tkFeaturePattern({value, value}));
-        const std::vector<std::vector<tkNMNormalProducts::Set>> sets{model.normalSets()};
-        const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(sets));
-        model.join(products, 0);
-        const tkFeaturePattern pattern({6.0, 6.0});
-        const auto product = [&]
-        {
-            double log = 0.0;
-            products->logDensities(pattern.featureMeasurements(false).data(), &log);
-            return log;
-        };
-        const double score = model.matchScore(pattern);
-        EXPECT_TRUE(model.isProduct(products.get(), 0));
-        EXPECT_FALSE(model.isProduct(products.get(), 1));
-        Model copy(model);
-        EXPECT_FALSE(copy.isProduct(products.get(), 0));
-        {
-            Model overwritten(model);
-            overwritten = other;
-        }
-        EXPECT_EQ(product(), score);
-        Model moved(std::move(model));
-        EXPECT_TRUE(moved.isProduct(products.get(), 0));
-        EXPECT_EQ(product(), score);
+    const auto build = [] { return Model(2, {{0}, {1}}, {Types::eNormal, Types::eNormal}, tkFeaturePattern()); };
+    Model model = build();
+    const tkPtrHandle<tkNMChangeNumber> number = model.changeNumber();
+    ASSERT_FALSE(number.isNull());
+    EXPECT_NE(build().changeNumber().get(), number.get());
+    EXPECT_TRUE(Model().changeNumber().isNull());
 
-        change(moved);
-        EXPECT_FALSE(moved.isProduct(products.get(), 0));
-        EXPECT_TRUE(std::isnan(product())) << &change - changes.data();
-        EXPECT_EQ(copy.matchScore(pattern), score);
-    }
+    std::uint64_t noted = number->value();
+    const auto hasGrown = [&] { return std::exchange(noted, number->value()) != noted; };
+    EXPECT_TRUE(model == Model(model));
+    EXPECT_FALSE(hasGrown());
+    model.adapt(tkFeaturePattern({1.0, 2.0}));
+    EXPECT_TRUE(hasGrown());
+    Model copy(model); // of the same densities
+    EXPECT_EQ(copy.changeNumber().get(), number.get());
+    copy.adapt(tkFeaturePattern({1.0, 2.0}));
+    EXPECT_TRUE(hasGrown());
+    model.densities()[1]->clear();
+    EXPECT_TRUE(hasGrown());
+
+    copy = build();
+    EXPECT_NE(copy.changeNumber().get(), number.get());
+    loadFromBytes(storeToBytes(build()), model);
+    EXPECT_NE(model.changeNumber().get(), number.get());
+    model.adapt(tkFeaturePattern({1.0, 2.0}));
+    EXPECT_FALSE(hasGrown());
 }
 
 TEST(tk_CategoryModelBayesian, densitiesBeforeTheOneThatRefusesHaveLearned)

@@ -2,19 +2,14 @@
 
 #include "foundation/tkAssert.h"
 #include "instructionSets.h"
-#include "numerics/tkNMLearner.h"
-#include "numerics/tkNMMahalanobis.h"
-#include "numerics/tkNMNormalProducts.h"
-#include "numerics/tkNMTriangle.h"
+#include "numerics/tkNMFactorisation.h"
 #include "tkTest.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <limits>
-#include <list>
 #include <memory>
 #include <random>
 #include <thread>
@@ -399,356 +394,123 @@ TEST(tkNMNormal, threadsMayEvaluateOneObjectThatWasNeverEvaluated)
     }
 }
 
-namespace
+TEST(tkNMNormal, everyInstructionSetHasTheLogDensityOfTheDefinition)
 {
-bool haveSameBits(double a, double b)
-{
-    return std::isnan(a) ? std::isnan(b) : a == b && std::signbit(a) == std::signbit(b);
-}
-
-/// Ordinary numbers and, if `isHostile`, every so often one that is not.
-double anyNumber(std::mt19937_64& generator, bool isHostile)
-{
-    std::normal_distribution<double> deviate;
-    const double ordinary = deviate(generator) * std::exp(deviate(generator));
-    if (!isHostile)
-        return ordinary;
-    const double strange[] = {0.0,    -0.0,   HUGE_VAL, -HUGE_VAL, std::nan(""), 1e300,
-                              -1e200, 5e-324, 1e-310,   1e155,     -1e150,       1e-170};
-    const std::size_t choice = generator() % 60;
-    return choice < std::size(strange) ? strange[choice] : ordinary;
-}
-
-/// The formula of tkNMMahalanobis' comment, written out: with zeros above the diagonal and below the last row.
-double plainDistance(const Pattern& mean, const Pattern& remainder, const tkNMTriangle& w, const Pattern& x)
-{
-    const std::size_t d = x.size();
-    std::vector<double> v(d);
-    for (std::size_t j = 0; j < d; ++j)
-        v[j] = (x[j] - mean[j]) - remainder[j];
-    if (d == 1)
-        return (w(0, 0) * v[0]) * (w(0, 0) * v[0]);
-    double q[8] = {};
-    for (std::size_t i = 0; i < (d + 7) / 8 * 8; ++i)
+    for (const std::size_t d : {1u, 2u, 7u, 8u, 9u, 31u, 64u})
     {
-        double y = 0.0;
-        for (std::size_t j = 0; j < std::min(i / 8 * 8 + 8, d); ++j)
-            y += (i < d && j <= i ? w(i, j) : 0.0) * v[j];
-        q[i % 8] += y * y;
-    }
-    return ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
-}
-} // namespace
-
-TEST(tkNMMahalanobis, everyLevelHasTheBitsOfTheFormula)
-{
-    std::mt19937_64 generator(5);
-    for (std::size_t d = 0; d <= 140; ++d)
-        for (int kind = 0; kind < 8; ++kind)
+        const Patterns patterns = randomPatterns(3 * d, d, 23);
+        const tkNMNormal normal = trained(patterns);
+        for (const Pattern& pattern : patterns)
         {
-            Pattern mean(d);
-            Pattern remainder(d);
-            tkNMTriangle w(d);
-            for (std::size_t i = 0; i < d; ++i)
+            double expected = 0.0;
+            double actual = 1.0;
+            normal.logDensity(pattern.data(), static_cast<long>(d), expected, tkNMInstructions::Definition);
+            for (const tkNMInstructions set : instructionSets())
             {
-                mean[i] = anyNumber(generator, kind == 1);
-                remainder[i] = 1e-17 * anyNumber(generator, kind == 2);
-                for (std::size_t j = 0; j <= i; ++j)
-                    w(i, j) = anyNumber(generator, kind == 3);
+                normal.logDensity(pattern.data(), static_cast<long>(d), actual, set);
+                EXPECT_EQ(actual, expected) << d << ' ' << set;
             }
-            const tkNMMahalanobis distance(mean, remainder, w);
-            EXPECT_EQ(distance.dimension(), d);
-            for (int query = 0; query < 4; ++query)
-            {
-                // At the end of its memory, so that a sanitizer sees whoever reads on; and not aligned.
-                const auto memory = std::make_unique<double[]>(d + 1);
-                Pattern x(d);
-                for (double& value : x)
-                    value = anyNumber(generator, kind >= 4);
-                if (d > 0 && kind == 7)
-                    x[generator() % d] = HUGE_VAL;
-                std::copy(x.begin(), x.end(), memory.get() + 1);
-                const double expected = plainDistance(mean, remainder, w, x);
-                for (const tkNMInstructions level : instructionSets())
-                    ASSERT_TRUE(haveSameBits(distance.squaredDistance(memory.get() + 1, level), expected))
-                        << d << ' ' << kind << ' ' << level;
-                bool isFinite = true;
-                for (std::size_t j = 0; j < d; ++j)
-                    isFinite = isFinite && std::isfinite((x[j] - mean[j]) - remainder[j]);
-                ASSERT_EQ(distance.isFiniteAt(memory.get() + 1), isFinite);
-            }
+            EXPECT_EQ(logDensity(normal, pattern), expected);
+            EXPECT_EQ(normal.factorisation().logDensity(pattern.data()), expected);
         }
+    }
 }
 
-TEST(tkNMMahalanobis, takesMoreMeasurementsThanTheStackHolds)
+TEST(tkNMNormal, statisticsThatAreSwappedOutLearnWhatTheDistributionWould)
 {
-    const std::size_t d = 300;
-    std::mt19937_64 generator(15);
-    tkNMTriangle w(d);
-    Pattern x(d);
-    for (std::size_t i = 0; i < d; ++i)
-    {
-        x[i] = anyNumber(generator, false);
-        for (std::size_t j = 0; j <= i; ++j)
-            w(i, j) = anyNumber(generator, false);
-    }
-    const Pattern zeros(d);
-    for (const tkNMInstructions level : instructionSets())
-        EXPECT_EQ(tkNMMahalanobis(x, zeros, w).squaredDistance(zeros.data(), level), plainDistance(x, zeros, w, zeros));
+    const Patterns patterns = randomPatterns(20, 5, 6);
+    tkNMNormal expected = trained(patterns);
+    tkNMNormal normal = trained(Patterns(patterns.begin(), patterns.begin() + 8));
+    logDensity(normal, patterns[0]); // factors, which must not outlive the change
+    tkNMStatistics statistics;
+    normal.swapStatistics(statistics);
+    EXPECT_EQ(normal.count(), 0);
+    EXPECT_EQ(normal.dimension(), 0);
+    for (std::size_t i = 8; i < patterns.size(); ++i)
+        statistics.add(patterns[i].data());
+    normal.swapStatistics(statistics);
+    EXPECT_TRUE(normal == expected);
+    EXPECT_TRUE(normal.statistics() == expected.statistics());
+    EXPECT_TRUE(statistics == tkNMStatistics());
+    EXPECT_EQ(logDensity(normal, patterns[0]), logDensity(expected, patterns[0]));
+}
+
+TEST(tkNMNormal, onlyATrainedDistributionIsFactored)
+{
+    EXPECT_THROW(tkNMNormal().factorisation(), tkAssertionFailure);
+    const tkNMNormal normal = trained({{1.0, 2.0}, {2.0, 1.0}, {5.0, 5.0}});
+    EXPECT_EQ(normal.factorisation().dimension(), 2u);
+    EXPECT_EQ(&normal.factorisation(), &normal.factorisation());
 }
 
 namespace
 {
-/// A factor of a product: its numbers, and what it gives by itself.
-struct Factor
+tkPtrHandle<tkNMChangeNumber> newNumber()
 {
-    tkNMNormalProducts::Set set;
-    tkNMMahalanobis distance;
-    double logPeak;
-};
-
-Factor randomFactor(const tkNMNormalProducts::Set& set, bool isHostile, std::mt19937_64& generator)
-{
-    Pattern mean(set.size);
-    Pattern remainder(set.size);
-    tkNMTriangle w(set.size);
-    for (std::size_t i = 0; i < set.size; ++i)
-    {
-        mean[i] = anyNumber(generator, isHostile);
-        remainder[i] = 1e-17 * anyNumber(generator, isHostile);
-        for (std::size_t j = 0; j <= i; ++j)
-            w(i, j) = anyNumber(generator, isHostile);
-    }
-    return {set, tkNMMahalanobis(mean, remainder, w), anyNumber(generator, false)};
-}
-
-/// The formula of tkNMNormalProducts' comment, written out; `squares` become the sum of the squared distances.
-double plainProduct(const std::vector<Factor>& factors, const double* x, double& squares)
-{
-    double sum = 0.0;
-    squares = 0.0;
-    for (const Factor& factor : factors)
-    {
-        const double square = factor.distance.squaredDistance(x + factor.set.first, tkNMInstructions::Portable);
-        squares += square;
-        sum += factor.logPeak - ((0.5 * square + 8192.0) - 8192.0);
-    }
-    return squares <= std::numeric_limits<double>::max() ? sum : std::nan("");
+    return tkPtrHandle<tkNMChangeNumber>(new tkNMChangeNumber);
 }
 } // namespace
 
-TEST(tkNMNormalProducts, everyLevelHasTheBitsOfEachProductAlone)
-{
-    std::mt19937_64 generator(16);
-    const std::vector<std::vector<tkNMNormalProducts::Set>> shapes{
-        {},
-        {{0, 1}},
-        {{0, 1}, {1, 1}, {2, 1}, {7, 1}},
-        {{3, 2}, {0, 3}},
-        {{0, 4}, {6, 1}, {4, 2}},
-        {{1, 5}, {0, 7}},
-        {{0, 8}},
-        {{2, 13}, {0, 1}},
-        {{0, 16}, {16, 6}},
-        {{1, 31}},
-        {{0, 47}},
-    };
-    const std::size_t reach = 48;
-    int placed = 0;
-    int taken = 0;
-    int refused = 0;
-    for (int round = 0; round < 1500; ++round)
-    {
-        const bool isHostile = round % 3 == 2;
-        std::vector<std::vector<tkNMNormalProducts::Set>> sets(generator() % 24);
-        for (auto& each : sets)
-            each = shapes[(static_cast<std::size_t>(round) + generator() % 3) % shapes.size()];
-        std::vector<std::vector<Factor>> factors(sets.size());
-        // At the end of its memory, so that a sanitizer sees whoever reads on; and not aligned.
-        const auto x = std::make_unique<double[]>(reach + 1);
-        for (std::size_t j = 0; j <= reach; ++j)
-            x[j] = anyNumber(generator, isHostile && round % 2 == 0);
-        for (std::size_t c = 0; c < sets.size(); ++c)
-            for (const tkNMNormalProducts::Set& set : sets[c])
-                factors[c].push_back(randomFactor(set, isHostile && generator() % 4 == 0, generator));
-        for (const tkNMInstructions level : instructionSets())
-        {
-            tkNMNormalProducts products(sets, level);
-            ASSERT_EQ(products.size(), sets.size());
-            ASSERT_LE(products.reach(), reach);
-            for (std::size_t c = 0; c < sets.size(); ++c)
-                for (std::size_t i = 0; i < sets[c].size() && products.hasPlaces(c); ++i)
-                    products.fill(c, i, factors[c][i].distance, factors[c][i].logPeak);
-            std::vector<double> logs(sets.size());
-            const double* const point = x.get() + 1 + reach - products.reach();
-            products.logDensities(point, logs.data());
-            for (std::size_t c = 0; c < sets.size(); ++c)
-            {
-                if (!products.hasPlaces(c)) // its sets may end beyond the point
-                {
-                    ASSERT_TRUE(std::isnan(logs[c]));
-                    continue;
-                }
-                double squares = 0.0;
-                const double expected = plainProduct(factors[c], point, squares);
-                ++placed;
-                (std::isnan(expected) ? refused : taken) += 1;
-                ASSERT_TRUE(haveSameBits(expected, logs[c])) << round << ' ' << c << ' ' << level;
-            }
-        }
-    }
-    EXPECT_GT(placed, 15000);
-    EXPECT_GT(taken, 10000);
-    EXPECT_GT(refused, 1000);
-}
-
-TEST(tkNMNormalProducts, placesAreEmptyUntilTheyAreFilledAndEmptyOneByOne)
-{
-    tkNMNormalProducts products({{{0, 1}, {1, 2}}, {{0, 1}, {1, 2}}}, tkNMInstructions::Portable);
-    const double x[] = {2.0, 1.0, 3.0};
-    tkNMTriangle one(1);
-    one(0, 0) = 1.0;
-    tkNMTriangle two(2);
-    two(0, 0) = two(1, 1) = 1.0;
-    const tkNMMahalanobis single({0.0}, {0.0}, one);
-    const tkNMMahalanobis pair({0.0, 0.0}, {0.0, 0.0}, two);
-    double logs[2] = {};
-    const auto areThere = [&](bool first, bool second)
-    {
-        products.logDensities(x, logs);
-        EXPECT_EQ(std::isnan(logs[0]), !first);
-        EXPECT_EQ(std::isnan(logs[1]), !second);
-    };
-    ASSERT_TRUE(products.hasPlaces(0) && products.hasPlaces(1));
-    areThere(false, false);
-    products.fill(0, 0, single, -1.0);
-    areThere(false, false);
-    products.fill(0, 1, pair, -2.0);
-    areThere(true, false);
-    EXPECT_EQ(logs[0], (-1.0 - 2.0) + (-2.0 - 5.0));
-    products.fill(1, 1, pair, 0.0);
-    products.fill(1, 0, single, 0.0);
-    areThere(true, true);
-    products.empty(0, 1);
-    areThere(false, true);
-    EXPECT_THROW(products.fill(0, 0, pair, 0.0), tkAssertionFailure);
-    EXPECT_THROW(products.fill(0, 2, pair, 0.0), tkAssertionFailure);
-    EXPECT_THROW(products.fill(2, 0, single, 0.0), tkAssertionFailure);
-    EXPECT_THROW(tkNMNormalProducts({{{0, 0}}}), tkAssertionFailure);
-}
-
-TEST(tkNMNormal, leavesItsPlaceWithEveryChange)
+TEST(tkNMNormal, itsNumberGrowsWithEveryChange)
 {
     using Change = std::function<void(tkNMNormal&)>;
-    const std::vector<std::vector<tkNMNormalProducts::Set>> oneOfOne{{{0, 1}}};
     const double x = 2.5;
-    std::list<tkNMNormal> others; // what is moved into them lives on
-    const auto addOne = [&](tkNMNormal& normal) { normal.add(&x, 1); };
     const std::vector<Change> changes{
-        addOne,
-        [&](tkNMNormal& normal)
-        {
-            tkNMLearner learner(1, 1);
-            ASSERT_TRUE(learner.start({{&normal, 0}}));
-            ASSERT_TRUE(learner.add(&x));
-        },
+        [&](tkNMNormal& normal) { normal.add(&x, 1); },
         [](tkNMNormal& normal) { normal.referenceDeviations({3.0}); },
         [](tkNMNormal& normal) { normal.clear(); },
         [](tkNMNormal& normal) { normal.restore(normal.mean(), normal.covariance(), normal.count()); },
         [](tkNMNormal& normal) {
             normal = trained({{4.0}, {5.0}});
         },
-        [&](tkNMNormal& normal) { others.emplace_back(std::move(normal)); },
-        [&](tkNMNormal& normal)
+        [](tkNMNormal& normal) { const tkNMNormal taken(std::move(normal)); },
+        [](tkNMNormal& normal)
         {
-            others.push_back(trained({{4.0}, {5.0}}));
-            logDensity(others.back(), {1.0});
-            std::swap(normal, others.back());
+            tkNMStatistics statistics;
+            normal.swapStatistics(statistics);
         },
-        [&](tkNMNormal& normal)
+        [](tkNMNormal& normal)
         {
-            const tkPtrHandle<tkNMNormalProducts> another(new tkNMNormalProducts(oneOfOne));
-            normal.join(another, 0, 0);
+            tkNMNormal other = trained({{4.0}, {5.0}});
+            std::swap(normal, other);
         },
+        [](tkNMNormal& normal) { normal.changeNumber(newNumber()); },
     };
     for (const Change& change : changes)
     {
-        auto normal = std::make_unique<tkNMNormal>(trained({{1.0}, {2.0}, {4.0}}));
-        const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(oneOfOne));
-        const auto value = [&]
-        {
-            double log = 0.0;
-            products->logDensities(&x, &log);
-            return log;
-        };
-        const auto isMirrored = [&] { return value() == logDensity(*normal, {x}); };
-        normal->join(products, 0, 0);
-        EXPECT_TRUE(isMirrored());
-        change(*normal);
-        EXPECT_TRUE(std::isnan(value())) << &change - changes.data();
-        if (normal->count() == 0)
-            normal->add(&x, 1);
-        normal->join(products, 0, 0);
-        EXPECT_TRUE(isMirrored());
-        {
-            tkNMNormal copy(*normal);
-            addOne(copy);
-            EXPECT_TRUE(isMirrored());
-        }
-        normal.reset();
-        EXPECT_TRUE(std::isnan(value()));
+        tkNMNormal normal = trained({{1.0}, {2.0}, {4.0}});
+        const tkPtrHandle<tkNMChangeNumber> number = newNumber();
+        normal.changeNumber(number);
+        const std::uint64_t before = number->value();
+        change(normal);
+        EXPECT_GT(number->value(), before) << &change - changes.data();
     }
 }
 
-TEST(tkNMNormal, onlyATrainedDistributionJoinsAndOnlyAPlaceOfItsSize)
+TEST(tkNMNormal, itsNumberStaysWithTheObjectAndWithEvaluations)
 {
-    const std::vector<std::vector<tkNMNormalProducts::Set>> oneOfTwo{{{0, 2}}};
-    const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(oneOfTwo));
-    tkNMNormal empty;
-    EXPECT_THROW(empty.join(products, 0, 0), tkAssertionFailure);
-    tkNMNormal single = trained({{1.0}});
-    EXPECT_THROW(single.join(products, 0, 0), tkAssertionFailure);
-    tkNMNormal pair = trained({{1.0, 2.0}, {2.0, 1.0}, {5.0, 5.0}});
-    EXPECT_THROW(pair.join(products, 0, 1), tkAssertionFailure);
-    EXPECT_THROW(pair.join(products, 1, 0), tkAssertionFailure);
-    pair.join(products, 0, 0);
-    pair.join(products, 0, 0);
-    double log = 0.0;
-    const double x[] = {1.0, 4.0};
-    products->logDensities(x, &log);
-    EXPECT_EQ(log, logDensity(pair, {1.0, 4.0}));
-}
-
-TEST(tkNMMatrix, comesBackFromItsRecordWithItsRemainders)
-{
-    tkNMMatrix matrix(2, 3);
-    matrix(0, 1) = 1.5;
-    matrix(1, 2) = -2.0;
-    tkNMMatrix loaded;
-    loadFromBytes(storeToBytes(matrix), loaded);
-    EXPECT_EQ(loaded, matrix);
-    matrix.remainder(1, 0, 1e-20);
-    EXPECT_NE(loaded, matrix);
-    loadFromBytes(storeToBytes(matrix), loaded);
-    EXPECT_EQ(loaded, matrix);
-    EXPECT_EQ(loaded.remainder(1, 0), 1e-20);
-    EXPECT_EQ(loaded.remainder(1, 1), 0.0);
-}
-
-TEST(tkNMMatrix, damagedRecordsAreRefused)
-{
-    std::string bytes = storeToBytes(tkNMMatrix(2, 3));
-    tkNMMatrix matrix(1, 1);
-    const auto load = [&]
+    tkNMNormal normal = trained({{1.0}, {2.0}, {4.0}});
+    tkNMNormal sibling = trained({{1.0}, {2.0}});
+    const tkPtrHandle<tkNMChangeNumber> number = newNumber();
+    normal.changeNumber(number);
+    sibling.changeNumber(number);
+    const std::uint64_t before = number->value();
+    const double huge = 1e200;
+    EXPECT_EQ(normal.add(&huge, 1), tkNMNormal::eOutOfRange); // no change
+    logDensity(normal, {3.0});
+    logMarginal(normal, {3.0}, {0});
     {
-        std::istringstream stream(bytes);
-        tkArchive archive(stream);
-        archive || matrix;
-    };
-    bytes[1] = 3; // rows
-    EXPECT_TK_THROW(load(), tkArchive::Errors, L"A stored matrix has another number of elements than its size says");
-    bytes[1] = 2;
-    bytes[0] = 1;
-    EXPECT_THROW(load(), tkArchive::UnknownVersion);
-    EXPECT_EQ(matrix, tkNMMatrix(1, 1));
+        tkNMNormal copy(normal);
+        EXPECT_TRUE(copy.changeNumber().isNull());
+        copy.clear();
+        const tkNMNormal moved(std::move(copy));
+        EXPECT_TRUE(moved.changeNumber().isNull());
+    }
+    EXPECT_EQ(number->value(), before);
+
+    normal = trained({{4.0}, {5.0}});
+    EXPECT_EQ(normal.changeNumber().get(), number.get());
+    const std::uint64_t after = number->value();
+    sibling.clear(); // one number for both
+    EXPECT_GT(number->value(), after);
 }

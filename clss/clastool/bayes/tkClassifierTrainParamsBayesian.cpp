@@ -3,6 +3,8 @@
 #include "clss/clastool/bayes/tk_ClassifierBayesian.h"
 #include "foundation/tkArchive.h"
 
+#include <typeinfo>
+
 tkClassifierTrainParamsBayesian::tkClassifierTrainParamsBayesian(const tkClassifierDistributionTypes& distributionTypes,
                                                                  const tkClassifierFrequencies& categoryFrequencies,
                                                                  const tkClassifierCosts& misclassificationCosts,
@@ -21,13 +23,13 @@ tkPtrHandle<tkClassifierTrainParams> tkClassifierTrainParamsBayesian::clone() co
 
 bool tkClassifierTrainParamsBayesian::isEqual_(const tkClassifierTrainParams& other) const
 {
-    if (!tkClassifierTrainParams::isEqual_(other))
+    if (!tkClassifierTrainParams::isEqual_(other) || typeid(*this) != typeid(other))
         return false;
-    const auto* const bayesian = dynamic_cast<const tkClassifierTrainParamsBayesian*>(&other);
-    return bayesian && distributionTypes_ == bayesian->distributionTypes_ &&
-           misclassificationCosts_ == bayesian->misclassificationCosts_ &&
-           categoryFrequencies_ == bayesian->categoryFrequencies_ &&
-           maxMeasurementValues_ == bayesian->maxMeasurementValues_;
+    const auto& bayesian = static_cast<const tkClassifierTrainParamsBayesian&>(other);
+    return distributionTypes_ == bayesian.distributionTypes_ &&
+           misclassificationCosts_ == bayesian.misclassificationCosts_ &&
+           categoryFrequencies_ == bayesian.categoryFrequencies_ &&
+           maxMeasurementValues_ == bayesian.maxMeasurementValues_;
 }
 
 bool tkClassifierTrainParamsBayesian::isSameTechnique_(const tkClassifierTrainParams& other) const

@@ -15,12 +15,19 @@
 class TK_EXPORT tkClassifierTrainParamsBayesian : public tkClassifierTrainParams
 {
 public:
-    explicit tkClassifierTrainParamsBayesian(
-        const tkClassifierDistributionTypes& distributionTypes =
-            tkClassifierDistributionTypes(tkClassifierDistributionTypes::eNormal),
-        const tkClassifierFrequencies& categoryFrequencies = tkClassifierFrequencies(),
-        const tkClassifierCosts& misclassificationCosts = tkClassifierCosts(),
-        const tkFeaturePattern& maxMeasurementValues = tkFeaturePattern());
+    tkClassifierTrainParamsBayesian(const tkClassifierDistributionTypes& distributionTypes =
+                                        tkClassifierDistributionTypes(tkClassifierDistributionTypes::eNormal),
+                                    const tkClassifierFrequencies& categoryFrequencies = tkClassifierFrequencies(),
+                                    const tkClassifierCosts& misclassificationCosts = tkClassifierCosts(),
+                                    const tkFeaturePattern& maxMeasurementValues = tkFeaturePattern());
+    tkClassifierTrainParamsBayesian(const tkClassifierTrainParamsBayesian&) = default;
+    tkClassifierTrainParamsBayesian(tkClassifierTrainParamsBayesian&&) = default;
+    /// Strong exception guarantee.
+    tkClassifierTrainParamsBayesian& operator=(const tkClassifierTrainParamsBayesian& other)
+    {
+        return *this = tkClassifierTrainParamsBayesian(other);
+    }
+    tkClassifierTrainParamsBayesian& operator=(tkClassifierTrainParamsBayesian&&) = default;
 
     /// Distribution of every measurement of every category, and the dependency sets.
     const tkClassifierDistributionTypes& distributionTypes() const { return distributionTypes_; }
@@ -41,7 +48,7 @@ public:
 
     tkPtrHandle<tkClassifierTrainParams> clone() const override;
 
-    /// Equal distribution types, costs, frequencies and maximum values.
+    /// Same class, and equal distribution types, costs, frequencies and maximum values.
     bool operator==(const tkClassifierTrainParams& other) const { return isEqual_(other); }
     bool operator!=(const tkClassifierTrainParams& other) const { return !(*this == other); }
 

@@ -3,14 +3,12 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
-#include "numerics/tkNMLearner.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <typeinfo>
-#include <utility>
 
 namespace
 {
@@ -43,6 +41,16 @@ double sumOfLogs(double a, double b)
                ? std::copysign(std::numeric_limits<double>::max(), sum)
                : sum;
 }
+
+/// Throws tkArchive::Errors unless the sets have so many measurements.
+void requireMeasurements(long numMeasurements, const std::vector<std::vector<long>>& sets)
+{
+    std::size_t measurements = 0;
+    for (const std::vector<long>& set : sets)
+        measurements += set.size();
+    if (numMeasurements != static_cast<long>(measurements))
+        throw tkArchive::Errors(L"A stored category model has another number of measurements than its dependency sets");
+}
 } // namespace
 
 tk_CategoryModelBayesian::tk_CategoryModelBayesian(
@@ -61,39 +69,16 @@ tk_CategoryModelBayesian::tk_CategoryModelBayesian(
         measurements += static_cast<long>(dependencySets[i].size());
     }
     numMeasurements(measurements);
-    shortcuts_ = shortcutsTo_(dependencySets_, densities_);
-}
-
-tk_CategoryModelBayesian& tk_CategoryModelBayesian::operator=(tk_CategoryModelBayesian&& other)
-{
-    leaveProduct_();
-    tk_CategoryModel::operator=(other);
-    dependencySets_ = std::move(other.dependencySets_);
-    densities_ = std::move(other.densities_);
-    shortcuts_ = std::move(other.shortcuts_);
-    place_ = std::move(other.place_);
-    return *this;
+    watchDensities_();
 }
 
 double tk_CategoryModelBayesian::matchScore(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long) const
 {
-    return addScores_(pattern, 0, 0.0);
-}
-
-double tk_CategoryModelBayesian::addScores_(const tkFeaturePattern& pattern, std::size_t first, double score) const
-{
     try
     {
-        const std::vector<double>& x = pattern.featureMeasurements(false);
-        const std::size_t reach = pattern.numInvalid() == 0 ? x.size() : 0;
-        for (std::size_t i = first; i < densities_.size(); ++i)
-        {
-            const Shortcut_& s = shortcuts_[i];
-            double value = 0.0;
-            if (!s.isWithin(reach) || !s.normalOrNull->logValueOfValid(&x[s.first], static_cast<long>(s.size), value))
-                value = densities_[i]->logValueOfSet(pattern, dependencySets_[i]);
-            score = sumOfLogs(score, value);
-        }
+        double score = 0.0;
+        for (std::size_t i = 0; i < densities_.size(); ++i)
+            score = sumOfLogs(score, densities_[i]->logValueOfSet(pattern, dependencySets_[i]));
         return score;
     }
     catch (const tkClassifierDefs::InsufficientTrainData& error)
@@ -105,66 +90,14 @@ double tk_CategoryModelBayesian::addScores_(const tkFeaturePattern& pattern, std
 
 void tk_CategoryModelBayesian::adapt(const tkFeaturePattern& pattern, tkDiagObject*, unsigned long)
 {
-    const std::vector<double>& x = pattern.featureMeasurements(false);
-    const std::size_t reach = pattern.numInvalid() == 0 ? x.size() : 0;
     for (std::size_t i = 0; i < densities_.size(); ++i)
-    {
-        const Shortcut_& s = shortcuts_[i];
-        if (!s.isWithin(reach) || !s.normalOrNull->updateWithValid(&x[s.first], static_cast<long>(s.size)))
-            densities_[i]->updateWithSet(pattern, dependencySets_[i]);
-    }
-}
-
-bool tk_CategoryModelBayesian::startLearner(tkNMLearner& learner) const
-{
-    const auto hasNormal = [](const Shortcut_& s) { return s.normalOrNull != nullptr; };
-    if (!std::all_of(shortcuts_.begin(), shortcuts_.end(), hasNormal))
-        return false;
-    const auto isTrained = [](const Shortcut_& s)
-    { return s.normalOrNull->normal().dimension() == static_cast<long>(s.size); };
-    if (!std::all_of(shortcuts_.begin(), shortcuts_.end(), isTrained))
-        return true;
-    std::vector<tkNMLearner::Part> parts;
-    parts.reserve(shortcuts_.size());
-    for (const Shortcut_& s : shortcuts_)
-        parts.push_back({&s.normalOrNull->normal(), s.first});
-    return learner.start(parts);
-}
-
-std::vector<tkNMNormalProducts::Set> tk_CategoryModelBayesian::normalSets() const
-{
-    std::vector<tkNMNormalProducts::Set> sets;
-    for (const Shortcut_& s : shortcuts_)
-    {
-        if (!s.normalOrNull || !s.normalOrNull->isValid() ||
-            s.normalOrNull->normal().dimension() != static_cast<long>(s.size))
-            break;
-        sets.push_back({s.first, s.size});
-    }
-    return sets;
-}
-
-void tk_CategoryModelBayesian::join(const tkPtrHandle<tkNMNormalProducts>& products, std::size_t product)
-{
-    leaveProduct_();
-    const std::size_t count = normalSets().size();
-    for (std::size_t i = 0; i < count; ++i)
-        shortcuts_[i].normalOrNull->normal().join(products, product, i);
-    place_.products = products;
-    place_.product = product;
-    place_.size = count;
-}
-
-void tk_CategoryModelBayesian::leaveProduct_()
-{
-    for (std::size_t i = 0; i < place_.size; ++i)
-        shortcuts_[i].normalOrNull->normal().leaveProducts();
-    place_ = Place_();
+        densities_[i]->updateWithSet(pattern, dependencySets_[i]);
 }
 
 bool tk_CategoryModelBayesian::operator==(const tk_CategoryModelBayesian& other) const
 {
-    if (!tk_CategoryModel::operator==(other) || densities_.size() != other.densities_.size())
+    if (typeid(*this) != typeid(other) || !tk_CategoryModel::operator==(other) ||
+        densities_.size() != other.densities_.size())
         return false;
     for (std::size_t i = 0; i < densities_.size(); ++i)
         if (!densities_[i]->isEquivalent(*other.densities_[i]))
@@ -176,53 +109,35 @@ TK_DEFINE_FACTORY_RECORD(tk_CategoryModelBayesian, 0)
 
 void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char)
 {
+    if (archive.isStoring())
+        requireMeasurements(numMeasurements(), dependencySets_);
     tk_CategoryModel::dispatchSerialize(archive);
     const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
     if (archive.isLoading())
-    {
-        leaveProduct_();
-        shortcuts_.clear();
-    }
+        changeNumber_ = tkPtrHandle<tkNMChangeNumber>();
     tkExchangeParallel(archive, incomplete, dependencySets_, densities_);
     if (!archive.isLoading())
         return;
-    std::size_t measurements = 0;
-    for (const std::vector<long>& set : dependencySets_)
-        measurements += set.size();
-    const bool isComplete =
-        std::none_of(densities_.begin(), densities_.end(), [](const auto& d) { return d.isNull(); });
-    const bool hasAll = numMeasurements() == static_cast<long>(measurements);
-    if (isComplete && hasAll)
+    try
     {
-        shortcuts_ = shortcutsTo_(dependencySets_, densities_);
-        return;
+        if (std::any_of(densities_.begin(), densities_.end(), [](const auto& d) { return d.isNull(); }))
+            throw tkArchive::Errors(incomplete);
+        requireMeasurements(numMeasurements(), dependencySets_);
+        watchDensities_();
     }
-    dependencySets_.clear();
-    densities_.clear();
-    if (!isComplete)
-        throw tkArchive::Errors(incomplete);
-    throw tkArchive::Errors(L"A stored category model has another number of measurements than its dependency sets");
+    catch (...)
+    {
+        dependencySets_.clear();
+        densities_.clear();
+        throw;
+    }
 }
 
-std::vector<tk_CategoryModelBayesian::Shortcut_>
-tk_CategoryModelBayesian::shortcutsTo_(const std::vector<std::vector<long>>& sets,
-                                       const std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>>& densities)
+/// Gives the normal densities a common change number. Those of another class are never derived from.
+void tk_CategoryModelBayesian::watchDensities_()
 {
-    std::vector<Shortcut_> shortcuts(densities.size());
-    for (std::size_t i = 0; i < densities.size(); ++i)
-    {
-        const std::vector<long>& set = sets[i];
-        const bool isRun =
-            !set.empty() && set.front() >= 0 &&
-            std::adjacent_find(set.begin(), set.end(), [](long a, long b) { return b <= a || b - a > 1; }) == set.end();
-        // A class derived from the normal density has a right to be asked.
-        const tk_ProbabilityDensityFunction& density = *densities[i];
-        if (isRun && typeid(density) == typeid(tk_PDFMultivariateNormal))
-        {
-            shortcuts[i].normalOrNull = static_cast<tk_PDFMultivariateNormal*>(densities[i].get());
-            shortcuts[i].first = static_cast<std::size_t>(set.front());
-            shortcuts[i].size = set.size();
-        }
-    }
-    return shortcuts;
+    changeNumber_ = tkPtrHandle<tkNMChangeNumber>(new tkNMChangeNumber);
+    for (const tkPtrHandle<tk_ProbabilityDensityFunction>& density : densities_)
+        if (auto* const normal = dynamic_cast<tk_PDFMultivariateNormal*>(density.get()))
+            normal->changeNumber(changeNumber_);
 }

@@ -1,7 +1,8 @@
 #include "clss/clastool/bayes/tk_ClassifierBayesian.h"
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
-#include "clss/clastool/bayes/tk_CategoryLearners.h"
+#include "clss/clastool/bayes/tk_BayesAccelerator.h"
+#include "clss/clastool/bayes/tk_BayesTrainer.h"
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tk_Messages.h"
 #include "foundation/tkArchiveOperators.h"
@@ -14,6 +15,7 @@
 #include <cmath>
 #include <map>
 #include <typeinfo>
+#include <unordered_set>
 #include <utility>
 
 namespace
@@ -22,7 +24,7 @@ using DistributionType = tkClassifierDistributionTypes::DistributionType;
 
 const tkClassifierTrainParamsBayesian& bayesianParams(const tkClassifierTrainParams& params)
 {
-    // Nearly always they are of the class itself, which is quicker to see.
+    // Nearly always they are of the class itself, for which no base classes are searched.
     if (typeid(params) == typeid(tkClassifierTrainParamsBayesian))
         return static_cast<const tkClassifierTrainParamsBayesian&>(params);
     const auto* const bayesian = dynamic_cast<const tkClassifierTrainParamsBayesian*>(&params);
@@ -67,8 +69,8 @@ tk_CategoryModelBayesian* newModel(long label, long numMeasurements, const tkCla
     return new tk_CategoryModelBayesian(label, sets, setTypes, params.maxMeasurementValues());
 }
 
-/// Asks for the memory of the patterns behind `p`, which may lie anywhere: first for the object, so that where its
-/// measurements are can be read without waiting when it is their turn.
+/// Prefetches the patterns after `p`, which may lie anywhere: first the object, then, when its turn comes to be read
+/// without waiting, the measurements that it points to.
 void fetchAhead(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns, std::size_t p)
 {
     const std::size_t object = p + 16;
@@ -110,13 +112,13 @@ tkPtrHandle<tk_Classifier> tk_ClassifierBayesian::clone() const
 
 bool tk_ClassifierBayesian::isEquivalent(const tk_Classifier& other) const
 {
-    const auto* const bayesian = dynamic_cast<const tk_ClassifierBayesian*>(&other);
-    return bayesian && *this == *bayesian;
+    return typeid(*this) == typeid(other) && *this == static_cast<const tk_ClassifierBayesian&>(other);
 }
 
 bool tk_ClassifierBayesian::operator==(const tk_ClassifierBayesian& other) const
 {
-    if (!tk_Classifier::isEquivalent(other) || categoryModels_.size() != other.categoryModels_.size())
+    if (typeid(*this) != typeid(other) || !tk_Classifier::isEquivalent(other) ||
+        categoryModels_.size() != other.categoryModels_.size())
         return false;
     for (std::size_t i = 0; i < categoryModels_.size(); ++i)
         if (bayesianModel(categoryModels_[i]) != bayesianModel(other.categoryModels_[i]))
@@ -130,7 +132,7 @@ void tk_ClassifierBayesian::train_(const tkClassifierDataProvider& data, const t
     // A training starts from no categories; untrain_() leaves their labels.
     categoryLabels_.clear();
     categoryModels_.clear();
-    products_ = tkPtrHandle<tkNMNormalProducts>();
+    accelerator_.reset();
 
     learn_(data, bayesian);
     complete_();
@@ -143,22 +145,22 @@ void tk_ClassifierBayesian::learn_(const tkClassifierDataProvider& data, const t
     auto& provider = const_cast<tkClassifierDataProvider&>(data);
     const long numPatterns = provider.numPatterns();
     const long numMeasurements = provider.numMeasurements();
-    tk_CategoryLearners learners(numMeasurements, numPatterns);
+    tk_BayesTrainer trainer(numMeasurements, numPatterns);
     const auto learn = [&](const tkPtrHandle_const<tkFeaturePattern>& pattern, long label)
     {
-        if (label == -1 || learners.adapt(label, pattern))
+        if (label == -1 || trainer.adapt(label, pattern))
             return;
         const tkPtrHandle<tk_CategoryModelBayesian> model(newModel(label, numMeasurements, params));
         model->adapt(*pattern);
         categoryModels_.reserve(categoryModels_.size() + 1);
         categoryLabels_.push_back(label);
         categoryModels_.push_back(model);
-        learners.add(label, *model);
+        trainer.add(label, *model);
     };
     if (typeid(data) == typeid(tkClassifierDataProviderMemory))
     {
-        // What this class hands out stands in vectors; nobody sees whether it is asked for. Counting a handle more and
-        // less for every pattern costs as much as learning it.
+        // This class hands out what stands in its vectors. Reading it there saves a change of the reference count for
+        // every pattern, which costs as much as learning it.
         const auto& memory = static_cast<const tkClassifierDataProviderMemory&>(data);
         for (std::size_t p = 0; p < memory.patterns().size(); ++p)
         {
@@ -197,7 +199,7 @@ void tk_ClassifierBayesian::trainIncremental_(const tkFeaturePattern&, long)
 void tk_ClassifierBayesian::untrain_()
 {
     categoryModels_.clear();
-    products_ = tkPtrHandle<tkNMNormalProducts>();
+    accelerator_.reset();
 }
 
 bool tk_ClassifierBayesian::isTrained_() const
@@ -219,9 +221,9 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
     TK_ASSERT(isTrained_());
     const std::size_t n = categoryModels_.size();
     tkScratch<double, 256> scores(n); // first the log likelihoods
-    fillLogLikelihoods_(pattern, scores.data());
+    matchScores_(pattern, scores.data());
 
-    // trainParams() says what is wrong where there are none; otherwise a handle of one's own is not needed.
+    // trainParams() throws the right error when there are none.
     const tkClassifierTrainParamsBayesian& params = bayesianParams(heldParams_() ? *heldParams_() : *trainParams());
 
     // Written for a NaN to become the maximum and to be replaced by what follows it.
@@ -236,7 +238,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
     {
         labels[i] = categoryModels_[i]->categoryLabel();
         scores[i] = std::exp(scores[i] + offset);
-        // Its checks come category by category, before any of what they are decided by.
+        // Validates label and score before the next category is evaluated (order of errors).
         static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }
     result.decide(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),
@@ -246,34 +248,15 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 void tk_ClassifierBayesian::complete_()
 {
     setReferenceDeviations_();
-    std::vector<std::vector<tkNMNormalProducts::Set>> sets;
-    for (const tkPtrHandle<tk_CategoryModel>& model : categoryModels_)
-    {
-        // A class derived from the model has a right to be asked.
-        const tk_CategoryModelBayesian& bayesian = bayesianModel(model);
-        sets.emplace_back();
-        if (typeid(bayesian) == typeid(tk_CategoryModelBayesian))
-            sets.back() = bayesian.normalSets();
-    }
-    const tkPtrHandle<tkNMNormalProducts> products(new tkNMNormalProducts(sets));
-    for (std::size_t i = 0; i < sets.size(); ++i)
-        if (products->hasPlaces(i))
-            bayesianModel(categoryModels_[i]).join(products, i);
-    products_ = products;
+    accelerator_ = std::make_shared<const tk_BayesAccelerator>(categoryModels_);
 }
 
-void tk_ClassifierBayesian::fillLogLikelihoods_(const tkFeaturePattern& pattern, double* scores) const
+void tk_ClassifierBayesian::matchScores_(const tkFeaturePattern& pattern, double* scores) const
 {
-    const std::vector<double>& x = pattern.featureMeasurements(false);
-    const bool areTaken = products_ && x.size() >= products_->reach() && pattern.numInvalid() == 0;
-    if (areTaken)
-        products_->logDensities(x.data(), scores);
-    for (std::size_t i = 0; i < categoryModels_.size(); ++i)
-    {
-        const auto& model = static_cast<const tk_CategoryModelBayesian&>(*categoryModels_[i]);
-        const bool isTaken = areTaken && !std::isnan(scores[i]) && model.isProduct(products_.get(), i);
-        scores[i] = isTaken ? model.matchScoreBehindProduct(pattern, scores[i]) : model.matchScore(pattern);
-    }
+    if (accelerator_)
+        return accelerator_->matchScores(categoryModels_, pattern, scores);
+    for (std::size_t i = 0; i < categoryModels_.size(); ++i) // after a training that failed
+        scores[i] = categoryModels_[i]->matchScore(pattern);
 }
 
 void tk_ClassifierBayesian::setReferenceDeviations_()
@@ -282,24 +265,17 @@ void tk_ClassifierBayesian::setReferenceDeviations_()
     forEachNormal(categoryModels_,
                   [&](const std::vector<long>& set, const tk_PDFMultivariateNormal& density)
                   {
-                      const tkNMNormal& normal = density.normal();
-                      for (std::size_t i = 0; i < set.size(); ++i)
-                      {
-                          const long j = static_cast<long>(i);
-                          references[set[i]].addMean(static_cast<double>(normal.count()), normal.mean(j),
-                                                     normal.compensation(j));
-                      }
+                      const tkNMStatistics& s = density.normal().statistics();
+                      for (std::size_t j = 0; j < set.size(); ++j)
+                          references[set[j]].addMean(static_cast<double>(s.count), s.mean[j], s.compensation[j]);
                   });
     forEachNormal(categoryModels_,
                   [&](const std::vector<long>& set, const tk_PDFMultivariateNormal& density)
                   {
-                      const tkNMNormal& normal = density.normal();
-                      for (std::size_t i = 0; i < set.size(); ++i)
-                      {
-                          const long j = static_cast<long>(i);
-                          references[set[i]].addSquares(static_cast<double>(normal.count()), normal.mean(j),
-                                                        normal.compensation(j), normal.sumOfSquares(j));
-                      }
+                      const tkNMStatistics& s = density.normal().statistics();
+                      for (std::size_t j = 0; j < set.size(); ++j)
+                          references[set[j]].addSquares(static_cast<double>(s.count), s.mean[j], s.compensation[j],
+                                                        s.crossProducts(j, j));
                   });
     forEachNormal(categoryModels_,
                   [&](const std::vector<long>& set, tk_PDFMultivariateNormal& density)
@@ -326,9 +302,14 @@ void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char)
         return;
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsBayesian*>(heldParams_()))
         throw tkArchive::Errors(L"A Bayesian classifier has parameters of another technique");
+    std::unordered_set<const tk_CategoryModel*> distinct;
     for (const tkPtrHandle<tk_CategoryModel>& model : models)
+    {
         if (!dynamic_cast<const tk_CategoryModelBayesian*>(model.get()))
             throw tkArchive::Errors(L"A stored Bayesian classifier has a category without a Bayesian model");
+        if (!distinct.insert(model.get()).second)
+            throw tkArchive::Errors(L"A stored Bayesian classifier has the same category model more than once");
+    }
     categoryModels_ = std::move(models);
     complete_();
 }

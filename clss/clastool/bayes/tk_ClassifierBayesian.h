@@ -4,15 +4,18 @@
 #include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
 #include "clss/clastool/clastool/tk_Classifier.h"
 
+#include <memory>
 #include <vector>
 
 class tkClassifierTrainParamsBayesian;
+class tk_BayesAccelerator;
 
 /// The Bayesian classifier: models each category by probability densities and ranks the categories by the expected
 /// cost that follows from likelihoods, frequencies and costs (Duda, Hart and Stork, Pattern Classification, 2nd
 /// ed., chapters 2 and 3).
 ///
-/// Copies share the models. Several threads may run copies, or one object.
+/// Copies share the models. Several threads may run copies, or one object; a change of a density excludes every other
+/// use of the classifiers that have it.
 class TK_EXPORT tk_ClassifierBayesian : public tk_Classifier
 {
 public:
@@ -21,7 +24,7 @@ public:
     /// The models, in the order in which the categories first occurred.
     const std::vector<tkPtrHandle<tk_CategoryModel>>& categoryModels() const { return categoryModels_; }
 
-    /// Equal parameters and equal models; the list of labels is not compared.
+    /// Same class, equal parameters and equal models; the list of labels is not compared.
     bool isEquivalent(const tk_Classifier& other) const override;
     bool operator==(const tk_ClassifierBayesian& other) const;
     bool operator!=(const tk_ClassifierBayesian& other) const { return !(*this == other); }
@@ -58,20 +61,20 @@ private:
     /// Learns all patterns; the models have what was learned also where it throws.
     void learn_(const tkClassifierDataProvider& data, const tkClassifierTrainParamsBayesian& params);
 
-    /// What training and loading end with: setReferenceDeviations_(), after which what runs read is laid out.
+    /// Ends training and loading: setReferenceDeviations_(), then a new accelerator.
     void complete_();
 
-    /// The log likelihoods of the categories, in the order of the models: what their matchScore() gives or throws.
-    void fillLogLikelihoods_(const tkFeaturePattern& pattern, double* scores) const;
+    /// scores[i] = categoryModels_[i]->matchScore(pattern), in this order; throws what the models throw.
+    void matchScores_(const tkFeaturePattern& pattern, double* scores) const;
 
-    /// Tells every normal density the deviations of its measurements over all categories.
+    /// Sets the reference deviations of every normal density: those of its measurements over all categories.
     void setReferenceDeviations_();
 
     TK_FACTORY_RECORD;
 
     std::vector<long> categoryLabels_;
     std::vector<tkPtrHandle<tk_CategoryModel>> categoryModels_; // parallel, each a tk_CategoryModelBayesian
-    tkPtrHandle<tkNMNormalProducts> products_; // null, or one for each model; shared by copies as the models are
+    std::shared_ptr<const tk_BayesAccelerator> accelerator_;    // of these models, shared by copies; null: none yet
 };
 
 #endif

@@ -10,6 +10,8 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <typeinfo>
+#include <utility>
 
 namespace
 {
@@ -105,6 +107,31 @@ double logValueOf(const tkNMNormal& normal, const Measurements& x)
     return result;
 }
 
+/// Learns x / factor. A pattern with an invalid or non-finite measurement is skipped whole.
+void learn(tkNMNormal& normal, Measurements x, double factor)
+{
+    if (normal.count() > 0 && x.size() != normal.dimension())
+        throwUnlessOk(tkNMNormal::eSizeChanged);
+    if (x.normalize(factor))
+        throwUnlessOk(normal.add(x.values(), x.size()));
+}
+
+/// Learns all patterns, divided by `factor`, or none where it throws.
+void learnAll(tkNMNormal& normal, const std::vector<tkFeaturePattern>& patterns, double factor)
+{
+    if (patterns.empty())
+        return;
+    const long dimension = normal.count() > 0 ? normal.dimension() : patterns.front().numMeasurements();
+    for (const tkFeaturePattern& pattern : patterns)
+        if (pattern.numMeasurements() != dimension)
+            throwUnlessOk(tkNMNormal::eSizeChanged);
+
+    tkNMNormal updated(normal);
+    for (const tkFeaturePattern& pattern : patterns)
+        learn(updated, Measurements(pattern), factor);
+    normal = std::move(updated);
+}
+
 /// Truncates toward zero; what does not fit becomes the nearest value that does, and NaN becomes 0.
 std::int64_t saturated(double value)
 {
@@ -148,6 +175,16 @@ tkFeaturePattern tk_ProbabilityDensityFunction::restriction(const tkFeaturePatte
     return tkFeaturePattern(values, invalid);
 }
 
+double tk_ProbabilityDensityFunction::logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const
+{
+    return logValue(restriction(pattern, set));
+}
+
+void tk_ProbabilityDensityFunction::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
+{
+    updateWithData({restriction(pattern, set)});
+}
+
 TK_DEFINE_RECORD(tk_ProbabilityDensityFunction, 0)
 
 void tk_ProbabilityDensityFunction::serialize_(tkArchive& archive, unsigned char)
@@ -162,8 +199,7 @@ double tk_PDFMultivariateNormal::logValue(const tkFeaturePattern& pattern) const
 
 bool tk_PDFMultivariateNormal::isEquivalent(const tk_ProbabilityDensityFunction& other) const
 {
-    const auto* const normal = dynamic_cast<const tk_PDFMultivariateNormal*>(&other);
-    return normal && *this == *normal;
+    return typeid(*this) == typeid(other) && *this == static_cast<const tk_PDFMultivariateNormal&>(other);
 }
 
 void tk_PDFMultivariateNormal::updateWithData(const std::vector<tkFeaturePattern>& patterns)
@@ -183,36 +219,17 @@ double tk_PDFMultivariateNormal::logValueOfSet(const tkFeaturePattern& pattern, 
 
 void tk_PDFMultivariateNormal::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
 {
-    updateWithSetNormalize(pattern, set, 1.0);
-}
-
-void tk_PDFMultivariateNormal::updateWithSetNormalize(const tkFeaturePattern& pattern, const std::vector<long>& set,
-                                                      double factor)
-{
-    Measurements x(pattern, set);
-    if (normal_.count() > 0 && x.size() != normal_.dimension())
-        throwUnlessOk(tkNMNormal::eSizeChanged);
-    if (x.normalize(factor))
-        throwUnlessOk(normal_.add(x.values(), x.size()));
+    learn(normal_, Measurements(pattern, set), 1.0);
 }
 
 void tk_PDFMultivariateNormal::updateWithDataNormalize(const std::vector<tkFeaturePattern>& patterns, double factor)
 {
-    if (patterns.empty())
-        return;
-    const long dimension = isValid() ? normal_.dimension() : patterns.front().numMeasurements();
-    for (const tkFeaturePattern& pattern : patterns)
-        if (pattern.numMeasurements() != dimension)
-            throwUnlessOk(tkNMNormal::eSizeChanged);
+    learnAll(normal_, patterns, factor);
+}
 
-    tkNMNormal updated(normal_);
-    for (const tkFeaturePattern& pattern : patterns)
-    {
-        Measurements x(pattern);
-        if (x.normalize(factor))
-            throwUnlessOk(updated.add(x.values(), x.size()));
-    }
-    normal_ = std::move(updated);
+bool tk_PDFMultivariateNormal::operator==(const tk_PDFMultivariateNormal& other) const
+{
+    return typeid(*this) == typeid(other) && normal_ == other.normal_;
 }
 
 TK_DEFINE_FACTORY_RECORD(tk_PDFMultivariateNormal, 0)
@@ -241,8 +258,7 @@ double tk_PDFBinomial::logValue(const tkFeaturePattern& pattern) const
 
 bool tk_PDFBinomial::isEquivalent(const tk_ProbabilityDensityFunction& other) const
 {
-    const auto* const binomial = dynamic_cast<const tk_PDFBinomial*>(&other);
-    return binomial && *this == *binomial;
+    return typeid(*this) == typeid(other) && *this == static_cast<const tk_PDFBinomial&>(other);
 }
 
 void tk_PDFBinomial::updateWithData(const std::vector<tkFeaturePattern>& patterns)
@@ -253,7 +269,7 @@ void tk_PDFBinomial::updateWithData(const std::vector<tkFeaturePattern>& pattern
     for (const tkFeaturePattern& pattern : patterns)
         for (long i = 0; i < pattern.numMeasurements(); ++i)
             requireTrainable_(pattern, i);
-    accumulator_.updateWithDataNormalize(patterns, maxValue_);
+    learnAll(accumulator_, patterns, maxValue_);
     estimate_();
 }
 
@@ -274,15 +290,15 @@ void tk_PDFBinomial::updateWithSet(const tkFeaturePattern& pattern, const std::v
     requireIndices(pattern, set);
     requireOneMeasurement_(static_cast<long>(set.size()));
     requireTrainable_(pattern, set.front());
-    accumulator_.updateWithSetNormalize(pattern, set, maxValue_);
+    learn(accumulator_, Measurements(pattern, set), maxValue_);
     estimate_();
 }
 
 bool tk_PDFBinomial::operator==(const tk_PDFBinomial& other) const
 {
     const auto differ = [](double a, double b) { return a < b || a > b; };
-    return numTrials_ == other.numTrials_ && !differ(probability_, other.probability_) &&
-           !differ(maxValue_, other.maxValue_);
+    return typeid(*this) == typeid(other) && numTrials_ == other.numTrials_ &&
+           !differ(probability_, other.probability_) && !differ(maxValue_, other.maxValue_);
 }
 
 void tk_PDFBinomial::requireOneMeasurement_(long numMeasurements)
@@ -300,10 +316,10 @@ void tk_PDFBinomial::requireTrainable_(const tkFeaturePattern& pattern, long ind
 
 void tk_PDFBinomial::estimate_()
 {
-    if (!accumulator_.isValid())
+    if (accumulator_.count() == 0)
         return;
-    probability_ = accumulator_.normal().mean(0);
-    const double variance = accumulator_.normal().variance(0);
+    probability_ = accumulator_.mean(0);
+    const double variance = accumulator_.variance(0);
     if (std::fabs(variance) <= 1e-15)
         return;
     numTrials_ = static_cast<long>(saturated(probability_ * (1.0 - probability_) / variance + 0.5));

@@ -11,9 +11,9 @@
 
 /// The probability density of one dependency set, or one independent measurement, of one category.
 ///
-/// It learns from, and judges, patterns that hold exactly the set's measurements in the set's order. The two
-/// operations on a set take these from a whole pattern, without building the pattern that restriction() gives;
-/// they do to the last bit what the ones above them do with it.
+/// It learns from and evaluates patterns that hold exactly the set's measurements in the set's order. The two
+/// operations on a set of a longer pattern have default bodies; a class may override them to avoid building the
+/// restriction, with the same bits and errors.
 class TK_EXPORT tk_ProbabilityDensityFunction : public tkPersistent, public tkRepBase
 {
 public:
@@ -31,9 +31,9 @@ public:
     virtual void clear() = 0;
 
     /// logValue(restriction(pattern, set)).
-    virtual double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const = 0;
+    virtual double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const;
     /// updateWithData({restriction(pattern, set)}).
-    virtual void updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set) = 0;
+    virtual void updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set);
 
 protected:
     tk_ProbabilityDensityFunction() = default;
@@ -61,7 +61,6 @@ public:
 
     double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const override;
     void updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set) override;
-    void updateWithSetNormalize(const tkFeaturePattern& pattern, const std::vector<long>& set, double factor);
 
     /// Learns from the patterns, every measurement divided by `factor`. Pattern by pattern gives the same bits as
     /// all at once. Throws tkClassifierDefs::BadParams if the patterns, usable or not, differ in their number of
@@ -78,22 +77,13 @@ public:
 
     const tkNMNormal& normal() const { return normal_; }
 
-    /// See tkNMNormal::referenceDeviations().
+    /// See tkNMNormal.
     void referenceDeviations(const std::vector<double>& deviations) { normal_.referenceDeviations(deviations); }
+    void changeNumber(const tkPtrHandle<tkNMChangeNumber>& number) { normal_.changeNumber(number); }
+    void swapStatistics(tkNMStatistics& other) noexcept { normal_.swapStatistics(other); }
 
-    /// What logValue() and updateWithData() do with a pattern of these n measurements, all valid, as long as nothing
-    /// is to be refused or skipped; false, and nothing done, otherwise.
-    bool logValueOfValid(const double* measurements, long n, double& result) const
-    {
-        return normal_.logDensity(measurements, n, result) == tkNMNormal::eOk;
-    }
-    bool updateWithValid(const double* measurements, long n) { return normal_.add(measurements, n) == tkNMNormal::eOk; }
-
-    /// For learning many patterns at once.
-    tkNMNormal& normal() { return normal_; }
-
-    /// Equal count, mean and covariance.
-    bool operator==(const tk_PDFMultivariateNormal& other) const { return normal_ == other.normal_; }
+    /// Same class, and equal count, mean and covariance.
+    bool operator==(const tk_PDFMultivariateNormal& other) const;
     bool operator!=(const tk_PDFMultivariateNormal& other) const { return !(*this == other); }
 
 private:
@@ -109,7 +99,7 @@ class TK_EXPORT tk_PDFBinomial : public tk_ProbabilityDensityFunction
 {
 public:
     /// M is measurement 0 of `maxValue`; *requires* that it is valid.
-    explicit tk_PDFBinomial(const tkFeaturePattern& maxValue);
+    tk_PDFBinomial(const tkFeaturePattern& maxValue);
 
     /// n; 0 while it has not been estimated.
     long numTrials() const { return numTrials_; }
@@ -129,7 +119,7 @@ public:
     double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const override;
     void updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set) override;
 
-    /// Equal n, p and M; a NaN is equal to anything.
+    /// Same class, and equal n, p and M; a NaN is equal to anything.
     bool operator==(const tk_PDFBinomial& other) const;
     bool operator!=(const tk_PDFBinomial& other) const { return !(*this == other); }
 
@@ -144,7 +134,7 @@ private:
     long numTrials_;
     double probability_;
     double maxValue_;
-    tk_PDFMultivariateNormal accumulator_; // of the values divided by maxValue_; not stored
+    tkNMNormal accumulator_; // of the values divided by maxValue_; not stored
 };
 
 #endif

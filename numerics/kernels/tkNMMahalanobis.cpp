@@ -1,16 +1,14 @@
-#include "numerics/tkNMMahalanobis.h"
+#include "numerics/kernels/tkNMMahalanobis.h"
 
 #include "foundation/tkScratch.h"
 #include "numerics/kernels/tkNMInstructions.h"
 #include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
-#include <cmath>
-#include <utility>
 
 namespace
 {
-/// Adds the columns before `end`, from j on, to the sums of block c and those below it; then those of these blocks.
+/// Adds columns j to end - 1 to the sums of block c and those below it, then the columns of these blocks.
 template <std::size_t blocks, std::size_t c, class Eight>
 TK_ALWAYS_INLINE void addColumns(const tkNMTriangle& w, std::size_t first, std::size_t j, std::size_t end,
                                  const double* v, Eight* y)
@@ -39,7 +37,7 @@ TK_ALWAYS_INLINE void addSquares(const tkNMTriangle& w, std::size_t first, const
         squares.addSquare(sum);
 }
 
-/// `v` has the deviations, and 0.0 behind them up to the end of their block.
+/// `v` has the deviations, then 0.0 up to a multiple of eight.
 template <class Eight>
 TK_ALWAYS_INLINE double squaredDistanceOf(const tkNMTriangle& w, const double* v)
 {
@@ -58,51 +56,31 @@ TK_ALWAYS_INLINE double squaredDistanceOf(const tkNMTriangle& w, const double* v
 }
 
 #if TK_HAS_X86_TARGETS
-TK_TARGET_AVX2 double squaredDistanceAVX2(const tkNMTriangle& w, const double* v)
+TK_TARGET_AVX2 double squaredDistanceAvx2(const tkNMTriangle& w, const double* v)
 {
     return squaredDistanceOf<LanesOf<4>>(w, v);
 }
 
-TK_TARGET_AVX512 double squaredDistanceAVX512(const tkNMTriangle& w, const double* v)
+TK_TARGET_AVX512 double squaredDistanceAvx512(const tkNMTriangle& w, const double* v)
 {
     return squaredDistanceOf<LanesOf<8>>(w, v);
 }
 #endif
 } // namespace
 
-tkNMMahalanobis::tkNMMahalanobis(std::vector<double> mean, std::vector<double> remainder, tkNMTriangle w)
-    : mean_(std::move(mean)),
-      remainder_(std::move(remainder)),
-      w_(std::move(w))
+double tkNMSquaredMahalanobis(const tkNMFactorisation& factorisation, const double* x, tkNMInstructions instructions)
 {
-}
-
-double tkNMMahalanobis::squaredDistance(const double* x, tkNMInstructions level) const
-{
-    if (dimension() == 1)
-    {
-        const double y = w_(0, 0) * deviation_(x, 0);
-        return y * y;
-    }
-    tkScratch<double, 256> v((dimension() + 7) / 8 * 8);
-    for (std::size_t j = 0; j < dimension(); ++j)
-        v[j] = deviation_(x, j);
-    std::fill(v.begin() + dimension(), v.end(), 0.0);
+    const std::size_t d = factorisation.dimension();
+    tkScratch<double, 256> v((d + 7) / 8 * 8);
+    for (std::size_t j = 0; j < d; ++j)
+        v[j] = (x[j] - factorisation.mean[j]) - factorisation.compensation[j];
+    std::fill(v.begin() + d, v.end(), 0.0);
 #if TK_HAS_X86_TARGETS
-    if (level == tkNMInstructions::Avx512)
-        return squaredDistanceAVX512(w_, v.data());
-    if (level == tkNMInstructions::Avx2)
-        return squaredDistanceAVX2(w_, v.data());
-#else
-    static_cast<void>(level);
+    if (instructions == tkNMInstructions::Avx512)
+        return squaredDistanceAvx512(factorisation.covariance.w, v.data());
+    if (instructions == tkNMInstructions::Avx2)
+        return squaredDistanceAvx2(factorisation.covariance.w, v.data());
 #endif
-    return squaredDistanceOf<LanesOf<plainWidth>>(w_, v.data());
-}
-
-bool tkNMMahalanobis::isFiniteAt(const double* x) const
-{
-    for (std::size_t j = 0; j < dimension(); ++j)
-        if (!std::isfinite(deviation_(x, j)))
-            return false;
-    return true;
+    static_cast<void>(instructions);
+    return squaredDistanceOf<LanesOf<plainWidth>>(factorisation.covariance.w, v.data());
 }

@@ -1,0 +1,53 @@
+#ifndef CLSS_CLASTOOL_BAYES_TK_BAYESACCELERATOR_H
+#define CLSS_CLASTOOL_BAYES_TK_BAYESACCELERATOR_H
+
+#include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
+#include "numerics/kernels/tkNMNormalBatch.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+/// Computes tk_CategoryModelBayesian::matchScore for all categories of a classifier.
+///
+/// Of each category it takes the first densities, as long as they are trained normal ones over consecutive
+/// measurements, and copies their factorisations into a batch; densities after these are evaluated one by one. It notes
+/// the change number of each category and compares it when a pattern is scored: a category that has changed goes by its
+/// model, as does a pattern with an invalid or missing measurement. Nothing is written after construction, so that
+/// copies of a classifier share one and several threads may use it. tk_BayesAccelerator_test.cpp holds it to the bits.
+class tk_BayesAccelerator
+{
+public:
+    using Models = std::vector<tkPtrHandle<tk_CategoryModel>>;
+
+    /// For these models, each a tk_CategoryModelBayesian. A density that several sets or models share is copied for one
+    /// of them at most, so that the memory is in proportion to the distinct densities.
+    explicit tk_BayesAccelerator(const Models& models);
+
+    /// scores[i] = models[i]->matchScore(pattern), in this order of evaluation, for the models of the construction.
+    /// Throws what the models throw.
+    void matchScores(const Models& models, const tkFeaturePattern& pattern, double* scores) const;
+
+    /// The normal density of set i, if the set is a range of consecutive measurements and the density of the very class
+    /// tk_PDFMultivariateNormal: a derived one may evaluate and learn in another way. Otherwise null.
+    static tk_PDFMultivariateNormal* normalOverRange(const tk_CategoryModelBayesian& model, std::size_t i);
+
+private:
+    struct Category_
+    {
+        tkPtrHandle<tkNMChangeNumber> changeNumber; // null: not accelerated
+        std::uint64_t value = 0;                    // of the change number, as it was
+        std::size_t numBatched = 0;                 // densities in the batch
+        std::vector<const tkNMNormal*> rest;        // the others; null: by its density
+    };
+
+    std::vector<std::vector<tkNMNormalBatch::Density>> noteCategories_(const Models& models);
+    static bool isCurrent_(const Category_& category, const tk_CategoryModelBayesian& model);
+    static double addRest_(const Category_& category, const tk_CategoryModelBayesian& model,
+                           const tkFeaturePattern& pattern, double score);
+
+    std::vector<Category_> categories_;
+    tkNMNormalBatch batch_;
+};
+
+#endif

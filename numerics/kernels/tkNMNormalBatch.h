@@ -1,0 +1,95 @@
+#ifndef NUMERICS_KERNELS_TKNMNORMALBATCH_H
+#define NUMERICS_KERNELS_TKNMNORMALBATCH_H
+
+#include "numerics/tkNMFactorisation.h"
+
+#include <cstddef>
+#include <vector>
+
+/// Computes tkNMFactorisation::logDensity for the densities of many categories at one point, summed for each category.
+///
+/// It holds copies of the factorisations, which it takes when it is constructed and never writes afterwards. Categories
+/// whose densities have the same sets of measurements stand side by side, one in each lane of a vector register: every
+/// lane takes the operations of one category alone, in their order. Categories for which that does not pay are computed
+/// one after the other. An evaluation costs about as much for eight categories as for one, and as long as the
+/// factorisations are read from a far cache, as much as reading them. tkNMNormalBatch_test.cpp holds it to the bits.
+class TK_EXPORT tkNMNormalBatch
+{
+public:
+    /// A density of the measurements from `first` on. The factorisation is copied.
+    struct Density
+    {
+        std::size_t first;
+        const tkNMFactorisation* factorisation;
+    };
+
+    /// The densities of each category. *Requires* a dimension > 0 of each, and instructions <= tkNMBestInstructions().
+    explicit tkNMNormalBatch(const std::vector<std::vector<Density>>& categories,
+                             tkNMInstructions instructions = tkNMBestInstructions());
+
+    /// Number of categories.
+    std::size_t size() const { return size_; }
+    /// Number of measurements of a point that are read.
+    std::size_t reach() const { return reach_; }
+
+    /// logs[c] = ((0.0 + f_0) + f_1) + ..., the log densities of category c at the reach() measurements x, for size()
+    /// categories. NaN, for not computed, where the squared distances of a category add up to more than
+    /// tkNMFactorisation::largestSquare or to NaN.
+    void logLikelihoods(const double* x, double* logs) const;
+
+    /// The measurements of a density, `size` from `first` on.
+    struct Set
+    {
+        std::size_t first;
+        std::size_t size;
+
+        bool operator<(const Set& other) const
+        {
+            return first < other.first || (first == other.first && size < other.size);
+        }
+    };
+
+    /// Sets of one size, each of which begins where the one before it ends.
+    struct Range
+    {
+        Set first;
+        std::size_t count;
+
+        bool isContinuedBy(const Set& set) const
+        {
+            return set.size == first.size && set.first == first.first + count * first.size;
+        }
+    };
+
+private:
+    /// Categories that share the lanes of a register. Their factorisations follow one another in the stream.
+    struct Lanes_
+    {
+        std::size_t width;
+        std::vector<std::size_t> categories;
+        std::vector<Range> ranges;
+        std::size_t begin; // in the stream
+    };
+    /// A category that is computed by itself.
+    struct Single_
+    {
+        std::size_t category;
+        std::vector<std::size_t> firsts;
+        std::vector<tkNMFactorisation> factorisations; // parallel
+    };
+
+    void place_(const std::vector<Set>& sets, const std::vector<std::size_t>& alike,
+                const std::vector<std::vector<Density>>& categories);
+    void fill_(const Lanes_& lanes, const std::vector<std::vector<Density>>& categories);
+    double logLikelihood_(const Single_& single, const double* x) const;
+
+    tkNMInstructions instructions_;
+    std::size_t size_;
+    std::size_t reach_ = 0;
+    std::size_t largestSet_ = 0;
+    std::vector<Lanes_> lanes_;
+    std::vector<Single_> singles_;
+    tkNMAlignedDoubles stream_;
+};
+
+#endif

@@ -1,0 +1,151 @@
+#include "numerics/kernels/tkNMNormalBatch.h"
+
+#include "foundation/tkAssert.h"
+#include "instructionSets.h"
+#include "tests/numerics/factorisations.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+
+using factorisations::anyNumber;
+using factorisations::haveSameBits;
+
+namespace
+{
+using Sets = std::vector<tkNMNormalBatch::Set>;
+using Densities = std::vector<tkNMNormalBatch::Density>;
+
+/// What the definition gives for one category.
+struct Expected
+{
+    double sum = 0.0;
+    double squares = 0.0;
+};
+
+Expected expectedOf(const Densities& densities, const double* x)
+{
+    Expected expected;
+    for (const tkNMNormalBatch::Density& density : densities)
+    {
+        const double* const point = x + density.first;
+        expected.squares += density.factorisation->squaredDistance(point, tkNMInstructions::Definition);
+        expected.sum += density.factorisation->logDensity(point, tkNMInstructions::Definition);
+    }
+    return expected;
+}
+
+const std::vector<Sets> shapes{
+    {},
+    {{0, 1}},
+    {{0, 1}, {1, 1}, {2, 1}, {7, 1}},
+    {{3, 2}, {0, 3}},
+    {{0, 4}, {6, 1}, {4, 2}},
+    {{1, 5}, {0, 7}},
+    {{0, 8}},
+    {{2, 13}, {0, 1}},
+    {{0, 16}, {16, 6}},
+    {{1, 31}},
+    {{0, 47}},
+};
+} // namespace
+
+TEST(tkNMNormalBatch, everyInstructionSetHasTheSumsOfTheDefinition)
+{
+    std::mt19937_64 generator(16);
+    const std::size_t reach = 48;
+    int sums = 0;
+    int refused = 0;
+    for (int round = 0; round < 500; ++round)
+    {
+        const bool isHostile = round % 3 == 2;
+        std::vector<Densities> categories(generator() % 24);
+        std::vector<std::unique_ptr<tkNMFactorisation>> factorised;
+        for (Densities& densities : categories)
+            for (const auto& set : shapes[(static_cast<std::size_t>(round) + generator() % 3) % shapes.size()])
+            {
+                const bool isStrange = isHostile && generator() % 4 == 0;
+                factorised.push_back(std::make_unique<tkNMFactorisation>(
+                    factorisations::random(set.size, generator, isStrange, isStrange, isStrange)));
+                densities.push_back({set.first, factorised.back().get()});
+            }
+        // At the end of its memory, so that a sanitizer sees a read beyond it; and not aligned.
+        const auto x = std::make_unique<double[]>(reach + 1);
+        for (std::size_t j = 0; j <= reach; ++j)
+            x[j] = anyNumber(generator, isHostile && round % 2 == 0);
+        for (const tkNMInstructions set : instructionSets())
+        {
+            const tkNMNormalBatch batch(categories, set);
+            ASSERT_EQ(batch.size(), categories.size());
+            ASSERT_LE(batch.reach(), reach);
+            std::vector<double> logs(categories.size(), 7.0);
+            const double* const point = x.get() + 1 + reach - batch.reach();
+            batch.logLikelihoods(point, logs.data());
+            for (std::size_t c = 0; c < categories.size(); ++c)
+            {
+                const Expected expected = expectedOf(categories[c], point);
+                const bool isFar = !(expected.squares <= std::numeric_limits<double>::max());
+                (isFar ? refused : sums) += 1;
+                ASSERT_TRUE(haveSameBits(isFar ? std::nan("") : expected.sum, logs[c]))
+                    << round << ' ' << c << ' ' << set;
+            }
+        }
+    }
+    EXPECT_GT(sums, 10000);
+    EXPECT_GT(refused, 300);
+}
+
+TEST(tkNMNormalBatch, sumsThatAreTooLargeForLanesAreNotComputed)
+{
+    std::mt19937_64 generator(17);
+    const tkNMFactorisation one = factorisations::random(1, generator);
+    const tkNMFactorisation two = factorisations::random(2, generator);
+    const std::vector<Densities> categories(8, Densities{{0, &one}, {1, &two}});
+    const tkNMNormalBatch batch(categories);
+    for (const double far : {1e200, -1e200, HUGE_VAL, std::nan("")})
+        for (std::size_t j = 0; j < 3; ++j)
+        {
+            double x[] = {1.0, 2.0, 3.0};
+            double logs[8];
+            batch.logLikelihoods(x, logs);
+            EXPECT_EQ(logs[7], expectedOf(categories[7], x).sum);
+            x[j] = far;
+            batch.logLikelihoods(x, logs);
+            for (const double log : logs)
+                EXPECT_TRUE(std::isnan(log));
+        }
+}
+
+TEST(tkNMNormalBatch, keepsNothingOfTheFactorisationsThatItCopied)
+{
+    std::mt19937_64 generator(18);
+    const std::vector<double> x(40, 0.25);
+    for (const std::size_t d : {1u, 3u, 40u})
+        for (const std::size_t count : {1u, 2u, 9u}) // in lanes and one by one
+        {
+            tkNMFactorisation f = factorisations::random(d, generator);
+            const std::vector<Densities> categories(count, Densities{{0, &f}});
+            const tkNMNormalBatch batch(categories);
+            const double expected = expectedOf(categories[0], x.data()).sum;
+            f = factorisations::random(d, generator);
+            std::vector<double> logs(count);
+            batch.logLikelihoods(x.data(), logs.data());
+            for (const double log : logs)
+                EXPECT_EQ(log, expected);
+        }
+}
+
+TEST(tkNMNormalBatch, aCategoryWithoutDensitiesHasTheEmptySum)
+{
+    const tkNMNormalBatch none((std::vector<Densities>()));
+    EXPECT_EQ(none.size(), 0u);
+    EXPECT_EQ(none.reach(), 0u);
+    const tkNMNormalBatch empty(std::vector<Densities>(2));
+    double logs[] = {1.0, 1.0};
+    empty.logLikelihoods(nullptr, logs);
+    EXPECT_EQ(logs[0], 0.0);
+    EXPECT_EQ(logs[1], 0.0);
+    const tkNMFactorisation nothing;
+    EXPECT_THROW(tkNMNormalBatch(std::vector<Densities>(1, Densities{{0, &nothing}})), tkAssertionFailure);
+}

@@ -8,8 +8,8 @@
 /// Dense matrix of doubles, row by row.
 ///
 /// An element may carry a remainder: what its double leaves of a value that is known more exactly, so that
-/// element + remainder is that value. Statistics that are stored and later go on accumulating need it; it is
-/// below half a unit in the last place of its element and of no interest to arithmetic with the elements.
+/// element + remainder is that value (see tkNMExactQuotient for the smallest ones). Statistics that are stored and
+/// later go on accumulating need it; it is of no interest to arithmetic with the elements.
 class TK_EXPORT tkNMMatrix
 {
 public:

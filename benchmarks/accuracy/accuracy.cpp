@@ -1,15 +1,18 @@
 // Cross-validates Bayesian classification with one full dependency set per category.
 //
-// accuracy FREQUENCIES FOLDS DATA...: FREQUENCIES is "equal" or "shares" (of the training patterns), FOLDS a file with
-// the number of the fold in which each pattern is tested, DATA the ARFF files whose patterns follow one another, with
-// numbers in all columns but the last, which is the category. Prints the share of right decisions of each fold and the
-// mean of these shares. accuracy.py makes the folds.
+// accuracy FREQUENCIES FOLDS DATA: FREQUENCIES is "equal" or "shares" (of the training patterns), FOLDS a file with the
+// number of the fold in which each pattern is tested, DATA a file with a pattern on each line: its measurements and its
+// category, separated by commas. Prints the share of right decisions, and the mean of -ln of the class score of the
+// right category (at most 700 for a pattern, so that one at a score of 0 does not hide the others; a category without
+// training patterns has a score of 0), both averaged over the folds. accuracy.py makes folds and data.
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierResult.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -19,7 +22,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <strings.h>
 #include <vector>
 
 namespace
@@ -33,20 +35,11 @@ struct Data
     std::map<std::string, long> names; // of the labels, which number them as they come
 };
 
-void readARFF(const char* file, Data& data)
+void read(const char* file, Data& data)
 {
     std::ifstream stream(file);
-    bool isData = false;
     for (std::string line; std::getline(stream, line);)
     {
-        line.erase(line.find_last_not_of(" \t\r") + 1);
-        if (line.empty() || line[0] == '%')
-            continue;
-        if (!isData)
-        {
-            isData = strcasecmp(line.c_str(), "@data") == 0;
-            continue;
-        }
         std::istringstream fields(line);
         std::vector<double> values;
         std::string field;
@@ -55,12 +48,27 @@ void readARFF(const char* file, Data& data)
         data.patterns.emplace_back(new tkFeaturePattern(values));
         data.labels.push_back(data.names.emplace(field, static_cast<long>(data.names.size())).first->second);
     }
-    if (!isData)
+    if (data.patterns.empty())
         throw std::runtime_error(std::string("no data in ") + file);
 }
 
-/// The share of the patterns of one fold that a tool trained with the others classifies right.
-double shareOfRight(const Data& data, const std::vector<long>& folds, long fold, bool hasEqualFrequencies)
+struct Figures
+{
+    double right = 0.0;
+    double loss = 0.0;
+};
+
+/// -ln of the class score of a category.
+double lossOf(const tkClassifierResult& result, long label)
+{
+    for (const tkClassifierCategoryResult& each : result.categoryResults())
+        if (each.categoryLabel() == label && each.classScore() > 0.0)
+            return std::min(-std::log(each.classScore()), 700.0);
+    return 700.0;
+}
+
+/// What a tool trained with the patterns of the other folds makes of those of one.
+Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, bool hasEqualFrequencies)
 {
     tkClassifierDataProviderMemory training;
     std::map<long, double> counts;
@@ -84,46 +92,47 @@ double shareOfRight(const Data& data, const std::vector<long>& folds, long fold,
     tool.train(training, tkClassifierTrainParamsBayesian(types, frequencies));
 
     double tested = 0.0;
-    double right = 0.0;
+    Figures figures;
     tkClassifierResult result;
     for (std::size_t i = 0; i < folds.size(); ++i)
         if (folds[i] == fold)
         {
             tool.run(*data.patterns[i], result);
             tested += 1.0;
-            right += result.categoryResults().front().categoryLabel() == data.labels[i] ? 1.0 : 0.0;
+            figures.right += result.categoryResults().front().categoryLabel() == data.labels[i] ? 1.0 : 0.0;
+            figures.loss += lossOf(result, data.labels[i]);
         }
-    return right / tested;
+    return {figures.right / tested, figures.loss / tested};
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 4)
+    if (argc != 4)
     {
-        std::cerr << "accuracy equal|shares FOLDS DATA...\n";
+        std::cerr << "accuracy equal|shares FOLDS DATA\n";
         return 2;
     }
     try
     {
         Data data;
-        for (int i = 3; i < argc; ++i)
-            readARFF(argv[i], data);
+        read(argv[3], data);
         std::ifstream stream(argv[2]);
         std::vector<long> folds;
         for (long fold = 0; stream >> fold;)
             folds.push_back(fold);
         if (folds.size() != data.patterns.size())
             throw std::runtime_error("as many folds as patterns are needed");
-        double sum = 0.0;
+        Figures sum;
         const std::set<long> tested(folds.begin(), folds.end());
         for (const long fold : tested)
         {
-            const double share = shareOfRight(data, folds, fold, std::string(argv[1]) == "equal");
-            std::printf("%.4f ", share);
-            sum += share;
+            const Figures figures = figuresOf(data, folds, fold, std::string(argv[1]) == "equal");
+            sum.right += figures.right;
+            sum.loss += figures.loss;
         }
-        std::printf("%.4f\n", sum / static_cast<double>(tested.size()));
+        const double n = static_cast<double>(tested.size());
+        std::printf("%.4f %.3f\n", sum.right / n, sum.loss / n);
     }
     catch (const std::exception& error)
     {

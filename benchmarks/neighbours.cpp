@@ -1,6 +1,6 @@
 #include "machine.h"
-#include "naive.h"
 #include "peers.h"
+#include "tests/definition/definition.h"
 #include "workloads.h"
 
 #include "numerics/kernels/tkNMInstructions.h"
@@ -28,15 +28,15 @@ Tool libraryTool(const tkClassifierTool& classifier, const std::vector<tkFeature
             }};
 }
 
-Tool naiveTool(tkClassifierDataProviderMemory& provider, const naive::Metric& metric, long k,
+Tool naiveTool(tkClassifierDataProviderMemory& provider, const definition::Metric& metric, long k,
                const std::vector<tkFeaturePattern>& queries)
 {
     return {"naive", Role::Naive,
             [&provider, &metric, k, &queries](long first, long count)
             {
                 for (long i = first; i < first + count; ++i)
-                    keep(naive::classifyByNeighbours(provider, metric, k,
-                                                     queries[static_cast<std::size_t>(i) % queries.size()]));
+                    keep(definition::classifyByNeighbours(provider, metric, k,
+                                                          queries[static_cast<std::size_t>(i) % queries.size()]));
             }};
 }
 
@@ -87,18 +87,18 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
     for (const double order : orders)
     {
         classifier.retrain(paramsOf(k, order));
-        const naive::NormMetric metric(order);
+        const definition::NormMetric metric(order);
         const long checks = harness.size(table.rows > 100000 ? 3 : 16, 4);
         harness.check(findsTheSame(table, queries, k, order, checks,
                                    [&](tkClassifierDataProviderMemory& rows, const tkFeaturePattern& query)
-                                   { return naive::nearest(rows, metric, k, query); }),
+                                   { return definition::nearest(rows, metric, k, query); }),
                       workload + " finds the same neighbours as the definition");
         tkClassifierResult result;
         for (long q = 0; q < checks; ++q)
         {
             const tkFeaturePattern& query = queries[static_cast<std::size_t>(q)];
             classifier.run(query, result);
-            harness.check(naive::agrees(naive::classifyByNeighbours(provider, metric, k, query), result),
+            harness.check(definition::agrees(definition::classifyByNeighbours(provider, metric, k, query), result),
                           workload + " gives the same result as the definition");
         }
         const long count = allocations().count;
@@ -129,10 +129,10 @@ void compareWithScan(Harness& harness, const std::string& workload, const Table&
     tkClassifierDataProviderMemory provider = providerOf(table);
     tkClassifierTool classifier;
     classifier.train(provider, paramsOf(k, 2.0));
-    const naive::NormMetric metric(2.0);
+    const definition::NormMetric metric(2.0);
     harness.check(findsTheSame(table, queries, k, 2.0, harness.size(2, 4),
                                [&](tkClassifierDataProviderMemory& rows, const tkFeaturePattern& query)
-                               { return naive::nearest(rows, metric, k, query); }),
+                               { return definition::nearest(rows, metric, k, query); }),
                   workload + " finds the same neighbours as the definition");
     std::vector<const double*> rows;
     for (long i = 0; i < table.rows; ++i)

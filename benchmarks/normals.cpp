@@ -1,6 +1,6 @@
 #include "machine.h"
-#include "naive.h"
 #include "peers.h"
+#include "tests/definition/definition.h"
 #include "workloads.h"
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
@@ -34,7 +34,7 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
     tkClassifierDataProviderMemory provider = providerOf(table);
     tkClassifierTool classifier;
     classifier.train(provider, params);
-    const std::vector<naive::Category> categories = naive::trainNormals(provider, sets);
+    const std::vector<definition::Category> categories = definition::trainNormals(provider, sets);
 
     const Table queryTable = gaussianTable(harness.size(256, 32), table.columns, classes, 78);
     const std::vector<tkFeaturePattern> queries = patternsOf(queryTable);
@@ -42,7 +42,7 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
     for (const tkFeaturePattern& query : queries)
     {
         classifier.run(query, result);
-        harness.check(naive::nearlyAgrees(naive::classifyByNormals(categories, query), result),
+        harness.check(definition::nearlyAgrees(definition::classifyByNormals(categories, query), result),
                       workload + " gives the result of the definition");
     }
     const long count = allocations().count;
@@ -61,7 +61,7 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
          [&](long first, long times)
          {
              for (long i = first; i < first + times; ++i)
-                 keep(naive::classifyByNormals(categories, queries[static_cast<std::size_t>(i) % queries.size()]));
+                 keep(definition::classifyByNormals(categories, queries[static_cast<std::size_t>(i) % queries.size()]));
          }}};
     std::vector<Tool> training{{"clastool", Role::Library,
                                 [&](long, long times)
@@ -73,7 +73,7 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
                                 [&](long, long times)
                                 {
                                     for (long i = 0; i < times; ++i)
-                                        keep(naive::trainNormals(provider, sets));
+                                        keep(definition::trainNormals(provider, sets));
                                 }}};
     const std::vector<double> factors(static_cast<std::size_t>(classes * table.columns * (table.columns + 1) / 2), 1.0);
     for (Peer* peer : peers())

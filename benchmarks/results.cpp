@@ -1,5 +1,5 @@
 #include "machine.h"
-#include "naive.h"
+#include "tests/definition/definition.h"
 #include "workloads.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@ void results(Harness& harness)
     const long categories = harness.size(1000, 50);
     tkRandomUniform uniform(12);
     std::vector<tkClassifierCategoryResult> matchResults;
-    naive::Result naiveResults;
+    definition::Result naiveResults;
     for (long label = 0; label < categories; ++label)
     {
         matchResults.emplace_back(label, uniform.next(0.0, 1.0));
@@ -24,8 +24,8 @@ void results(Harness& harness)
             costs.misclassificationCostOverride(first, second, uniform.next(0.0, 5.0));
     }
     const tkClassifierFrequencies frequencies(1.0);
-    harness.check(naive::agrees(naive::result(naiveResults, frequencies, costs),
-                                tkClassifierResult(matchResults, frequencies, costs, 0.0)),
+    harness.check(definition::agrees(definition::result(naiveResults, frequencies, costs),
+                                     tkClassifierResult(matchResults, frequencies, costs, 0.0)),
                   "RESULT is that of the definition");
 
     std::vector<double> sums(static_cast<std::size_t>(categories));
@@ -41,7 +41,7 @@ void results(Harness& harness)
                       [&](long, long count)
                       {
                           for (long i = 0; i < count; ++i)
-                              keep(naive::result(naiveResults, frequencies, costs));
+                              keep(definition::result(naiveResults, frequencies, costs));
                       }},
                      {"the multiplications and additions alone", Role::Limit,
                       [&](long, long count)

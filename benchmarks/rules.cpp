@@ -1,5 +1,5 @@
-#include "naive.h"
 #include "peers.h"
+#include "tests/definition/definition.h"
 #include "workloads.h"
 
 #include <algorithm>
@@ -13,11 +13,11 @@ void ruleTables(Harness& harness)
 
     std::vector<Peer::Trapezoid> trapezoids;
     std::vector<tkClassifierRule> rules;
-    std::vector<naive::Rule> naiveRules;
+    std::vector<definition::Rule> naiveRules;
     for (long r = 0; r < numRules; ++r)
     {
         std::vector<tkPtrHandle<tkClsFtSc>> functions;
-        naive::Rule naiveRule{{}, r};
+        definition::Rule naiveRule{{}, r};
         for (long f = 0; f < numFeatures; ++f)
         {
             // A centre between 0 and 1, a plateau of 0.4 and flanks of 0.3.
@@ -28,7 +28,7 @@ void ruleTables(Harness& harness)
             function->init(t.corners[1], t.corners[0], t.corners[0], t.corners[2], t.corners[3], t.corners[3], 1.0, 0.0,
                            1.0, 0.0);
             functions.emplace_back(function);
-            naiveRule.scores.emplace_back(new naive::TwoSidedScore(*function));
+            naiveRule.scores.emplace_back(new definition::TwoSidedScore(*function));
         }
         rules.emplace_back();
         rules.back().init(functions, r);
@@ -54,7 +54,7 @@ void ruleTables(Harness& harness)
     }
     for (std::size_t i = 0; i < inputs.size(); ++i)
         harness.check(table.classifyHardThreshold(vectors[i], threshold) ==
-                          naive::classifyByRules(naiveRules, inputs[i], threshold),
+                          definition::classifyByRules(naiveRules, inputs[i], threshold),
                       "RULES decides as the definition");
 
     const auto library = [&](long first, long count)
@@ -68,7 +68,8 @@ void ruleTables(Harness& harness)
     {
         long sum = 0;
         for (long i = first; i < first + count; ++i)
-            sum += naive::classifyByRules(naiveRules, inputs[static_cast<std::size_t>(i) % inputs.size()], threshold);
+            sum +=
+                definition::classifyByRules(naiveRules, inputs[static_cast<std::size_t>(i) % inputs.size()], threshold);
         keep(sum);
     };
     std::vector<Tool> tools{{"clastool", Role::Library, library}, {"naive", Role::Naive, plain}};

@@ -1,5 +1,5 @@
-#include "naive.h"
 #include "peers.h"
+#include "tests/definition/definition.h"
 #include "workloads.h"
 
 #include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
@@ -26,14 +26,15 @@ tkPtrHandle<tkDecisionTree> treeFrom(long level, long leaf)
         new tkDecisionTreeNode(predicate, *treeFrom(level + 1, 2 * leaf + 1), *treeFrom(level + 1, 2 * leaf)));
 }
 
-tkPtrHandle_const<naive::Tree> naiveTreeFrom(long level, long leaf)
+tkPtrHandle_const<definition::Tree> naiveTreeFrom(long level, long leaf)
 {
     if (level == depth)
-        return tkPtrHandle_const<naive::Tree>(new naive::Leaf({{leaf, 0.0, 0.75, 0.25}, {leaf + 1, 0.0, 0.25, 0.75}}));
-    return tkPtrHandle_const<naive::Tree>(
-        new naive::Node(tkPtrHandle_const<naive::Predicate>(
-                            new naive::RangePredicate(0.5, std::numeric_limits<double>::infinity(), {level})),
-                        naiveTreeFrom(level + 1, 2 * leaf + 1), naiveTreeFrom(level + 1, 2 * leaf)));
+        return tkPtrHandle_const<definition::Tree>(
+            new definition::Leaf({{leaf, 0.0, 0.75, 0.25}, {leaf + 1, 0.0, 0.25, 0.75}}));
+    return tkPtrHandle_const<definition::Tree>(
+        new definition::Node(tkPtrHandle_const<definition::Predicate>(
+                                 new definition::RangePredicate(0.5, std::numeric_limits<double>::infinity(), {level})),
+                             naiveTreeFrom(level + 1, 2 * leaf + 1), naiveTreeFrom(level + 1, 2 * leaf)));
 }
 } // namespace
 
@@ -47,12 +48,12 @@ void decisionTrees(Harness& harness)
 
     tk_ClassifierDecisionTree classifier;
     classifier.trainManual(*treeFrom(0, 0));
-    const tkPtrHandle_const<naive::Tree> naiveTree = naiveTreeFrom(0, 0);
+    const tkPtrHandle_const<definition::Tree> naiveTree = naiveTreeFrom(0, 0);
     tkClassifierResult result;
     for (const tkFeaturePattern& query : queries)
     {
         classifier.run(query, result);
-        harness.check(naive::agrees(naive::classifyByTree(naiveTree, query), result),
+        harness.check(definition::agrees(definition::classifyByTree(naiveTree, query), result),
                       "TREE gives the result of the definition");
     }
     const long allocated = allocations().count;
@@ -71,7 +72,7 @@ void decisionTrees(Harness& harness)
          [&](long first, long count)
          {
              for (long i = first; i < first + count; ++i)
-                 keep(naive::classifyByTree(naiveTree, queries[static_cast<std::size_t>(i) % queries.size()]));
+                 keep(definition::classifyByTree(naiveTree, queries[static_cast<std::size_t>(i) % queries.size()]));
          }}};
     for (Peer* peer : peers())
         peer->addTree(tools, depth, queryTable);

@@ -18,6 +18,7 @@
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/clastool/clastool/tkClassifierTrainParams.h"
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+#include "clss/clastool/clastool/tkClsFtSc.h"
 #include "clss/clastool/clastool/tkDecisionTree.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "clss/clastool/clastool/tkPatternDistanceMetric.h"

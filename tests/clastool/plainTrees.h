@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <string>
@@ -59,22 +57,10 @@ inline Tree node(const Predicate& predicate, const Tree& trueTree, const Tree& f
 inline tkClassifierResult resultOf(const std::vector<long>& labels, double score = 0.5)
 {
     std::string bytes(2, '\0');
-    const auto append = [&bytes](auto value)
-    {
-        char raw[sizeof value];
-        std::memcpy(raw, &value, sizeof value);
-        bytes.append(raw, sizeof value);
-    };
-    append(static_cast<std::uint32_t>(labels.size()));
+    bytes += storeToBytes(static_cast<unsigned long>(labels.size()));
     for (const long label : labels)
-    {
-        bytes += '\0';
-        append(static_cast<std::int32_t>(label));
-        append(score);
-        append(score);
-        append(0.0);
-    }
-    append(0.0);
+        bytes += '\0' + storeToBytes(label) + storeToBytes(score) + storeToBytes(score) + storeToBytes(0.0);
+    bytes += storeToBytes(0.0);
     tkClassifierResult result;
     loadFromBytes(bytes, result);
     return result;

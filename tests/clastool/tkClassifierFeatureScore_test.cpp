@@ -3,6 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "tests/definition/definition.h"
 #include "tests/golden/ruleTable.h"
 #include "tkReports.h"
 #include "tkTest.h"
@@ -40,14 +41,6 @@ std::array<double, 5> fields(const tkClassifierFeatureScoreOneSided& f)
 std::array<double, 10> fields(const tkClassifierFeatureScoreTwoSided& f)
 {
     return {f.x0(), f.x1(), f.xc(), f.y0(), f.y1(), f.x0h(), f.x1h(), f.xch(), f.y0h(), f.y1h()};
-}
-
-/// The score of a one-sided function, written down from its definition case by case.
-double plainScore(double x0, double x1, double xc, double y0, double y1, double v)
-{
-    if (x0 <= x1 && x1 <= xc)
-        return v > xc ? 0.0 : v >= x1 ? y1 : v <= x0 ? y0 : (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
-    return v < xc ? 0.0 : v <= x1 ? y1 : v >= x0 ? y0 : (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
 }
 
 void expectSameBits(double expected, double actual, double v)
@@ -233,7 +226,7 @@ TEST(tkClassifierFeatureScoreOneSided, scoresAsTheDefinitionOnDenseGrids)
                 const double y1 = ys[random() % ys.size()];
                 const tkClassifierFeatureScoreOneSided f = oneSided(x0, x1, xc, y0, y1);
                 for (const double v : probes({x0, x1, xc}))
-                    expectSameBits(plainScore(x0, x1, xc, y0, y1, v), f.score(v), v);
+                    expectSameBits(definition::oneSidedScore(x0, x1, xc, y0, y1, v), f.score(v), v);
                 ++functions;
             }
     EXPECT_GT(functions, 100);
@@ -379,9 +372,7 @@ TEST(tkClassifierFeatureScoreTwoSided, scoresAsTheDefinitionOnDenseGrids)
         tkClassifierFeatureScoreTwoSided f;
         f.init(x[2], x[1], x[0], x0h, x[4], xch, y0, y1, y0h, y1h);
         for (const double v : probes({x.begin(), x.end()}))
-            expectSameBits(v >= x[3] ? plainScore(x0h, x[4], xch, y0h, y1h, v)
-                                     : plainScore(x[2], x[1], x[0], y0, y1, v),
-                           f.score(v), v);
+            expectSameBits(definition::twoSidedScore(f, v), f.score(v), v);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierRuleTable.h"
 #include "foundation/tkArchiveOperators.h"
+#include "tests/definition/definition.h"
 #include "tkAllocations.h"
 #include "tkReports.h"
 #include "tkTest.h"
@@ -29,103 +30,23 @@ constexpr double quietNaN = std::numeric_limits<double>::quiet_NaN();
 
 constexpr wchar_t x1Between[] = L"x1 must lie between x0 and xc";
 
-// ---- the definition, written down once more -------------------------------------------------------------------------
+using definition::ruleScore;
 
-/// What the definition throws, as a text.
-struct Failure
-{
-    std::wstring text;
-};
-
-/// How often the definition tells the assertion handler of something.
-int plainReports = 0;
-
-double reportedZero()
-{
-    ++plainReports;
-    return 0.0;
-}
-
-double plainOneSided(const OneSided& f, double v)
-{
-    const double x0 = f.x0(), x1 = f.x1(), xc = f.xc(), y0 = f.y0(), y1 = f.y1();
-    if ((x0 < x1 && xc < x1) || (x0 > x1 && xc > x1))
-        throw Failure{x1Between};
-    if (x0 <= x1 && x1 <= xc)
-    {
-        if (v > xc)
-            return 0.0;
-        if (v >= x1)
-            return y1;
-        if (v <= x0)
-            return y0;
-        return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
-    }
-    if (xc <= x1 && x1 <= x0)
-    {
-        if (v < xc)
-            return 0.0;
-        if (v <= x1)
-            return y1;
-        if (v >= x0)
-            return y0;
-        return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
-    }
-    return reportedZero();
-}
-
-double plainTwoSided(const TwoSided& f, double v)
-{
-    if ((f.x1() > f.x0() && f.x1() > f.xc()) || (f.x1() < f.x0() && f.x1() < f.xc()))
-        throw Failure{x1Between};
-    if ((f.x1h() > f.x0h() && f.x1h() > f.xch()) || (f.x1h() < f.x0h() && f.x1h() < f.xch()))
-        throw Failure{x1Between};
-    const double lowest = f.x0h() > f.xch() ? f.xch() : f.x0h();
-    if (f.x1h() < lowest)
-        return reportedZero();
-    if (f.x0() > lowest || f.x1() > lowest || f.xc() > lowest)
-        throw Failure{L"Bad x values"};
-    return v >= lowest ? plainOneSided(f.High(), v) : plainOneSided(f.Low(), v);
-}
-
-double plainScore(const tkClassifierRule& rule, const std::vector<double>& values)
-{
-    if (values.size() != rule.scoringMethods().size())
-        throw Failure{L"MismatchedFeatureVectorSize"};
-    double product = 1.0;
-    double used = 0.0;
-    for (std::size_t i = 0; i < values.size(); ++i)
-    {
-        const tkClsFtSc* const f = rule.scoringMethods()[i].get();
-        if (!f)
-            throw Failure{L"null"};
-        const auto* const two = dynamic_cast<const TwoSided*>(f);
-        const auto* const one = dynamic_cast<const OneSided*>(f);
-        const double s = two   ? plainTwoSided(*two, values[i])
-                         : one ? plainOneSided(*one, values[i])
-                               : f->score(values[i]);
-        if (s == -1.0 || std::isnan(s))
-            continue;
-        product = product * s;
-        used = used + 1.0;
-    }
-    return product > 0.0 ? std::pow(product, 1.0 / used) : product;
-}
-
-/// The label, or what is thrown.
+/// What a table of these rules answers by definition: the label, or the text of what is thrown.
 std::wstring plainAnswer(const std::vector<tkClassifierRule>& rules, const std::vector<double>& values,
                          double threshold)
 {
     try
     {
-        for (const tkClassifierRule& rule : rules)
-            if (plainScore(rule, values) > threshold)
-                return std::to_wstring(rule.label());
-        return L"-1";
+        return std::to_wstring(definition::classifyByRules(rules, values, threshold));
     }
-    catch (const Failure& failure)
+    catch (const definition::Failure& failure)
     {
         return failure.text;
+    }
+    catch (const tkBadPointer&)
+    {
+        return L"null";
     }
 }
 
@@ -353,19 +274,19 @@ void compareWithDefinition(unsigned seed, bool hostile, int rounds, Outcomes& ou
             if (random() % 2)
                 try
                 {
-                    const double score = plainScore(target, v); // and one unit beside it
+                    const double score = ruleScore(target, v); // and one unit beside it
                     if (score >= 0.0 && score <= 1.0)
                         threshold = random() % 2 ? score : std::max(0.0, std::nextafter(score, -1.0));
                 }
-                catch (const Failure&)
+                catch (...) // has no score
                 {
                 }
-            plainReports = 0;
+            definition::reports = 0;
             const std::wstring expected = plainAnswer(rules, v, threshold);
             const CountedReports reports;
             ASSERT_EQ(expected, answer(t, values(v), threshold)) << "round " << round << ", vector " << i;
-            ASSERT_EQ(plainReports, reports.count()) << "round " << round << ", vector " << i;
-            reported += plainReports;
+            ASSERT_EQ(definition::reports, reports.count()) << "round " << round << ", vector " << i;
+            reported += definition::reports;
             ++(expected == L"-1" ? none : std::iswdigit(static_cast<std::wint_t>(expected[0])) ? passed : failed);
         }
     }
@@ -694,7 +615,7 @@ TEST(tkClassifierRuleTableVeto, manySmallDegreesAreComparedByTheirMean)
             const std::vector<tkClassifierRule> rules = {rule(Functions(count, f), 5)};
             const std::vector<double> v(count, 0.5);
             const tkClassifierRuleTable t = table(rules);
-            const double score = plainScore(rules[0], v);
+            const double score = ruleScore(rules[0], v);
             for (double threshold : {0.0, 0.01, degree, score, score * (1 + 1e-13), score * (1 - 1e-13),
                                      score * (1 + 1e-11), score * (1 - 1e-11), std::nextafter(score, 0.0), 1.0})
             {
@@ -725,7 +646,7 @@ TEST(tkClassifierRuleTableVeto, productsNearTheSmallestDoubleAreComparedByTheirM
         const std::vector<tkClassifierRule> rules = {rule(functions, 5)};
         const std::vector<double> v(logs.size(), 0.5);
         const tkClassifierRuleTable t = table(rules);
-        const double score = plainScore(rules[0], v);
+        const double score = ruleScore(rules[0], v);
         for (const double threshold :
              {score, std::nextafter(score, 0.0), std::nextafter(score, 1.0), score * (1 - 1e-12), score * (1 + 1e-12),
               score * (1 - 3e-12), score * (1 + 3e-12), 0.0})

@@ -315,6 +315,19 @@ TEST_F(tkClassifierToolTest, runPassesItsArgumentsOnAndDoesNotCheckReadiness)
     EXPECT_EQ(script->log.front(), "recordRunInputs_ null 0 pattern");
 }
 
+TEST_F(tkClassifierToolTest, runWithoutAPlaceForTheResultReturnsIt)
+{
+    trainSilently();
+    const tkClassifierResult returned = tool.run(pattern, &diag, 7);
+    ASSERT_EQ(script->log.size(), 4u);
+    EXPECT_EQ(script->log.front(), "recordRunInputs_ dest 107 pattern");
+    tool.run(pattern, result);
+    EXPECT_FALSE(result.categoryResults().empty());
+    EXPECT_TRUE(returned == result);
+    tool.untrain();
+    EXPECT_TK_THROW(tool.run(pattern), tkClassifierDefs::NotTrained, trainBeforeRunning);
+}
+
 TEST_F(tkClassifierToolTest, anyFailureOfTheFactoryBecomesNotImplemented)
 {
     const std::function<void()> failures[] = {

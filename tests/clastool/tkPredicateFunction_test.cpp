@@ -64,7 +64,7 @@ void expectUnknownVersionAt(const std::string& record, std::size_t position, T& 
 } // namespace
 
 static_assert(std::is_abstract_v<tkPredicateFunction>);
-static_assert(!std::is_convertible_v<long, tkComparisonPredicate>);
+static_assert(std::is_convertible_v<long, tkComparisonPredicate>);
 
 TEST(tkPredicateFunction, theBaseFindsAllPredicatesEqual)
 {

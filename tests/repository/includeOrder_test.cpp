@@ -78,6 +78,7 @@ clss/clastool/clastool/tk_ClassifierKNN
 clss/clastool/clastool/tkPredicateFunction
 clss/clastool/clastool/tkDecisionTree
 clss/clastool/clastool/tk_ClassifierDecisionTree
+clss/clastool/clastool/tkClsFtSc
 clss/clastool/clastool/tkClassifierFeatureScore
 clss/clastool/clastool/tkClassifierRuleTable
 clss/clastool/clastool/tk_DataGenerator

@@ -9,9 +9,9 @@ class tkArchive;
 
 /// Cost of taking a pattern of one category for another: one default, and overrides for chosen ordered pairs.
 ///
-/// A cost is >= 0, in a unit of the host's choice; only ratios matter to a decision. Overrides stay in the
-/// order in which their pairs were first set. A setter that throws leaves the object as it was. A NaN cost
-/// passes.
+/// A cost is >= 0, in a unit of the host's choice; only ratios matter to a decision. A right decision costs nothing.
+/// Overrides stay in the order in which their pairs were first set. A setter that throws leaves the object as it was. A
+/// NaN cost passes.
 class TK_EXPORT tkClassifierCosts
 {
 public:
@@ -19,7 +19,7 @@ public:
     tkClassifierCosts(double defaultCost = 1.0);
     tkClassifierCosts(const tkClassifierCosts&) = default;
     tkClassifierCosts(tkClassifierCosts&&) = default;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkClassifierCosts& operator=(const tkClassifierCosts& other) { return *this = tkClassifierCosts(other); }
     tkClassifierCosts& operator=(tkClassifierCosts&&) = default;
 
@@ -36,7 +36,7 @@ public:
     /// the labels are equal, then if one is negative. Linear in the number of overrides.
     double misclassificationCost(long first, long second) const;
 
-    /// Removes the overrides; the default stays.
+    /// Removes the overrides; the default stays and holds for every pair.
     void clearMisclassificationOverrides();
 
     /// One override: the cost of taking `first` for `second`.
@@ -66,6 +66,8 @@ private:
     std::vector<double> costs_;      // parallel, >= 0
 };
 
+/// The record is a version byte, the default, the first labels, the second labels, the costs. Loading checks no values,
+/// but throws tkArchive::Errors if the three are not equally long.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierCosts& costs);
 
 #endif

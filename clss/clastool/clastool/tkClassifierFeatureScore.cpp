@@ -21,7 +21,7 @@ constexpr wchar_t y0Range[] = L"y0 must be between 0 and 1";
 constexpr wchar_t y1Range[] = L"y1 must be between 0 and 1";
 constexpr wchar_t x1Between[] = L"x1 must lie between x0 and xc";
 
-void checkLevel(double y, const wchar_t* text)
+void checkDegree(double y, const wchar_t* text)
 {
     if (!(y >= 0.0) || y > 1.0)
         throw tkClassifierDefs::BadParams(text);
@@ -94,8 +94,8 @@ tkClassifierFeatureScoreOneSided::tkClassifierFeatureScoreOneSided()
 
 void tkClassifierFeatureScoreOneSided::init(double x0, double x1, double xc, double y0, double y1)
 {
-    checkLevel(y0, y0Range);
-    checkLevel(y1, y1Range);
+    checkDegree(y0, y0Range);
+    checkDegree(y1, y1Range);
     if (!((x1 <= x0 || x1 <= xc) && (x1 >= x0 || x1 >= xc)))
         throw tkClassifierDefs::BadParams(L"x1 must be lie between x0 and xc"); // the doubled verb is deliberate
     x0_ = x0;
@@ -108,13 +108,13 @@ void tkClassifierFeatureScoreOneSided::init(double x0, double x1, double xc, dou
 
 void tkClassifierFeatureScoreOneSided::y0(double y0)
 {
-    checkLevel(y0, y0Range);
+    checkDegree(y0, y0Range);
     set_(y0_, y0);
 }
 
 void tkClassifierFeatureScoreOneSided::y1(double y1)
 {
-    checkLevel(y1, y1Range);
+    checkDegree(y1, y1Range);
     set_(y1_, y1);
 }
 
@@ -206,14 +206,14 @@ void tkClassifierFeatureScoreTwoSided::y1(double y1)
 
 void tkClassifierFeatureScoreTwoSided::y0h(double y0h)
 {
-    checkLevel(y0h, L"y0h must be between 0 and 1");
+    checkDegree(y0h, L"y0h must be between 0 and 1");
     high_.y0(y0h);
     updateSupport_();
 }
 
 void tkClassifierFeatureScoreTwoSided::y1h(double y1h)
 {
-    checkLevel(y1h, L"y1h must be between 0 and 1");
+    checkDegree(y1h, L"y1h must be between 0 and 1");
     high_.y1(y1h);
     updateSupport_();
 }

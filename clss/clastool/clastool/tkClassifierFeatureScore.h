@@ -1,43 +1,9 @@
 #ifndef CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERFEATURESCORE_H
 #define CLSS_CLASTOOL_CLASTOOL_TKCLASSIFIERFEATURESCORE_H
 
-#include "foundation/tkPtrHandle.h"
+#include "clss/clastool/clastool/tkClsFtSc.h"
 
 class tkArchive;
-
-/// Membership function of one feature (Zadeh, Information and Control 8, 1965): to which degree in [0, 1] a
-/// value is what a rule expects of the feature. The score -1.0 is reserved: it tells the rule to leave the
-/// feature out.
-class TK_EXPORT tkClsFtSc : public tkRepBase
-{
-public:
-    /// Degree of membership of `value`, in the unit of the measurement; or -1.0.
-    virtual double score(double value) const = 0;
-
-    /// A new copy of the same class.
-    virtual tkPtrHandle<tkClsFtSc> clone() const = 0;
-
-    /// Same class and same parameters.
-    virtual bool operator==(const tkClsFtSc& other) const = 0;
-    bool operator!=(const tkClsFtSc& other) const { return !(*this == other); }
-};
-
-/// Closed interval of feature values, the support of a membership function or more: below `low` and above `high` the
-/// function scores 0. Both are NaN if score() may fail.
-struct tkFeatureScoreSupport
-{
-    double low;
-    double high;
-};
-
-/// Leaves its feature out of the rule: scores every value -1.0, NaN included.
-class TK_EXPORT tkClassifierFeatureScoreIgnore : public tkClsFtSc
-{
-public:
-    double score(double value) const override;
-    tkPtrHandle<tkClsFtSc> clone() const override;
-    bool operator==(const tkClsFtSc& other) const override;
-};
 
 /// A ramp between two plateaus, cut off at one end.
 ///
@@ -64,18 +30,18 @@ public:
     /// Cut-off, itself still on the inner plateau.
     double xc() const { return xc_; }
     void xc(double xc) { set_(xc_, xc); }
-    /// Level of the outer plateau. Throws tkClassifierDefs::BadParams unless it is in [0, 1].
+    /// Degree on the outer plateau. Throws tkClassifierDefs::BadParams unless it is in [0, 1].
     double y0() const { return y0_; }
     void y0(double y0);
-    /// Level of the inner plateau. Throws tkClassifierDefs::BadParams unless it is in [0, 1].
+    /// Degree on the inner plateau. Throws tkClassifierDefs::BadParams unless it is in [0, 1].
     double y1() const { return y1_; }
     void y1(double y1);
 
-    /// Kept up to date by whatever changes a field.
+    /// Where the function scores more than 0, as far as the corners tell. Every change of a field updates it.
     const tkFeatureScoreSupport& support() const { return support_; }
 
-    /// Throws tkClassifierDefs::BadParams if x1 does not lie between x0 and xc. Where a NaN leaves open whether it
-    /// does, tells the assertion handler and returns 0.
+    /// The degree of `value`; NaN for NaN between the corners. Throws tkClassifierDefs::BadParams if x1 lies below or
+    /// above both x0 and xc. Where a NaN corner leaves the order open, tells the assertion handler and returns 0.
     double score(double value) const override;
     tkPtrHandle<tkClsFtSc> clone() const override;
     /// Fields count as equal when neither is less: a NaN equals anything.
@@ -111,7 +77,7 @@ public:
     /// A triangle of height 1 over [-1, 1], centred on 0.
     tkClassifierFeatureScoreTwoSided();
 
-    /// Sets all ten: Low's x, High's x, Low's levels, High's levels. Throws tkClassifierDefs::BadParams if an x of
+    /// Sets all ten: Low's x, High's x, Low's degrees, High's degrees. Throws tkClassifierDefs::BadParams if an x of
     /// Low lies above the lowest x of High, then as init() of Low, then as init() of High.
     void init(double x0, double x1, double xc, double x0h, double x1h, double xch, double y0, double y1, double y0h,
               double y1h);
@@ -123,7 +89,7 @@ public:
     void x1(double x1) { low_.x1(x1), updateSupport_(); }
     double xc() const { return low_.xc(); }
     void xc(double xc) { low_.xc(xc), updateSupport_(); }
-    /// Throw tkClassifierDefs::BadParams unless the level is in [0, 1].
+    /// Throw tkClassifierDefs::BadParams unless the degree is in [0, 1].
     double y0() const { return low_.y0(); }
     void y0(double y0);
     double y1() const { return low_.y1(); }
@@ -144,7 +110,7 @@ public:
     const tkClassifierFeatureScoreOneSided& Low() const { return low_; }
     const tkClassifierFeatureScoreOneSided& High() const { return high_; }
 
-    /// From the lower end of Low's support to the upper end of High's. Kept up to date by whatever changes a field.
+    /// From the lower end of Low's support to the upper end of High's. Every change of a field updates it.
     const tkFeatureScoreSupport& support() const { return support_; }
 
     /// High's score from the lower end of High on, Low's below. Throws tkClassifierDefs::BadParams if Low's, then if

@@ -19,7 +19,7 @@ public:
     tkClassifierFrequencies(double frequency = 1.0);
     tkClassifierFrequencies(const tkClassifierFrequencies&) = default;
     tkClassifierFrequencies(tkClassifierFrequencies&&) = default;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkClassifierFrequencies& operator=(const tkClassifierFrequencies& other)
     {
         return *this = tkClassifierFrequencies(other);
@@ -38,7 +38,7 @@ public:
     /// Frequency of a category. Throws tkClassifierDefs::BadLabel if label < 0. Linear in the number of overrides.
     double categoryFrequency(long label) const;
 
-    /// Removes the overrides; the default stays.
+    /// Removes the overrides; the default stays and holds for every category.
     void clearFrequencyOverrides();
 
     /// One override: the frequency of `label`.
@@ -66,6 +66,8 @@ private:
     std::vector<double> frequencies_; // > 0, parallel to labels_
 };
 
+/// The record is a version byte, the default, the labels, the frequencies. Loading checks no values, but throws
+/// tkArchive::Errors if there are not as many labels as frequencies.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFrequencies& frequencies);
 
 #endif

@@ -5,12 +5,15 @@
 
 #include <vector>
 
-/// The rule table's input: one value per feature, in the order of the rules' scoring methods.
+/// The rule table's input: one value per feature, in the order of the rules' scoring methods and in the units that
+/// these expect. Any value is allowed, NaN and infinities too.
 class TK_EXPORT tkClassifierFeatureVector
 {
 public:
+    /// No values.
     tkClassifierFeatureVector() = default;
-    explicit tkClassifierFeatureVector(const std::vector<double>& featureValues) : featureValues_(featureValues) {}
+    /// Copies the values.
+    tkClassifierFeatureVector(const std::vector<double>& featureValues) : featureValues_(featureValues) {}
 
     const std::vector<double>& featureValues() const { return featureValues_; }
 
@@ -37,10 +40,12 @@ public:
 
     /// One scoring function per feature, in feature order.
     const std::vector<tkPtrHandle<tkClsFtSc>>& scoringMethods() const { return scoringMethods_; }
+    /// The category; >= 0 once init() has run.
     long label() const { return label_; }
 
-    /// Geometric mean, in [0, 1], of the features' degrees of membership. Features that score -1.0 or NaN are left
-    /// out; with none left the score is 1. One degree of 0 makes the score 0 (a veto).
+    /// Geometric mean, in [0, 1], of the features' degrees of membership: pow(product, 1 / number of them). Features
+    /// that score -1.0 or NaN are left out; with none left the score is 1. One degree of 0 makes the score 0 (a veto).
+    /// A product that is not above 0 is the score itself.
     ///
     /// Throws tkClassifierDefs::BadParams if the numbers of values and scoring methods differ, then if both are 0,
     /// then what a scoring function throws; tkBadPointer for a null scoring method. Allocates nothing.
@@ -89,9 +94,11 @@ public:
     /// of scoring methods; the table then keeps its rules.
     void train(const std::vector<tkClassifierRule>& rules);
 
+    /// The rules in the order in which they are tried; none if untrained.
     const std::vector<tkClassifierRule>& rules() const { return rules_; }
 
-    /// Label of the first rule whose score is greater than `hardThreshold`; -1 if there is none.
+    /// Label of the first rule whose score is greater than `hardThreshold`; -1 if there is none. Later rules are not
+    /// scored. Time for each function of each rule up to that one.
     ///
     /// Throws tkClassifierDefs::BadParams unless the threshold is in [0, 1], tkClassifierDefs::NotTrained without
     /// rules, tkClassifierDefs::BadParams if there are no values, then if they are not as many as scoring methods, then
@@ -108,6 +115,8 @@ private:
     std::vector<tkClassifierRule> rules_;
 };
 
+/// The records carry no version byte of their own. Loading checks nothing: rules of different sizes, null functions and
+/// negative labels come back as they were stored.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVector);
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule);
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table);

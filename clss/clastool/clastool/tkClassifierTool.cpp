@@ -144,6 +144,13 @@ void tkClassifierTool::run(const tkFeaturePattern& pattern, tkClassifierResult& 
     (*classifier_)->run(pattern, result, diag, flags);
 }
 
+tkClassifierResult tkClassifierTool::run(const tkFeaturePattern& pattern, tkDiagObject* diag, unsigned long flags) const
+{
+    tkClassifierResult result;
+    run(pattern, result, diag, flags);
+    return result;
+}
+
 bool tkClassifierTool::operator==(const tkClassifierTool& other) const
 {
     if (isTrained() != other.isTrained())

@@ -13,8 +13,8 @@ class tk_Classifier;
 
 /// Trains and runs a classifier of any method; the training parameters choose the method.
 ///
-/// States: empty; holding an untrained classifier; trained from data; trained from a decision tree. A training that
-/// fails leaves the tool untrained. Copies never share a classifier. One trained tool may be run from many threads
+/// States: empty; holding an untrained classifier; trained from data; trained from a decision tree. A method's training
+/// that fails leaves the tool untrained. Copies never share a classifier. One trained tool may be run from many threads
 /// at once; every other operation needs the tool to itself. Stored and loaded with `archive || tool`; a loaded
 /// nearest-neighbour tool runs with default parameters until tool.retrain(*tool.trainParams()), see
 /// tkClassifierTrainParamsKNN.
@@ -32,14 +32,16 @@ public:
 
     /// Trains a new classifier of the technique that `params` chooses, then, if params.throwIfNotReady(), checks
     /// that it can run. Throws tkClassifierDefs::NotImplemented if `params` cannot create a classifier (the tool
-    /// is then empty); what the method's training throws; and the tkClassifierDefs::Errors of the check.
+    /// is then empty); what the method's training throws (untrained); and what the check throws (untrained after a
+    /// tkClassifierDefs::Errors; an exception of another class leaves the tool trained).
     void train(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
                tkDiagObject* diag = nullptr, unsigned long flags = 0);
 
     /// Replaces the parameters without new training, then checks as train() does. Throws
     /// tkClassifierDefs::NotTrained if untrained, tkClassifierDefs::BadMethod if the tool was not trained
-    /// automatically with the same technique, what the method throws (the tool then stays as it was), and the
-    /// tkClassifierDefs::Errors of the check (the tool is then untrained).
+    /// automatically with the same technique, what the method throws (the classifier keeps what its method left), and
+    /// what the check throws, as for train(): after a tkClassifierDefs::Errors the tool is untrained, after another
+    /// exception it is trained with the new parameters.
     void retrain(const tkClassifierTrainParams& params, tkDiagObject* diag = nullptr, unsigned long flags = 0);
 
     /// Makes the tool a decision-tree classifier with a clone of `tree`, which may be a part of the tool's own one.
@@ -62,6 +64,10 @@ public:
     /// `result` is then as it was.
     void run(const tkFeaturePattern& pattern, tkClassifierResult& result, tkDiagObject* diag = nullptr,
              unsigned long flags = 0) const;
+
+    /// The same, with the result as its value.
+    tkClassifierResult run(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr,
+                           unsigned long flags = 0) const;
 
     /// Both untrained, or equivalent classifiers.
     bool operator==(const tkClassifierTool& other) const;

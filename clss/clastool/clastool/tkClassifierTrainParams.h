@@ -8,6 +8,9 @@ class tk_Classifier;
 
 /// Parameters of one training technique. Their class chooses the technique: it creates the classifier that
 /// tkClassifierTool trains with them.
+///
+/// A classifier keeps a clone of the parameters it was trained with, and hands that out to be read. So they are not
+/// changed after a training but replaced, by tkClassifierTool::retrain().
 class TK_EXPORT tkClassifierTrainParams : public virtual tkPersistent, public virtual tkRepBase
 {
 public:
@@ -18,7 +21,7 @@ public:
     bool throwIfNotReady() const { return throwIfNotReady_; }
     void throwIfNotReady(bool throwIfNotReady) { throwIfNotReady_ = throwIfNotReady; }
 
-    /// A new copy of the concrete parameters.
+    /// A new copy of the concrete parameters, throwIfNotReady() included.
     virtual tkPtrHandle<tkClassifierTrainParams> clone() const = 0;
 
 protected:
@@ -27,7 +30,8 @@ protected:
 
     TK_RECORD;
 
-    /// Whether the other parameters are of the same class and value; an override asks the base first.
+    /// Whether the other parameters are of the same class and value. An override asks the base first, then compares the
+    /// exact classes, then its fields in the order of their declaration.
     virtual bool isEqual_(const tkClassifierTrainParams& other) const;
 
     /// Whether a classifier trained with the other parameters can be retrained with these.

@@ -7,24 +7,23 @@
 /// A decision tree built by hand: a node (tkDecisionTreeNode) or a leaf (tkDecisionTreeLeaf).
 ///
 /// Subtrees may be shared, within a tree and between trees: a chain of nodes whose two subtrees are one object
-/// has far more paths than objects. All operations take time for each object and not for each path, and they
-/// need no stack for the depth of a tree, as long as its objects are of exactly these classes; one of a host's
-/// class is asked and destroyed within the call of the one above it. An archive refuses trees deeper than its
-/// nesting limit. A tree loaded from damaged data may lack subtrees or predicates: where one is needed,
-/// tkBadPointer is thrown.
+/// has far more paths than objects. All operations take time for each object and not for each path.
+/// Trees of exactly these classes need no stack for their depth, except in archives: storing and loading recurse, and
+/// an archive refuses trees deeper than its nesting limit. A tree of a host's class is asked and destroyed recursively.
+/// A tree loaded from damaged data may lack subtrees or predicates: where one is needed, tkBadPointer is thrown.
 class TK_EXPORT tkDecisionTree : public tkPersistent, public tkRepBase
 {
 public:
     tkDecisionTree() = default;
 
     /// The labels that can come out of the tree, as the leaves list them from the false side to the true side,
-    /// each at its first place. A label that the leaf furthest on the false side repeats is repeated.
+    /// each at its first place. Duplicates are dropped, except within the first (all-false) leaf.
     virtual std::vector<long> categoryLabels() const = 0;
 
-    /// Number of categoryLabels(), found as they are.
+    /// Number of categoryLabels(), which are gathered to be counted.
     long numCategories() const;
 
-    /// A new tree that shares its subtrees with this one.
+    /// A new tree of the same class that shares its subtrees with this one. Constant time.
     virtual tkPtrHandle<tkDecisionTree> clone() const = 0;
 
     /// The same shape with equal predicates and equal results; which subtrees are shared makes no difference.
@@ -49,6 +48,7 @@ class TK_EXPORT tkDecisionTreeNode : public tkDecisionTree
 public:
     /// The default predicate, whether measurement 0 is valid, and one empty leaf as both subtrees.
     tkDecisionTreeNode();
+    /// Clones of the three.
     tkDecisionTreeNode(const tkPredicateFunction& predicate, const tkDecisionTree& trueTree,
                        const tkDecisionTree& falseTree);
     tkDecisionTreeNode(const tkDecisionTreeNode&) = default;
@@ -65,7 +65,7 @@ public:
     const tkPtrHandle_const<tkDecisionTree>& falseTree() const { return falseTree_; }
     void falseTree(const tkDecisionTree& tree);
 
-    /// The question asked here.
+    /// The question asked here: shared when read, cloned when set.
     const tkPtrHandle_const<tkPredicateFunction>& predicateFunction() const { return predicateFunction_; }
     void predicateFunction(const tkPredicateFunction& predicate);
 
@@ -89,8 +89,10 @@ private:
 class TK_EXPORT tkDecisionTreeLeaf : public tkDecisionTree
 {
 public:
-    explicit tkDecisionTreeLeaf(const tkClassifierResult& result = tkClassifierResult());
+    /// A copy of the result; by default one without categories.
+    tkDecisionTreeLeaf(const tkClassifierResult& result = tkClassifierResult());
 
+    /// The result, copied when set.
     const tkClassifierResult& classifierResult() const { return classifierResult_; }
     void classifierResult(const tkClassifierResult& result) { classifierResult_ = result; }
 

@@ -10,8 +10,9 @@
 /// What the host measured on one object: a fixed number of measurements, each valid or not.
 ///
 /// The units are the host's. An invalid measurement keeps the value it was given, which takes part in
-/// comparison and storing but in no classification. A pattern does not change once it is built, except
-/// by assignment; data providers share patterns through tkPtrHandle_const.
+/// comparison and storing but in no classification. A NaN is a value like others: mark what is missing as invalid. A
+/// pattern does not change once it is built, except by assignment; data providers share patterns through
+/// tkPtrHandle_const.
 class TK_EXPORT tkFeaturePattern : public tkPersistent, public tkRepBase
 {
 public:
@@ -21,10 +22,11 @@ public:
     tkFeaturePattern(const std::vector<double>& measurements = {}, const std::vector<long>& invalidIndices = {});
     tkFeaturePattern(const tkFeaturePattern&) = default;
     tkFeaturePattern(tkFeaturePattern&&) = default;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkFeaturePattern& operator=(const tkFeaturePattern& other) { return *this = tkFeaturePattern(other); }
     tkFeaturePattern& operator=(tkFeaturePattern&&) = default;
 
+    /// Number of measurements, valid or not.
     long numMeasurements() const { return static_cast<long>(measurements_.size()); }
 
     /// All stored values. Throws tkClassifierDefs::BadFeatures if `requireAllValid` and one is invalid.
@@ -48,6 +50,7 @@ public:
         return index < numMeasurements() && (validity_.empty() || validity_[static_cast<std::size_t>(index)]);
     }
 
+    /// Number of invalid measurements; constant time if there are none.
     long numInvalid() const
     {
         return validity_.empty() ? 0 : static_cast<long>(std::count(validity_.begin(), validity_.end(), false));

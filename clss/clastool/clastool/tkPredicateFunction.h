@@ -11,7 +11,7 @@
 ///
 /// The predicates of this library count a measurement beyond the end of a pattern as an invalid one. Predicates
 /// are equal if they are of the same class and ask the same; trees that share their subtrees rely on this being
-/// an equivalence.
+/// an equivalence. A host may derive predicates of its own.
 class TK_EXPORT tkPredicateFunction : public tkPersistent, public tkRepBase
 {
 public:
@@ -20,7 +20,7 @@ public:
     /// The answer for `pattern`; must be safe to call from several threads at once.
     virtual bool outcome(const tkFeaturePattern& pattern) const = 0;
 
-    /// A new copy.
+    /// A new copy of the same class. A tree keeps clones of the predicates that it is given.
     virtual tkPtrHandle<tkPredicateFunction> clone() const = 0;
 
     /// Whether the other predicate asks the same; an override asks the base first.
@@ -47,13 +47,16 @@ public:
     tkRangePredicate(const tkRange& range, const std::vector<long>& indices);
     tkRangePredicate(const tkRangePredicate&) = default;
     tkRangePredicate(tkRangePredicate&&) = default;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkRangePredicate& operator=(const tkRangePredicate& other) { return *this = tkRangePredicate(other); }
     tkRangePredicate& operator=(tkRangePredicate&&) = default;
 
+    /// The range, its ends included, and the measurements asked about, in the order given.
     const tkRange& range() const { return range_; }
     const std::vector<long>& indices() const { return indices_; }
 
+    /// Ends at the first measurement that is invalid, beyond the end or out of range. Throws tkClassifierDefs::BadIndex
+    /// for a negative index, which only a loaded predicate can hold.
     bool outcome(const tkFeaturePattern& pattern) const override
     {
         const std::vector<double>& measurements = pattern.featureMeasurements(false);
@@ -82,10 +85,12 @@ public:
     tkValidityPredicate();
 
     /// Throws tkClassifierDefs::BadIndex if an index is negative.
-    explicit tkValidityPredicate(const std::vector<long>& indices);
+    tkValidityPredicate(const std::vector<long>& indices);
 
+    /// The measurements asked about, in the order given.
     const std::vector<long>& indices() const { return indices_; }
 
+    /// Ends at the first invalid one. Throws as that of tkRangePredicate.
     bool outcome(const tkFeaturePattern& pattern) const override;
     tkPtrHandle<tkPredicateFunction> clone() const override;
 
@@ -104,11 +109,13 @@ class TK_EXPORT tkComparisonPredicate : public tkPredicateFunction
 public:
     /// Throws tkClassifierDefs::BadParams if the indices are equal, then tkClassifierDefs::BadIndex if one is
     /// negative.
-    explicit tkComparisonPredicate(long index1 = 0, long index2 = 1);
+    tkComparisonPredicate(long index1 = 0, long index2 = 1);
 
+    /// The measurement that has to be the greater one, and the other.
     long index1() const { return index1_; }
     long index2() const { return index2_; }
 
+    /// False where a measurement is invalid, beyond the end or NaN. Throws as that of tkRangePredicate.
     bool outcome(const tkFeaturePattern& pattern) const override;
     tkPtrHandle<tkPredicateFunction> clone() const override;
 

@@ -7,7 +7,11 @@
 
 class tkFeaturePattern;
 
-/// The model of one category in a method that models each by itself.
+/// The model of one category in a method that models each category by itself, as the Bayesian one does.
+///
+/// It belongs to the classifier that trained it, and to its copies: copies of a classifier share their models. It may
+/// score in many threads at once, but learn in none meanwhile. The record is the label, then the number of
+/// measurements.
 class TK_EXPORT tk_CategoryModel : public tkPersistent, public tkRepBase
 {
 public:
@@ -19,14 +23,16 @@ public:
     long numMeasurements() const { return numMeasurements_; }
     void numMeasurements(long measurements) { numMeasurements_ = measurements; }
 
-    /// How well the pattern fits the category, on a scale of the method's.
+    /// How well the pattern fits the category, on a scale of the method's: the Bayesian one gives a log likelihood.
+    /// Throws where the model cannot score the pattern.
     virtual double matchScore(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr,
                               unsigned long flags = 0) const = 0;
 
-    /// Learns from one pattern of the category.
+    /// Learns from one pattern of the category. What it does with an unusable pattern is the model's affair, and what
+    /// it throws.
     virtual void adapt(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr, unsigned long flags = 0) = 0;
 
-    /// Equal label and number of measurements.
+    /// Equal label and number of measurements; derived classes add what they have learned.
     bool operator==(const tk_CategoryModel& other) const;
     bool operator!=(const tk_CategoryModel& other) const { return !(*this == other); }
 

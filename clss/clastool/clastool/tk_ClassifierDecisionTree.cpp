@@ -68,13 +68,13 @@ tkPtrHandle<tk_Classifier> tk_ClassifierDecisionTree::clone() const
 
 bool tk_ClassifierDecisionTree::isEquivalent(const tk_Classifier& other) const
 {
-    const auto* const tree = dynamic_cast<const tk_ClassifierDecisionTree*>(&other);
-    return tree && *tree == *this;
+    return typeid(*this) == typeid(other) && *this == static_cast<const tk_ClassifierDecisionTree&>(other);
 }
 
 bool tk_ClassifierDecisionTree::operator==(const tk_ClassifierDecisionTree& other) const
 {
-    return tk_Classifier::isEquivalent(other) && decisionTree_->isEqual(*other.decisionTree_);
+    return typeid(*this) == typeid(other) && tk_Classifier::isEquivalent(other) &&
+           decisionTree_->isEqual(*other.decisionTree_);
 }
 
 void tk_ClassifierDecisionTree::train_(const tkClassifierDataProvider&, const tkClassifierTrainParams&)

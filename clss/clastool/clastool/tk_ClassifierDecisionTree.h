@@ -5,7 +5,8 @@
 #include "clss/clastool/clastool/tk_Classifier.h"
 
 /// The decision-tree classifier: gives every pattern the result of the leaf that it reaches in a tree built by
-/// hand. It learns nothing from data and has no training parameters. Copies share the tree.
+/// hand. It learns nothing from data and has no training parameters. Copies share the tree, which nobody changes: a
+/// classifier keeps a clone of its own. A trained one may be run in many threads at once.
 class TK_EXPORT tk_ClassifierDecisionTree : public tk_Classifier
 {
 public:
@@ -14,18 +15,20 @@ public:
     /// destination; recordTrainResults_(). Throws what the clone throws; the classifier is then untrained.
     void trainManual(const tkDecisionTree& tree, tkDiagObject* diag = nullptr, unsigned long flags = 0);
 
-    /// The tree. *Requires* a trained classifier.
+    /// The tree, shared. *Requires* a trained classifier.
     const tkPtrHandle_const<tkDecisionTree>& decisionTree() const;
 
+    /// A copy that shares the tree.
     tkPtrHandle<tk_Classifier> clone() const override;
 
-    /// Equal trees. Throws tkBadPointer if both classifiers are untrained.
+    /// The same class, then as tk_Classifier compares, then equal trees. Throws tkBadPointer if both are untrained.
     bool isEquivalent(const tk_Classifier& other) const override;
     bool operator==(const tk_ClassifierDecisionTree& other) const;
     bool operator!=(const tk_ClassifierDecisionTree& other) const { return !(*this == other); }
 
 protected:
-    /// The four steps of training from data throw tkClassifierDefs::NotImplemented.
+    /// The four steps of training from data throw tkClassifierDefs::NotImplemented, one text for training and
+    /// retraining, another for incremental training.
     void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) override;
     void retrain_(const tkClassifierTrainParams& params) override;
     void trainStart_(const tkClassifierTrainParams& params) override;
@@ -34,10 +37,13 @@ protected:
     bool isTrained_() const override;
     /// Every tree can be run.
     void checkRunnable_() const override {}
-    /// Allocates nothing but what the copy of the result needs. Throws what the predicates throw.
+    /// Follows the predicates from the root to a leaf and copies its result: one predicate per level of the tree.
+    /// Allocates nothing but what the copy needs. Throws what the predicates throw, and tkBadPointer where a loaded
+    /// tree lacks a part. *Requires* nodes and leaves of this library's classes or derived from them.
     void run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const override;
 
 private:
+    // Records nothing.
     void recordTrainInputs_(tkDiagObject*, unsigned long) const override {}
     void recordTrainDetails_(tkDiagObject*, unsigned long) const override {}
     void recordTrainResults_(tkDiagObject*, unsigned long) const override {}

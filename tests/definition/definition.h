@@ -1,14 +1,16 @@
-#ifndef BENCHMARKS_NAIVE_H
-#define BENCHMARKS_NAIVE_H
+#ifndef TESTS_DEFINITION_DEFINITION_H
+#define TESTS_DEFINITION_DEFINITION_H
 
 #include "clss/clastool/clastool.h"
 
+#include <string>
 #include <vector>
 
 /// The definitions written down as they read: every pattern and function behind a counted handle, every distance and
 /// score a virtual call, every power by the C library, everything computed where it is needed. What anyone would write
-/// first, and what the library must agree with.
-namespace naive
+/// first, and what the library must agree with: the oracle of the tests, and the plain competitor of the benchmarks.
+/// None of the library's numerics is used.
+namespace definition
 {
 using PatternHandle = tkPtrHandle_const<tkFeaturePattern>;
 
@@ -52,28 +54,40 @@ std::vector<long> nearest(tkClassifierDataProviderMemory& provider, const Metric
 Result classifyByNeighbours(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,
                             const tkFeaturePattern& query);
 
+/// What a rule or a scoring function throws.
+struct Failure
+{
+    std::wstring text;
+};
+
+/// How often a score met corners in an arrangement that cannot occur, of which the library tells the assertion handler.
+extern int reports;
+
+double oneSidedScore(double x0, double x1, double xc, double y0, double y1, double value);
+double oneSidedScore(const tkClassifierFeatureScoreOneSided& parameters, double value);
+double twoSidedScore(const tkClassifierFeatureScoreTwoSided& parameters, double value);
+
+/// Functions of other classes than these two are asked for their score.
+double ruleScore(const tkClassifierRule& rule, const std::vector<double>& values);
+
+/// The label of the first rule that scores above the threshold, or -1.
+long classifyByRules(const std::vector<tkClassifierRule>& rules, const std::vector<double>& values, double threshold);
+
 class Score : public tkRepBase
 {
 public:
     virtual double score(double value) const = 0;
 };
 
-/// A trapezoid of two one-sided functions that check their corners at every score.
+/// A trapezoid that checks its corners at every score.
 class TwoSidedScore : public Score
 {
 public:
-    explicit TwoSidedScore(const tkClassifierFeatureScoreTwoSided& parameters);
+    explicit TwoSidedScore(const tkClassifierFeatureScoreTwoSided& parameters) : parameters_(parameters) {}
     double score(double value) const override;
 
 private:
-    struct OneSided
-    {
-        double x0, x1, xc, y0, y1;
-        double score(double value) const;
-    };
-
-    OneSided low_;
-    OneSided high_;
+    tkClassifierFeatureScoreTwoSided parameters_;
 };
 
 struct Rule
@@ -175,6 +189,6 @@ private:
 };
 
 Result classifyByTree(tkPtrHandle_const<Tree> tree, const tkFeaturePattern& pattern);
-} // namespace naive
+} // namespace definition
 
 #endif

@@ -1,4 +1,4 @@
-#include "naive.h"
+#include "tests/definition/definition.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 #include <map>
 #include <stdexcept>
 
-namespace naive
+namespace definition
 {
 Result result(const Result& matchResults, const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs)
 {
@@ -111,16 +111,12 @@ Result classifyByNeighbours(tkClassifierDataProviderMemory& provider, const Metr
     return result(matchResults, tkClassifierFrequencies(1.0), tkClassifierCosts(1.0));
 }
 
-TwoSidedScore::TwoSidedScore(const tkClassifierFeatureScoreTwoSided& p)
-    : low_{p.x0(), p.x1(), p.xc(), p.y0(), p.y1()},
-      high_{p.x0h(), p.x1h(), p.xch(), p.y0h(), p.y1h()}
-{
-}
+int reports = 0;
 
-double TwoSidedScore::OneSided::score(double v) const
+double oneSidedScore(double x0, double x1, double xc, double y0, double y1, double v)
 {
     if ((x0 < x1 && xc < x1) || (x0 > x1 && xc > x1))
-        throw std::domain_error("x1 must lie between x0 and xc");
+        throw Failure{L"x1 must lie between x0 and xc"};
     if (x0 <= x1 && x1 <= xc)
     {
         if (v > xc)
@@ -131,25 +127,75 @@ double TwoSidedScore::OneSided::score(double v) const
             return y0;
         return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
     }
-    if (v < xc)
-        return 0.0;
-    if (v <= x1)
-        return y1;
-    if (v >= x0)
-        return y0;
-    return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
+    if (xc <= x1 && x1 <= x0)
+    {
+        if (v < xc)
+            return 0.0;
+        if (v <= x1)
+            return y1;
+        if (v >= x0)
+            return y0;
+        return (x1 * y0 - x0 * y1 - v * (y0 - y1)) / (x1 - x0);
+    }
+    ++reports;
+    return 0.0;
 }
 
-double TwoSidedScore::score(double v) const
+double oneSidedScore(const tkClassifierFeatureScoreOneSided& f, double v)
 {
-    if ((low_.x1 > low_.x0 && low_.x1 > low_.xc) || (low_.x1 < low_.x0 && low_.x1 < low_.xc))
-        throw std::domain_error("x1 must lie between x0 and xc");
-    if ((high_.x1 > high_.x0 && high_.x1 > high_.xc) || (high_.x1 < high_.x0 && high_.x1 < high_.xc))
-        throw std::domain_error("x1 must lie between x0 and xc");
-    const double lowest = high_.x0 > high_.xc ? high_.xc : high_.x0;
-    if (low_.x0 > lowest || low_.x1 > lowest || low_.xc > lowest)
-        throw std::domain_error("Bad x values");
-    return v >= lowest ? high_.score(v) : low_.score(v);
+    return oneSidedScore(f.x0(), f.x1(), f.xc(), f.y0(), f.y1(), v);
+}
+
+double twoSidedScore(const tkClassifierFeatureScoreTwoSided& f, double v)
+{
+    if ((f.x1() > f.x0() && f.x1() > f.xc()) || (f.x1() < f.x0() && f.x1() < f.xc()))
+        throw Failure{L"x1 must lie between x0 and xc"};
+    if ((f.x1h() > f.x0h() && f.x1h() > f.xch()) || (f.x1h() < f.x0h() && f.x1h() < f.xch()))
+        throw Failure{L"x1 must lie between x0 and xc"};
+    const double lowest = f.x0h() > f.xch() ? f.xch() : f.x0h();
+    if (f.x1h() < lowest)
+    {
+        ++reports;
+        return 0.0;
+    }
+    if (f.x0() > lowest || f.x1() > lowest || f.xc() > lowest)
+        throw Failure{L"Bad x values"};
+    return v >= lowest ? oneSidedScore(f.High(), v) : oneSidedScore(f.Low(), v);
+}
+
+double TwoSidedScore::score(double value) const
+{
+    return twoSidedScore(parameters_, value);
+}
+
+double ruleScore(const tkClassifierRule& rule, const std::vector<double>& values)
+{
+    if (values.size() != rule.scoringMethods().size())
+        throw Failure{L"MismatchedFeatureVectorSize"};
+    double product = 1.0;
+    double used = 0.0;
+    for (std::size_t i = 0; i < values.size(); ++i)
+    {
+        const tkClsFtSc& function = *rule.scoringMethods()[i];
+        const auto* const two = dynamic_cast<const tkClassifierFeatureScoreTwoSided*>(&function);
+        const auto* const one = dynamic_cast<const tkClassifierFeatureScoreOneSided*>(&function);
+        const double s = two   ? twoSidedScore(*two, values[i])
+                         : one ? oneSidedScore(*one, values[i])
+                               : function.score(values[i]);
+        if (s == -1.0 || std::isnan(s))
+            continue;
+        product = product * s;
+        used = used + 1.0;
+    }
+    return product > 0.0 ? std::pow(product, 1.0 / used) : product;
+}
+
+long classifyByRules(const std::vector<tkClassifierRule>& rules, const std::vector<double>& values, double threshold)
+{
+    for (const tkClassifierRule& rule : rules)
+        if (ruleScore(rule, values) > threshold)
+            return rule.label();
+    return -1;
 }
 
 double Rule::score(const std::vector<double>& values) const
@@ -319,4 +365,4 @@ Result classifyByTree(tkPtrHandle_const<Tree> tree, const tkFeaturePattern& patt
     const auto& node = dynamic_cast<const Node&>(*tree);
     return classifyByTree(node.predicate()->outcome(pattern) ? node.trueTree() : node.falseTree(), pattern);
 }
-} // namespace naive
+} // namespace definition

@@ -1,15 +1,12 @@
 #ifndef NUMERICS_TKNMFACTORISATION_H
 #define NUMERICS_TKNMFACTORISATION_H
 
-#include "foundation/tkExport.h"
+#include "numerics/tkNMBestInstructions.h"
 #include "numerics/tkNMCovarianceFactor.h"
 
 #include <cstddef>
 #include <limits>
 #include <vector>
-
-enum class tkNMInstructions : int;
-TK_EXPORT tkNMInstructions tkNMBestInstructions();
 
 /// What the log density of a normal distribution at a point takes: the mean, the covariance as the inverse W of its
 /// Cholesky factor, and the log density at the mean. |W (x - m)|² is the squared Mahalanobis distance of x.

@@ -1,12 +1,11 @@
 #ifndef NUMERICS_TKNMNEIGHBORSEARCH_H
 #define NUMERICS_TKNMNEIGHBORSEARCH_H
 
+#include "numerics/tkNMBestInstructions.h"
 #include "numerics/tkNMByteDistances.h"
 
 #include <cstddef>
 #include <vector>
-
-TK_EXPORT tkNMInstructions tkNMBestInstructions();
 
 /// Finds the rows nearest to a query in the norm distance, reading one byte per measurement instead of eight.
 ///

@@ -1,14 +1,11 @@
 #ifndef NUMERICS_TKNMSTATISTICS_H
 #define NUMERICS_TKNMSTATISTICS_H
 
-#include "foundation/tkExport.h"
+#include "numerics/tkNMBestInstructions.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <cstddef>
 #include <vector>
-
-enum class tkNMInstructions : int;
-TK_EXPORT tkNMInstructions tkNMBestInstructions();
 
 /// Running count, means and sums of cross products of patterns, all of `dimension` measurements.
 ///

@@ -1,7 +1,7 @@
 #ifndef NUMERICS_KERNELS_TKNMINSTRUCTIONS_H
 #define NUMERICS_KERNELS_TKNMINSTRUCTIONS_H
 
-#include "foundation/tkExport.h"
+#include "numerics/tkNMBestInstructions.h"
 
 // Whether functions can be compiled for instructions that the target does not have by itself, one function at a time.
 // Contraction is off for the whole library, so that every instruction set rounds where plain code does.
@@ -13,8 +13,7 @@
 #define TK_HAS_X86_TARGETS 0
 #endif
 
-/// Instruction sets in ascending order; a processor that has one has those before it. Headers outside of this folder
-/// declare the type with `enum class tkNMInstructions : int;`.
+/// Instruction sets in ascending order; a processor that has one has those before it.
 enum class tkNMInstructions : int
 {
     Definition, // no kernel: the plain function that all others are held to
@@ -23,8 +22,5 @@ enum class tkNMInstructions : int
     Avx2,
     Avx512 // its F and BW parts
 };
-
-/// The best set of this processor and operating system. A cheap call.
-TK_EXPORT tkNMInstructions tkNMBestInstructions();
 
 #endif

@@ -33,6 +33,7 @@ foundation/tkPair
 foundation/tkScratch
 foundation/tkRandom
 foundation/tkDiagObject
+numerics/tkNMBestInstructions
 numerics/tkNMMatrix
 numerics/tkNMAligned
 numerics/tkNMTriangle

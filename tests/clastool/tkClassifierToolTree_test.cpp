@@ -208,6 +208,14 @@ std::vector<Operation> operations()
         {"assign itself", [](Tool& t) { t = *&t; }, always(empty)},
         {"assign its copy", [](Tool& t) { t = Tool(t); }, {empty, empty, empty, trainedData, trainedTree}},
         {"assign an empty tool", [](Tool& t) { t = Tool(); }, always(empty)},
+        {"assign a tool that holds an untrained classifier",
+         [](Tool& t)
+         {
+             Tool other;
+             enter(other, untrainedData);
+             t = other;
+         },
+         always(empty)},
         {"assign a tool trained from a tree", [](Tool& t) { t = golden::treeTool(); }, always(trainedTree)},
         {"load what it stores",
          [](Tool& t)

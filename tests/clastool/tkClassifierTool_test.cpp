@@ -17,7 +17,6 @@ const wchar_t notImplemented[] = L"The classification method specified by the tr
 const wchar_t trainBeforeRetraining[] = L"Classifier tool must be trained before retraining.";
 const wchar_t trainBeforeRunning[] = L"Classifier tool must be trained before running.";
 const wchar_t trainBeforeParams[] = L"Classifier tool must be trained before requesting the training parameters.";
-const wchar_t otherTechnique[] = L"Cannot retrain with a different classification technique.";
 
 /// What a tool holds, as far as its record tells: an empty one writes a null handle.
 bool holdsClassifier(const tkClassifierTool& tool)
@@ -70,7 +69,8 @@ protected:
 };
 } // namespace
 
-// The tool as a machine of states: every operation in every state, its outcome and the state after it.
+// What becomes of the tool when a step of its classifier fails, in every state. What becomes of it otherwise is a
+// matter of tkClassifierToolTree_test.cpp.
 namespace
 {
 enum State
@@ -130,24 +130,12 @@ std::vector<Operation> operations()
     using Tool = tkClassifierTool;
     using Params = ScriptedParams;
     using NotTrained = tkClassifierDefs::NotTrained;
-    using BadMethod = tkClassifierDefs::BadMethod;
     using BadFeatures = tkClassifierDefs::BadFeatures;
-    const Outcome unimplemented = fails<tkClassifierDefs::NotImplemented>(empty, notImplemented);
     const Outcome failed = fails<BadFeatures>(holdingUntrained, L"failed");
     const Outcome emptyCannotRetrain = fails<NotTrained>(empty, trainBeforeRetraining);
     const Outcome untrainedCannotRetrain = fails<NotTrained>(holdingUntrained, trainBeforeRetraining);
 
     return {
-        {"train",
-         [](Tool& tool, Script&, const Params& p) { tool.train(noData, p); },
-         {{trainedAutomatically}, {trainedAutomatically}, {trainedAutomatically}}},
-        {"train without a factory",
-         [](Tool& tool, Script& script, const Params& p)
-         {
-             script.actions["newClassifier_"] = throwing(L"factory");
-             tool.train(noData, p);
-         },
-         {unimplemented, unimplemented, unimplemented}},
         {"train that fails",
          [](Tool& tool, Script& script, const Params& p)
          {
@@ -171,12 +159,6 @@ std::vector<Operation> operations()
              tool.train(noData, patient);
          },
          {{trainedAutomatically}, {trainedAutomatically}, {trainedAutomatically}}},
-        {"retrain",
-         [](Tool& tool, Script&, const Params& p) { tool.retrain(p); },
-         {emptyCannotRetrain, untrainedCannotRetrain, {trainedAutomatically}}},
-        {"retrain with another technique",
-         [](Tool& tool, Script&, const Params& p) { tool.retrain(Params(p.script, 0, "foreign")); },
-         {emptyCannotRetrain, untrainedCannotRetrain, fails<BadMethod>(trainedAutomatically, otherTechnique)}},
         {"retrain that fails",
          [](Tool& tool, Script& script, const Params& p)
          {
@@ -200,58 +182,11 @@ std::vector<Operation> operations()
              tool.retrain(patient);
          },
          {emptyCannotRetrain, untrainedCannotRetrain, {trainedAutomatically}}},
-        {"untrain",
-         [](Tool& tool, Script&, const Params&) { tool.untrain(); },
-         {{empty}, {holdingUntrained}, {holdingUntrained}}},
-        {"run",
-         [](Tool& tool, Script&, const Params&)
-         {
-             tkClassifierResult result;
-             tool.run(tkFeaturePattern(), result);
-             EXPECT_EQ(result.categoryResults().size(), 1u);
-         },
-         {fails<NotTrained>(empty, trainBeforeRunning),
-          fails<NotTrained>(holdingUntrained, trainBeforeRunning),
-          {trainedAutomatically}}},
-        {"trainParams",
-         [](Tool& tool, Script&, const Params&) { EXPECT_FALSE(tool.trainParams().isNull()); },
-         {fails<NotTrained>(empty, trainBeforeParams),
-          fails<NotTrained>(holdingUntrained, trainBeforeParams),
-          {trainedAutomatically}}},
-        {"assignment of a trained tool",
-         [](Tool& tool, Script&, const Params& p)
-         {
-             Tool other;
-             bring(other, trainedAutomatically, p);
-             tool = other;
-         },
-         {{trainedAutomatically}, {trainedAutomatically}, {trainedAutomatically}}},
-        {"assignment of a tool that holds an untrained classifier",
-         [](Tool& tool, Script&, const Params& p)
-         {
-             Tool other;
-             bring(other, holdingUntrained, p);
-             tool = other;
-         },
-         {{empty}, {empty}, {empty}}},
-        {"assignment of an empty tool",
-         [](Tool& tool, Script&, const Params&) { tool = Tool(); },
-         {{empty}, {empty}, {empty}}},
-        {"assignment to itself",
-         [](Tool& tool, Script&, const Params&)
-         {
-             const Tool& self = tool;
-             tool = self;
-         },
-         {{empty}, {empty}, {empty}}},
-        {"loading an empty tool",
-         [](Tool& tool, Script&, const Params&) { loadFromBytes(std::string(5, '\0'), tool); },
-         {{empty}, {empty}, {empty}}},
     };
 }
 } // namespace
 
-TEST(tkClassifierTool, everyOperationInEveryStateHasItsOutcomeAndNextState)
+TEST(tkClassifierTool, everyFailingStepInEveryStateHasItsOutcomeAndNextState)
 {
     for (const Operation& operation : operations())
         for (int from = empty; from < numStates; ++from)

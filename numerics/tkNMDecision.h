@@ -2,11 +2,10 @@
 #define NUMERICS_TKNMDECISION_H
 
 #include "foundation/tkExport.h"
+#include "numerics/tkNMBestInstructions.h"
 
 #include <cstddef>
 #include <cstdint>
-
-enum class tkNMInstructions : int;
 
 /// Bayes' rule of minimum risk in numbers: one of n states is the case, and a decision for one of them is due (Duda,
 /// Hart and Stork, Pattern Classification, 2nd ed., section 2.2).

@@ -46,8 +46,6 @@ numerics/tkNMFactorisation
 numerics/tkNMChangeNumber
 numerics/tkNMNormal
 numerics/tkNMDecision
-numerics/tkNMByteDistances
-numerics/tkNMWideDistances
 numerics/tkNMNormDistance
 numerics/tkNMNeighborList
 numerics/tkNMNeighborSearch
@@ -59,6 +57,8 @@ numerics/kernels/tkNMCrossProducts
 numerics/kernels/tkNMMahalanobis
 numerics/kernels/tkNMNormalTrainer
 numerics/kernels/tkNMNormalBatch
+numerics/kernels/tkNMByteDistances
+numerics/kernels/tkNMNeighborFilter
 clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages
 clss/clastool/clastool/tk_PersistentClasses

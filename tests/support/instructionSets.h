@@ -15,6 +15,14 @@ inline std::vector<tkNMInstructions> instructionSets()
     return sets;
 }
 
+/// Those that kernels are written for: all but `Definition`.
+inline std::vector<tkNMInstructions> kernelSets()
+{
+    std::vector<tkNMInstructions> sets = instructionSets();
+    sets.erase(sets.begin());
+    return sets;
+}
+
 inline std::ostream& operator<<(std::ostream& stream, tkNMInstructions set)
 {
     const char* const names[] = {"Definition", "Portable", "Sse2", "Avx2", "Avx512"};

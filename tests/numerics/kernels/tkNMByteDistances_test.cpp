@@ -1,4 +1,4 @@
-#include "numerics/tkNMByteDistances.h"
+#include "numerics/kernels/tkNMByteDistances.h"
 
 #include "foundation/tkAssert.h"
 

@@ -1,8 +1,7 @@
-#include "numerics/tkNMByteDistances.h"
+#include "numerics/kernels/tkNMByteDistances.h"
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
-#include "numerics/kernels/tkNMInstructions.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,11 +1,10 @@
-#ifndef NUMERICS_TKNMBYTEDISTANCES_H
-#define NUMERICS_TKNMBYTEDISTANCES_H
+#ifndef NUMERICS_KERNELS_TKNMBYTEDISTANCES_H
+#define NUMERICS_KERNELS_TKNMBYTEDISTANCES_H
 
 #include "foundation/tkExport.h"
+#include "numerics/kernels/tkNMInstructions.h"
 
 #include <cstdint>
-
-enum class tkNMInstructions : int;
 
 /// Distances between a query and blocks of 64 rows that hold one byte per column: the inner loops of
 /// tkNMNeighborSearch, once per instruction set. No part of the interface that the library promises to keep.

@@ -1,0 +1,86 @@
+#include "numerics/kernels/tkNMLanes.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace
+{
+constexpr double start[8] = {0.5, -1.0, 3.0, 1e300, -0.0, 7.0, 1.0 / 3.0, HUGE_VAL};
+constexpr double other[8] = {2.0, 3.0, -1.0, 1e300, 5.0, 0.1, 3.0, -1.0};
+
+template <std::size_t width>
+std::vector<double> elementsOf(const LanesOf<width>& lanes)
+{
+    std::vector<double> elements(8);
+    lanes.store(elements.data());
+    for (std::size_t l = 0; l < 8; ++l)
+        EXPECT_EQ(elements[l], lanes[l]) << l;
+    return elements;
+}
+
+/// What `vectors` makes of `start` and `other` in registers of `width`, against `plain`, element by element.
+template <std::size_t width, class Vectors, class Plain>
+void expectPlain(const Vectors& vectors, const Plain& plain)
+{
+    LanesOf<width> lanes;
+    LanesOf<width> operand;
+    lanes.load(start);
+    operand.load(other);
+    vectors(lanes, operand);
+    std::vector<double> expected;
+    for (std::size_t l = 0; l < 8; ++l)
+        expected.push_back(plain(l));
+    EXPECT_EQ(elementsOf(lanes), expected) << "width " << width;
+}
+
+template <std::size_t width>
+void expectPlainOperations()
+{
+    const auto expect = [](const auto& vectors, const auto& plain) { expectPlain<width>(vectors, plain); };
+    expect([](auto& a, const auto&) { a.clear(); }, [](std::size_t) { return 0.0; });
+    expect([](auto& a, const auto&) { a.add(0.25); }, [](std::size_t l) { return start[l] + 0.25; });
+    expect([](auto& a, const auto& b) { a.multiply(b); }, [](std::size_t l) { return start[l] * other[l]; });
+    expect([](auto& a, const auto&) { a.multiply(3.0); }, [](std::size_t l) { return start[l] * 3.0; });
+    expect([](auto& a, const auto&) { a.divide(3.0); }, [](std::size_t l) { return start[l] / 3.0; });
+    expect([](auto& a, const auto& b) { a.addProduct(b, 0.1); },
+           [](std::size_t l) { return start[l] + other[l] * 0.1; });
+    expect([](auto& a, const auto& b) { a.addSquare(b); },
+           [](std::size_t l) { return start[l] + other[l] * other[l]; });
+    for (std::size_t k = 0; k < 8; ++k)
+    {
+        expect([k](auto& a, const auto&) { a.keepFrom(k); }, [k](std::size_t l) { return l < k ? 0.0 : start[l]; });
+        expect([k](auto& a, const auto&) { a.addExcept(HUGE_VAL, k); },
+               [k](std::size_t l) { return l == k ? start[l] + 0.0 : start[l] + HUGE_VAL; });
+    }
+}
+} // namespace
+
+TEST(tkNMLanes, everyWidthDoesWhatPlainCodeDoes)
+{
+    expectPlainOperations<1>();
+#if defined(__GNUC__)
+    expectPlainOperations<2>(); // wider ones than the target has are spilled, with the same results
+    expectPlainOperations<4>();
+    expectPlainOperations<8>();
+#endif
+}
+
+TEST(tkNMLanes, registersOfAnyElementHaveItsSize)
+{
+    static_assert(sizeof(RegisterOf<double, 1>::Type) == sizeof(double));
+#if defined(__GNUC__)
+    static_assert(sizeof(RegisterOf<double, 2>::Type) == 16);
+    static_assert(sizeof(RegisterOf<unsigned short, 16>::Type) == 32);
+    const unsigned short elements[16] = {65535, 1, 2};
+    RegisterOf<unsigned short, 16>::Type lanes;
+    loadRegister(lanes, elements);
+    lanes = lanes + 1;
+    unsigned short stored[16];
+    storeRegister(lanes, stored);
+    EXPECT_EQ(stored[0], 0);
+    EXPECT_EQ(stored[1], 2);
+    EXPECT_EQ(stored[15], 1);
+#endif
+}

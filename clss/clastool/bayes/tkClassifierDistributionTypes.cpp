@@ -7,12 +7,42 @@
 #include "foundation/tkAssert.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace
 {
 bool contains(const std::vector<long>& set, long index)
 {
     return std::find(set.begin(), set.end(), index) != set.end();
+}
+
+/// The indices in the order in which they first occur.
+std::vector<long> distinct(const std::vector<long>& indices)
+{
+    std::vector<long> result;
+    for (const long index : indices)
+        if (!contains(result, index))
+            result.push_back(index);
+    return result;
+}
+
+/// Removes the indices that the set holds, the last index taking the place of each: the order of the others in a merged
+/// set depends on it. Whether there was one.
+bool removeThoseIn(const std::vector<long>& set, std::vector<long>& indices)
+{
+    bool found = false;
+    for (std::size_t i = 0; i < indices.size();)
+    {
+        if (!contains(set, indices[i]))
+        {
+            ++i;
+            continue;
+        }
+        indices[i] = indices.back();
+        indices.pop_back();
+        found = true;
+    }
+    return found;
 }
 
 void checkCategory(long category)
@@ -81,10 +111,7 @@ void tkClassifierDistributionTypes::setDependent(long category, const std::vecto
     checkCategory(category);
     for (const long index : measurementIndices)
         checkIndex(index);
-    std::vector<long> remaining;
-    for (const long index : measurementIndices)
-        if (!contains(remaining, index))
-            remaining.push_back(index);
+    std::vector<long> remaining = distinct(measurementIndices);
     if (remaining.empty())
         return;
     const DistributionType type = distributionType(category, remaining.front());
@@ -93,50 +120,39 @@ void tkClassifierDistributionTypes::setDependent(long category, const std::vecto
             throw tkClassifierDefs::BadParams(
                 L"The distribution types of dependent feature measurements must be the same.");
 
-    // Indices that a set of the category holds already leave the list, the last one taking their place: in which
-    // order the others enter the merged set depends on it.
     std::vector<bool> isMerged(sets_.size(), false);
-    std::size_t first = sets_.size();
     for (std::size_t s = 0; s < sets_.size(); ++s)
-    {
-        if (setCategories_[s] != category)
-            continue;
-        for (std::size_t i = 0; i < remaining.size();)
-        {
-            if (!contains(sets_[s], remaining[i]))
-            {
-                ++i;
-                continue;
-            }
-            remaining[i] = remaining.back();
-            remaining.pop_back();
-            isMerged[s] = true;
-            first = std::min(first, s);
-        }
-    }
+        isMerged[s] = setCategories_[s] == category && removeThoseIn(sets_[s], remaining);
+    mergeSets_(category, isMerged, remaining);
+}
 
+/// The marked sets become one in the place of the first: its indices, then `remaining`, then those of the others in
+/// their order. Without a marked set, `remaining` becomes a new last one.
+void tkClassifierDistributionTypes::mergeSets_(long category, const std::vector<bool>& isMerged,
+                                               const std::vector<long>& remaining)
+{
     std::vector<long> newCategories;
     std::vector<std::vector<long>> newSets;
-    std::size_t merged = 0; // place of set `first` among the new ones
+    std::size_t merged = sets_.size(); // position of the merged set, once there is one
     for (std::size_t s = 0; s < sets_.size(); ++s)
     {
-        if (isMerged[s] && s != first)
+        if (isMerged[s] && merged < sets_.size())
         {
             newSets[merged].insert(newSets[merged].end(), sets_[s].begin(), sets_[s].end());
             continue;
         }
         newCategories.push_back(setCategories_[s]);
         newSets.push_back(sets_[s]);
-        if (s == first)
+        if (isMerged[s])
         {
             merged = newSets.size() - 1;
             newSets[merged].insert(newSets[merged].end(), remaining.begin(), remaining.end());
         }
     }
-    if (first == sets_.size())
+    if (merged == sets_.size())
     {
         newCategories.push_back(category);
-        newSets.push_back(std::move(remaining));
+        newSets.push_back(remaining);
     }
     setCategories_ = std::move(newCategories);
     sets_ = std::move(newSets);

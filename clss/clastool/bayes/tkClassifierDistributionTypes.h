@@ -27,10 +27,10 @@ public:
         eUniform = 3
     };
 
-    explicit tkClassifierDistributionTypes(DistributionType defaultType);
+    tkClassifierDistributionTypes(DistributionType defaultType);
     tkClassifierDistributionTypes(const tkClassifierDistributionTypes&) = default;
     tkClassifierDistributionTypes(tkClassifierDistributionTypes&&) = default;
-    /// Whole or, if memory runs out, not at all.
+    /// Strong exception guarantee.
     tkClassifierDistributionTypes& operator=(const tkClassifierDistributionTypes& other)
     {
         return *this = tkClassifierDistributionTypes(other);
@@ -79,6 +79,7 @@ public:
 private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierDistributionTypes& types);
 
+    void mergeSets_(long category, const std::vector<bool>& isMerged, const std::vector<long>& remaining);
     long distOverrideIndex_(long category, long measurementIndex) const; // -1: none
 
     DistributionType defaultType_;

@@ -138,7 +138,7 @@ std::unique_ptr<bool[]> flags(std::size_t d, unsigned mask)
 {
     auto valid = std::make_unique<bool[]>(d);
     for (std::size_t j = 0; j < d; ++j)
-        valid[j] = (mask >> j & 1u) != 0;
+        valid[j] = j < 32 && (mask >> j & 1u) != 0;
     return valid;
 }
 } // namespace

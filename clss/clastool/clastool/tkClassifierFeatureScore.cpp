@@ -27,7 +27,7 @@ void checkDegree(double y, const wchar_t* text)
         throw tkClassifierDefs::BadParams(text);
 }
 
-/// Whether x1 lies below or above both of its neighbours. False for what a NaN makes undecidable.
+/// Whether x1 lies below or above both of its neighbours. False if a NaN leaves it undecided.
 bool isOutside(const tkClassifierFeatureScoreOneSided& f)
 {
     return (f.x0() < f.x1() && f.xc() < f.x1()) || (f.x0() > f.x1() && f.xc() > f.x1());
@@ -57,7 +57,7 @@ bool isFalling(const tkClassifierFeatureScoreOneSided& f)
     return f.xc() <= f.x1() && f.x1() <= f.x0();
 }
 
-/// Loads an object of one class and lets the handle hold it, or stores the one that the handle holds.
+/// Stores the object of the handle, or loads one of class `Function` and sets the handle to a copy of it.
 template <class Function>
 void exchange(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
 {
@@ -218,7 +218,8 @@ void tkClassifierFeatureScoreTwoSided::y1h(double y1h)
     updateSupport_();
 }
 
-/// A value below Low's support is scored by Low, one above High's by High: these supports reach to where High begins.
+/// The halves meet at the lowest x of High. Low's support begins at or below it and High's ends at or above it, so that
+/// a value below the one is scored 0 by Low, and one above the other 0 by High.
 void tkClassifierFeatureScoreTwoSided::updateSupport_()
 {
     const double lowest = std::min(high_.x0(), high_.xc());
@@ -230,8 +231,9 @@ void tkClassifierFeatureScoreTwoSided::updateSupport_()
 double tkClassifierFeatureScoreTwoSided::score(double v) const
 {
 #if defined(__GNUC__)
-    // A trapezoid with slanted flanks, all checks passed: both halves are scored side by side, without branches, since
-    // nobody can foresee where the values lie. The signs make Low run towards larger values too.
+    // A trapezoid with slanted flanks and corners in order, so that no check can fail: both halves are computed in one
+    // vector register and selected without branches, which would be mispredicted. The signs mirror Low, so that both
+    // halves run towards larger values. About twice as fast as the branches below.
     if (low_.xc_ <= low_.x1_ && low_.x1_ < low_.x0_ && low_.x0_ <= high_.x0_ && high_.x0_ < high_.x1_ &&
         high_.x1_ <= high_.xc_)
     {
@@ -253,7 +255,7 @@ double tkClassifierFeatureScoreTwoSided::score(double v) const
     return scoreAnyShape_(v);
 }
 
-// Not as part of score(), which would then save registers that a trapezoid does without.
+// Out of line: inlined into score(), its calls would make that save registers on the path of trapezoids as well.
 [[gnu::noinline]] double tkClassifierFeatureScoreTwoSided::scoreAnyShape_(double v) const
 {
     if (isOutside(low_) || isOutside(high_))

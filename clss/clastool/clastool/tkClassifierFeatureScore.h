@@ -11,6 +11,8 @@ class tkArchive;
 ///              \                from (x0, y0) to (x1, y1), y1 from x1 to xc inclusive, 0 beyond xc.
 ///         y1    \_______        Running towards smaller values (xc <= x1 <= x0): the mirror image.
 ///           x0   x1     | xc
+///
+/// The corners have the unit of the measurement and may be infinite.
 class TK_EXPORT tkClassifierFeatureScoreOneSided : public tkClsFtSc
 {
 public:

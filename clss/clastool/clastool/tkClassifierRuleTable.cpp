@@ -15,7 +15,8 @@ constexpr wchar_t noFeatureValues[] = L"featureVector.featureValues().size() == 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr tkFeatureScoreSupport everywhere = {-infinity, infinity};
 
-/// The function's support, kept by the function. Null if there is no function or a class that a host derived.
+/// The function's own support, which it keeps up to date. Null for a null function, or one of a class that a host
+/// derived and of which nothing is known.
 const tkFeatureScoreSupport* findSupport(const tkClsFtSc* function)
 {
     if (!function)
@@ -28,7 +29,7 @@ const tkFeatureScoreSupport* findSupport(const tkClsFtSc* function)
     return type == typeid(tkClassifierFeatureScoreIgnore) ? &everywhere : nullptr;
 }
 
-/// Empty if one is null.
+/// The supports of all functions; empty if one is null.
 std::vector<const tkFeatureScoreSupport*> findSupports(const std::vector<tkPtrHandle<tkClsFtSc>>& functions)
 {
     std::vector<const tkFeatureScoreSupport*> supports(functions.size());
@@ -87,8 +88,9 @@ double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) c
     return mean_(product, used);
 }
 
-/// Holds in every rounding mode: a difference is negative exactly where its first term is the smaller one. One that is
-/// NaN, of infinities or for a NaN value, is passed over, which vetoes less.
+/// The result does not depend on the rounding mode: a difference is negative if and only if its first term is the
+/// smaller one. std::min ignores a NaN difference (of equal infinities, or for a NaN value), so that fewer rules are
+/// vetoed.
 bool tkClassifierRule::isVetoed_(const std::vector<double>& values) const
 {
     if (supports_.size() != values.size())
@@ -104,7 +106,7 @@ bool tkClassifierRule::isVetoed_(const std::vector<double>& values) const
     return margin < 0.0;
 }
 
-/// Without pow where it is clear what pow would say. Let n = used, e the double next to 1 / n, p = product, t =
+/// Avoids pow where the comparison is decided without it. Let n = used, e the double next to 1 / n, p = product, t =
 /// threshold.
 ///
 /// As long as no multiplication underflows, `power` is t^n but for n roundings, far less than the margin of n * 1e-12.

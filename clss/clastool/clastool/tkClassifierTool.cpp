@@ -23,7 +23,7 @@ tkClassifierTool::~tkClassifierTool()
     }
     catch (...)
     {
-        // A method that cannot forget is released all the same; a destructor has nobody to tell.
+        // No exception may leave a destructor. The classifier is released all the same.
     }
 }
 
@@ -38,7 +38,7 @@ tkClassifierTool& tkClassifierTool::operator=(const tkClassifierTool& other)
 void tkClassifierTool::train(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
                              tkDiagObject* diag, unsigned long flags)
 {
-    const auto kept = tkKeepAlive(params); // the tool alone may hold them
+    const auto kept = tkKeepAlive(params); // the tool may hold the last handle
     if (isTrained())
         untrain();
     tk_Classifier* created = nullptr;
@@ -68,7 +68,7 @@ void tkClassifierTool::train(const tkClassifierDataProvider& data, const tkClass
 
 void tkClassifierTool::train(const tkDecisionTree& tree, tkDiagObject* diag, unsigned long flags)
 {
-    const auto kept = tkKeepAlive(tree); // the tool alone may hold it
+    const auto kept = tkKeepAlive(tree); // the tool may hold the last handle
     if (isTrained())
         untrain();
     const tkPtrHandle<tk_ClassifierDecisionTree> created(new tk_ClassifierDecisionTree);
@@ -86,7 +86,7 @@ void tkClassifierTool::train(const tkDecisionTree& tree, tkDiagObject* diag, uns
 
 void tkClassifierTool::retrain(const tkClassifierTrainParams& params, tkDiagObject* diag, unsigned long flags)
 {
-    const auto kept = tkKeepAlive(params); // the tool alone may hold them
+    const auto kept = tkKeepAlive(params); // the tool may hold the last handle
     if (classifier_->isNull())
         throw tkClassifierDefs::NotTrained(tk_Messages::notTrainedForRetraining);
     (*classifier_)->retrain(params, diag, flags);

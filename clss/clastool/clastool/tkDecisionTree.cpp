@@ -10,13 +10,13 @@ namespace
 {
 using Tree = tkPtrHandle_const<tkDecisionTree>;
 
-/// Trees that were found equal, in classes (a union-find structure): two trees that are equal to a third need no
-/// comparison. A tree in a class equals itself, which one with a NaN in it does not.
+/// Equivalence classes of trees that were found equal (union-find; Tarjan, Journal of the ACM 22, 1975): two trees that
+/// are equal to a third need no comparison. A tree in a class equals itself; one with a NaN in it does not.
 class EqualTrees
 {
 public:
-    /// Whether `a` and `b` are known to be equal. If not they are now, so that the caller must find out.
-    /// Trees that nothing shares are met once, and not recorded.
+    /// Whether `a` and `b` are known to be equal. If not, assumes from now on that they are: the caller has to compare
+    /// them and to give up if they differ. Trees with one handle are met only once, and are not recorded.
     bool known(const tkDecisionTree* a, const tkDecisionTree* b)
     {
         if (a->referenceCount() <= 1 && b->referenceCount() <= 1)
@@ -31,10 +31,10 @@ public:
     }
 
 private:
-    /// One tree's place in the forest of classes.
+    /// The node of a tree in the forest.
     struct Class
     {
-        Class* parent = nullptr; // null: the root, which stands for the class
+        Class* parent = nullptr; // null: the root, which represents the class
     };
 
     static Class* root_(Class* c)
@@ -42,13 +42,13 @@ private:
         while (c->parent)
         {
             if (c->parent->parent)
-                c->parent = c->parent->parent; // shortens the path for those who come after
+                c->parent = c->parent->parent; // path halving
             c = c->parent;
         }
         return c;
     }
 
-    std::unordered_map<const tkDecisionTree*, Class> classes_; // entries stay where they are as it grows
+    std::unordered_map<const tkDecisionTree*, Class> classes_; // pointers to entries stay valid as it grows
 };
 } // namespace
 
@@ -92,7 +92,7 @@ tkDecisionTreeNode::~tkDecisionTreeNode()
 
 tkDecisionTreeNode& tkDecisionTreeNode::operator=(const tkDecisionTreeNode& other)
 {
-    // The other node may go with a subtree that is released here, so that it is not looked at again.
+    // Releasing a subtree may destroy the other node: it is copied first and not read afterwards.
     tkDecisionTreeNode copy(other);
     trueTree_.swap(copy.trueTree_);
     falseTree_.swap(copy.falseTree_);
@@ -182,8 +182,8 @@ bool tkDecisionTreeNode::isEqual(const tkDecisionTree& other) const
     return true;
 }
 
-/// Gives up the reference; the node, if it was the last one and the node is the caller's to destroy. A tree of
-/// another class is destroyed here if that was its last reference.
+/// Releases the reference. If it was the last one, returns the node for the caller to destroy, or destroys a tree of
+/// another class here.
 tkDecisionTreeNode* tkDecisionTreeNode::takeLast_(tkPtrHandle_const<tkDecisionTree>& tree) noexcept
 {
     const tkDecisionTree* const released = tree.detach();
@@ -195,11 +195,11 @@ tkDecisionTreeNode* tkDecisionTreeNode::takeLast_(tkPtrHandle_const<tkDecisionTr
     return nullptr;
 }
 
-/// Destroys a node that nobody holds (or null), and all that goes with it, without recursion.
+/// Destroys a node without references (or null), and all subtrees whose last reference it has, without recursion.
 ///
-/// Nodes wait in a chain linked by their false side. A node with a true subtree to destroy waits behind that
-/// subtree, which hands its own false subtree over in exchange for the place (a rotation). Each node gets in
-/// front of another at most once.
+/// Nodes to destroy form a chain, linked by their false subtrees. A node with a true subtree to destroy is rotated: the
+/// subtree comes before it in the chain and gives it its own false subtree in exchange. Each node is rotated before
+/// another at most once, so that the time is linear.
 void tkDecisionTreeNode::destroy_(tkDecisionTreeNode* node) noexcept
 {
     while (node)

@@ -7,7 +7,7 @@
 
 namespace
 {
-/// A predicate knows no pattern: whether an index is below the number of measurements shows only later.
+/// Checks the lower bound alone: the number of measurements is known only when a pattern is evaluated.
 void requireIndices(const std::vector<long>& indices)
 {
     for (const long index : indices)

@@ -8,7 +8,7 @@
 void tk_Classifier::train(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
                           tkDiagObject* diag, unsigned long flags)
 {
-    const auto kept = tkKeepAlive(params); // the classifier alone may hold them
+    const auto kept = tkKeepAlive(params); // the classifier may hold the last handle
     if (isTrained())
         untrain();
     tkDiagObject* const destination = tkDiagObject::getRecordingDestination(diag, flags);
@@ -31,7 +31,7 @@ void tk_Classifier::retrain(const tkClassifierTrainParams& params, tkDiagObject*
 
 void tk_Classifier::trainStart(const tkClassifierTrainParams& params)
 {
-    const auto kept = tkKeepAlive(params); // the classifier alone may hold them
+    const auto kept = tkKeepAlive(params); // the classifier may hold the last handle
     if (isTrained())
         untrain();
     trainStart_(params);

@@ -18,8 +18,9 @@ namespace
     throw tkClassifierDefs::NotImplemented(L"Incremental decision tree training is not implemented.");
 }
 
-/// Whether the tree is of exactly this class; it may be even if this cannot tell. The comparison of two types compares
-/// their names if they differ, which takes longer than a predicate.
+/// Whether the tree is of exactly this class. Compares addresses, since comparing type_info compares names where types
+/// differ, which takes longer than a predicate. So it may be false for the class itself, if a program has two copies of
+/// its type information; the callers then take a slower way.
 template <class Tree>
 bool isExactly(const tkDecisionTree& tree)
 {
@@ -33,8 +34,8 @@ const Tree* as(const tkDecisionTree& tree)
     return isExactly<Tree>(tree) ? static_cast<const Tree*>(&tree) : dynamic_cast<const Tree*>(&tree);
 }
 
-/// The predicate's answer. The commonest class is asked without a virtual call, so that its comparison becomes part of
-/// the descent: the processor then follows the likelier subtree before a measurement has been compared.
+/// The predicate's answer. The commonest class is called directly, so that its comparison is inlined into the descent
+/// and the processor can predict the branch.
 bool outcomeOf(const tkPredicateFunction& predicate, const tkFeaturePattern& pattern)
 {
     return &typeid(predicate) == &typeid(tkRangePredicate)

@@ -52,8 +52,8 @@ tkClassifierDataProviderMemory tk_TotalDataGenerator::generateData()
             all.addData(data.featurePattern(k), static_cast<long>(g));
     }
 
-    // Each place is exchanged with one drawn from the whole list, not from the rest of it: which data the seed
-    // gives depends on it.
+    // Swaps each position with one drawn from the whole list, not from the rest of it. The data that a seed gives
+    // depend on this.
     const long count = all.numMeasurements();
     std::vector<long> order(static_cast<std::size_t>(count));
     std::iota(order.begin(), order.end(), 0L);

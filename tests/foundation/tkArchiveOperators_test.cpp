@@ -194,8 +194,8 @@ TEST(tkArchiveOperators, handlesOfEveryKindOfClassLoadTheirObjects)
     tkPtrHandle<ArchiveNode> base;
     loadFromBytes(bytes, base);
     ASSERT_FALSE(base.isNull());
-    const ArchiveNode& loaded = *base;
-    EXPECT_EQ(typeid(Derived), typeid(loaded));
+    const ArchiveNode& node = *base;
+    EXPECT_EQ(typeid(Derived), typeid(node));
     EXPECT_EQ(3, base->number);
     tkPtrHandle<Derived> exact;
     loadFromBytes(bytes, exact);

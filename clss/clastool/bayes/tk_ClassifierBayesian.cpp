@@ -220,7 +220,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 {
     TK_ASSERT(isTrained_());
     const std::size_t n = categoryModels_.size();
-    tkScratch<double, 256> scores(n); // first the log likelihoods
+    tkScratch<double, 256> scores((n + 7) / 8 * 8); // first the log likelihoods; decide() reads whole eights
     matchScores_(pattern, scores.data());
 
     // trainParams() throws the right error when there are none.
@@ -241,6 +241,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
         // Validates label and score before the next category is evaluated (order of errors).
         static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }
+    std::fill(scores.begin() + n, scores.end(), 0.0);
     result.decide(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),
                   offset);
 }

@@ -195,12 +195,13 @@ tkClassifierResult::tkClassifierResult(std::vector<tkClassifierCategoryResult> m
 {
     const std::size_t n = categoryResults_.size();
     tkScratch<long> labels(n);
-    tkScratch<double> matchScores(n);
+    tkScratch<double> matchScores(tkNMDecision::roundUp(n));
     for (std::size_t i = 0; i < n; ++i)
     {
         labels[i] = categoryResults_[i].categoryLabel();
         matchScores[i] = categoryResults_[i].matchScore();
     }
+    std::fill(matchScores.begin() + n, matchScores.end(), 0.0);
     decide(labels.data(), matchScores.data(), n, frequencies, costs, matchScoreFactorLog);
 }
 
@@ -209,9 +210,6 @@ void tkClassifierResult::decide(const long* labels, const double* matchScores, s
                                 double matchScoreFactorLog)
 {
     const std::size_t room = tkNMDecision::roundUp(n);
-    tkScratch<double> scores(room);
-    std::copy_n(matchScores, n, scores.data());
-    std::fill(scores.begin() + n, scores.end(), 0.0);
     tkScratch<double> classScores(room); // first the priors
     std::fill_n(classScores.data(), room, frequencies.defaultCategoryFrequency());
     // Summed first: the chain of additions overlaps with building the index.
@@ -232,7 +230,7 @@ void tkClassifierResult::decide(const long* labels, const double* matchScores, s
     fillCostOverrides(overrides, n, index, costs);
     tkScratch<double> expectedCosts(room);
     const double jointSum =
-        tkNMDecision::compute(scores.data(), classScores.data(), priorSum, expectedCosts.data(), n,
+        tkNMDecision::compute(matchScores, classScores.data(), priorSum, expectedCosts.data(), n,
                               costs.defaultMisclassificationCost(), overrides.data(), overrides.size());
     if (jointSum == 0.0)
         throw tkClassifierDefs::BadParams(L"At least one of the resulting classification scores must be > 0.");

@@ -84,7 +84,8 @@ public:
                        const tkClassifierCosts& costs, double matchScoreFactorLog);
 
     /// Becomes what the constructor from match scores makes of n categories with these labels and match scores, in the
-    /// memory it has if that is enough. Throws as that constructor does. Strong exception guarantee.
+    /// memory it has if that is enough. Throws as that constructor does. Strong exception guarantee. *Requires* that
+    /// match scores up to the next multiple of 8 can be read; those beyond the n-th are ignored.
     void decide(const long* labels, const double* matchScores, std::size_t n,
                 const tkClassifierFrequencies& frequencies, const tkClassifierCosts& costs, double matchScoreFactorLog);
 

@@ -522,11 +522,11 @@ TEST_F(tkArchiveFileInFolder, missingPermissionsAreNamed)
         expectRefused(L"cannot be read" + denied);
         EXPECT_TK_THROW(tkArchiveFile::save(path, 6L), tkArchive::Errors, about(L"cannot be written" + denied));
     }
+    fs::permissions(path, fs::perms(0666));
     EXPECT_EQ(before, read(path));
     EXPECT_EQ((std::set<std::string>{"object.tka"}), names());
     // Nobody may add a file to the folder, its owner included, who is the one that runs the test without being root.
     fs::permissions(folder, fs::perms(0555));
-    fs::permissions(path, fs::perms(0666));
     {
         const OrdinaryUser user;
         EXPECT_TK_THROW(tkArchiveFile::save(path, 6L), tkArchive::Errors, about(L"cannot be written" + denied));

@@ -32,13 +32,14 @@ std::vector<std::vector<tkNMNormalBatch::Density>> tk_BayesAccelerator::noteCate
             const tk_PDFMultivariateNormal* const density = normalOverRange(model, i);
             const tkNMNormal* const normal = density ? &density->normal() : nullptr;
             // A density that another model has taken over since would change without this model's number.
-            isBatched = isBatched && normal && normal->count() > 0 &&
-                        normal->changeNumber().get() == model.changeNumber().get() &&
-                        normal->factorisation().dimension() == set.size() && copied.insert(normal).second;
+            const bool isWatched = normal && normal->count() > 0 &&
+                                   normal->changeNumber().get() == model.changeNumber().get() &&
+                                   normal->dimension() == static_cast<long>(set.size());
+            isBatched = isBatched && isWatched && copied.insert(normal).second;
             if (isBatched)
                 batched[c].push_back({static_cast<std::size_t>(set.front()), &normal->factorisation()});
             else
-                category.rest.push_back(normal);
+                category.rest.push_back(isWatched ? normal : nullptr);
         }
         category.numBatched = batched[c].size();
     }
@@ -71,7 +72,7 @@ bool tk_BayesAccelerator::isCurrent_(const Category_& category, const tk_Categor
 
 /// The score with the log values of the densities that are not in the batch.
 double tk_BayesAccelerator::addRest_(const Category_& category, const tk_CategoryModelBayesian& model,
-                                     const tkFeaturePattern& pattern, double score)
+                                     const tkFeaturePattern& pattern, double score) const
 {
     const std::vector<double>& x = pattern.featureMeasurements(false);
     try
@@ -80,12 +81,10 @@ double tk_BayesAccelerator::addRest_(const Category_& category, const tk_Categor
         {
             const std::vector<long>& set = model.dependencySets()[category.numBatched + i];
             const tkNMNormal* const normal = category.rest[i];
-            double value = 0.0;
-            if (!normal || static_cast<std::size_t>(set.back()) >= x.size() ||
-                normal->logDensity(&x[static_cast<std::size_t>(set.front())], static_cast<long>(set.size()), value) !=
-                    tkNMNormal::eOk)
-                value = model.densities()[category.numBatched + i]->logValueOfSet(pattern, set);
-            score += value;
+            if (normal && static_cast<std::size_t>(set.back()) < x.size())
+                score += normal->factorisation().logDensity(&x[static_cast<std::size_t>(set.front())], instructions_);
+            else
+                score += model.densities()[category.numBatched + i]->logValueOfSet(pattern, set);
         }
         return std::isfinite(score) ? score : model.matchScore(pattern); // which saturates
     }

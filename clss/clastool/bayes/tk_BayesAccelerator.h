@@ -43,9 +43,10 @@ private:
 
     std::vector<std::vector<tkNMNormalBatch::Density>> noteCategories_(const Models& models);
     static bool isCurrent_(const Category_& category, const tk_CategoryModelBayesian& model);
-    static double addRest_(const Category_& category, const tk_CategoryModelBayesian& model,
-                           const tkFeaturePattern& pattern, double score);
+    double addRest_(const Category_& category, const tk_CategoryModelBayesian& model, const tkFeaturePattern& pattern,
+                    double score) const;
 
+    tkNMInstructions instructions_ = tkNMBestInstructions();
     std::vector<Category_> categories_;
     tkNMNormalBatch batch_;
 };

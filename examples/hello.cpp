@@ -27,8 +27,7 @@ int main()
         // Categories come in the order of the costs to be expected, the cheapest decision first: more neighbours
         // are euros, but the decision for 50 cents costs less.
         const tkFeaturePattern unknown({23.6, 7.5});
-        tkClassifierResult result;
-        tool.run(unknown, result);
+        const tkClassifierResult result = tool.run(unknown);
         for (const tkClassifierCategoryResult& category : result.categoryResults())
             std::cout << "label " << category.categoryLabel() << ": score " << category.classScore()
                       << ", expected cost " << category.expectedCost() << '\n';
@@ -39,9 +38,8 @@ int main()
         tkClassifierTool loaded;
         tkArchiveFile::load("coins.tk", loaded);
         loaded.retrain(*loaded.trainParams());
-        tkClassifierResult again;
-        loaded.run(unknown, again);
-        std::cout << (again == result ? "the loaded tool gives the same result\n" : "the results differ\n");
+        std::cout << (loaded.run(unknown) == result ? "the loaded tool gives the same result\n"
+                                                    : "the results differ\n");
     }
     catch (const std::exception& error)
     {

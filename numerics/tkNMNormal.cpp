@@ -144,10 +144,9 @@ void tkNMNormal::referenceDeviations(const std::vector<double>& deviations)
 
 void tkNMNormal::changeNumber(const tkPtrHandle<tkNMChangeNumber>& number)
 {
-    const tkPtrHandle<tkNMChangeNumber> copy(number);
     if (changeNumber_)
         changeNumber_->grow();
-    changeNumber_ = copy;
+    changeNumber_ = number;
 }
 
 tkNMNormal::Status tkNMNormal::logDensity(const double* pattern, long dimension, double& result,

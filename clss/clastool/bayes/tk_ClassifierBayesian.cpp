@@ -282,6 +282,7 @@ void tk_ClassifierBayesian::setReferenceDeviations_()
                   [&](const std::vector<long>& set, tk_PDFMultivariateNormal& density)
                   {
                       std::vector<double> deviations;
+                      deviations.reserve(set.size());
                       for (const long index : set)
                           deviations.push_back(references[index].value());
                       density.referenceDeviations(deviations);

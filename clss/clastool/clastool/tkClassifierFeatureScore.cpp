@@ -87,7 +87,7 @@ bool tkClassifierFeatureScoreIgnore::operator==(const tkClsFtSc& other) const
     return typeid(*this) == typeid(other);
 }
 
-tkClassifierFeatureScoreOneSided::tkClassifierFeatureScoreOneSided()
+tkClassifierFeatureScoreOneSided::tkClassifierFeatureScoreOneSided() : support_(unknownSupport)
 {
     updateSupport_();
 }
@@ -121,10 +121,11 @@ void tkClassifierFeatureScoreOneSided::y1(double y1)
 void tkClassifierFeatureScoreOneSided::updateSupport_()
 {
     const double inner = y1_ == 0.0 ? x1_ : xc_;
+    const double outer = y0_ == 0.0 ? x0_ : isRising(*this) ? -infinity : infinity;
     if (isRising(*this))
-        support_ = {y0_ == 0.0 ? x0_ : -infinity, inner};
+        support_ = {outer, inner};
     else if (isFalling(*this))
-        support_ = {inner, y0_ == 0.0 ? x0_ : infinity};
+        support_ = {inner, outer};
     else
         support_ = unknownSupport;
 }
@@ -175,7 +176,7 @@ bool tkClassifierFeatureScoreOneSided::operator==(const tkClsFtSc& other) const
     return isSame(x0_, f.x0_) && isSame(x1_, f.x1_) && isSame(xc_, f.xc_) && isSame(y0_, f.y0_) && isSame(y1_, f.y1_);
 }
 
-tkClassifierFeatureScoreTwoSided::tkClassifierFeatureScoreTwoSided()
+tkClassifierFeatureScoreTwoSided::tkClassifierFeatureScoreTwoSided() : support_(unknownSupport)
 {
     init(0.0, -1.0, -1.0, 0.0, 1.0, 1.0, 1.0, 0.0, 1.0, 0.0);
 }

@@ -2,7 +2,6 @@
 #define FOUNDATION_TKADDRESSTABLE_H
 
 #include "foundation/tkExport.h"
-#include "foundation/tkPrefetch.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -33,13 +32,6 @@ public:
     {
         if (4 * entries > 3 * slots_.size())
             grow_(entries);
-    }
-
-    /// Fetches the memory that find() and insert() will look at: a large table is not in the caches.
-    void prefetch(const void* address) const
-    {
-        if (!slots_.empty())
-            tkPrefetch(&slots_[home_(address)]);
     }
 
     /// Takes the number of the object at `address` away, if it has one.

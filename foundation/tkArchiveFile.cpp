@@ -29,17 +29,21 @@ namespace
 {
 namespace fs = std::filesystem;
 
-// The frame: mark, format version (4 bytes), length of the archive (8 bytes), archive, checksum (8 bytes).
-// Every bit before the archive is compared with what it must be, so the checksum covers the archive alone.
+// The frame: mark, format version (4 bytes), length of the archive (8 bytes), the class's name behind the number of its
+// bytes (1 byte), archive, checksum of name and archive (8 bytes). Every bit in front of the name is compared with what
+// it must be. Format 1 has no name and no number of its bytes: it is that of files saved before there were names, and
+// of objects without one: no class, or one whose name is not the same from every compiler.
 
 /// A byte above ASCII, a name, and the line ends that a transfer in text mode would change.
 constexpr unsigned char mark[8] = {0x89, 'T', 'K', 'A', '\r', '\n', 0x1A, '\n'};
 constexpr std::size_t markNameSize = 4;
-constexpr std::uint64_t formatVersion = 1;
+constexpr std::uint64_t namelessFormat = 1;
+constexpr std::uint64_t namedFormat = 2;
 constexpr std::size_t versionSize = 4;
 constexpr std::size_t lengthSize = 8;
 constexpr std::size_t headSize = sizeof mark + versionSize + lengthSize;
 constexpr std::size_t checksumSize = 8;
+constexpr std::size_t largestName = 255;
 
 /// In pieces of a quarter of it, saving took a quarter longer.
 constexpr std::size_t bufferSize = 65536;
@@ -56,6 +60,14 @@ std::uint64_t getNumber(const unsigned char* bytes, std::size_t count)
     for (std::size_t i = count; i-- > 0;)
         number = number << 8 | bytes[i];
     return number;
+}
+
+/// The class's name as every compiler writes it, or nothing: a template's arguments are written in many ways.
+std::string nameIn(const std::type_info& type)
+{
+    const std::string name = tkPersistent::typeName(type);
+    const char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_: ";
+    return name.size() <= largestName && name.find_first_not_of(letters) == std::string::npos ? name : std::string();
 }
 
 /// CRC-64 with the polynomial of ECMA-182, bits reflected, inverted at both ends; eight bytes at a time.
@@ -76,15 +88,44 @@ public:
             state_ = tables[0][(state_ ^ *bytes) & 0xFF] ^ (state_ >> 8);
     }
 
+    /// The same for so many zero bytes, in steps that double: time grows with the logarithm of `count`.
+    void addZeros(std::uint64_t count)
+    {
+        // Appending zeros is linear: column i is what they make of bit i.
+        std::array<std::uint64_t, 64> columns;
+        for (std::size_t i = 0; i < 64; ++i)
+        {
+            const std::uint64_t bit = std::uint64_t{1} << i;
+            columns[i] = tables[0][bit & 0xFF] ^ (bit >> 8);
+        }
+        for (; count > 0; count /= 2)
+        {
+            if (count % 2 == 1)
+                state_ = product(columns, state_);
+            const std::array<std::uint64_t, 64> half = columns;
+            for (std::uint64_t& column : columns)
+                column = product(half, column);
+        }
+    }
+
     std::uint64_t value() const { return ~state_; }
 
 private:
+    static std::uint64_t product(const std::array<std::uint64_t, 64>& columns, std::uint64_t bits)
+    {
+        std::uint64_t sum = 0;
+        for (std::size_t i = 0; bits != 0; ++i, bits >>= 1)
+            if (bits & 1)
+                sum ^= columns[i];
+        return sum;
+    }
+
     using Tables = std::array<std::array<std::uint64_t, 256>, 8>;
 
     static constexpr Tables makeTables()
     {
         Tables made{};
-        for (std::uint64_t byte = 0; byte < 256; ++byte)
+        for (std::size_t byte = 0; byte < 256; ++byte)
         {
             std::uint64_t remainder = byte;
             for (int bit = 0; bit < 8; ++bit)
@@ -123,6 +164,9 @@ std::wstring shown(const fs::path& path)
     fail(path, cause + L": " + tkUtf8::readable(error.message()));
 }
 
+constexpr wchar_t cannotBeRead[] = L"cannot be read";
+constexpr wchar_t cannotBeWritten[] = L"cannot be written";
+
 /// An open file of the operating system; error() is that of the latest operation.
 class File
 {
@@ -144,6 +188,9 @@ public:
     std::size_t read(unsigned char* bytes, std::size_t count);
     bool write(const unsigned char* bytes, std::size_t count);
     bool seek(std::uint64_t position);
+    /// How many bytes from the current position on, `count` at most, are known to be zeros that take no space on the
+    /// disk. Goes behind them.
+    std::uint64_t skipHole(std::uint64_t count);
     /// Gives the file the permissions of `other` and, if it can, the owner. Fails if `other` may not be written.
     bool takePermissions(const fs::path& other);
     /// Waits until everything written is on the disk.
@@ -155,6 +202,7 @@ public:
 
 private:
     bool check_(bool succeeded);
+    bool failWriting_(); // for a system that takes nothing and names no error
 
 #if defined(_WIN32)
     HANDLE handle_ = INVALID_HANDLE_VALUE;
@@ -213,6 +261,8 @@ bool File::write(const unsigned char* bytes, std::size_t count)
         const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(count - done, 1 << 30));
         if (!check_(WriteFile(handle_, bytes + done, wanted, &put, nullptr) != 0))
             return false;
+        if (put == 0)
+            return failWriting_();
         done += put;
     }
     return true;
@@ -223,6 +273,11 @@ bool File::seek(std::uint64_t position)
     LARGE_INTEGER distance;
     distance.QuadPart = static_cast<LONGLONG>(position);
     return check_(SetFilePointerEx(handle_, distance, nullptr, FILE_BEGIN) != 0);
+}
+
+std::uint64_t File::skipHole(std::uint64_t)
+{
+    return 0;
 }
 
 bool File::takePermissions(const fs::path&)
@@ -291,6 +346,8 @@ bool File::write(const unsigned char* bytes, std::size_t count)
     for (std::size_t done = 0; done < count;)
     {
         const ssize_t put = ::write(descriptor_, bytes + done, count - done);
+        if (put == 0)
+            return failWriting_();
         if (put < 0 && !check_(errno == EINTR))
             return false;
         done += put > 0 ? static_cast<std::size_t>(put) : 0;
@@ -301,6 +358,26 @@ bool File::write(const unsigned char* bytes, std::size_t count)
 bool File::seek(std::uint64_t position)
 {
     return check_(::lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) >= 0);
+}
+
+std::uint64_t File::skipHole(std::uint64_t count)
+{
+#if defined(SEEK_DATA)
+    const off_t here = ::lseek(descriptor_, 0, SEEK_CUR);
+    off_t data = here < 0 ? here : ::lseek(descriptor_, here, SEEK_DATA);
+    if (here >= 0 && data < 0 && errno == ENXIO) // nothing but the hole up to the end of the file
+        data = ::lseek(descriptor_, 0, SEEK_END);
+    if (here >= 0 && data >= here)
+    {
+        const std::uint64_t hole = std::min<std::uint64_t>(static_cast<std::uint64_t>(data - here), count);
+        return seek(static_cast<std::uint64_t>(here) + hole) ? hole : 0;
+    }
+    if (here >= 0)
+        seek(static_cast<std::uint64_t>(here)); // a file system that knows nothing of holes
+#else
+    static_cast<void>(count);
+#endif
+    return 0;
 }
 
 bool File::takePermissions(const fs::path& other)
@@ -329,11 +406,11 @@ void File::close()
 
 std::error_code File::replace(const fs::path& from, const fs::path& to)
 {
+    const fs::path directory = to.has_parent_path() ? to.parent_path() : fs::path(".");
     if (::rename(from.c_str(), to.c_str()) != 0)
         return latestError();
-    // Until the directory is on the disk as well, a crash may bring the old file back. No directory that
-    // cannot be flushed makes the replacement a failure, for it has happened.
-    const fs::path directory = to.has_parent_path() ? to.parent_path() : fs::path(".");
+    // From here nothing may fail, for the replacement has happened. Until the directory is on the disk as well, a
+    // crash may bring the old file back.
     const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor >= 0)
     {
@@ -351,11 +428,20 @@ bool File::check_(bool succeeded)
     return succeeded;
 }
 
+bool File::failWriting_()
+{
+    error_ = std::make_error_code(std::errc::io_error);
+    return false;
+}
+
 /// Writes what an archive stores to a file and sums it up.
 class Sink : public std::streambuf
 {
 public:
-    explicit Sink(File& file) : file_(file) { setp(buffer_.data(), buffer_.data() + buffer_.size()); }
+    Sink(File& file, const Checksum& checksum) : file_(file), checksum_(checksum)
+    {
+        setp(buffer_.data(), buffer_.data() + buffer_.size());
+    }
 
     /// Writes what is left in the buffer.
     bool finish()
@@ -410,11 +496,14 @@ private:
     std::vector<char> buffer_ = std::vector<char>(bufferSize);
 };
 
-/// Whether there is a regular file; throws if there is something else.
-bool isThere(const fs::path& path)
+/// Whether there is a regular file; throws if there is something else, or if the system cannot tell: `purpose` is then
+/// what cannot be done with it.
+bool isThere(const fs::path& path, const wchar_t* purpose)
 {
-    std::error_code ignored;
-    const fs::file_status status = fs::status(path, ignored);
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::none)
+        fail(path, purpose, error);
     if (fs::is_directory(status))
         fail(path, L"is a directory");
     if (fs::exists(status) && !fs::is_regular_file(status))
@@ -426,17 +515,19 @@ bool isThere(const fs::path& path)
 fs::path finalTarget(const fs::path& path)
 {
     fs::path target = path;
-    std::error_code error;
-    for (int links = 0; fs::is_symlink(fs::symlink_status(target, error)); ++links)
+    for (int links = 0;; ++links)
     {
+        std::error_code error;
+        const fs::file_status status = fs::symlink_status(target, error);
+        if (status.type() != fs::file_type::none && !fs::is_symlink(status))
+            return target;
         if (links == 40)
             error = std::make_error_code(std::errc::too_many_symbolic_link_levels);
-        else
+        else if (fs::is_symlink(status))
             target = target.parent_path() / fs::read_symlink(target, error);
         if (error)
-            fail(path, L"cannot be written", error);
+            fail(path, cannotBeWritten, error);
     }
-    return target;
 }
 
 /// A file beside the target that takes its place, or goes away again.
@@ -445,7 +536,7 @@ class Replacement
 public:
     explicit Replacement(const fs::path& target) : target_(target)
     {
-        const bool replaces = isThere(target);
+        const bool replaces = isThere(target, cannotBeWritten);
         std::random_device random;
         do
         {
@@ -476,7 +567,7 @@ public:
         created_ = false;
     }
 
-    [[noreturn]] void failWriting(const std::error_code& error) const { fail(target_, L"cannot be written", error); }
+    [[noreturn]] void failWriting(const std::error_code& error) const { fail(target_, cannotBeWritten, error); }
 
 private:
     void discard_()
@@ -493,20 +584,129 @@ private:
     File file_;
     bool created_ = false;
 };
+/// A file that is being loaded: what stands in front of the archive, and the archive's place.
+struct Head
+{
+    std::uint64_t length = 0; // of the archive
+    std::string name;         // of the class; empty: none is told
+    std::uint64_t start = 0;  // of the archive
+};
+
+/// Reads a file and names it in its errors.
+class Reader
+{
+public:
+    explicit Reader(const fs::path& path) : path_(path)
+    {
+        isThere(path, cannotBeRead);
+        if (!file_.open(path))
+            fail(path, cannotBeRead, file_.error());
+    }
+
+    File& file() { return file_; }
+
+    std::size_t read(unsigned char* bytes, std::size_t count)
+    {
+        const std::size_t got = file_.read(bytes, count);
+        requireNoError();
+        return got;
+    }
+
+    void requireNoError() const
+    {
+        if (file_.error())
+            fail(path_, cannotBeRead, file_.error());
+    }
+
+    /// Throws if this is not the head of a file of this very size.
+    Head readHead();
+    /// Throws if the archive is not what was saved. *Requires* that the head was just read.
+    void checkArchive(const Head& head);
+
+private:
+    const fs::path& path_;
+    File file_;
+};
+
+Head Reader::readHead()
+{
+    const std::uint64_t size = file_.size();
+    requireNoError();
+    unsigned char head[headSize];
+    const std::size_t headRead = read(head, headSize);
+    if (headRead < markNameSize || std::memcmp(head, mark, markNameSize) != 0)
+        fail(path_, L"is not an archive");
+    if (std::memcmp(head, mark, std::min(headRead, sizeof mark)) != 0)
+        fail(path_, L"is damaged, as by a transfer in text mode");
+    if (headRead < headSize)
+        fail(path_, L"is truncated");
+    const std::uint64_t version = getNumber(head + sizeof mark, versionSize);
+    if (version != namelessFormat && version != namedFormat)
+        fail(path_, L"has the format version " + std::to_wstring(version) + L"; only " +
+                        std::to_wstring(namelessFormat) + L" and " + std::to_wstring(namedFormat) + L" are known");
+
+    Head found;
+    found.length = getNumber(head + headSize - lengthSize, lengthSize);
+    found.start = headSize;
+    if (version == namedFormat)
+    {
+        unsigned char nameSize = 0;
+        unsigned char name[largestName];
+        if (read(&nameSize, 1) < 1 || read(name, nameSize) < nameSize)
+            fail(path_, L"is truncated");
+        found.name.assign(name, name + nameSize);
+        found.start += 1 + found.name.size();
+    }
+    if (size < found.start + checksumSize || size - found.start - checksumSize < found.length)
+        fail(path_, L"is truncated");
+    if (size - found.start - checksumSize > found.length)
+        fail(path_, L"is damaged: it goes on beyond its end");
+    return found;
+}
+
+void Reader::checkArchive(const Head& head)
+{
+    Checksum checksum;
+    checksum.add(reinterpret_cast<const unsigned char*>(head.name.data()), head.name.size());
+    std::vector<unsigned char> buffer(bufferSize);
+    for (std::uint64_t left = head.length; left > 0;)
+    {
+        // A file may say that it is longer than any disk: what takes no space must take no time either.
+        const std::uint64_t zeros = file_.skipHole(left);
+        checksum.addZeros(zeros);
+        left -= zeros;
+        const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size()));
+        const std::size_t got = read(buffer.data(), wanted);
+        if (got == 0 && wanted > 0)
+            fail(path_, L"is truncated");
+        checksum.add(buffer.data(), got);
+        left -= got;
+    }
+    unsigned char stored[checksumSize] = {};
+    read(stored, checksumSize);
+    if (getNumber(stored, checksumSize) != checksum.value())
+        fail(path_, L"is damaged: its checksum does not match");
+}
 } // namespace
 
-void tkArchiveFile::save_(const fs::path& path, long nestingLimit, const Exchange_& exchange)
+void tkArchiveFile::save_(const fs::path& path, long nestingLimit, const Type_& type, const Exchange_& exchange)
 {
     Replacement replacement(finalTarget(path));
     File& file = replacement.file();
 
+    const std::string name = type.isClass ? nameIn(type.info) : std::string();
+    const auto* const nameBytes = reinterpret_cast<const unsigned char*>(name.data());
+    const unsigned char nameSize = static_cast<unsigned char>(name.size());
     unsigned char head[headSize] = {};
     std::memcpy(head, mark, sizeof mark);
-    putNumber(head + sizeof mark, versionSize, formatVersion);
-    if (!file.write(head, headSize))
+    putNumber(head + sizeof mark, versionSize, name.empty() ? namelessFormat : namedFormat);
+    if (!file.write(head, headSize) ||
+        (!name.empty() && (!file.write(&nameSize, 1) || !file.write(nameBytes, nameSize))))
         replacement.failWriting(file.error());
 
-    Sink sink(file);
+    Checksum checksumOfName;
+    checksumOfName.add(nameBytes, name.size());
+    Sink sink(file, checksumOfName);
     try
     {
         std::ostream stream(&sink);
@@ -532,59 +732,18 @@ void tkArchiveFile::save_(const fs::path& path, long nestingLimit, const Exchang
     replacement.commit();
 }
 
-void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Exchange_& exchange)
+void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Type_& type, const Exchange_& exchange)
 {
-    File file;
-    const auto read = [&](unsigned char* bytes, std::size_t count)
-    {
-        const std::size_t got = file.read(bytes, count);
-        if (file.error())
-            fail(path, L"cannot be read", file.error());
-        return got;
-    };
+    Reader reader(path);
+    const Head head = reader.readHead();
+    reader.checkArchive(head);
+    if (!head.name.empty() && (!type.isClass || head.name != nameIn(type.info)))
+        fail(path, L"holds a " + tkUtf8::readable(head.name) + L", not a " +
+                       tkUtf8::readable(tkPersistent::typeName(type.info)));
 
-    isThere(path);
-    std::uint64_t size = 0;
-    if (!file.open(path) || (size = file.size(), file.error()))
-        fail(path, L"cannot be read", file.error());
-
-    unsigned char head[headSize];
-    const std::size_t headRead = read(head, headSize);
-    if (headRead < markNameSize || std::memcmp(head, mark, markNameSize) != 0)
-        fail(path, L"is not an archive");
-    if (std::memcmp(head, mark, std::min(headRead, sizeof mark)) != 0)
-        fail(path, L"is damaged, as by a transfer in text mode");
-    if (headRead < headSize)
-        fail(path, L"is truncated");
-    const std::uint64_t version = getNumber(head + sizeof mark, versionSize);
-    if (version != formatVersion)
-        fail(path, L"has the format version " + std::to_wstring(version) + L"; only " + std::to_wstring(formatVersion) +
-                       L" is known");
-    const std::uint64_t length = getNumber(head + headSize - lengthSize, lengthSize);
-    if (size < headSize + checksumSize || size - headSize - checksumSize < length)
-        fail(path, L"is truncated");
-    if (size - headSize - checksumSize > length)
-        fail(path, L"is damaged: it goes on beyond its end");
-
-    Checksum checksum;
-    std::vector<unsigned char> buffer(bufferSize);
-    for (std::uint64_t left = length; left > 0;)
-    {
-        const std::size_t got =
-            read(buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size())));
-        if (got == 0)
-            fail(path, L"is truncated");
-        checksum.add(buffer.data(), got);
-        left -= got;
-    }
-    unsigned char stored[checksumSize] = {};
-    read(stored, checksumSize);
-    if (getNumber(stored, checksumSize) != checksum.value())
-        fail(path, L"is damaged: its checksum does not match");
-
-    if (!file.seek(headSize))
-        fail(path, L"cannot be read", file.error());
-    Source source(file, length);
+    reader.file().seek(head.start);
+    reader.requireNoError();
+    Source source(reader.file(), head.length);
     std::uint64_t taken = 0;
     try
     {
@@ -596,11 +755,10 @@ void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Exchang
     }
     catch (const tkArchive::Errors& thrown)
     {
-        if (file.error())
-            fail(path, L"cannot be read", file.error());
+        reader.requireNoError();
         fail(path, L"cannot be loaded: " + thrown.message());
     }
-    if (taken != length)
-        fail(path, L"cannot be loaded: the object takes " + std::to_wstring(taken) + L" of " + std::to_wstring(length) +
-                       L" bytes");
+    if (taken != head.length)
+        fail(path, L"cannot be loaded: the object takes " + std::to_wstring(taken) + L" of " +
+                       std::to_wstring(head.length) + L" bytes");
 }

@@ -1,17 +1,20 @@
 #ifndef FOUNDATION_TKARCHIVEFILE_H
 #define FOUNDATION_TKARCHIVEFILE_H
 
-#include "foundation/tkArchive.h"
+#include "foundation/tkArchiveErrors.h"
 
 #include <filesystem>
 #include <functional>
+#include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 /// Saves an object to a file and loads it again: any object that an archive exchanges.
 ///
-/// The file holds a mark, a format version, the length of the archive, the archive and a checksum.
-/// Whatever goes wrong with a file throws tkArchive::Errors with its path and the cause; exceptions
-/// of the object's own record that are not tkArchive::Errors pass on unchanged.
+/// The file holds a mark, a format version, the length of the archive, the name of the object's class, the archive and
+/// a checksum. The name is left out where it depends on the compiler: that of a template's instance. Whatever goes
+/// wrong with a file throws tkArchive::Errors with its path and the cause; exceptions of the object's own record that
+/// are not tkArchive::Errors pass on unchanged.
 class TK_EXPORT tkArchiveFile
 {
 public:
@@ -25,25 +28,37 @@ public:
                      long nestingLimit = tkArchive::defaultNestingLimit)
     {
         // One operator serves both directions; storing only reads.
-        save_(path, nestingLimit, [&](tkArchive& archive) { archive || const_cast<Object&>(object); });
+        save_(path, nestingLimit, {typeid(object), std::is_class_v<Object>},
+              [&](tkArchive& archive) { archive || const_cast<Object&>(object); });
     }
 
-    /// Checks the whole file before any of it is made an object, loads a new object that must take all
-    /// of the archive, and moves it into `object`, which keeps its value if anything throws.
+    /// Checks the whole file before any of it is made an object, loads a new object that must take all of the archive,
+    /// and swaps it with `object`, which keeps its value if anything throws. A file that holds an object of another
+    /// class is refused and its class named; files without a name are loaded as what is asked for.
     template <class Object>
     static void load(const std::filesystem::path& path, Object& object,
                      long nestingLimit = tkArchive::defaultNestingLimit)
     {
+        static_assert(std::is_nothrow_swappable_v<Object>, "loading must not fail once the object is there");
         Object loaded{};
-        load_(path, nestingLimit, [&](tkArchive& archive) { archive || loaded; });
-        object = std::move(loaded);
+        load_(path, nestingLimit, {typeid(Object), std::is_class_v<Object>},
+              [&](tkArchive& archive) { archive || loaded; });
+        using std::swap;
+        swap(object, loaded);
     }
 
 private:
+    struct Type_
+    {
+        const std::type_info& info;
+        bool isClass;
+    };
     using Exchange_ = std::function<void(tkArchive&)>;
 
-    static void save_(const std::filesystem::path& path, long nestingLimit, const Exchange_& exchange);
-    static void load_(const std::filesystem::path& path, long nestingLimit, const Exchange_& exchange);
+    static void save_(const std::filesystem::path& path, long nestingLimit, const Type_& type,
+                      const Exchange_& exchange);
+    static void load_(const std::filesystem::path& path, long nestingLimit, const Type_& type,
+                      const Exchange_& exchange);
 };
 
 #endif

@@ -1,14 +1,12 @@
 #ifndef FOUNDATION_TKARCHIVEOPERATORS_H
 #define FOUNDATION_TKARCHIVEOPERATORS_H
 
-#include "foundation/tkArchive.h"
+#include "foundation/tkArchiveErrors.h"
 #include "foundation/tkPtrHandle.h"
 
 #include <algorithm>
 #include <iterator>
 #include <type_traits>
-#include <typeinfo>
-#include <utility>
 #include <vector>
 
 /// What the exchange of every vector begins with: a version byte and the number of elements. Returns the
@@ -29,49 +27,35 @@ std::size_t tkExchangeVectorHead(tkArchive& archive, Vector& elements)
 template <class Vector>
 void tkGrowVector(Vector& elements, std::size_t count, std::size_t first)
 {
-    const std::size_t size = std::min(count, elements.size() + std::max(first, elements.size() / 2));
+    const std::size_t size = (std::min)(count, elements.size() + (std::max)(first, elements.size() / 2));
     elements.reserve(size);
     elements.resize(size);
 }
-
-/// Whether a type is a handle to objects that are stored by pointer.
-template <class Element>
-struct tkIsPersistentHandle : std::false_type
-{
-};
-template <class T>
-struct tkIsPersistentHandle<tkPtrHandle<T>> : std::is_base_of<tkPersistent, T>
-{
-};
-template <class T>
-struct tkIsPersistentHandle<tkPtrHandle_const<T>> : std::is_base_of<tkPersistent, T>
-{
-};
 
 /// A vector: version byte, count, elements in order, each through its own operator. Elements that are there
 /// before loading are loaded in place.
 template <class Element>
 tkArchive& operator||(tkArchive& archive, std::vector<Element>& elements)
+try
 {
-    constexpr bool hasPointers = tkIsPersistentHandle<Element>::value;
-    constexpr std::size_t ahead = 8; // about the time in which memory answers
-    if (hasPointers && archive.isStoring())
-        archive.expectPointers(elements.size());
     const std::size_t count = tkExchangeVectorHead(archive, elements);
     for (std::size_t i = 0; i < count; ++i)
     {
         if (i == elements.size())
             tkGrowVector(elements, count, 4);
-        if constexpr (hasPointers)
-            if (i + ahead < count && archive.isStoring())
-                archive.expectPointer(elements[i + ahead].get());
         archive || elements[i];
     }
     return archive;
 }
+catch (...) // memory may have run out, or an element's operator have failed by itself
+{
+    archive.setFailed();
+    throw;
+}
 
 /// The same record, its doubles exchanged many at a time.
 inline tkArchive& operator||(tkArchive& archive, std::vector<double>& elements)
+try
 {
     const std::size_t count = tkExchangeVectorHead(archive, elements);
     if (archive.isStoring())
@@ -87,16 +71,22 @@ inline tkArchive& operator||(tkArchive& archive, std::vector<double>& elements)
     }
     return archive;
 }
+catch (...)
+{
+    archive.setFailed();
+    throw;
+}
 
 /// The same record, one byte for each bool, many at a time.
 inline tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements)
+try
 {
     constexpr std::size_t step = 512;
     unsigned char flags[step];
     const std::size_t count = tkExchangeVectorHead(archive, elements);
     for (std::size_t done = 0, n = 0; done < count; done += n)
     {
-        n = std::min(count - done, step);
+        n = (std::min)(count - done, step);
         if (archive.isStoring())
             std::copy_n(elements.begin() + static_cast<std::ptrdiff_t>(done), n, flags);
         archive.exchangeBools(flags, n);
@@ -108,6 +98,11 @@ inline tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements)
         }
     }
     return archive;
+}
+catch (...)
+{
+    archive.setFailed();
+    throw;
 }
 
 /// An enumeration: its value as 32 bits, in either direction without a check of its range. The fixed
@@ -130,22 +125,6 @@ tkArchive& operator||(tkArchive& archive, Enumeration& value)
     return archive;
 }
 
-/// The object as a T, or null: a dynamic conversion that searches nothing where the class is T itself. Where
-/// tkPersistent is a virtual base of T there is no static one, and the dynamic one must do.
-template <class T, class = void>
-struct tkObjectAs
-{
-    static T* get(tkPersistent& object) { return dynamic_cast<T*>(&object); }
-};
-template <class T>
-struct tkObjectAs<T, std::void_t<decltype(static_cast<T*>(std::declval<tkPersistent*>()))>>
-{
-    static T* get(tkPersistent& object)
-    {
-        return typeid(object) == typeid(T) ? static_cast<T*>(&object) : dynamic_cast<T*>(&object);
-    }
-};
-
 /// What both kinds of handle do: exchange the object behind the handle, shared as it was. An object of
 /// another class than the handle's gives a null handle.
 template <class T, class Handle>
@@ -154,15 +133,10 @@ tkArchive& tkExchangeHandle(tkArchive& archive, Handle& handle)
     if (archive.isLoading())
         handle = Handle();
     tkPersistent* loaded = nullptr;
-    tkPersistent::serializePointer(archive, const_cast<T*>(handle.get()), loaded,
-                                   [](tkPersistent& object) -> tkRepBase*
-                                   {
-                                       T* const counted = tkObjectAs<T>::get(object);
-                                       return counted ? counted : dynamic_cast<tkRepBase*>(&object);
-                                   });
+    tkPersistent::serializePointer(archive, const_cast<T*>(handle.get()), loaded);
     if (loaded)
     {
-        handle = Handle(tkObjectAs<T>::get(*loaded));
+        handle = Handle(dynamic_cast<T*>(loaded));
         if (handle.isNull())
             archive.discardLoaded(loaded);
     }
@@ -192,10 +166,11 @@ tkArchive& tkExchangeParallel(tkArchive& archive, const wchar_t* difference, Vec
         (archive || ... || vectors);
         const std::size_t sizes[] = {vectors.size()...};
         if (std::count(std::begin(sizes), std::end(sizes), sizes[0]) != sizeof...(vectors))
-            throw tkArchive::Errors(difference);
+            archive.fail(difference);
     }
     catch (...)
     {
+        archive.setFailed();
         if (archive.isLoading())
             (vectors.clear(), ...);
         throw;

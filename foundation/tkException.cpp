@@ -4,6 +4,7 @@
 #include "foundation/tkUtf8.h"
 
 #include <sstream>
+#include <utility>
 
 std::wstring tkException::message() const
 {
@@ -23,6 +24,15 @@ tkExceptionWithString::tkExceptionWithString(const std::wstring& message)
     : text_(message),
       what_(tkUtf8::encode(message))
 {
+}
+
+tkExceptionWithString& tkExceptionWithString::operator=(const tkExceptionWithString& other)
+{
+    std::wstring text = other.text_;
+    std::string what = other.what_;
+    text_ = std::move(text);
+    what_ = std::move(what);
+    return *this;
 }
 
 const char* tkExceptionWithString::what() const noexcept
@@ -62,6 +72,27 @@ void tkFailure::suicideAndRethrow()
 TK_DEFINE_FACTORY_RECORD(tkFailure, 0, "tkFailure")
 
 void tkFailure::serialize_(tkArchive& archive, unsigned char)
+{
+    tkExceptionWithString::dispatchSerialize(archive);
+}
+
+tkBadPointer::tkBadPointer() : tkExceptionWithString(L"Null handle dereferenced") {}
+
+long tkBadPointer::errorNumber() const
+{
+    return 0x10001003;
+}
+
+void tkBadPointer::suicideAndRethrow()
+{
+    const tkBadPointer copy(*this);
+    delete this;
+    throw copy;
+}
+
+TK_DEFINE_FACTORY_RECORD(tkBadPointer, 0, "tkBadPointer")
+
+void tkBadPointer::serialize_(tkArchive& archive, unsigned char)
 {
     tkExceptionWithString::dispatchSerialize(archive);
 }

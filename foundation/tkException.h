@@ -32,11 +32,17 @@ protected:
 class TK_EXPORT tkExceptionWithString : public tkException
 {
 public:
+    tkExceptionWithString(const tkExceptionWithString&) = default;
+    tkExceptionWithString(tkExceptionWithString&&) = default;
+    /// Strong exception guarantee.
+    tkExceptionWithString& operator=(const tkExceptionWithString& other);
+    tkExceptionWithString& operator=(tkExceptionWithString&&) = default;
+
     /// The message in UTF-8.
     const char* what() const noexcept override;
 
 protected:
-    explicit tkExceptionWithString(const std::wstring& message = L"");
+    tkExceptionWithString(const std::wstring& message = L"");
 
     TK_RECORD;
     void message_(std::wostream& stream) const override;
@@ -50,7 +56,20 @@ private:
 class TK_EXPORT tkFailure : public tkExceptionWithString
 {
 public:
-    explicit tkFailure(const std::wstring& message = L"");
+    tkFailure(const std::wstring& message = L"");
+
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+
+private:
+    TK_FACTORY_RECORD;
+};
+
+/// Thrown when a null handle is dereferenced, or given to who needs an object.
+class TK_EXPORT tkBadPointer : public tkExceptionWithString
+{
+public:
+    tkBadPointer();
 
     long errorNumber() const override;
     void suicideAndRethrow() override;

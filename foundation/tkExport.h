@@ -1,6 +1,13 @@
 #ifndef FOUNDATION_TKEXPORT_H
 #define FOUNDATION_TKEXPORT_H
 
+#if defined(_MSVC_LANG) ? _MSVC_LANG < 201703L : __cplusplus < 201703L
+#error "clastool needs C++17: compile with -std=c++17 or /std:c++17, or a later standard"
+#endif
+#if !defined(__cpp_rtti) && !defined(__GXX_RTTI) && !defined(_CPPRTTI)
+#error "clastool needs run-time type information: compile without -fno-rtti or /GR-"
+#endif
+
 /// Marks what the shared library shows to its users. The library is built with hidden visibility;
 /// a class marked here also shows its type information, so that exceptions and dynamic_cast work
 /// across shared libraries. A static build defines CLASTOOL_STATIC for itself and its users.

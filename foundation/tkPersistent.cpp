@@ -1,6 +1,6 @@
 #include "foundation/tkPersistent.h"
 
-#include "foundation/tkArchive.h"
+#include "foundation/tkArchiveState.h"
 #include "foundation/tkAssert.h"
 
 #include <atomic>
@@ -84,6 +84,53 @@ std::string tkPersistent::typeName(const std::type_info& type)
             return name.substr(kind.size());
     return name;
 #endif
+}
+
+// At home here, where every object that dies asks for it.
+thread_local const tkArchive::Exchange_* tkArchive::Exchange_::innermost_ = nullptr;
+
+tkPersistent::~tkPersistent()
+{
+    for (const auto* exchange = tkArchive::Exchange_::innermost(); exchange; exchange = exchange->enclosing())
+        exchange->state().forget(this);
+}
+
+void tkPersistent::serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded)
+{
+    tkArchive::Exchange_ exchange(archive);
+    exchange.state().unclaimed = nullptr;
+    if (archive.isLoading())
+        loaded = archive.loadPointer_();
+    else
+        archive.storePointer_(stored);
+    exchange.finish();
+}
+
+bool tkPersistent::haveVisited(void* object, std::size_t classExtent)
+{
+    return haveVisitedLevel_(object, classExtent, nullptr);
+}
+
+void tkPersistent::setVisited(void* object, std::size_t classExtent)
+{
+    setVisitedLevel_(object, classExtent, nullptr);
+}
+
+bool tkPersistent::haveVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type)
+{
+    const auto* const exchange = tkArchive::Exchange_::innermost();
+    if (!exchange)
+        return false;
+    for (const tkArchive::State_::Level& level : exchange->state().visitedLevels)
+        if (level.object == object && level.extent == classExtent && (!type || !level.type || *type == *level.type))
+            return true;
+    return false;
+}
+
+void tkPersistent::setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type)
+{
+    if (const auto* const exchange = tkArchive::Exchange_::innermost())
+        exchange->state().visitedLevels.push_back({object, classExtent, type});
 }
 
 void tkPersistent::dispatchSerialize(tkArchive& archive)

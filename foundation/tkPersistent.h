@@ -31,17 +31,7 @@ public:
     /// receives it, and the archive knows it for the present outermost exchange only.
     /// Throws tkArchive::Errors for what cannot be stored (a cycle, an unregistered class, too deep
     /// nesting) and for damaged input.
-    static void serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded)
-    {
-        serializePointer(archive, stored, loaded,
-                         [](tkPersistent& object) { return dynamic_cast<tkRepBase*>(&object); });
-    }
-
-    /// What counts the references to an object; null: nothing.
-    using Counted = tkRepBase* (*)(tkPersistent& object);
-
-    /// The same for a caller who knows a faster way than a dynamic conversion to that part of the object.
-    static void serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded, Counted counted);
+    static void serializePointer(tkArchive& archive, tkPersistent* stored, tkPersistent*& loaded);
 
     /// Whether a level of size `classExtent` at `object` was marked in the running outermost exchange of
     /// this thread. False when none is running.

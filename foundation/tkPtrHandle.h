@@ -1,28 +1,26 @@
 #ifndef FOUNDATION_TKPTRHANDLE_H
 #define FOUNDATION_TKPTRHANDLE_H
 
+#include "foundation/tkException.h"
 #include "foundation/tkRepBase.h"
 
-#include <stdexcept>
 #include <type_traits>
 #include <utility>
-
-/// Thrown when a null handle is dereferenced.
-class TK_EXPORT tkBadPointer : public std::runtime_error
-{
-public:
-    tkBadPointer() : std::runtime_error("Null handle dereferenced") {}
-};
 
 /// What both kinds of handle do: holds one reference to a heap object derived from tkRepBase, or
 /// nothing. `Object` is const-qualified in the constant kind. One word wide; no operation but
 /// dereferencing throws. Two threads may use two handles to one object, but not one handle.
+/// *Requires* of a plain pointer that its object comes from `new`: an assertion fails for one on the thread's stack.
 template <class Object>
 class tkPtrHandleBase
 {
 public:
     tkPtrHandleBase() noexcept = default;
-    explicit tkPtrHandleBase(Object* object) noexcept : object_(object) { hold_(); }
+    explicit tkPtrHandleBase(Object* object) : object_(object)
+    {
+        if (object_)
+            object_->addFirstReference();
+    }
     tkPtrHandleBase(const tkPtrHandleBase& other) noexcept : object_(other.object_) { hold_(); }
     tkPtrHandleBase(tkPtrHandleBase&& other) noexcept : object_(other.detach_()) {}
     ~tkPtrHandleBase() { release_(object_); }
@@ -53,6 +51,13 @@ protected:
 
     /// Takes over the reference that another handle gave up by detach_().
     void adopt_(Object* object) noexcept { release_(std::exchange(object_, object)); }
+
+    /// Holds what another handle holds.
+    void share_(Object* object) noexcept
+    {
+        object_ = object;
+        hold_();
+    }
 
 private:
     void hold_() const noexcept
@@ -86,8 +91,9 @@ public:
     tkPtrHandle() noexcept = default;
 
     template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, T*>>>
-    tkPtrHandle(const tkPtrHandle<Derived>& other) noexcept : tkPtrHandleBase<T>(other.get())
+    tkPtrHandle(const tkPtrHandle<Derived>& other) noexcept
     {
+        this->share_(other.get());
     }
     template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, T*>>>
     tkPtrHandle(tkPtrHandle<Derived>&& other) noexcept
@@ -110,8 +116,9 @@ public:
     tkPtrHandle_const() noexcept = default;
 
     template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, const T*>>>
-    tkPtrHandle_const(const tkPtrHandle<Derived>& other) noexcept : tkPtrHandleBase<const T>(other.get())
+    tkPtrHandle_const(const tkPtrHandle<Derived>& other) noexcept
     {
+        this->share_(other.get());
     }
     template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, const T*>>>
     tkPtrHandle_const(tkPtrHandle<Derived>&& other) noexcept
@@ -119,8 +126,9 @@ public:
         this->adopt_(other.detach());
     }
     template <class Derived, class = std::enable_if_t<std::is_convertible_v<const Derived*, const T*>>>
-    tkPtrHandle_const(const tkPtrHandle_const<Derived>& other) noexcept : tkPtrHandleBase<const T>(other.get())
+    tkPtrHandle_const(const tkPtrHandle_const<Derived>& other) noexcept
     {
+        this->share_(other.get());
     }
     template <class Derived, class = std::enable_if_t<std::is_convertible_v<const Derived*, const T*>>>
     tkPtrHandle_const(tkPtrHandle_const<Derived>&& other) noexcept

@@ -8,7 +8,9 @@ tkRandomUniform::tkRandomUniform(long seed) : generator_(static_cast<std::uint64
 double tkRandomUniform::next(double low, double high)
 {
     const double unit = static_cast<double>(generator_() >> 11) * 0x1p-53;
-    return low + unit * (high - low);
+    const double width = high - low;
+    const double value = std::isfinite(width) ? low + unit * width : low * (1.0 - unit) + high * unit;
+    return value > high && low <= high ? high : value;
 }
 
 tkRandomGaussian::tkRandomGaussian(long seed) : uniform_(seed) {}

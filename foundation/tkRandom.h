@@ -5,16 +5,17 @@
 
 #include <random>
 
-/// Uniform random numbers. One seed gives the same sequence on every platform, for ever: the generator is the
-/// 64-bit Mersenne Twister (Matsumoto and Nishimura, ACM TOMACS 8, 1998), and the step from its words to
-/// doubles is our own, since the standard library's distributions differ between vendors.
+/// Uniform random numbers. A seed gives the same sequence on every platform and with every release: the generator is
+/// the 64-bit Mersenne Twister (Matsumoto and Nishimura, ACM TOMACS 8, 1998), and the step from its words to doubles is
+/// our own, since the standard library's distributions differ between vendors. A `long` of 32 and one of 64 bits with
+/// the same value are the same seed.
 class TK_EXPORT tkRandomUniform
 {
 public:
-    explicit tkRandomUniform(long seed);
+    tkRandomUniform(long seed);
 
-    /// A number in [low, high]: low + u (high - low) with u a multiple of 2^-53 in [0, 1). Rounding may give
-    /// high itself.
+    /// A number in [low, high], for finite low <= high: low + u (high - low) with u a multiple of 2^-53 in [0, 1), or
+    /// low (1 - u) + high u where the difference overflows. Rounding may give high itself.
     double next(double low, double high);
 
 private:
@@ -22,11 +23,11 @@ private:
 };
 
 /// Normally distributed random numbers, by the polar method (Marsaglia and Bray, SIAM Review 6, 1964). One seed
-/// gives the same sequence on every platform, as far as the C library's log and sqrt agree.
+/// gives the same sequence on every platform whose C library rounds log alike; sqrt is exact everywhere.
 class TK_EXPORT tkRandomGaussian
 {
 public:
-    explicit tkRandomGaussian(long seed);
+    tkRandomGaussian(long seed);
 
     /// A deviate with this mean and standard deviation.
     double next(double mean, double sigma);

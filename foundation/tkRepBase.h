@@ -24,6 +24,14 @@ public:
     /// Counts one more holder.
     void addReference() const noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
 
+    /// The same for a plain pointer, which may be the first to be held. *Requires* an object from `new`.
+    void addFirstReference() const
+    {
+        if (referenceCount() == 0)
+            requireNotOnStack_(this);
+        addReference();
+    }
+
     /// Counts one holder less; deletes the object if it was the last. *Requires* an earlier addReference.
     void removeReference() const noexcept
     {
@@ -35,6 +43,8 @@ public:
     bool dropReference() const noexcept { return count_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
 private:
+    static void requireNotOnStack_(const void* object);
+
     mutable std::atomic<long> count_{0};
 };
 

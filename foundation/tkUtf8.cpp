@@ -57,6 +57,31 @@ CodePoint unit(wchar_t w)
 {
     return static_cast<CodePoint>(w) & (utf16 ? 0xFFFFUL : 0xFFFFFFFFUL);
 }
+/// The character that begins at byte `start`, and of how many bytes it consists; 0 if these are not valid. The lead
+/// byte tells the length; C0 and C1 would begin overlong forms, F5 and above characters beyond the largest.
+std::size_t decodeOne(const std::string& bytes, std::size_t start, CodePoint& c)
+{
+    const auto byteAt = [&](std::size_t k)
+    { return static_cast<CodePoint>(static_cast<unsigned char>(bytes[start + k])); };
+    const CodePoint lead = byteAt(0);
+    const std::size_t length = lead < 0x80   ? 1
+                               : lead < 0xC2 ? 0
+                               : lead < 0xE0 ? 2
+                               : lead < 0xF0 ? 3
+                               : lead < 0xF5 ? 4
+                                             : 0;
+    if (length == 0 || bytes.size() - start < length)
+        return 0;
+    c = length == 1 ? lead : lead & (0x7FUL >> length);
+    for (std::size_t k = 1; k < length; ++k)
+    {
+        if ((byteAt(k) & 0xC0) != 0x80)
+            return 0;
+        c = (c << 6) | (byteAt(k) & 0x3F);
+    }
+    const CodePoint smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    return c < smallest[length] || c > largest || isSurrogate(c) ? 0 : length;
+}
 } // namespace
 
 std::string tkUtf8::encode(const std::wstring& text, bool* lossy)
@@ -91,30 +116,12 @@ std::string tkUtf8::encode(const std::wstring& text, bool* lossy)
 bool tkUtf8::decode(const std::string& bytes, std::wstring& text)
 {
     std::wstring decoded;
-    const auto byteAt = [&bytes](std::size_t i)
-    { return static_cast<CodePoint>(static_cast<unsigned char>(bytes[i])); };
     decoded.reserve(std::count_if(bytes.begin(), bytes.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
     for (std::size_t i = 0; i < bytes.size();)
     {
-        const CodePoint lead = byteAt(i);
-        const std::size_t length = lead < 0x80   ? 1
-                                   : lead < 0xC2 ? 0
-                                   : lead < 0xE0 ? 2
-                                   : lead < 0xF0 ? 3
-                                   : lead < 0xF5 ? 4
-                                                 : 0;
-        if (length == 0 || bytes.size() - i < length)
-            return false;
-        CodePoint c = length == 1 ? lead : lead & (0x7FUL >> length);
-        for (std::size_t k = 1; k < length; ++k)
-        {
-            const CodePoint next = byteAt(i + k);
-            if ((next & 0xC0) != 0x80)
-                return false;
-            c = (c << 6) | (next & 0x3F);
-        }
-        const CodePoint smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (c < smallest[length] || c > largest || isSurrogate(c))
+        CodePoint c;
+        const std::size_t length = decodeOne(bytes, i, c);
+        if (length == 0)
             return false;
         append(decoded, c);
         i += length;

@@ -57,7 +57,7 @@ tkArchive& operator||(tkArchive& archive, tkNMMatrix& matrix)
             loaded.rows_ >= 0 && loaded.cols_ >= 0 &&
             static_cast<unsigned long long>(loaded.rows_) * static_cast<unsigned long long>(loaded.cols_) == size;
         if (!fits || (!loaded.remainders_.empty() && loaded.remainders_.size() != size))
-            throw tkArchive::Errors(L"A stored matrix has another number of elements than its size says");
+            archive.fail(L"A stored matrix has another number of elements than its size says");
         matrix = std::move(loaded);
     }
     return archive;

@@ -274,7 +274,8 @@ TEST(tkClassifierCosts, recordWithVectorsOfUnequalLengthsIsRefused)
     {
         tkClassifierCosts loaded = example();
         EXPECT_TK_THROW(loadFromBytes(bytes, loaded), tkArchive::Errors,
-                        L"Cost overrides have not as many labels as costs");
+                        L"Cost overrides have not as many labels as costs (reading, at byte " +
+                            std::to_wstring(bytes.size()) + L")");
         EXPECT_EQ(0, loaded.numMisclassificationOverrides());
     }
 }

@@ -438,7 +438,8 @@ TEST(tkClassifierDataProvider, recordWithLabelsForOtherThanItsPatternsIsRefused)
     {
         tkClassifierDataProviderMemory loaded = example();
         EXPECT_TK_THROW(loadFromBytes(bytes, loaded), tkArchive::Errors,
-                        L"Training data have not as many labels as patterns");
+                        L"Training data have not as many labels as patterns (reading, at byte " +
+                            std::to_wstring(bytes.size()) + L")");
         EXPECT_EQ(0, loaded.numPatterns());
     }
 }

@@ -249,7 +249,8 @@ TEST(tkClassifierFrequencies, recordWithVectorsOfUnequalLengthsIsRefused)
     {
         tkClassifierFrequencies loaded = example();
         EXPECT_TK_THROW(loadFromBytes(bytes, loaded), tkArchive::Errors,
-                        L"Frequency overrides have not as many labels as frequencies");
+                        L"Frequency overrides have not as many labels as frequencies (reading, at byte " +
+                            std::to_wstring(bytes.size()) + L")");
         EXPECT_EQ(0, loaded.numFrequencyOverrides());
     }
 }

@@ -593,10 +593,10 @@ TEST(tkDecisionTree, deeperThanTheNestingLimitIsRefusedInBothDirections)
     EXPECT_THROW(loading || loaded, tkArchive::Errors);
 
     // The usual limit, reached and passed.
-    EXPECT_THROW(storeToBytes(sharedChain(1024, leaf({1}))), tkArchive::Errors);
+    EXPECT_THROW(storeToBytes(sharedChain(256, leaf({1}))), tkArchive::Errors);
     Tree back;
-    loadFromBytes(storeToBytes(sharedChain(1023, leaf({1}))), back);
-    EXPECT_TRUE(*back == *sharedChain(1023, leaf({1})));
+    loadFromBytes(storeToBytes(sharedChain(255, leaf({1}))), back);
+    EXPECT_TRUE(*back == *sharedChain(255, leaf({1})));
 }
 
 TEST(tkDecisionTree, fileIsLeftAsItIsWhenATreeIsTooDeepForIt)

@@ -301,7 +301,8 @@ TEST(tkFeaturePattern, recordWithFlagsForOtherThanItsMeasurementsIsRefused)
     {
         tkFeaturePattern loaded = example();
         EXPECT_TK_THROW(loadFromBytes(bytes, loaded), tkArchive::Errors,
-                        L"A feature pattern has not as many validity flags as measurements");
+                        L"A feature pattern has not as many validity flags as measurements (reading, at byte " +
+                            std::to_wstring(bytes.size()) + L")");
         EXPECT_TRUE(loaded == tkFeaturePattern());
     }
 }

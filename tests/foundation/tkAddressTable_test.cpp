@@ -49,7 +49,6 @@ TEST(tkAddressTable, anEmptyTableKnowsNothing)
 {
     tkAddressTable table;
     EXPECT_EQ(0u, table.find(addressOf(16)));
-    table.prefetch(addressOf(16));
     table.erase(addressOf(16));
     EXPECT_EQ(0u, table.find(addressOf(16)));
 }
@@ -69,7 +68,6 @@ TEST(tkAddressTable, keepsEveryNumberWhileItGrows)
     constexpr std::uint32_t count = 100000;
     for (std::uint32_t i = 1; i <= count; ++i)
     {
-        table.prefetch(addressOf(std::uintptr_t{240} * i));
         table.insert(addressOf(std::uintptr_t{240} * i), i);
     }
     for (std::uint32_t i = 1; i <= count; ++i)

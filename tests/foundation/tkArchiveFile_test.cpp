@@ -251,12 +251,12 @@ TEST_F(tkArchiveFileInFolder, changedLineEndsAreNoticed)
 TEST_F(tkArchiveFileInFolder, otherFormatVersionIsNamed)
 {
     std::string bytes = frame(storeToBytes(5L));
-    bytes[8] = 2;
+    bytes[8] = 3;
     write(bytes);
-    expectRefused(L"has the format version 2; only 1 is known");
+    expectRefused(L"has the format version 3; only 1 and 2 are known");
     bytes[8] = 0;
     write(bytes);
-    expectRefused(L"has the format version 0; only 1 is known");
+    expectRefused(L"has the format version 0; only 1 and 2 are known");
 }
 
 TEST_F(tkArchiveFileInFolder, everyTruncationIsNoticed)

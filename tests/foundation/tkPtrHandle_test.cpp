@@ -92,7 +92,7 @@ TEST(tkPtrHandle, dereferencingNullThrows)
     {
         static_cast<void>(*nullConst);
     }
-    catch (const std::runtime_error& thrown)
+    catch (const tkException& thrown)
     {
         what = thrown.what();
     }

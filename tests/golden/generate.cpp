@@ -37,9 +37,11 @@ std::string handleBytes(const T& object)
 std::vector<std::pair<std::string, std::string>> archives()
 {
     tkArchive::UnknownVersion unknownVersion("tkRange", 3);
+    tkBadPointer badPointer;
     return {
         {"tkRange.v0.bin", storeToBytes(tkRange(-1.5, 10.0))},
         {"tkFailure.v0.bin", errorBytes<tkFailure>()},
+        {"tkBadPointer.v0.bin", storePointerToBytes(badPointer)},
         {"tkArchive.Errors.v0.bin", errorBytes<tkArchive::Errors>()},
         {"tkArchive.UnknownVersion.v0.bin", storePointerToBytes(unknownVersion)},
         {"tkClassifierDefs.BadParams.v0.bin", errorBytes<tkClassifierDefs::BadParams>()},

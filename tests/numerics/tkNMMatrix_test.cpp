@@ -32,7 +32,8 @@ TEST(tkNMMatrix, damagedRecordsAreRefused)
         archive || matrix;
     };
     bytes[1] = 3; // rows
-    EXPECT_TK_THROW(load(), tkArchive::Errors, L"A stored matrix has another number of elements than its size says");
+    EXPECT_TK_THROW(load(), tkArchive::Errors,
+                    L"A stored matrix has another number of elements than its size says (reading, at byte 67)");
     bytes[1] = 2;
     bytes[0] = 1;
     EXPECT_THROW(load(), tkArchive::UnknownVersion);

@@ -22,10 +22,13 @@ foundation/tkPrefetch
 foundation/tkAddressTable
 foundation/tkUtf8
 foundation/tkRepBase
-foundation/tkPtrHandle
 foundation/tkPersistent
 foundation/tkException
+foundation/tkPtrHandle
 foundation/tkArchive
+foundation/tkArchiveErrors
+foundation/tkArchiveStream
+foundation/tkArchiveState
 foundation/tkArchiveOperators
 foundation/tkArchiveFile
 foundation/tkRange

@@ -1,7 +1,7 @@
 #ifndef TESTS_SUPPORT_TKTEST_H
 #define TESTS_SUPPORT_TKTEST_H
 
-#include "foundation/tkArchive.h"
+#include "foundation/tkArchiveErrors.h"
 #include "foundation/tkException.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "clss/clastool/bayes/tk_ProbabilityDensityFunction.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
-#include "foundation/tkArchive.h"
+#include "foundation/tkArchiveErrors.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkException.h"
 #include "foundation/tkScratch.h"

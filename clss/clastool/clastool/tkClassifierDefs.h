@@ -18,7 +18,7 @@ public:
         void suicideAndRethrow() override = 0;
 
     protected:
-        explicit Errors(const std::wstring& message = L"");
+        Errors(const std::wstring& message = L"");
         TK_RECORD;
     };
 
@@ -27,7 +27,7 @@ public:
     class TK_EXPORT Name : public Errors                                                                               \
     {                                                                                                                  \
     public:                                                                                                            \
-        explicit Name(const std::wstring& message = L"");                                                              \
+        Name(const std::wstring& message = L"");                                                                       \
         long errorNumber() const override;                                                                             \
         void suicideAndRethrow() override;                                                                             \
                                                                                                                        \

@@ -8,6 +8,8 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
+#include <utility>
+
 tkClassifierTool::tkClassifierTool() : classifier_(new tkPtrHandle<tk_Classifier>) {}
 
 tkClassifierTool::tkClassifierTool(const tkClassifierTool& other)
@@ -161,5 +163,19 @@ bool tkClassifierTool::operator==(const tkClassifierTool& other) const
 tkArchive& operator||(tkArchive& archive, tkClassifierTool& tool)
 {
     archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::toolLine);
-    return archive || *tool.classifier_;
+    tkPtrHandle<tk_Classifier>& classifier = *tool.classifier_;
+    archive || classifier;
+    if (archive.isStoring() || classifier.isNull() || classifier->referenceCount() <= 2) // the tool's and the archive's
+        return archive;
+    const tkPtrHandle<tk_Classifier> shared = std::move(classifier); // if cloning fails, the tool is empty
+    try
+    {
+        classifier = shared->clone();
+    }
+    catch (...)
+    {
+        archive.setFailed();
+        throw;
+    }
+    return archive;
 }

@@ -30,6 +30,9 @@ public:
     /// tool to itself leaves it empty: the classifier is released before the other tool is looked at.
     tkClassifierTool& operator=(const tkClassifierTool& other);
 
+    /// Exchanges the classifiers of two tools, trained or not.
+    void swap(tkClassifierTool& other) noexcept { classifier_.swap(other.classifier_); }
+
     /// Trains a new classifier of the technique that `params` chooses, then, if params.throwIfNotReady(), checks
     /// that it can run. Throws tkClassifierDefs::NotImplemented if `params` cannot create a classifier (the tool
     /// is then empty); what the method's training throws (untrained); and what the check throws (untrained after a
@@ -81,6 +84,14 @@ private:
     std::unique_ptr<tkPtrHandle<tk_Classifier>> classifier_; // never null; the handle may be
 };
 
+inline void swap(tkClassifierTool& a, tkClassifierTool& b) noexcept
+{
+    a.swap(b);
+}
+
+/// Loading gives a tool a classifier of its own: one that somebody else has loaded from the archive as well is cloned.
+/// Storing writes each classifier once per archive, as it is then: a tool that is trained anew between two stores into
+/// one archive comes back old.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierTool& tool);
 
 #endif

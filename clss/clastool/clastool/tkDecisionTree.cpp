@@ -90,7 +90,7 @@ tkDecisionTreeNode::~tkDecisionTreeNode()
     destroy_(takeLast_(falseTree_));
 }
 
-tkDecisionTreeNode& tkDecisionTreeNode::operator=(const tkDecisionTreeNode& other)
+tkDecisionTreeNode& tkDecisionTreeNode::operator=(const tkDecisionTreeNode& other) noexcept
 {
     // Releasing a subtree may destroy the other node: it is copied first and not read afterwards.
     tkDecisionTreeNode copy(other);

@@ -55,7 +55,7 @@ public:
     ~tkDecisionTreeNode() override;
 
     /// The other node may be one below this.
-    tkDecisionTreeNode& operator=(const tkDecisionTreeNode& other);
+    tkDecisionTreeNode& operator=(const tkDecisionTreeNode& other) noexcept;
 
     /// The subtree that follows when the predicate is true: shared when read, cloned when set.
     const tkPtrHandle_const<tkDecisionTree>& trueTree() const { return trueTree_; }

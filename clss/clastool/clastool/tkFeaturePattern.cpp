@@ -6,54 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
-
-namespace
-{
-/// A pattern's validity flags as a record holds them, one for each measurement.
-struct Validity
-{
-    std::vector<bool>& flags; // empty: all valid
-    std::size_t count;
-
-    std::size_t size() const { return count; }
-    void clear()
-    {
-        flags.clear();
-        count = 0;
-    }
-};
-
-/// The record of a vector of bools, without making one where all are valid.
-tkArchive& operator||(tkArchive& archive, Validity& validity)
-{
-    std::vector<bool>& flags = validity.flags;
-    archive.exchangeVersion();
-    unsigned long count = validity.count;
-    archive || count;
-    constexpr std::size_t step = 256;
-    unsigned char bytes[step];
-    for (std::size_t done = 0, n = 0; done < count; done += n)
-    {
-        n = std::min(count - done, step);
-        if (archive.isStoring() && flags.empty())
-            std::memset(bytes, 1, n);
-        else if (archive.isStoring())
-            std::copy_n(flags.begin() + static_cast<std::ptrdiff_t>(done), n, bytes);
-        archive.exchangeBools(bytes, n);
-        if (archive.isLoading())
-        {
-            if (!flags.empty() || std::memchr(bytes, 0, n))
-            {
-                flags.resize(done, true);
-                flags.insert(flags.end(), bytes, bytes + n);
-            }
-            validity.count = done + n;
-        }
-    }
-    return archive;
-}
-} // namespace
+#include <utility>
 
 tkFeaturePattern::tkFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices)
     : validity_(invalidIndices.empty() ? 0 : measurements.size(), true)
@@ -108,9 +61,14 @@ TK_DEFINE_FACTORY_RECORD(tkFeaturePattern, 0)
 void tkFeaturePattern::serialize_(tkArchive& archive, unsigned char)
 {
     tkPersistent::dispatchSerialize(archive);
-    Validity validity{validity_, measurements_.size()};
+    // The record holds a flag for each measurement, also where the pattern holds none since all are valid.
+    std::vector<bool> validity;
     if (archive.isLoading())
-        validity.clear();
+        validity_.clear();
+    else
+        validity = validity_.empty() ? std::vector<bool>(measurements_.size(), true) : validity_;
     tkExchangeParallel(archive, L"A feature pattern has not as many validity flags as measurements", measurements_,
                        validity);
+    if (archive.isLoading() && std::find(validity.begin(), validity.end(), false) != validity.end())
+        validity_ = std::move(validity);
 }

@@ -1,0 +1,48 @@
+#ifndef FOUNDATION_TKARCHIVEERRORS_H
+#define FOUNDATION_TKARCHIVEERRORS_H
+
+#include "foundation/tkArchive.h"
+#include "foundation/tkException.h"
+
+#include <string>
+
+/// Anything wrong with an archive: what and, for input, at which byte.
+class TK_EXPORT tkArchive::Errors : public tkExceptionWithString
+{
+public:
+    Errors(const std::wstring& message = L"");
+
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+
+private:
+    TK_FACTORY_RECORD;
+};
+
+/// A record of a version that this library does not know: written by a later one, or damaged.
+class TK_EXPORT tkArchive::UnknownVersion : public tkArchive::Errors
+{
+public:
+    /// `where` names the record's class or source (null: unnamed), `number` a place in it.
+    UnknownVersion(const char* where = nullptr, int number = 0);
+    UnknownVersion(const UnknownVersion&) = default;
+    UnknownVersion(UnknownVersion&&) = default;
+    /// Strong exception guarantee.
+    UnknownVersion& operator=(const UnknownVersion& other) { return *this = UnknownVersion(other); }
+    UnknownVersion& operator=(UnknownVersion&&) = default;
+
+    /// The arguments of construction; an unnamed place is empty.
+    const std::string& where() const;
+    long number() const;
+
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+
+private:
+    TK_FACTORY_RECORD;
+
+    std::string where_;
+    long number_;
+};
+
+#endif

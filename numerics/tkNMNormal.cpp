@@ -110,7 +110,7 @@ void tkNMNormal::clear()
     swap_(empty);
 }
 
-tkNMNormal::Status tkNMNormal::check(const double* pattern, long dimension) const
+tkNMNormal::Outcome tkNMNormal::check(const double* pattern, long dimension) const
 {
     if (count() > 0 && dimension != this->dimension())
         return eSizeChanged;
@@ -122,9 +122,9 @@ tkNMNormal::Status tkNMNormal::check(const double* pattern, long dimension) cons
     return eOk;
 }
 
-tkNMNormal::Status tkNMNormal::add(const double* pattern, long dimension)
+tkNMNormal::Outcome tkNMNormal::add(const double* pattern, long dimension)
 {
-    const Status status = check(pattern, dimension);
+    const Outcome status = check(pattern, dimension);
     if (status != eOk)
         return status;
 
@@ -149,8 +149,8 @@ void tkNMNormal::changeNumber(const tkPtrHandle<tkNMChangeNumber>& number)
     changeNumber_ = number;
 }
 
-tkNMNormal::Status tkNMNormal::logDensity(const double* pattern, long dimension, double& result,
-                                          tkNMInstructions instructions) const
+tkNMNormal::Outcome tkNMNormal::logDensity(const double* pattern, long dimension, double& result,
+                                           tkNMInstructions instructions) const
 {
     if (count() == 0)
         return eNoValidData;
@@ -160,8 +160,8 @@ tkNMNormal::Status tkNMNormal::logDensity(const double* pattern, long dimension,
     return eOk;
 }
 
-tkNMNormal::Status tkNMNormal::logMarginal(const double* pattern, const bool* valid, long dimension,
-                                           double& result) const
+tkNMNormal::Outcome tkNMNormal::logMarginal(const double* pattern, const bool* valid, long dimension,
+                                            double& result) const
 {
     if (count() == 0)
         return eNoValidData;

@@ -22,7 +22,7 @@ struct tkNMFactorisation;
 class TK_EXPORT tkNMNormal
 {
 public:
-    enum Status
+    enum Outcome
     {
         eOk,
         eNoValidData, ///< evaluated with count 0
@@ -66,9 +66,9 @@ public:
     static constexpr double largestMagnitude() { return tkNMStatistics::largestMagnitude; }
 
     /// Whether add() would learn the pattern: eOk, eSizeChanged or eOutOfRange, in this order of checks.
-    Status check(const double* pattern, long dimension) const;
+    Outcome check(const double* pattern, long dimension) const;
     /// Learns one pattern of finite measurements by tkNMStatistics::add. Anything but eOk changes nothing.
-    Status add(const double* pattern, long dimension);
+    Outcome add(const double* pattern, long dimension);
 
     /// What a measurement that never varied is compared with, one for each measurement: its standard deviation over all
     /// categories, where 0.0 stands for one that was the same everywhere and has no term in the density. Empty: not
@@ -86,14 +86,14 @@ public:
     const tkNMFactorisation& factorisation() const;
 
     /// The natural logarithm of the density at `pattern`, a multiple of 2^-39 up to a magnitude of 2^12. Finite
-    /// for finite patterns: a squared distance that overflows is the largest double. Statuses eNoValidData,
+    /// for finite patterns: a squared distance that overflows is the largest double. Outcomes eNoValidData,
     /// eWrongLength.
-    Status logDensity(const double* pattern, long dimension, double& result,
-                      tkNMInstructions instructions = tkNMBestInstructions()) const;
+    Outcome logDensity(const double* pattern, long dimension, double& result,
+                       tkNMInstructions instructions = tkNMBestInstructions()) const;
 
     /// The same for the marginal distribution over the measurements with `valid` set; 0.0 if there is none. An
     /// invalid measurement's value is not read. Cost in proportion to dimension² + dimension b² for b invalid ones.
-    Status logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
+    Outcome logMarginal(const double* pattern, const bool* valid, long dimension, double& result) const;
 
     /// Equality of count, mean and covariance.
     bool operator==(const tkNMNormal& other) const { return statistics_ == other.statistics_; }

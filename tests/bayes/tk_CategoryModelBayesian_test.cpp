@@ -200,8 +200,10 @@ TEST(tk_CategoryModelBayesian, recordsWhoseSetsDoNotFitAreRefusedAndLeaveNoDensi
         EXPECT_TRUE(loaded.densities().empty());
         EXPECT_TRUE(loaded.dependencySets().empty());
     };
-    refuses(modelRecord(1, {{0}}, {}), incomplete);
-    refuses(modelRecord(0, {}, {normal}), incomplete);
+    refuses(modelRecord(1, {{0}}, {}),
+            L"A stored category model has not one density for each dependency set (reading, at byte 30)");
+    refuses(modelRecord(0, {}, {normal}),
+            L"A stored category model has not one density for each dependency set (reading, at byte 126)");
     refuses(modelRecord(7, {{0}}, {Density()}), incomplete); // before the number of measurements
     for (const long numMeasurements : {-1L, 0L, 2L, 2147483647L})
         refuses(modelRecord(numMeasurements, {{0}}, {normal}), otherSize);

@@ -82,7 +82,7 @@ void requireIndices(const tkFeaturePattern& pattern, const std::vector<long>& se
 }
 
 /// Turns what the numerical core reports into exceptions.
-void throwUnlessOk(tkNMNormal::Status status)
+void throwUnlessOk(tkNMNormal::Outcome status)
 {
     switch (status)
     {

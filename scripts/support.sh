@@ -110,5 +110,6 @@ install_packages()
 }
 
 build_packages=($(compiler_package) cmake=cmake ninja-build=ninja libpng-dev=/usr/include/png.h)
-test_packages=("${build_packages[@]}" libgtest-dev=/usr/include/gtest/gtest.h pkg-config=pkg-config)
+test_packages=("${build_packages[@]}" libgtest-dev=/usr/include/gtest/gtest.h pkg-config=pkg-config
+    libmpfr-dev=/usr/include/mpfr.h)
 tidy_packages=("${test_packages[@]}" clang-format=clang-format clang-tidy=run-clang-tidy python3=/usr/bin/python3)

@@ -37,6 +37,8 @@ foundation/tkScratch
 foundation/tkRandom
 foundation/tkDiagObject
 numerics/tkNMBestInstructions
+numerics/tkNMElementaryTables
+numerics/tkNMElementary
 numerics/tkNMMatrix
 numerics/tkNMAligned
 numerics/tkNMTriangle

@@ -56,6 +56,7 @@ numerics/tkNMNeighborList
 numerics/tkNMNeighborSearch
 numerics/kernels/tkNMInstructions
 numerics/kernels/tkNMLanes
+numerics/kernels/tkNMElementaryKernel
 numerics/kernels/tkNMRiskKernel
 numerics/kernels/tkNMWelfordStep
 numerics/kernels/tkNMCrossProducts

@@ -1,0 +1,139 @@
+#include "numerics/kernels/tkNMElementaryKernel.h"
+
+#include "numerics/tkNMElementary.h"
+#include "tkTest.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace
+{
+using Kernel = tkNMElementaryKernel;
+
+/// All instruction sets of this processor.
+std::vector<tkNMInstructions> instructionSets()
+{
+    std::vector<tkNMInstructions> sets;
+    for (const tkNMInstructions set : {tkNMInstructions::Definition, tkNMInstructions::Portable, tkNMInstructions::Sse2,
+                                       tkNMInstructions::Avx2, tkNMInstructions::Avx512})
+    {
+        if (set <= tkNMBestInstructions())
+            sets.push_back(set);
+    }
+    return sets;
+}
+
+/// Arguments of every kind: any bits; ordinary magnitudes of both signs; positive ones near 1; special values, one in
+/// a hundred.
+std::vector<double> manyArguments(std::size_t count)
+{
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+    const double specials[] = {0.0,       -0.0,     1.0,       -1.0,    infinity,  -infinity, notANumber, -notANumber,
+                               0x1p-1074, 0x1p1023, 0x1p-1022, -0x1p-3, 0x1p-300,  0x1p300,   708.0,      -708.0,
+                               710.0,     -746.0,   -745.0,    2.0,     0x1p-1023, 709.7,     3.0,        208065.0};
+    std::mt19937_64 generator(11);
+    std::vector<double> arguments(count);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const std::uint64_t word = generator();
+        const double unit = static_cast<double>(word >> 11) * 0x1p-53;
+        if (i % 100 == 0)
+            arguments[i] = specials[i / 100 % std::size(specials)];
+        else if (i % 8 == 1)
+            std::memcpy(&arguments[i], &word, sizeof word);
+        else if (i % 8 == 2)
+            arguments[i] = 1.0 + (unit - 0.5) * std::ldexp(1.0, -static_cast<int>(word % 50));
+        else
+            arguments[i] = std::ldexp(unit, static_cast<int>(word % 24) - 12) * (i % 8 == 3 ? -700.0 : 1.0);
+    }
+    return arguments;
+}
+
+/// The first index at which the bits of the two differ; -1 if none.
+long firstDifference(const std::vector<double>& a, const std::vector<double>& b)
+{
+    for (std::size_t i = 0; i < a.size(); ++i)
+    {
+        if (std::memcmp(&a[i], &b[i], sizeof a[i]) != 0)
+            return static_cast<long>(i);
+    }
+    return -1;
+}
+
+template <class Plain, class Fast>
+void expectSameBits(const char* name, Plain plain, Fast fast)
+{
+    const std::vector<double> arguments = manyArguments(1000003);
+    std::vector<double> expected(arguments.size());
+    std::transform(arguments.begin(), arguments.end(), expected.begin(), plain);
+    for (const tkNMInstructions set : instructionSets())
+    {
+        std::vector<double> results(arguments.size());
+        fast(arguments.data(), results.data(), arguments.size(), set);
+        const long different = firstDifference(expected, results);
+        EXPECT_EQ(-1, different) << name << " of " << arguments[different] << " with instruction set "
+                                 << static_cast<int>(set);
+    }
+}
+} // namespace
+
+TEST(tkNMElementaryKernel, expHasTheBitsOfThePlainFunction)
+{
+    expectSameBits("exp", tkNMElementary::exp, Kernel::exp);
+}
+
+TEST(tkNMElementaryKernel, logHasTheBitsOfThePlainFunction)
+{
+    expectSameBits("log", tkNMElementary::log, Kernel::log);
+}
+
+TEST(tkNMElementaryKernel, powHasTheBitsOfThePlainFunction)
+{
+    for (const double y : {1.5, 3.0, 2.0, 0.5, 1.0 / 3.0})
+    {
+        expectSameBits(("pow " + std::to_string(y)).c_str(), [y](double x) { return tkNMElementary::pow(x, y); },
+                       [y](const double* x, double* results, std::size_t count, tkNMInstructions set)
+                       { Kernel::pow(x, y, results, count, set); });
+    }
+}
+
+TEST(tkNMElementaryKernel, powHasTheBitsOfThePlainFunctionForAnyExponent)
+{
+    const std::vector<double> arguments = manyArguments(20001);
+    std::vector<double> expected(arguments.size());
+    std::vector<double> results(arguments.size());
+    for (const double y : manyArguments(150))
+    {
+        std::transform(arguments.begin(), arguments.end(), expected.begin(),
+                       [y](double x) { return tkNMElementary::pow(x, y); });
+        for (const tkNMInstructions set : instructionSets())
+        {
+            Kernel::pow(arguments.data(), y, results.data(), arguments.size(), set);
+            const long different = firstDifference(expected, results);
+            EXPECT_EQ(-1, different) << arguments[different] << " to the power of " << y;
+        }
+    }
+}
+
+TEST(tkNMElementaryKernel, anyNumberOfArgumentsIsComputedInPlaceAndNothingBehindThem)
+{
+    const std::vector<double> arguments = manyArguments(140);
+    for (const tkNMInstructions set : instructionSets())
+    {
+        for (std::size_t count = 0; count < arguments.size(); ++count)
+        {
+            std::vector<double> expected = arguments;
+            std::transform(expected.begin(), expected.begin() + static_cast<long>(count), expected.begin(),
+                           tkNMElementary::log);
+            std::vector<double> results = arguments;
+            Kernel::log(results.data(), results.data(), count, set);
+            EXPECT_EQ(-1, firstDifference(expected, results)) << count;
+        }
+    }
+}

@@ -5,12 +5,41 @@
 #include "clss/clastool/clastool/tk_NeighborIndex.h"
 #include "foundation/tkArchiveOperators.h"
 
+#include <unordered_map>
+
 namespace
 {
 void checkLabel(long label)
 {
     if (label < -1)
         throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegativeOrUnknown);
+}
+
+/// Whether patterns of the same index are equal by value; *requires* as many of one as of the other.
+///
+/// A record names a pattern again in a few bytes, however large it is. Large ones that were found equal are therefore
+/// not compared a second time: looking that up costs less than comparing them.
+bool areEqual(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns,
+              const std::vector<tkPtrHandle_const<tkFeaturePattern>>& others)
+{
+    constexpr long large = 64;
+    std::unordered_map<const tkFeaturePattern*, const tkFeaturePattern*> foundEqual;
+    for (std::size_t i = 0; i < patterns.size(); ++i)
+    {
+        const tkFeaturePattern& pattern = *patterns[i];
+        const tkFeaturePattern& other = *others[i];
+        if (pattern.numMeasurements() < large)
+        {
+            if (pattern != other)
+                return false;
+            continue;
+        }
+        const tkFeaturePattern*& known = foundEqual[&pattern];
+        if (known != &other && pattern != other)
+            return false;
+        known = &other;
+    }
+    return true;
 }
 } // namespace
 
@@ -152,9 +181,8 @@ bool tkClassifierDataProviderMemory::isEqual_(const tkClassifierDataProvider& ot
     const auto& memory = dynamic_cast<const tkClassifierDataProviderMemory&>(other);
     if (patterns_.size() != memory.patterns_.size())
         return false;
-    for (std::size_t i = 0; i < patterns_.size(); ++i)
-        if (*patterns_[i] != *memory.patterns_[i])
-            return false;
+    if (!areEqual(patterns_, memory.patterns_))
+        return false;
     return name_ == memory.name_ && description_ == memory.description_ && labels_ == memory.labels_;
 }
 

@@ -137,6 +137,8 @@ tkNMNormal::Outcome tkNMNormal::add(const double* pattern, long dimension)
 
 void tkNMNormal::referenceDeviations(const std::vector<double>& deviations)
 {
+    if (deviations == reference_)
+        return; // nothing derived is stale: other classifiers that share the density may be running
     std::vector<double> copy(deviations);
     changed_();
     reference_ = std::move(copy);

@@ -529,6 +529,22 @@ TEST(tkNMNormal, itsNumberGrowsWithEveryChange)
     }
 }
 
+TEST(tkNMNormal, theSameReferencesAgainChangeNothing)
+{
+    // As when a second classifier that shares the density is loaded while others run the first.
+    tkNMNormal normal = trained({{1.0, 2.0}, {2.0, 2.0}, {4.0, 2.0}});
+    const tkPtrHandle<tkNMChangeNumber> number(new tkNMChangeNumber);
+    normal.changeNumber(number);
+    normal.referenceDeviations({3.0, 5.0});
+    const tkNMFactorisation* const factorisation = &normal.factorisation();
+    const std::uint64_t noted = number->value();
+    normal.referenceDeviations({3.0, 5.0});
+    EXPECT_EQ(&normal.factorisation(), factorisation);
+    EXPECT_EQ(number->value(), noted);
+    normal.referenceDeviations({3.0, 6.0});
+    EXPECT_NE(number->value(), noted);
+}
+
 TEST(tkNMNormal, itsNumberStaysWithTheObjectAndWithEvaluations)
 {
     tkNMNormal normal = trained({{1.0}, {2.0}, {4.0}});

@@ -51,11 +51,14 @@ TEST(DistancesBeyondTheCut, haveFiniteScoresHoweverManyDensitiesAreAdded)
             {
                 const std::vector<double> far(measurements, x);
                 for (const std::vector<long>& invalid : {std::vector<long>{}, {0}})
-                    for (const tkClassifierCategoryResult& each : resultOf(tool, far, invalid).categoryResults())
+                {
+                    const tkClassifierResult result = resultOf(tool, far, invalid);
+                    for (const tkClassifierCategoryResult& each : result.categoryResults())
                     {
                         ASSERT_TRUE(std::isfinite(each.matchScore())) << x << ' ' << measurements << isJoint;
                         ASSERT_TRUE(std::isfinite(each.classScore())) << x;
                     }
+                }
             }
         }
 }

@@ -37,6 +37,13 @@ TEST(repeatedPatternWasComparedManyTimes, aMillionNamesOfOneLargePatternAreEqual
     EXPECT_FALSE(data(2.0) == data(3.0));
 }
 
+TEST(repeatedPatternWasComparedManyTimes, namesInTurnAreComparedOncePerPair)
+{
+    const Handle one = patternOf(1000000, 2.0);
+    const std::vector<Handle> two = {patternOf(1000000, 2.0), patternOf(1000000, 2.0)};
+    EXPECT_TRUE(named({one}, 1000000) == named(two, 1000000));
+}
+
 TEST(repeatedPatternWasComparedManyTimes, everyPairOfPatternsIsCompared)
 {
     const Handle one = patternOf(100, 1.0);

@@ -313,5 +313,13 @@ void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char)
             throw tkArchive::Errors(L"A stored Bayesian classifier has the same category model more than once");
     }
     categoryModels_ = std::move(models);
-    complete_();
+    try
+    {
+        complete_();
+    }
+    catch (...)
+    {
+        untrain_();
+        throw;
+    }
 }

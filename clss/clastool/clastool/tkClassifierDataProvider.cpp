@@ -5,7 +5,8 @@
 #include "clss/clastool/clastool/tk_NeighborIndex.h"
 #include "foundation/tkArchiveOperators.h"
 
-#include <unordered_map>
+#include <set>
+#include <utility>
 
 namespace
 {
@@ -17,27 +18,24 @@ void checkLabel(long label)
 
 /// Whether patterns of the same index are equal by value; *requires* as many of one as of the other.
 ///
-/// A record names a pattern again in a few bytes, however large it is. Large ones that were found equal are therefore
-/// not compared a second time: looking that up costs less than comparing them.
+/// A record names a pattern again in a few bytes, however large it is. A pair of large ones that was found equal is
+/// therefore not compared a second time: looking it up costs less than comparing.
 bool areEqual(const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns,
               const std::vector<tkPtrHandle_const<tkFeaturePattern>>& others)
 {
     constexpr long large = 64;
-    std::unordered_map<const tkFeaturePattern*, const tkFeaturePattern*> foundEqual;
+    std::set<std::pair<const tkFeaturePattern*, const tkFeaturePattern*>> foundEqual;
     for (std::size_t i = 0; i < patterns.size(); ++i)
     {
         const tkFeaturePattern& pattern = *patterns[i];
         const tkFeaturePattern& other = *others[i];
-        if (pattern.numMeasurements() < large)
-        {
-            if (pattern != other)
-                return false;
+        const bool isLarge = pattern.numMeasurements() >= large;
+        if (isLarge && foundEqual.count({&pattern, &other}) != 0)
             continue;
-        }
-        const tkFeaturePattern*& known = foundEqual[&pattern];
-        if (known != &other && pattern != other)
+        if (pattern != other)
             return false;
-        known = &other;
+        if (isLarge)
+            foundEqual.insert({&pattern, &other});
     }
     return true;
 }

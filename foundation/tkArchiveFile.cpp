@@ -654,6 +654,8 @@ Head Reader::readHead()
         unsigned char name[largestName];
         if (read(&nameSize, 1) < 1 || read(name, nameSize) < nameSize)
             fail(path_, L"is truncated");
+        if (nameSize == 0)
+            fail(path_, L"is damaged: it names no class");
         found.name.assign(name, name + nameSize);
         found.start += 1 + found.name.size();
     }

@@ -1,4 +1,6 @@
 #include "clss/clastool/clastool/tkClassifierCosts.h"
+#include "clss/clastool/clastool/tkClassifierRuleTable.h"
+#include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkArchiveOperators.h"
 #include "numerics/tkNMMatrix.h"
 #include "tkAllocations.h"
@@ -14,6 +16,23 @@
 
 namespace
 {
+/// An object whose record goes on when that of the object within it has failed.
+class Swallowing : public tkPersistent
+{
+    void dispatchSerialize(tkArchive& archive) override
+    {
+        tkPersistent::dispatchSerialize(archive);
+        tkFeaturePattern within;
+        try
+        {
+            archive || within;
+        }
+        catch (const tkArchive::Errors&)
+        {
+        }
+    }
+};
+
 template <class Object>
 void expectFails(tkArchive& archive, Object& object, const std::wstring& text)
 {
@@ -80,4 +99,40 @@ TEST(failedValuesLeftTheArchiveGoing, memoryThatRunsOutForATextOrAVector)
     expectFailure(std::vector<double>(1000));
     expectFailure(std::vector<bool>(1000));
     expectFailure(std::vector<long>(1000));
+}
+
+TEST(failedValuesLeftTheArchiveGoing, memoryThatRunsOutForARule)
+{
+    tkClassifierRule rule;
+    rule.init({tkPtrHandle<tkClsFtSc>(new tkClassifierFeatureScoreTwoSided)}, 7);
+    const std::string bytes = storeToBytes(rule) + std::string(4, '\0');
+    bool failed = true;
+    for (std::size_t allowed = 0; failed; ++allowed)
+    {
+        std::istringstream stream(bytes);
+        tkArchive archive(stream);
+        tkClassifierRule loaded;
+        failed = false;
+        try
+        {
+            const tkAllocations limited(allowed);
+            archive || loaded;
+        }
+        catch (const std::bad_alloc&)
+        {
+            failed = true;
+        }
+        long next = 0;
+        if (failed)
+            EXPECT_THROW(archive || next, tkArchive::Errors) << allowed;
+    }
+}
+
+TEST(failedValuesLeftTheArchiveGoing, recordThatSwallowsTheErrorOfAnother)
+{
+    std::ostringstream stream;
+    tkArchive archive(stream);
+    archive.nestingLimit(1);
+    Swallowing object;
+    EXPECT_THROW(archive || object, tkArchive::Errors);
 }

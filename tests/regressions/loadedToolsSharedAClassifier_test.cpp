@@ -9,8 +9,9 @@
 #include <sstream>
 
 // An archive in which one classifier stands twice, as a handle and in a tool or in two tools, gave two owners of one
-// object: destroying or untraining a tool untrains its classifier, and with it the other's. A tool that loads a
-// classifier which somebody else has loaded as well takes a clone now, as it does when it is copied.
+// object: destroying or untraining a tool untrains its classifier, and with it the other's. So did the archive, which
+// keeps what it has loaded: a tool that went before the next one was loaded left that untrained. A tool that is loaded
+// takes a clone now, as it does when it is copied.
 
 namespace
 {
@@ -45,6 +46,41 @@ TEST(loadedToolsSharedAClassifier, oneToolGoesAndTheOtherStaysTrained)
     tkClassifierResult result;
     first.run(tkFeaturePattern({1.25}), result);
     EXPECT_EQ(0, result.categoryResults()[0].categoryLabel());
+}
+
+TEST(loadedToolsSharedAClassifier, toolThatGoesFirstLeavesTheNextOneTrained)
+{
+    std::istringstream stream(twoToolsOfOneClassifier());
+    tkArchive archive(stream);
+    {
+        tkClassifierTool first;
+        archive || first;
+        EXPECT_TRUE(first.isTrained());
+    }
+    tkClassifierTool second;
+    archive || second;
+    EXPECT_TRUE(second.isTrained());
+}
+
+TEST(loadedToolsSharedAClassifier, vectorsOfToolsComeBackTrained)
+{
+    tkClassifierDataProviderMemory data;
+    data.addData(std::vector<double>{1.0}, 0);
+    tkClassifierTool tool;
+    tool.train(data, tkClassifierTrainParamsKNN());
+    std::vector<tkClassifierTool> tools(5, tool);
+    std::ostringstream out;
+    tkArchive storing(out);
+    storing || tool || tools || tools;
+
+    std::istringstream in(out.str());
+    tkArchive loading(in);
+    std::vector<tkClassifierTool> first;
+    std::vector<tkClassifierTool> second;
+    loading || tool || first || second;
+    for (const std::vector<tkClassifierTool>& loaded : {first, second})
+        for (const tkClassifierTool& each : loaded)
+            EXPECT_TRUE(each.isTrained());
 }
 
 TEST(loadedToolsSharedAClassifier, handleAndToolAreIndependent)

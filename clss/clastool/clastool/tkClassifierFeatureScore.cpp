@@ -308,6 +308,7 @@ tkArchive& operator||(tkArchive& archive, tkClassifierFeatureScoreTwoSided& f)
 }
 
 tkArchive& operator||(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
+try
 {
     unsigned long tag = 0;
     if (archive.isStoring())
@@ -335,4 +336,9 @@ tkArchive& operator||(tkArchive& archive, tkPtrHandle<tkClsFtSc>& handle)
         break;
     }
     return archive;
+}
+catch (...)
+{
+    archive.setFailed();
+    throw;
 }

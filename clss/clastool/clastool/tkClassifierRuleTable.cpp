@@ -184,6 +184,7 @@ tkArchive& operator||(tkArchive& archive, tkClassifierFeatureVector& featureVect
 }
 
 tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule)
+try
 {
     if (archive.isLoading())
         rule.supports_.clear(); // of functions that loading is about to replace
@@ -191,6 +192,11 @@ tkArchive& operator||(tkArchive& archive, tkClassifierRule& rule)
     if (archive.isLoading())
         rule.supports_ = findSupports(rule.scoringMethods_);
     return archive || rule.label_;
+}
+catch (...)
+{
+    archive.setFailed();
+    throw;
 }
 
 tkArchive& operator||(tkArchive& archive, tkClassifierRuleTable& table)

@@ -165,12 +165,13 @@ tkArchive& operator||(tkArchive& archive, tkClassifierTool& tool)
     archive.exchangeVersion(tk_RecordPlaces::source, tk_RecordPlaces::toolLine);
     tkPtrHandle<tk_Classifier>& classifier = *tool.classifier_;
     archive || classifier;
-    if (archive.isStoring() || classifier.isNull() || classifier->referenceCount() <= 2) // the tool's and the archive's
+    if (archive.isStoring() || classifier.isNull())
         return archive;
-    const tkPtrHandle<tk_Classifier> shared = std::move(classifier); // if cloning fails, the tool is empty
+    // The archive keeps what it has loaded, for whoever meets it again. A tool untrains its classifier when it goes.
+    const tkPtrHandle<tk_Classifier> kept = std::move(classifier); // if cloning fails, the tool is empty
     try
     {
-        classifier = shared->clone();
+        classifier = kept->clone();
     }
     catch (...)
     {

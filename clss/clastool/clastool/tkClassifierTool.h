@@ -89,7 +89,7 @@ inline void swap(tkClassifierTool& a, tkClassifierTool& b) noexcept
     a.swap(b);
 }
 
-/// Loading gives a tool a classifier of its own: one that somebody else has loaded from the archive as well is cloned.
+/// Loading gives a tool a classifier of its own, a clone of the one that the archive keeps.
 /// Storing writes each classifier once per archive, as it is then: a tool that is trained anew between two stores into
 /// one archive comes back old.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierTool& tool);

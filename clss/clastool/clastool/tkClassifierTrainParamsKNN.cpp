@@ -4,6 +4,8 @@
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
 #include "foundation/tkArchiveOperators.h"
 
+#include <utility>
+
 tkClassifierTrainParamsKNN::tkClassifierTrainParamsKNN(long k) : tkClassifierTrainParamsKNN(k, tkClassifierCosts(1.0))
 {
 }
@@ -28,6 +30,16 @@ tkClassifierTrainParamsKNN& tkClassifierTrainParamsKNN::operator=(const tkClassi
     k_ = other.k_;
     distanceMetric_ = other.distanceMetric_;
     return *this;
+}
+
+void tkClassifierTrainParamsKNN::swap(tkClassifierTrainParamsKNN& other) noexcept
+{
+    const bool throws = throwIfNotReady();
+    throwIfNotReady(other.throwIfNotReady());
+    other.throwIfNotReady(throws);
+    std::swap(k_, other.k_);
+    distanceMetric_.swap(other.distanceMetric_);
+    std::swap(misclassificationCosts_, other.misclassificationCosts_);
 }
 
 void tkClassifierTrainParamsKNN::k(long k)

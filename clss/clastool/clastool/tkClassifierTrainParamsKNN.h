@@ -24,6 +24,8 @@ public:
     tkClassifierTrainParamsKNN(const tkClassifierTrainParamsKNN&) = default;
     /// Strong exception guarantee.
     tkClassifierTrainParamsKNN& operator=(const tkClassifierTrainParamsKNN& other);
+    /// Exchanges everything, throwIfNotReady() included.
+    void swap(tkClassifierTrainParamsKNN& other) noexcept;
 
     /// Number of neighbours; more than there are patterns means all of them. Throws
     /// tkClassifierDefs::BadParams if k < 1.
@@ -56,5 +58,10 @@ private:
     tkPtrHandle<tkPatternDistanceMetric> distanceMetric_;
     tkClassifierCosts misclassificationCosts_;
 };
+
+inline void swap(tkClassifierTrainParamsKNN& a, tkClassifierTrainParamsKNN& b) noexcept
+{
+    a.swap(b);
+}
 
 #endif

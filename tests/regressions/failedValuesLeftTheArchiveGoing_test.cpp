@@ -122,9 +122,11 @@ TEST(failedValuesLeftTheArchiveGoing, memoryThatRunsOutForARule)
         {
             failed = true;
         }
-        long next = 0;
         if (failed)
+        {
+            long next = 0;
             EXPECT_THROW(archive || next, tkArchive::Errors) << allowed;
+        }
     }
 }
 

@@ -715,6 +715,7 @@ void tkArchiveFile::save_(const fs::path& path, long nestingLimit, const Type_& 
         tkArchive archive(stream);
         archive.nestingLimit(nestingLimit);
         exchange(archive);
+        archive.exchangeBytes(nullptr, 0); // fails if a record has swallowed the error of one within it
     }
     catch (const tkArchive::Errors& thrown)
     {
@@ -753,6 +754,7 @@ void tkArchiveFile::load_(const fs::path& path, long nestingLimit, const Type_& 
         tkArchive archive(stream);
         archive.nestingLimit(nestingLimit);
         exchange(archive);
+        archive.exchangeBytes(nullptr, 0); // fails if a record has swallowed the error of one within it
         taken = archive.position();
     }
     catch (const tkArchive::Errors& thrown)

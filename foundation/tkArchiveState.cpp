@@ -68,7 +68,6 @@ tkArchive::Exchange_::Exchange_(tkArchive& archive) : state_(*archive.state_), e
 
 void tkArchive::Exchange_::finish()
 {
-    state_.stream.requireSound(); // a record may have swallowed the error of one within it
     if (state_.exchanges == 1)
         state_.stream.flush();
     finished_ = true;

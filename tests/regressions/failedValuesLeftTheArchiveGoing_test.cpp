@@ -1,6 +1,5 @@
 #include "clss/clastool/clastool/tkClassifierCosts.h"
 #include "clss/clastool/clastool/tkClassifierRuleTable.h"
-#include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkArchiveOperators.h"
 #include "numerics/tkNMMatrix.h"
 #include "tkAllocations.h"
@@ -16,23 +15,6 @@
 
 namespace
 {
-/// An object whose record goes on when that of the object within it has failed.
-class Swallowing : public tkPersistent
-{
-    void dispatchSerialize(tkArchive& archive) override
-    {
-        tkPersistent::dispatchSerialize(archive);
-        tkFeaturePattern within;
-        try
-        {
-            archive || within;
-        }
-        catch (const tkArchive::Errors&)
-        {
-        }
-    }
-};
-
 template <class Object>
 void expectFails(tkArchive& archive, Object& object, const std::wstring& text)
 {
@@ -128,13 +110,4 @@ TEST(failedValuesLeftTheArchiveGoing, memoryThatRunsOutForARule)
             EXPECT_THROW(archive || next, tkArchive::Errors) << allowed;
         }
     }
-}
-
-TEST(failedValuesLeftTheArchiveGoing, recordThatSwallowsTheErrorOfAnother)
-{
-    std::ostringstream stream;
-    tkArchive archive(stream);
-    archive.nestingLimit(1);
-    Swallowing object;
-    EXPECT_THROW(archive || object, tkArchive::Errors);
 }

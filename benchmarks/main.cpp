@@ -15,6 +15,13 @@ int main(int argc, char** argv)
     };
     const Workload workloads[] = {
         {"KNN", &nearestNeighbours},
+        {"GRID-30", [](Harness& harness) { neighbourGrid(harness, 30); }},
+        {"GRID-100", [](Harness& harness) { neighbourGrid(harness, 100); }},
+        {"GRID-400", [](Harness& harness) { neighbourGrid(harness, 400); }},
+        {"GRID-1000", [](Harness& harness) { neighbourGrid(harness, 1000); }},
+        {"GRID-4000", [](Harness& harness) { neighbourGrid(harness, 4000); }},
+        {"GRID-10000", [](Harness& harness) { neighbourGrid(harness, 10000); }},
+        {"GRID-100000", [](Harness& harness) { neighbourGrid(harness, 100000); }},
         {"BASELINE", &neighboursBeforeAvx2},
         {"HOSTILE", &hostileNeighbours},
         {"BAYES", &normalDistributions},

@@ -165,6 +165,58 @@ void nearestNeighbours(Harness& harness)
     compare(harness, "KNN-C", gaussianTable(harness.size(100000, 1000), 64, 10, 3), 15, {2.0}, true);
 }
 
+void neighbourGrid(Harness& harness, long patterns)
+{
+    for (const long columns : {2, 6, 16, 64})
+    {
+        const Table table = gaussianTable(harness.size(patterns, std::min(patterns, 100L)), columns, 10, 11);
+        const Table queryTable = gaussianTable(64, columns, 10, 77);
+        const std::vector<tkFeaturePattern> queries = patternsOf(queryTable);
+        tkClassifierDataProviderMemory provider = providerOf(table);
+        tkClassifierTool classifier;
+        classifier.train(provider, paramsOf(1, 2.0));
+        const std::string size = std::to_string(patterns) + " x " + std::to_string(columns);
+        const auto retrain = [&](long k, double order)
+        {
+            classifier.retrain(paramsOf(k, order));
+            const definition::NormMetric metric(order);
+            for (long q = 0; q < 2; ++q)
+            {
+                tkClassifierResult result;
+                classifier.run(queries[static_cast<std::size_t>(q)], result);
+                harness.check(definition::agrees(definition::classifyByNeighbours(provider, metric, k,
+                                                                                  queries[static_cast<std::size_t>(q)]),
+                                                 result),
+                              "the grid at " + size + " gives the same result as the definition");
+            }
+        };
+        for (const long k : {1, 5, 25})
+        {
+            retrain(k, 2.0);
+            std::vector<Tool> tools{libraryTool(classifier, queries)};
+            for (Peer* peer : peers())
+                peer->addNearest(tools, table, queryTable, k, 2.0);
+            tools.erase(std::remove_if(tools.begin(), tools.end(), [](const Tool& tool) { return tool.batch != 1; }),
+                        tools.end());
+            harness.measure("KNN grid", size + ", k = " + std::to_string(k), tools, 7);
+        }
+
+        std::vector<Tool> tools;
+        std::vector<tkClassifierTool> byOrder;
+        for (const double order : {2.0, 1.0, 3.0, 1.5, 7.5})
+        {
+            retrain(5, order);
+            byOrder.push_back(classifier);
+        }
+        for (std::size_t i = 0; i < byOrder.size(); ++i)
+        {
+            tools.push_back(libraryTool(byOrder[i], queries));
+            tools.back().name = std::vector<std::string>{"order 2", "order 1", "order 3", "order 1.5", "order 7.5"}[i];
+        }
+        harness.measure("KNN orders", size, tools, 7);
+    }
+}
+
 void neighboursBeforeAvx2(Harness& harness)
 {
     class Rows : public tkNMNeighborSearch::Rows

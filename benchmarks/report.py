@@ -33,6 +33,8 @@ WORKLOADS = {
     "KNN-A": "1,000,000 stored patterns of 16 measurements in 10 classes, k = 5",
     "KNN-B": "10,000 stored patterns of 8 measurements, k = 3",
     "KNN-C": "100,000 stored patterns of 64 measurements, k = 15",
+    "KNN grid": "Sets from small to large, order 2, one query: clastool's time, and as multiples of it those of the others",
+    "KNN orders": "Sets from small to large, k = 5: the time of one query of order 2, and as multiples of it other orders",
     "KNN before AVX2": "KNN-A's search restricted to the instructions that every x86-64 processor has",
     "KNN with Cauchy tails": "300,000 stored patterns of 16 measurements without mean and variance, k = 5",
     "KNN with far queries": "300,000 stored patterns of 16 measurements, queries a million standard deviations away, k = 5",
@@ -106,6 +108,17 @@ def chart(title, rows, library, decades):
             + "\n".join(lines) + "\n</svg>\n")
 
 
+def summary(groups):
+    """The table of a workload of many small comparisons: a line for each, no chart."""
+    names = list(dict.fromkeys(row["tool"] for rows in groups.values() for row in rows))
+    table = ["| patterns x measurements | " + " | ".join(names) + " |", "|---|" + "---:|" * len(names)]
+    for operation, rows in groups.items():
+        seconds = {row["tool"]: float(row["seconds"]) for row in rows}
+        ratios = [ratio_text(seconds[name] / seconds[names[0]]) if name in seconds else "" for name in names[1:]]
+        table.append(f"| {operation} | " + " | ".join([seconds_text(seconds[names[0]])] + ratios) + " |")
+    return "\n".join(table) + "\n"
+
+
 def main():
     source = pathlib.Path(sys.argv[1])
     docs = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else "docs")
@@ -121,13 +134,20 @@ def main():
     for row in rows_of(source / "figures.csv"):
         figures.setdefault(row["workload"], {})[row["figure"]] = float(row["value"])
 
+    summaries = {}
+    for workload, operation in [key for key in groups if key[0] in ("KNN grid", "KNN orders")]:
+        summaries.setdefault(workload, {})[operation] = groups.pop((workload, operation))
+
     ratios = []
     for rows in groups.values():
         library = next(float(row["seconds"]) for row in rows if row["role"] == "library")
         ratios += [float(row["seconds"]) / library for row in rows]
+    ratios = ratios or [1.0]
     decades = (math.floor(math.log10(min(ratios))), math.ceil(math.log10(max(ratios))))
 
     page = [INTRODUCTION, "## The machine\n", "```text\n" + (source / "machine.txt").read_text() + "```\n"]
+    for workload, rows in summaries.items():
+        page.append(f"## {workload}\n\n{WORKLOADS[workload]}.\n\n{summary(rows)}")
     last = None
     for (workload, operation), rows in groups.items():
         library = next(float(row["seconds"]) for row in rows if row["role"] == "library")

@@ -29,6 +29,8 @@ std::vector<tkFeaturePattern> patternsOf(const Table& table);
 void nearestNeighbours(Harness& harness);
 void neighboursBeforeAvx2(Harness& harness);
 void hostileNeighbours(Harness& harness);
+/// So many patterns of 2 to 64 measurements with k from 1 to 25, and in other orders.
+void neighbourGrid(Harness& harness, long patterns);
 void normalDistributions(Harness& harness);
 void ruleTables(Harness& harness);
 void decisionTrees(Harness& harness);

@@ -81,10 +81,13 @@ public:
 
     void addNearest(std::vector<Tool>& tools, const Table& rows, const Table& queries, long k, double order) override
     {
-        const std::string arguments = std::to_string(k) + ' ' + std::to_string(order);
-        add_(tools, "", "nearest", 1, arguments, {rows, queries});
-        if (rows.rows <= 100000) // more take minutes
-            add_(tools, ", 1,024 at a time", "nearest", 1024, arguments, {rows, queries});
+        for (const std::string algorithm : {"brute", "kd_tree"})
+        {
+            const std::string arguments = std::to_string(k) + ' ' + std::to_string(order) + ' ' + algorithm;
+            add_(tools, ", " + algorithm, "nearest", 1, arguments, {rows, queries});
+            if (rows.rows <= 100000) // more take minutes
+                add_(tools, ", " + algorithm + ", 1,024 at a time", "nearest", 1024, arguments, {rows, queries});
+        }
     }
 
     void addNormalRun(std::vector<Tool>& tools, const Table& training, const Table& queries, bool dependent) override

@@ -41,9 +41,9 @@ def normal(dependent):
     return QuadraticDiscriminantAnalysis(store_covariance=False) if dependent else GaussianNB()
 
 
-def nearest(batch, k, order):
+def nearest(batch, k, order, algorithm):
     (rows, labels), (queries, _) = table(), table()
-    model = KNeighborsClassifier(int(k), p=float(order)).fit(rows, labels)
+    model = KNeighborsClassifier(int(k), p=float(order), algorithm=algorithm).fit(rows, labels)
     return in_batches(model.predict_proba, queries, int(batch))
 
 

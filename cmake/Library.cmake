@@ -1,4 +1,4 @@
-set(clastool_folders clastool foundation numerics numerics/kernels clss/clastool/clastool clss/clastool/bayes clss/clastool)
+set(clastool_folders clastool foundation numerics numerics/kernels clss/clastool/clastool clss/clastool/bayes clss/model clss/clastool)
 list(TRANSFORM clastool_folders APPEND "/*.cpp" OUTPUT_VARIABLE clastool_sources)
 list(TRANSFORM clastool_folders APPEND "/*.h" OUTPUT_VARIABLE clastool_headers)
 file(GLOB clastool_sources CONFIGURE_DEPENDS ${clastool_sources})

@@ -28,6 +28,7 @@
 #include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
 #include "clss/clastool/clastool/tk_DataGenerator.h"
+#include "clss/model/tkPatternScaler.h"
 #include "foundation/tkArchiveErrors.h"
 #include "foundation/tkArchiveFile.h"
 #include "foundation/tkArchiveOperators.h"

@@ -1,5 +1,6 @@
 #include "tests/golden/bayes.h"
 #include "tests/golden/dataModel.h"
+#include "tests/golden/model.h"
 #include "tests/golden/nearestNeighbors.h"
 #include "tests/golden/ruleTable.h"
 #include "tests/golden/trees.h"
@@ -83,6 +84,7 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkDecisionTreeNode.shared.v0.bin", handleBytes(golden::sharingNode())},
         {"tk_ClassifierDecisionTree.v0.bin", handleBytes(golden::treeClassifier())},
         {"tkClassifierTool.tree.v0.bin", storeToBytes(golden::treeTool())},
+        {"tkPatternScaler.v0.bin", storeToBytes(golden::scaler())},
     };
 }
 } // namespace

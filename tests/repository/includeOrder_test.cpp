@@ -96,6 +96,8 @@ clss/clastool/bayes/tk_CategoryModelBayesian
 clss/clastool/bayes/tk_BayesAccelerator
 clss/clastool/bayes/tk_BayesTrainer
 clss/clastool/bayes/tk_ClassifierBayesian
+clss/model/tk_LabelledPatterns
+clss/model/tkPatternScaler
 clss/clastool/clastool
 )";
 

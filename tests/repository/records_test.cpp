@@ -63,4 +63,5 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
     EXPECT_EQ(1u, seen.count("tk_PDFMultivariateNormal.v0.bin"));
     EXPECT_EQ(1u, seen.count("tk_PDFBinomial.v0.bin"));
     EXPECT_EQ(1u, seen.count("tk_ClassifierBayesian.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkPatternScaler.v0.bin"));
 }

@@ -6,6 +6,7 @@
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
+#include "clss/model/tkPatternScaler.h"
 #include "tkTest.h"
 
 #include <cmath>
@@ -100,6 +101,24 @@ TEST(traps, bayesianClassifiersTakeShorterAndLongerPatterns)
     const tkClassifierResult nothing = resultOf(tool, {});
     EXPECT_EQ(0.5, scoreOf(nothing, 0));
     EXPECT_EQ(0.5, scoreOf(nothing, 1));
+}
+
+TEST(traps, nearestNeighboursTakeTheMeasurementsAsTheyAre)
+{
+    // Measurement 0 tells the categories apart; measurement 1 says nothing, in units a thousand times as small.
+    tkClassifierDataProviderMemory training;
+    for (const double y : {1000.0, 2000.0, 3000.0})
+    {
+        training.addData({1.0, y}, 0);
+        training.addData({2.0, y + 500.0}, 1);
+    }
+    const tkFeaturePattern query({1.0, 2490.0});
+    tkClassifierTool tool;
+    tool.train(training, tkClassifierTrainParamsKNN(1));
+    EXPECT_EQ(1, tool.run(query).categoryResults().front().categoryLabel());
+    const tkPatternScaler scaler(training);
+    tool.train(scaler.apply(training), tkClassifierTrainParamsKNN(1));
+    EXPECT_EQ(0, tool.run(scaler.apply(query)).categoryResults().front().categoryLabel());
 }
 
 TEST(traps, aResultOfNeighboursListsOnlyTheirCategories)

@@ -1,0 +1,71 @@
+#ifndef TESTS_MODEL_MODELTESTDATA_H
+#define TESTS_MODEL_MODELTESTDATA_H
+
+#include "clss/clastool/clastool/tkClassifierDataProvider.h"
+#include "tkTest.h"
+
+#include <cmath>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+/// One line of a table of tests/reference: a word, then numbers.
+struct Line
+{
+    std::string word;
+    std::vector<double> numbers;
+};
+
+inline std::vector<Line> linesOf(const std::string& file)
+{
+    std::ifstream table(CLASTOOL_REFERENCE_DIR "/" + file);
+    EXPECT_TRUE(table.is_open()) << file;
+    std::vector<Line> lines;
+    for (std::string text; std::getline(table, text);)
+    {
+        std::istringstream stream(text);
+        Line line;
+        std::getline(stream, line.word, ',');
+        for (std::string number; std::getline(stream, number, ',');)
+            line.numbers.push_back(std::stod(number));
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+/// A pattern whose NaN measurements are invalid.
+inline tkFeaturePattern patternWithGaps(const std::vector<double>& measurements)
+{
+    std::vector<long> invalid;
+    for (std::size_t j = 0; j < measurements.size(); ++j)
+        if (std::isnan(measurements[j]))
+            invalid.push_back(static_cast<long>(j));
+    return tkFeaturePattern(measurements, invalid);
+}
+
+inline tkPtrHandle_const<tkFeaturePattern> handleTo(const tkFeaturePattern& pattern)
+{
+    return tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(pattern));
+}
+
+/// Hands out whatever it was given, as a provider of a host's own may do.
+class UncheckedProvider : public tkClassifierDataProvider
+{
+public:
+    std::wstring name() override { return L"unchecked"; }
+    std::wstring description() override { return L"whatever it was given"; }
+    long numMeasurements() const override { return measurements; }
+    long numPatterns() const override { return static_cast<long>(patterns.size()); }
+    tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override
+    {
+        return patterns[static_cast<std::size_t>(index)];
+    }
+    long categoryLabel(long index) const override { return labels[static_cast<std::size_t>(index)]; }
+
+    long measurements = 0;
+    std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns;
+    std::vector<long> labels;
+};
+
+#endif

@@ -36,11 +36,10 @@ else()
   target_compile_definitions(clastool PRIVATE CLASTOOL_BUILDING)
 endif()
 
-# A multiplication fused with an addition rounds once instead of twice, and x * x is not always the same double as
-# the C library's pow(x, 2): with contraction, or with pow known to the compiler, the bits of a result would depend on
-# the processor and on the optimisation level.
+# A multiplication fused with an addition rounds once instead of twice: with contraction, the bits of a result would
+# depend on the processor and on the optimisation level.
 if(MSVC)
   target_compile_options(clastool PRIVATE /fp:precise)
 else()
-  target_compile_options(clastool PRIVATE -ffp-contract=off -fno-builtin-pow)
+  target_compile_options(clastool PRIVATE -ffp-contract=off)
 endif()

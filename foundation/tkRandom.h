@@ -23,7 +23,7 @@ private:
 };
 
 /// Normally distributed random numbers, by the polar method (Marsaglia and Bray, SIAM Review 6, 1964). One seed
-/// gives the same sequence on every platform whose C library rounds log alike; sqrt is exact everywhere.
+/// gives the same sequence on every platform.
 class TK_EXPORT tkRandomGaussian
 {
 public:

@@ -2,6 +2,7 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
+#include "numerics/tkNMElementary.h"
 #include "numerics/tkNMSymmetricEigen.h"
 
 #include <algorithm>
@@ -143,7 +144,7 @@ bool factor(tkNMTriangle c, tkNMTriangle& l, double& lnDeterminant)
             pivot -= c(j, k) * c(j, k);
         if (!(pivot > 0.0) || !std::isfinite(pivot))
             return false;
-        lnDeterminant += std::log(pivot);
+        lnDeterminant += tkNMElementary::log(pivot);
         c(j, j) = std::sqrt(pivot);
         for (std::size_t i = j + 1; i < d; ++i)
         {
@@ -319,7 +320,7 @@ tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, c
         const std::size_t first = invalid[k];
         const double* const column = columns[k];
         const double square = columns.product(column, column, first);
-        ln += std::log(square);
+        ln += tkNMElementary::log(square);
         for (std::size_t other = 0; other < k; ++other)
             columns.subtract(columns[other], column, columns.product(column, columns[other], first) / square, first);
         columns.subtract(residual, column, columns.product(column, residual, first) / square, first);

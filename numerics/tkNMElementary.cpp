@@ -289,11 +289,14 @@ double tkNMElementary::exp(double x)
 
 double tkNMElementary::log(double x)
 {
-    if (x >= smallestNormal && x < infinity)
+    // By its bits, as a comparison with NaN would raise a floating-point exception.
+    if (bitsOf(x) - bitsOf(smallestNormal) < bitsOf(infinity) - bitsOf(smallestNormal))
         return logOf(x, 0);
-    if (x > 0.0)
-        return x == infinity ? x : logOf(x * 0x1p54, -54);
-    return x == 0.0 ? -infinity : notANumber;
+    if (x == 0.0)
+        return -infinity;
+    if (std::isnan(x) || x < 0.0)
+        return notANumber;
+    return x == infinity ? x : logOf(x * 0x1p54, -54);
 }
 
 double tkNMElementary::pow(double x, double y)

@@ -56,6 +56,16 @@ TK_ALWAYS_INLINE void compareMagnitude(const DoublesOf<width>& x, Bits limit, Bi
     isBelow = ((bits & (~Bits{0} >> 1)) - limit) >> 63;
 }
 
+/// x where isValid is 1, 0.0 where it is 0: arithmetic with infinity or NaN would raise floating-point exceptions.
+template <std::size_t width>
+TK_ALWAYS_INLINE void keepValid(const DoublesOf<width>& x, const BitsOf<width>& isValid, DoublesOf<width>& result)
+{
+    BitsOf<width> bits;
+    copyBits(x, bits);
+    bits = bits & -isValid;
+    copyBits(bits, result);
+}
+
 template <std::size_t width>
 TK_ALWAYS_INLINE void shorten(const DoublesOf<width>& x, int count, DoublesOf<width>& result)
 {
@@ -161,7 +171,9 @@ struct Exp
     TK_ALWAYS_INLINE void compute(const DoublesOf<width>& x, DoublesOf<width>& result, BitsOf<width>& isValid) const
     {
         compareMagnitude<width>(x, normalPowersBits, isValid);
-        expOf<width>(x, DoublesOf<width>{}, result);
+        DoublesOf<width> argument;
+        keepValid<width>(x, isValid, argument);
+        expOf<width>(argument, DoublesOf<width>{}, result);
     }
 };
 
@@ -200,13 +212,16 @@ struct Cube
     template <std::size_t width>
     TK_ALWAYS_INLINE void compute(const DoublesOf<width>& x, DoublesOf<width>& result, BitsOf<width>& isValid) const
     {
+        compare<width>(x, Bits{1023 - 300} << 52, Bits{1023 + 300} << 52, isValid);
+        DoublesOf<width> base;
+        keepValid<width>(x, isValid, base);
         DoublesOf<width> square;
         DoublesOf<width> squareLow;
-        product<width>(x, x, square, squareLow);
+        product<width>(base, base, square, squareLow);
         DoublesOf<width> cube;
         DoublesOf<width> cubeLow;
-        product<width>(square, x, cube, cubeLow);
-        const DoublesOf<width> low = cubeLow + squareLow * x;
+        product<width>(square, base, cube, cubeLow);
+        const DoublesOf<width> low = cubeLow + squareLow * base;
         const DoublesOf<width> error = cube * 0x1p-103;
         result = cube + (low - error);
         const DoublesOf<width> other = cube + (low + error);
@@ -215,7 +230,6 @@ struct Cube
         copyBits(result, bits);
         copyBits(other, otherBits);
         const BitsOf<width> difference = bits ^ otherBits;
-        compare<width>(x, Bits{1023 - 300} << 52, Bits{1023 + 300} << 52, isValid);
         isValid = isValid & ~(difference | -difference) >> 63;
     }
 };

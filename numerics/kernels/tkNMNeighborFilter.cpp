@@ -2,6 +2,7 @@
 
 #include "foundation/tkPrefetch.h"
 #include "numerics/kernels/tkNMLanes.h"
+#include "numerics/tkNMElementary.h"
 #include "numerics/tkNMNeighborList.h"
 #include "numerics/tkNMNormDistance.h"
 
@@ -330,7 +331,7 @@ private:
         bytes.prepare(queryBytes_);
         // Factors that turn norms of order p and of order 2 into norms of order m.
         const double columns = static_cast<double>(n_);
-        const double reachFactor = std::pow(columns, 1.0 / power - 1.0 / order_) / filter_.step_;
+        const double reachFactor = tkNMElementary::pow(columns, 1.0 / power - 1.0 / order_) / filter_.step_;
         const double errorFactor = power == 1 ? std::sqrt(columns) : 1.0;
         const double scale = std::ldexp(1.0, -bytes.shift()) * (1.0 + 1e-9);
         const double outside = outside_(power);
@@ -505,10 +506,10 @@ private:
         if (powerSums_)
         {
             bound += bound * (8.0 * static_cast<double>(n_) + 512.0) * 0x1p-53 + tinySum;
-            reach = std::pow(bound, 1.0 / order_);
+            reach = tkNMElementary::pow(bound, 1.0 / order_);
         }
         else
-            reach = std::max(bound, std::pow(tinySum, 1.0 / order_));
+            reach = std::max(bound, tkNMElementary::pow(tinySum, 1.0 / order_));
         keyBound_ = std::min(keyBound_, bound);
         reach_ = std::min(reach_, reach * (1.0 + 1e-9));
     }

@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkException.h"
+#include "numerics/tkNMElementary.h"
 #include "tests/bayes/bayesTestData.h"
 #include "tkTest.h"
 
@@ -124,7 +125,8 @@ void runByDefinition(const tk_ClassifierBayesian& classifier, const tkFeaturePat
         best = best >= score ? best : score;
     std::vector<tkClassifierCategoryResult> matches;
     for (std::size_t c = 0; c < scores.size(); ++c)
-        matches.emplace_back(model(classifier, c).categoryLabel(), std::exp(scores[c] + (0.0 - best)), 0.0, 0.0);
+        matches.emplace_back(model(classifier, c).categoryLabel(), tkNMElementary::exp(scores[c] + (0.0 - best)), 0.0,
+                             0.0);
     const auto& params = dynamic_cast<const Params&>(*classifier.trainParams());
     result = tkClassifierResult(matches, params.categoryFrequencies(), params.misclassificationCosts(), 0.0 - best);
 }
@@ -321,7 +323,7 @@ TEST(tk_BayesAccelerator, aModelOfADerivedClassIsAsked)
     for (const tkClassifierCategoryResult& each : result.categoryResults())
     {
         const double scores[] = {first, -7.0, third};
-        EXPECT_EQ(each.matchScore(), std::exp(scores[each.categoryLabel()] + result.matchScoreFactorLog()));
+        EXPECT_EQ(each.matchScore(), tkNMElementary::exp(scores[each.categoryLabel()] + result.matchScoreFactorLog()));
     }
 }
 

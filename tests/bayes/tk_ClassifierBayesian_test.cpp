@@ -6,6 +6,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkException.h"
+#include "numerics/tkNMElementary.h"
 #include "tests/bayes/bayesTestData.h"
 #include "tests/golden/bayes.h"
 #include "tkAllocations.h"
@@ -59,7 +60,7 @@ TEST(tk_ClassifierBayesian, ranksByLikelihoodFrequencyAndCost)
         const double best = *std::max_element(scores.begin(), scores.end());
         std::vector<tkClassifierCategoryResult> matches;
         for (std::size_t i = 0; i < scores.size(); ++i)
-            matches.emplace_back(static_cast<long>(i) * 10, std::exp(scores[i] - best), 0.0, 0.0);
+            matches.emplace_back(static_cast<long>(i) * 10, tkNMElementary::exp(scores[i] - best), 0.0, 0.0);
         EXPECT_EQ(run(classifier, row), tkClassifierResult(matches, frequencies, costs, -best));
     }
 }

@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
+#include "numerics/tkNMElementary.h"
 #include "tests/golden/ruleTable.h"
 #include "tkAllocations.h"
 #include "tkTest.h"
@@ -310,7 +311,7 @@ TEST(tkClassifierRuleTable, classifiesAsTheDefinitionOnRandomTables)
                 product = product * degree;
                 used = used + 1;
             }
-            scores.push_back(product > 0.0 ? std::pow(product, 1.0 / used) : product);
+            scores.push_back(product > 0.0 ? tkNMElementary::pow(product, 1.0 / used) : product);
             rules.push_back(scoring(of, static_cast<long>(r)));
         }
         const double threshold = 0.1 * static_cast<double>(random() % 11);

@@ -5,6 +5,7 @@
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "clss/clastool/clastool/tkPatternDistanceMetric.h"
 #include "foundation/tkArchiveOperators.h"
+#include "numerics/tkNMElementary.h"
 
 #include <cmath>
 #include <limits>
@@ -66,7 +67,7 @@ TEST(tkPatternDistanceMetricNorm, isEuclideanUnlessToldOtherwise)
 TEST(tkPatternDistanceMetricNorm, givesTheNormOfItsOrder)
 {
     EXPECT_EQ(norm(1.0, {0.0, 0.0}, {3.0, 4.0}), 7.0);
-    EXPECT_DOUBLE_EQ(norm(0.5, {0.0, 0.0}, {3.0, 4.0}), std::pow(std::sqrt(3.0) + 2.0, 2.0));
+    EXPECT_DOUBLE_EQ(norm(0.5, {0.0, 0.0}, {3.0, 4.0}), tkNMElementary::pow(std::sqrt(3.0) + 2.0, 2.0));
     EXPECT_EQ(norm(3.0, {1.0, 1.0, 1.0}, {1.0, 1.0, -1.0}), 2.0);
     EXPECT_EQ(norm(7.5, {-2.0}, {-2.0}), 0.0);
 }
@@ -79,8 +80,8 @@ TEST(tkPatternDistanceMetricNorm, isTheTransformedSumOfPowersBitForBit)
     {
         double sum = 0.0;
         for (std::size_t i = 0; i < a.size(); ++i)
-            sum += std::pow(std::fabs(a[i] - b[i]), order);
-        const double expected = std::pow(sum, 1.0 / order);
+            sum += tkNMElementary::pow(std::fabs(a[i] - b[i]), order);
+        const double expected = tkNMElementary::pow(sum, 1.0 / order);
         EXPECT_EQ(norm(order, a, b), expected) << order;
         EXPECT_EQ(norm(order, b, a), expected) << order;
     }

@@ -1,5 +1,7 @@
 #include "tests/definition/definition.h"
 
+#include "numerics/tkNMElementary.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -187,7 +189,7 @@ double ruleScore(const tkClassifierRule& rule, const std::vector<double>& values
         product = product * s;
         used = used + 1.0;
     }
-    return product > 0.0 ? std::pow(product, 1.0 / used) : product;
+    return product > 0.0 ? tkNMElementary::pow(product, 1.0 / used) : product;
 }
 
 long classifyByRules(const std::vector<tkClassifierRule>& rules, const std::vector<double>& values, double threshold)

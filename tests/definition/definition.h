@@ -7,9 +7,10 @@
 #include <vector>
 
 /// The definitions written down as they read: every pattern and function behind a counted handle, every distance and
-/// score a virtual call, every power by the C library, everything computed where it is needed. What anyone would write
-/// first, and what the library must agree with: the oracle of the tests, and the plain competitor of the benchmarks.
-/// None of the library's numerics is used.
+/// score a virtual call, everything computed where it is needed. What anyone would write first, and what the library
+/// must agree with: the oracle of the tests, and the plain competitor of the benchmarks. The competitor calls the C
+/// library's exp, log and pow; the oracle of a rule's score, which is held to the bits, calls the library's own pow.
+/// Nothing else of the library's numerics is used.
 namespace definition
 {
 using PatternHandle = tkPtrHandle_const<tkFeaturePattern>;

@@ -3,21 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
-#include <cstring>
 #include <random>
-
-namespace
-{
-std::int64_t ulpsApart(double a, double b)
-{
-    std::int64_t x;
-    std::int64_t y;
-    std::memcpy(&x, &a, sizeof x);
-    std::memcpy(&y, &b, sizeof y);
-    return std::abs(x - y);
-}
-} // namespace
 
 TEST(tkRandomUniform, isTheMersenneTwisterScaledByItsTopBits)
 {
@@ -69,13 +55,13 @@ TEST(tkRandomUniform, staysInItsRangeAndCoversItEvenly)
     EXPECT_EQ(4.0, uniform.next(4.0, 4.0));
 }
 
-TEST(tkRandomGaussian, sequenceOfSeedOneIsFixedToOneUnitInTheLastPlace)
+TEST(tkRandomGaussian, sequenceOfSeedOneIsFixed)
 {
     tkRandomGaussian gaussian(1);
     for (const double expected :
          {-0x1.42c3b2b722171p-5, -0x1.8c1da014dda09p-2, -0x1.fdd85e535a47ap-3, 0x1.5fa75918ca312p-1,
           -0x1.bfaac17196978p-5, -0x1.971d689089fdbp-1, 0x1.003e6b2410a3cp+0, 0x1.f01d3e119ca68p+0})
-        EXPECT_LE(ulpsApart(expected, gaussian.next(0.0, 1.0)), 1);
+        EXPECT_EQ(expected, gaussian.next(0.0, 1.0));
 }
 
 TEST(tkRandomGaussian, meanAndDeviationScaleTheSameDeviates)

@@ -3,11 +3,13 @@
 #include "tkTest.h"
 
 #include <cerrno>
+#include <cfenv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <random>
+#include <vector>
 
 namespace
 {
@@ -318,6 +320,32 @@ TEST(tkNMElementary, cubesAreRoundedToEvenInTheMiddleOfTwoDoubles)
     EXPECT_BITS(0x1.ffffffffffffcp+1023, Ours::pow(0x1.428a2f98d728ap+341, 3.0));
     EXPECT_BITS(infinity, Ours::pow(0x1.428a2f98d728bp+341, 3.0));
     EXPECT_BITS(0x1p1023, Ours::pow(0x1p341, 3.0));
+}
+
+TEST(tkNMElementary, neitherInvalidOperationsNorDivisionsByZeroAreRaised)
+{
+    std::vector<double> arguments = {0.0,      -0.0,      1.0,        -1.0,        0.5,           2.0,     3.0,
+                                     infinity, -infinity, 1e300,      -1e300,      1e-300,        709.0,   710.0,
+                                     -746.0,   tiniest,   -tiniest,   largest,     -3.0,          0x1p-30, 0x1p66,
+                                     0x1p53,   -0x1p53,   notANumber, -notANumber, smallestNormal};
+    std::mt19937_64 generator(5);
+    for (int i = 0; i < 1000; ++i)
+    {
+        const double x = doubleOf(generator());
+        if (!std::isnan(x)) // those that signal raise an exception by definition
+            arguments.push_back(x);
+    }
+    ASSERT_EQ(0, std::feclearexcept(FE_ALL_EXCEPT));
+    for (const double x : arguments)
+    {
+        Ours::exp(x);
+        Ours::log(x);
+        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO)) << x;
+        for (const double y : arguments)
+            Ours::pow(x, y);
+        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO)) << x;
+        std::feclearexcept(FE_ALL_EXCEPT);
+    }
 }
 
 TEST(tkNMElementary, errnoIsLeftAlone)

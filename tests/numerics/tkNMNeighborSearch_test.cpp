@@ -2,6 +2,7 @@
 
 #include "foundation/tkAssert.h"
 #include "numerics/kernels/tkNMByteDistances.h"
+#include "numerics/tkNMElementary.h"
 
 #include "instructionSets.h"
 #include "tkAllocations.h"
@@ -74,8 +75,8 @@ double distanceOf(const Row& query, const Row& row, double order)
 {
     double sum = 0.0;
     for (std::size_t c = 0; c < query.size(); ++c)
-        sum += std::pow(std::fabs(query[c] - row[c]), order);
-    return std::pow(sum, 1.0 / order);
+        sum += tkNMElementary::pow(std::fabs(query[c] - row[c]), order);
+    return tkNMElementary::pow(sum, 1.0 / order);
 }
 
 std::vector<double> distancesOf(const Table& table, const Row& query, double order)

@@ -39,6 +39,7 @@ foundation/tkDiagObject
 numerics/tkNMBestInstructions
 numerics/tkNMElementaryTables
 numerics/tkNMElementary
+numerics/tkRandomGaussian
 numerics/tkNMMatrix
 numerics/tkNMAligned
 numerics/tkNMTriangle

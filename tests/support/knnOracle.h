@@ -4,6 +4,7 @@
 #include "clss/clastool/clastool/tkClassifierFrequencies.h"
 #include "clss/clastool/clastool/tkClassifierResult.h"
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+#include "numerics/tkNMElementary.h"
 
 #include <cmath>
 #include <limits>
@@ -13,13 +14,13 @@
 /// Nearest-neighbour classification as it is defined, plainly written and slow, for tests to compare with.
 namespace knnOracle
 {
-/// (sum of |a_i - b_i|^order)^(1 / order), each power and the root by the C library's pow, summed in order.
+/// (sum of |a_i - b_i|^order)^(1 / order), each power and the root by tkNMElementary::pow, summed in order.
 inline double normDistance(double order, const std::vector<double>& a, const std::vector<double>& b)
 {
     double sum = 0.0;
     for (std::size_t i = 0; i < a.size(); ++i)
-        sum += std::pow(std::fabs(a[i] - b[i]), order);
-    return std::pow(sum, 1.0 / order);
+        sum += tkNMElementary::pow(std::fabs(a[i] - b[i]), order);
+    return tkNMElementary::pow(sum, 1.0 / order);
 }
 
 /// Indices of the k nearest patterns, given the distance of each in storage order. Every pattern in turn is offered

@@ -9,6 +9,7 @@
 #include "foundation/tkAssert.h"
 #include "foundation/tkPrefetch.h"
 #include "foundation/tkScratch.h"
+#include "numerics/kernels/tkNMElementaryKernel.h"
 #include "numerics/tkNMReferenceDeviation.h"
 
 #include <algorithm>
@@ -233,11 +234,14 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
             best = scores[i];
     const double offset = 0.0 - best; // ln 1 - s_max
 
+    for (std::size_t i = 0; i < n; ++i)
+        scores[i] = scores[i] + offset;
+    tkNMElementaryKernel::exp(scores.data(), scores.data(), n, tkNMBestInstructions());
+
     tkScratch<long, 256> labels(n);
     for (std::size_t i = 0; i < n; ++i)
     {
         labels[i] = categoryModels_[i]->categoryLabel();
-        scores[i] = std::exp(scores[i] + offset);
         // Validates label and score before the next category is evaluated (order of errors).
         static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }

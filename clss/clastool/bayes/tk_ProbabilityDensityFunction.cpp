@@ -5,6 +5,7 @@
 #include "foundation/tkAssert.h"
 #include "foundation/tkException.h"
 #include "foundation/tkScratch.h"
+#include "numerics/tkNMElementary.h"
 
 #include <algorithm>
 #include <cmath>
@@ -149,14 +150,14 @@ double lnFactorial(std::int64_t m)
     {
         std::vector<double> running(1 << 16, 0.0);
         for (std::size_t i = 2; i < running.size(); ++i)
-            running[i] = running[i - 1] + std::log(static_cast<double>(i));
+            running[i] = running[i - 1] + tkNMElementary::log(static_cast<double>(i));
         return running;
     }();
     if (m < static_cast<std::int64_t>(sums.size()))
         return sums[static_cast<std::size_t>(m)];
     const double x = static_cast<double>(m);
     const double halfLnTwoPi = 0.91893853320467274178;
-    return (x + 0.5) * std::log(x) - x + halfLnTwoPi + (1.0 - 1.0 / (30.0 * x * x)) / (12.0 * x);
+    return (x + 0.5) * tkNMElementary::log(x) - x + halfLnTwoPi + (1.0 - 1.0 / (30.0 * x * x)) / (12.0 * x);
 }
 } // namespace
 
@@ -338,8 +339,9 @@ double tk_PDFBinomial::logValueOf_(long numMeasurements, const tkFeaturePattern&
 
     const std::int64_t n = numTrials_;
     const std::int64_t k = saturated(static_cast<double>(n) * x / maxValue_ + 0.5);
-    return lnFactorial(n) - (lnFactorial(k) + lnFactorial(n - k)) + static_cast<double>(k) * std::log(probability_) +
-           static_cast<double>(n - k) * std::log(1.0 - probability_);
+    return lnFactorial(n) - (lnFactorial(k) + lnFactorial(n - k)) +
+           static_cast<double>(k) * tkNMElementary::log(probability_) +
+           static_cast<double>(n - k) * tkNMElementary::log(1.0 - probability_);
 }
 
 TK_DEFINE_RECORD(tk_PDFBinomial, 0)

@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
+#include "numerics/tkNMElementary.h"
 
 #include <algorithm>
 #include <cmath>
@@ -78,7 +79,7 @@ inline double tkClassifierRule::mean_(double product, int used)
 {
     if (!(product > 0.0) || used == 0)
         return product;
-    return std::pow(product, 1.0 / used);
+    return tkNMElementary::pow(product, 1.0 / used);
 }
 
 double tkClassifierRule::score(const tkClassifierFeatureVector& featureVector) const

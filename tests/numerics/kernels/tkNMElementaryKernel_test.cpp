@@ -4,6 +4,7 @@
 #include "tkTest.h"
 
 #include <algorithm>
+#include <cfenv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -119,6 +120,32 @@ TEST(tkNMElementaryKernel, powHasTheBitsOfThePlainFunctionForAnyExponent)
             EXPECT_EQ(-1, different) << arguments[different] << " to the power of " << y;
         }
     }
+}
+
+TEST(tkNMElementaryKernel, neitherInvalidOperationsNorDivisionsByZeroAreRaised)
+{
+    // A NaN that signals raises an exception by definition.
+    std::vector<double> arguments = manyArguments(100000);
+    std::vector<double> exponents = manyArguments(150);
+    for (std::vector<double>* list : {&arguments, &exponents})
+        std::replace_if(
+            list->begin(), list->end(), [](double x) { return std::isnan(x); },
+            std::numeric_limits<double>::quiet_NaN());
+    std::vector<double> results(arguments.size());
+    for (const tkNMInstructions set : instructionSets())
+    {
+        ASSERT_EQ(0, std::feclearexcept(FE_ALL_EXCEPT));
+        Kernel::exp(arguments.data(), results.data(), arguments.size(), set);
+        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO)) << "exp " << static_cast<int>(set);
+        Kernel::log(arguments.data(), results.data(), arguments.size(), set);
+        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO)) << "log " << static_cast<int>(set);
+        for (const double y : {1.5, 2.0, 3.0, 0.5, -1.0, 0x1p64})
+            Kernel::pow(arguments.data(), y, results.data(), arguments.size(), set);
+        for (const double y : exponents)
+            Kernel::pow(arguments.data(), y, results.data(), 5000, set);
+        EXPECT_EQ(0, std::fetestexcept(FE_INVALID | FE_DIVBYZERO)) << "pow " << static_cast<int>(set);
+    }
+    std::feclearexcept(FE_ALL_EXCEPT);
 }
 
 TEST(tkNMElementaryKernel, anyNumberOfArgumentsIsComputedInPlaceAndNothingBehindThem)

@@ -11,7 +11,8 @@ namespace
 {
 double deviation(const tkNMFactorisation& f, const double* x, std::size_t j)
 {
-    return (x[j] - f.mean[j]) - f.compensation[j];
+    const bool hasTerm = f.covariance.measurements[j].role != tkNMCovarianceFactor::eSameEverywhere;
+    return hasTerm ? (x[j] - f.mean[j]) - f.compensation[j] : 0.0;
 }
 
 /// For a finite point: nothing is farther than a squared distance that overflowed.

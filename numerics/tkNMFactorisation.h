@@ -15,7 +15,8 @@ struct TK_EXPORT tkNMFactorisation
 {
     std::size_t dimension() const { return mean.size(); }
 
-    /// The squared distance |W (x - m)|². With v_j = (x_j - m_j) - c_j, where m_j + c_j is the mean,
+    /// The squared distance |W (x - m)|². With v_j = (x_j - m_j) - c_j, where m_j + c_j is the mean, and v_j = 0.0 for
+    /// a measurement without a term, whatever x_j is,
     ///     y_i = ((W_i0 v_0 + W_i1 v_1) + W_i2 v_2) + ...,   q_l = (y_l² + y_(l+8)²) + y_(l+16)² + ...,
     ///     ((q_0 + q_4) + (q_2 + q_6)) + ((q_1 + q_5) + (q_3 + q_7)),
     /// where rows come by eights, and each y_i has the columns of its eight rows: W is 0.0 above the diagonal and in

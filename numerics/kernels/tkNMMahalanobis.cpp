@@ -5,6 +5,7 @@
 #include "numerics/kernels/tkNMLanes.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace
 {
@@ -39,7 +40,7 @@ TK_ALWAYS_INLINE void addSquares(const tkNMTriangle& w, std::size_t first, const
 
 /// `v` has the deviations, then 0.0 up to a multiple of eight.
 template <class Eight>
-TK_ALWAYS_INLINE double squaredDistanceOf(const tkNMTriangle& w, const double* v)
+TK_ALWAYS_INLINE double squaredDistanceInLanes(const tkNMTriangle& w, const double* v)
 {
     Eight squares;
     squares.clear();
@@ -58,14 +59,26 @@ TK_ALWAYS_INLINE double squaredDistanceOf(const tkNMTriangle& w, const double* v
 #if TK_HAS_X86_TARGETS
 TK_TARGET_AVX2 double squaredDistanceAvx2(const tkNMTriangle& w, const double* v)
 {
-    return squaredDistanceOf<LanesOf<4>>(w, v);
+    return squaredDistanceInLanes<LanesOf<4>>(w, v);
 }
 
 TK_TARGET_AVX512 double squaredDistanceAvx512(const tkNMTriangle& w, const double* v)
 {
-    return squaredDistanceOf<LanesOf<8>>(w, v);
+    return squaredDistanceInLanes<LanesOf<8>>(w, v);
 }
 #endif
+
+double squaredDistanceOf(const tkNMTriangle& w, const double* v, tkNMInstructions instructions)
+{
+#if TK_HAS_X86_TARGETS
+    if (instructions == tkNMInstructions::Avx512)
+        return squaredDistanceAvx512(w, v);
+    if (instructions == tkNMInstructions::Avx2)
+        return squaredDistanceAvx2(w, v);
+#endif
+    static_cast<void>(instructions);
+    return squaredDistanceInLanes<LanesOf<plainWidth>>(w, v);
+}
 } // namespace
 
 double tkNMSquaredMahalanobis(const tkNMFactorisation& factorisation, const double* x, tkNMInstructions instructions)
@@ -75,12 +88,7 @@ double tkNMSquaredMahalanobis(const tkNMFactorisation& factorisation, const doub
     for (std::size_t j = 0; j < d; ++j)
         v[j] = (x[j] - factorisation.mean[j]) - factorisation.compensation[j];
     std::fill(v.begin() + d, v.end(), 0.0);
-#if TK_HAS_X86_TARGETS
-    if (instructions == tkNMInstructions::Avx512)
-        return squaredDistanceAvx512(factorisation.covariance.w, v.data());
-    if (instructions == tkNMInstructions::Avx2)
-        return squaredDistanceAvx2(factorisation.covariance.w, v.data());
-#endif
-    static_cast<void>(instructions);
-    return squaredDistanceOf<LanesOf<plainWidth>>(factorisation.covariance.w, v.data());
+    const double square = squaredDistanceOf(factorisation.covariance.w, v.data(), instructions);
+    // A measurement without a term adds its deviation times 0.0, which is 0.0 unless the deviation is not finite.
+    return std::isnan(square) ? factorisation.squaredDistance(x, tkNMInstructions::Definition) : square;
 }

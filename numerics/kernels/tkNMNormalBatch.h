@@ -34,7 +34,7 @@ public:
 
     /// logs[c] = ((0.0 + f_0) + f_1) + ..., the log densities of category c at the reach() measurements x, for size()
     /// categories. NaN, for not computed, where the squared distances of a category add up to more than
-    /// tkNMFactorisation::largestSquare or to NaN.
+    /// tkNMFactorisation::largestSquare or to NaN. So it may be where a measurement that has no term is not finite.
     void logLikelihoods(const double* x, double* logs) const;
 
     /// The measurements of a density, `size` from `first` on.

@@ -31,7 +31,12 @@ inline double anyNumber(std::mt19937_64& generator, bool isHostile)
     return choice < std::size(strange) ? strange[choice] : usual;
 }
 
-/// With hostile means, compensations or elements of W, as asked for.
+inline bool hasTerm(const tkNMFactorisation& f, std::size_t j)
+{
+    return f.covariance.measurements[j].role != tkNMCovarianceFactor::eSameEverywhere;
+}
+
+/// With hostile means, compensations or elements of W, as asked for. Every tenth measurement has no term.
 inline tkNMFactorisation random(std::size_t d, std::mt19937_64& generator, bool means = false,
                                 bool compensations = false, bool elements = false)
 {
@@ -42,19 +47,22 @@ inline tkNMFactorisation random(std::size_t d, std::mt19937_64& generator, bool 
     {
         f.mean.push_back(anyNumber(generator, means));
         f.compensation.push_back(1e-17 * anyNumber(generator, compensations));
+        const bool isTerm = generator() % 10 != 0;
+        f.covariance.measurements.push_back(
+            {isTerm ? tkNMCovarianceFactor::eVaries : tkNMCovarianceFactor::eSameEverywhere, 0});
         for (std::size_t j = 0; j <= i; ++j)
-            f.covariance.w(i, j) = anyNumber(generator, elements);
+            f.covariance.w(i, j) = hasTerm(f, i) && hasTerm(f, j) ? anyNumber(generator, elements) : 0.0;
     }
     return f;
 }
 
-/// With zeros above the diagonal and below the last row.
+/// With zeros above the diagonal, below the last row, and for the deviations of measurements without a term.
 inline double squaredDistance(const tkNMFactorisation& f, const double* x)
 {
     const std::size_t d = f.mean.size();
     std::vector<double> v(d);
     for (std::size_t j = 0; j < d; ++j)
-        v[j] = (x[j] - f.mean[j]) - f.compensation[j];
+        v[j] = hasTerm(f, j) ? (x[j] - f.mean[j]) - f.compensation[j] : 0.0;
     if (d == 1)
         return (f.covariance.w(0, 0) * v[0]) * (f.covariance.w(0, 0) * v[0]);
     double q[8] = {};

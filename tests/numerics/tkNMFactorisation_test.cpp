@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 
@@ -47,7 +48,8 @@ TEST(tkNMFactorisation, everyInstructionSetHasTheLogDensityOfTheFormula)
                 for (std::size_t j = 0; j < d; ++j)
                 {
                     x.push_back(anyNumber(generator, kind >= 4));
-                    isFinite = isFinite && std::isfinite((x[j] - f.mean[j]) - f.compensation[j]);
+                    const double deviation = (x[j] - f.mean[j]) - f.compensation[j];
+                    isFinite = isFinite && (std::isfinite(deviation) || !factorisations::hasTerm(f, j));
                 }
                 double square = factorisations::squaredDistance(f, x.data());
                 if (isFinite && !(square <= std::numeric_limits<double>::max()))
@@ -62,6 +64,47 @@ TEST(tkNMFactorisation, everyInstructionSetHasTheLogDensityOfTheFormula)
             }
         }
     EXPECT_GT(cut, 100);
+}
+
+/// Whether the value is valid or not, finite or not, makes no difference.
+TEST(tkNMFactorisation, aMeasurementWithoutATermIsNotRead)
+{
+    std::mt19937_64 generator(7);
+    for (std::size_t d = 1; d <= 20; ++d)
+        for (std::size_t without = 0; without < d; ++without)
+        {
+            // Independent ones, whose marginals are known, and one that was the same everywhere.
+            tkNMTriangle squares(d);
+            std::vector<double> x(d);
+            std::vector<double> references(d, 1.0);
+            references[without] = 0.0;
+            for (std::size_t j = 0; j < d; ++j)
+            {
+                squares(j, j) = j == without ? 0.0 : 100.0;
+                x[j] = anyNumber(generator, false);
+            }
+            tkNMFactorisation f;
+            f.mean.assign(d, 0.5);
+            f.compensation.assign(d, 0.0);
+            f.covariance = tkNMCovarianceFactor(100, f.mean, squares, references);
+            f.logPeak = f.covariance.logPeak();
+
+            const auto valid = std::make_unique<bool[]>(d);
+            std::fill_n(valid.get(), d, true);
+            valid[generator() % d] = false;
+            x[without] = 0.5;
+            const double density = f.logDensity(x.data(), tkNMInstructions::Definition);
+            const double marginal = f.logMarginal(x.data(), valid.get());
+            ASSERT_TRUE(std::isfinite(density) && std::isfinite(marginal));
+            for (const double value : {1e8, 1.7e308, HUGE_VAL, -HUGE_VAL, std::nan("")})
+            {
+                x[without] = value;
+                for (const tkNMInstructions set : instructionSets())
+                    ASSERT_EQ(f.logDensity(x.data(), set), density)
+                        << d << ' ' << without << ' ' << value << ' ' << set;
+                ASSERT_EQ(f.logMarginal(x.data(), valid.get()), marginal) << d << ' ' << without << ' ' << value;
+            }
+        }
 }
 
 TEST(tkNMFactorisation, roundsToTheGridBelowAndToDoublesAbove)

@@ -4,7 +4,8 @@
 // far from all of them that the differences of the other measurements were lost in rounding: 0.99999 and 0.00001 became
 // 0.5 and 0.5. In another unit, with another offset, the same data gave another decision.
 //
-// Now such a measurement has no term in any category.
+// Now such a measurement has no term in any category. Its value is not even read: 0.0 times an infinite one made every
+// score NaN.
 
 #include "tests/support/bayesianTool.h"
 
@@ -34,10 +35,15 @@ TEST(ConstantEverywhere, hasNoTerm)
         const tkClassifierTool tool = bayesianTool(dataWithConstant(7.0), isJoint);
         const tkClassifierResult asTrained = resultOf(tool, {-1.0, 7.0, 0.0});
         EXPECT_GT(resultOf(asTrained, 0).classScore(), 0.9999);
-        for (const double value : {1e8, -1e8, 7.000001, 0.0, 1e300})
+        for (const double value : {1e8, -1e8, 7.000001, 0.0, 1e300, HUGE_VAL, -HUGE_VAL, std::nan("")})
             EXPECT_EQ(resultOf(tool, {-1.0, value, 0.0}).categoryResults(), asTrained.categoryResults()) << value;
         // Whether it is valid or not makes no difference either.
         EXPECT_EQ(resultOf(tool, {-1.0, 0.0, 0.0}, {1}).categoryResults(), asTrained.categoryResults());
+        // Beside an invalid measurement neither.
+        const tkClassifierResult marginal = resultOf(tool, {-1.0, 7.0, 0.0}, {2});
+        EXPECT_GT(resultOf(marginal, 0).classScore(), 0.9999);
+        for (const double value : {1e8, HUGE_VAL, std::nan("")})
+            EXPECT_EQ(resultOf(tool, {-1.0, value, 0.0}, {2}).categoryResults(), marginal.categoryResults()) << value;
     }
 }
 

@@ -22,6 +22,7 @@ struct Expected
 {
     double sum = 0.0;
     double squares = 0.0;
+    bool isTermless = false; // a measurement that is not finite has no term
 };
 
 Expected expectedOf(const Densities& densities, const double* x)
@@ -32,6 +33,10 @@ Expected expectedOf(const Densities& densities, const double* x)
         const double* const point = x + density.first;
         expected.squares += density.factorisation->squaredDistance(point, tkNMInstructions::Definition);
         expected.sum += density.factorisation->logDensity(point, tkNMInstructions::Definition);
+        const tkNMFactorisation& f = *density.factorisation;
+        for (std::size_t j = 0; j < f.dimension(); ++j)
+            if (!factorisations::hasTerm(f, j) && !std::isfinite((point[j] - f.mean[j]) - f.compensation[j]))
+                expected.isTermless = true;
     }
     return expected;
 }
@@ -87,6 +92,8 @@ TEST(tkNMNormalBatch, everyInstructionSetHasTheSumsOfTheDefinition)
                 const Expected expected = expectedOf(categories[c], point);
                 const bool isFar = !(expected.squares <= std::numeric_limits<double>::max());
                 (isFar ? refused : sums) += 1;
+                if (expected.isTermless && std::isnan(logs[c]))
+                    continue;
                 ASSERT_TRUE(haveSameBits(isFar ? std::nan("") : expected.sum, logs[c]))
                     << round << ' ' << c << ' ' << set;
             }
@@ -99,8 +106,10 @@ TEST(tkNMNormalBatch, everyInstructionSetHasTheSumsOfTheDefinition)
 TEST(tkNMNormalBatch, sumsThatAreTooLargeForLanesAreNotComputed)
 {
     std::mt19937_64 generator(17);
-    const tkNMFactorisation one = factorisations::random(1, generator);
-    const tkNMFactorisation two = factorisations::random(2, generator);
+    tkNMFactorisation one = factorisations::random(1, generator);
+    tkNMFactorisation two = factorisations::random(2, generator);
+    one.covariance.measurements.assign(1, {tkNMCovarianceFactor::eVaries, 0});
+    two.covariance.measurements.assign(2, {tkNMCovarianceFactor::eVaries, 0});
     const std::vector<Densities> categories(8, Densities{{0, &one}, {1, &two}});
     const tkNMNormalBatch batch(categories);
     for (const double far : {1e200, -1e200, HUGE_VAL, std::nan("")})

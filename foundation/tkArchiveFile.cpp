@@ -92,7 +92,7 @@ public:
     void addZeros(std::uint64_t count)
     {
         // Appending zeros is linear: column i is what they make of bit i.
-        std::array<std::uint64_t, 64> columns;
+        std::array<std::uint64_t, 64> columns{};
         for (std::size_t i = 0; i < 64; ++i)
         {
             const std::uint64_t bit = std::uint64_t{1} << i;

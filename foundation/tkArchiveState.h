@@ -25,9 +25,9 @@ struct tkArchive::State_
     /// An object that was stored or loaded; its number in the archive is its index + 1.
     struct Object
     {
-        tkPersistent* object;        // null: no longer known
-        tkPtrHandle<tkRepBase> kept; // null: cannot be kept, known while it lives and the outermost exchange lasts
-        long height;                 // nesting of objects in it, itself included; 0: still being exchanged
+        tkPersistent* object = nullptr; // null: no longer known
+        tkPtrHandle<tkRepBase> kept;    // null: cannot be kept, known while it lives and the outermost exchange lasts
+        long height = 0;                // nesting of objects in it, itself included; 0: still being exchanged
     };
 
     /// A level of an object whose record is done; without a type: marked from outside.

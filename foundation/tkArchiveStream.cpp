@@ -96,7 +96,7 @@ std::size_t tkArchiveStream::read_(unsigned char* bytes, std::size_t count)
 {
     try
     {
-        if (in_->fail())
+        if (in_->fail()) // NOLINT(clang-analyzer-core.CallAndMessage): either in_ or out_ is there
             fail(L"The stream cannot be read");
         const auto wanted = static_cast<std::streamsize>(count);
         const std::streamsize got = in_->rdbuf()->sgetn(reinterpret_cast<char*>(bytes), wanted);
@@ -118,7 +118,7 @@ void tkArchiveStream::write_(const unsigned char* bytes, std::size_t count)
     const auto wanted = static_cast<std::streamsize>(count);
     try
     {
-        if (out_->fail())
+        if (out_->fail()) // NOLINT(clang-analyzer-core.CallAndMessage): either in_ or out_ is there
             fail(L"The stream cannot be written");
         const std::streamsize put = out_->rdbuf()->sputn(reinterpret_cast<const char*>(bytes), wanted);
         passed_ += static_cast<std::size_t>(std::clamp<std::streamsize>(put, 0, wanted));

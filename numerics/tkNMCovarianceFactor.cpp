@@ -98,6 +98,7 @@ bool raiseEigenvalues(tkNMTriangle& c, const std::vector<std::size_t>& varying, 
     if (d < 2)
         return true; // the correlation matrix is 1
     std::vector<double> deviations;
+    deviations.reserve(d);
     for (const std::size_t j : varying)
         deviations.push_back(std::sqrt(c(j, j)));
     std::vector<double> r(d * d, 1.0);

@@ -307,8 +307,10 @@ double tkNMElementary::pow(double x, double y)
         return x * x;
     if (y == 1.0)
         return x;
+    if (y == 0.5 && x >= 0.0)
+        return std::sqrt(x + 0.0); // -0.0 gives 0.0
     if (y == 0.5)
-        return x >= 0.0 ? std::sqrt(x + 0.0) : x == -infinity ? infinity : notANumber; // -0.0 gives 0.0
+        return x == -infinity ? -x : notANumber;
     const bool isOrdinary = x > 0.0 && x < infinity && std::fabs(y) > tinyExponent && std::fabs(y) < hugeExponent;
     if (!isOrdinary)
         return specialPow(x, y);

@@ -24,7 +24,8 @@ constexpr std::uintptr_t readAhead = 8192; // bytes: processors by themselves lo
 // Blocks are mostly allocated one after the other, so that what follows the last one is usually the next one to come.
 inline void prefetchAhead(const void* bytes)
 {
-    tkPrefetch(reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(bytes) + readAhead));
+    const std::uintptr_t ahead = reinterpret_cast<std::uintptr_t>(bytes) + readAhead; // may lie beyond the array
+    tkPrefetch(reinterpret_cast<const void*>(ahead)); // NOLINT(performance-no-int-to-ptr)
 }
 
 // ---- any processor --------------------------------------------------------------------------------------------------

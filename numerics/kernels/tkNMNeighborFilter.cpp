@@ -150,7 +150,7 @@ void fetchConsecutive(const tkNMNeighborSearch::Rows& source, long first, long c
 std::size_t tkNMNeighborFilter::memory() const
 {
     std::size_t bytes = centres_.capacity() * sizeof(double) + errors_.capacity() * sizeof errors_[0] +
-                        chunks_.capacity() * sizeof chunks_[0];
+                        chunks_.capacity() * sizeof(std::vector<Line>);
     for (const std::vector<Line>& chunk : chunks_)
         bytes += chunk.capacity() * sizeof(Line);
     return bytes;

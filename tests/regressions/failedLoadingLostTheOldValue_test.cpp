@@ -25,7 +25,7 @@ tkClassifierTool trainedTool(double x)
 }
 } // namespace
 
-TEST(failedLoadingLostTheOldValue, toolKeepsItsClassifierWhereverMemoryRunsOut)
+TEST(failedLoadingLostTheOldValue, toolKeepsItsClassifierWhereverLoadingAFileRunsOutOfMemory)
 {
     const tkFolder folder;
     const std::filesystem::path path = folder.path / "tool";
@@ -56,7 +56,7 @@ TEST(failedLoadingLostTheOldValue, toolKeepsItsClassifierWhereverMemoryRunsOut)
     EXPECT_TRUE(tool == stored);
 }
 
-TEST(failedLoadingLostTheOldValue, storedToolWithAnUntrainedClassifierHoldsItAgain)
+TEST(failedLoadingLostTheOldValue, fileOfAToolWithAnUntrainedClassifierHoldsItAgain)
 {
     const tkFolder folder;
     const std::filesystem::path path = folder.path / "tool";

@@ -7,7 +7,7 @@
 // input/output error now.
 
 #if defined(__linux__)
-TEST(writingNothingWentOnForEver, savingFailsAtTheFirstTry)
+TEST(writingNothingWentOnForEver, savingAFileFailsAtTheFirstTry)
 {
     const tkFolder folder;
     const std::filesystem::path path = folder.path / "file";

@@ -173,7 +173,7 @@ bool isPrivate(const fs::path& header)
     return isKernel(header);
 }
 
-/// All files in the folders of the library, with their paths from the root.
+/// All files in the folders of the library but the settings of tools, with their paths from the root.
 std::vector<fs::path> libraryFiles()
 {
     const fs::path root(CLASTOOL_SOURCE_DIR);
@@ -184,7 +184,7 @@ std::vector<fs::path> libraryFiles()
             continue;
         for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root / top))
         {
-            if (entry.is_regular_file())
+            if (entry.is_regular_file() && entry.path().filename().string().front() != '.')
                 files.push_back(fs::relative(entry.path(), root));
         }
     }

@@ -8,8 +8,8 @@
 /// Parameters of k-nearest-neighbour classification: each category is scored by its share of the k stored
 /// patterns nearest to the query (Fix and Hodges, 1951; Cover and Hart, IEEE Trans. Inf. Theory 13, 1967).
 ///
-/// The measurements enter the distance as they are: bring them to comparable scales first (tkPatternScaler). A classifier
-/// that was loaded from an archive runs with k = 1, the Euclidean distance and unit costs until it is
+/// The measurements enter the distance as they are: bring them to comparable scales first (tkPatternScaler). A
+/// classifier that was loaded from an archive runs with k = 1, the Euclidean distance and unit costs until it is
 /// retrained; the parameters it was stored with stand in trainParams():
 ///     tool.retrain(*tool.trainParams());
 class TK_EXPORT tkClassifierTrainParamsKNN : public tkClassifierTrainParams

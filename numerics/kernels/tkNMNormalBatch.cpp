@@ -156,13 +156,14 @@ TK_ALWAYS_INLINE void addDensity(const Register& peak, const Register& square, R
     sum = sum + (peak - half);
 }
 
-/// The log likelihoods of `width` categories of these sets.
+/// Adds the log densities of `width` categories of these sets to their sums.
 template <std::size_t width>
-TK_ALWAYS_INLINE void logLikelihoodsOf(const double* stream, const tkNMNormalBatch::Range* range,
-                                       const tkNMNormalBatch::Range* end, const double* x, double* v, double* logs)
+TK_ALWAYS_INLINE void addLogDensitiesOf(const double* stream, const tkNMNormalBatch::Range* range,
+                                        const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
 {
     using Register = typename RegisterOf<double, width>::Type;
-    Register sum = {};
+    Register sum;
+    loadRegister(sum, sums);
     Register squares = {};
     for (; range != end; ++range)
     {
@@ -194,37 +195,38 @@ TK_ALWAYS_INLINE void logLikelihoodsOf(const double* stream, const tkNMNormalBat
             }
     }
     sum = squares <= tkNMFactorisation::largestSquare ? sum : sum * nan;
-    storeRegister(sum, logs);
+    storeRegister(sum, sums);
 }
 
 /// The same for a width up to `widest`.
 template <std::size_t widest>
-TK_ALWAYS_INLINE void logLikelihoodsUpTo(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                                         const tkNMNormalBatch::Range* end, const double* x, double* v, double* logs)
+TK_ALWAYS_INLINE void addLogDensitiesUpTo(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
+                                          const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
 {
     if (width == widest)
-        logLikelihoodsOf<widest>(stream, range, end, x, v, logs);
+        addLogDensitiesOf<widest>(stream, range, end, x, v, sums);
     else if constexpr (widest > 1)
-        logLikelihoodsUpTo<widest / 2>(width, stream, range, end, x, v, logs);
+        addLogDensitiesUpTo<widest / 2>(width, stream, range, end, x, v, sums);
 }
 
-void logLikelihoodsPortable(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                            const tkNMNormalBatch::Range* end, const double* x, double* v, double* logs)
+void addLogDensitiesPortable(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
+                             const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
 {
-    logLikelihoodsUpTo<plainWidth>(width, stream, range, end, x, v, logs);
+    addLogDensitiesUpTo<plainWidth>(width, stream, range, end, x, v, sums);
 }
 
 #if TK_HAS_X86_TARGETS
-TK_TARGET_AVX2 void logLikelihoodsAvx2(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                                       const tkNMNormalBatch::Range* end, const double* x, double* v, double* logs)
+TK_TARGET_AVX2 void addLogDensitiesAvx2(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
+                                        const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
 {
-    logLikelihoodsUpTo<4>(width, stream, range, end, x, v, logs);
+    addLogDensitiesUpTo<4>(width, stream, range, end, x, v, sums);
 }
 
-TK_TARGET_AVX512 void logLikelihoodsAvx512(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                                           const tkNMNormalBatch::Range* end, const double* x, double* v, double* logs)
+TK_TARGET_AVX512 void addLogDensitiesAvx512(std::size_t width, const double* stream,
+                                            const tkNMNormalBatch::Range* range, const tkNMNormalBatch::Range* end,
+                                            const double* x, double* v, double* sums)
 {
-    logLikelihoodsUpTo<8>(width, stream, range, end, x, v, logs);
+    addLogDensitiesUpTo<8>(width, stream, range, end, x, v, sums);
 }
 #endif
 
@@ -260,15 +262,14 @@ double* aligned(double* elements)
 }
 } // namespace
 
-tkNMNormalBatch::tkNMNormalBatch(const std::vector<std::vector<Density>>& categories, tkNMInstructions instructions)
-    : instructions_(instructions),
-      size_(categories.size())
+tkNMNormalBatch::tkNMNormalBatch(const std::vector<Category>& categories, tkNMInstructions instructions)
+    : instructions_(instructions)
 {
-    std::map<std::vector<Set>, std::vector<std::size_t>> alike;
-    for (std::size_t c = 0; c < size_; ++c)
+    std::map<std::vector<Set>, Alike_> alike;
+    for (const Category& category : categories)
     {
         std::vector<Set> sets;
-        for (const Density& density : categories[c])
+        for (const Density& density : category.densities)
         {
             TK_ASSERT(density.factorisation->dimension() > 0);
             sets.push_back({density.first, density.factorisation->dimension()});
@@ -276,17 +277,14 @@ tkNMNormalBatch::tkNMNormalBatch(const std::vector<std::vector<Density>>& catego
             reach_ = std::max(reach_, sets.back().first + sets.back().size);
         }
         if (!sets.empty())
-            alike[sets].push_back(c);
+            alike[sets].push_back(&category);
     }
     for (const auto& [sets, those] : alike)
-        place_(sets, those, categories);
-    for (const Lanes_& lanes : lanes_)
-        fill_(lanes, categories);
+        place_(sets, those);
 }
 
 /// Gives lanes to categories of the same sets as long as that pays; the others are computed by themselves.
-void tkNMNormalBatch::place_(const std::vector<Set>& sets, const std::vector<std::size_t>& alike,
-                             const std::vector<std::vector<Density>>& categories)
+void tkNMNormalBatch::place_(const std::vector<Set>& sets, const Alike_& alike)
 {
     std::vector<Range> ranges;
     std::size_t perLane = 0;
@@ -298,25 +296,25 @@ void tkNMNormalBatch::place_(const std::vector<Set>& sets, const std::vector<std
         perLane += densitySize(set.size);
     }
     const std::size_t widest = widthOf(instructions_);
-    std::size_t taken = 0;
-    while (taken < alike.size())
+    auto category = alike.begin();
+    while (category != alike.end())
     {
-        const std::size_t left = alike.size() - taken;
+        const auto left = static_cast<std::size_t>(alike.end() - category);
         std::size_t width = widest;
         while (width / 2 >= left)
             width /= 2;
         const std::size_t count = std::min(width, left);
         if (count == 0 || !doLanesPay(count, sets.size(), perLane, width, widest))
             break;
-        const auto first = alike.begin() + static_cast<std::ptrdiff_t>(taken);
-        lanes_.push_back({width, {first, first + static_cast<std::ptrdiff_t>(count)}, ranges, stream_.size()});
+        lanes_.push_back({width, std::vector<std::size_t>(count), ranges, stream_.size()});
         stream_.resize(stream_.size() + (width * perLane + 7) / 8 * 8);
-        taken += count;
+        fill_(lanes_.back(), category);
+        category += static_cast<std::ptrdiff_t>(count);
     }
-    for (; taken < alike.size(); ++taken)
+    for (; category != alike.end(); ++category)
     {
-        singles_.push_back({alike[taken], {}, {}});
-        for (const Density& density : categories[alike[taken]])
+        singles_.push_back({(*category)->number, {}, {}});
+        for (const Density& density : (*category)->densities)
         {
             singles_.back().firsts.push_back(density.first);
             singles_.back().factorisations.push_back(*density.factorisation);
@@ -325,12 +323,13 @@ void tkNMNormalBatch::place_(const std::vector<Set>& sets, const std::vector<std
 }
 
 /// Lanes without a category keep zeros.
-void tkNMNormalBatch::fill_(const Lanes_& lanes, const std::vector<std::vector<Density>>& categories)
+void tkNMNormalBatch::fill_(Lanes_& lanes, Alike_::const_iterator category)
 {
-    for (std::size_t l = 0; l < lanes.categories.size(); ++l)
+    for (std::size_t l = 0; l < lanes.categories.size(); ++l, ++category)
     {
+        lanes.categories[l] = (*category)->number;
         double* place = &stream_[lanes.begin + l];
-        for (const Density& density : categories[lanes.categories[l]])
+        for (const Density& density : (*category)->densities)
             forEachValue(*density.factorisation,
                          [&](double value)
                          {
@@ -340,9 +339,8 @@ void tkNMNormalBatch::fill_(const Lanes_& lanes, const std::vector<std::vector<D
     }
 }
 
-void tkNMNormalBatch::logLikelihoods(const double* x, double* logs) const
+void tkNMNormalBatch::addLogDensities(const double* x, double* sums) const
 {
-    std::fill(logs, logs + size_, 0.0);
     tkScratch<double, 256 * 8 + 7> scratch(largestSet_ * 8 + 7);
     double* const v = aligned(scratch.data());
     for (const Lanes_& lanes : lanes_)
@@ -350,30 +348,31 @@ void tkNMNormalBatch::logLikelihoods(const double* x, double* logs) const
         const double* const stream = stream_.data() + lanes.begin;
         const Range* const ranges = lanes.ranges.data();
         const Range* const end = ranges + lanes.ranges.size();
-        double results[8];
+        double own[8] = {};
+        for (std::size_t l = 0; l < lanes.categories.size(); ++l)
+            own[l] = sums[lanes.categories[l]];
 #if TK_HAS_X86_TARGETS
         if (instructions_ == tkNMInstructions::Avx512)
-            logLikelihoodsAvx512(lanes.width, stream, ranges, end, x, v, results);
+            addLogDensitiesAvx512(lanes.width, stream, ranges, end, x, v, own);
         else if (instructions_ == tkNMInstructions::Avx2)
-            logLikelihoodsAvx2(lanes.width, stream, ranges, end, x, v, results);
+            addLogDensitiesAvx2(lanes.width, stream, ranges, end, x, v, own);
         else
 #endif
-            logLikelihoodsPortable(lanes.width, stream, ranges, end, x, v, results);
+            addLogDensitiesPortable(lanes.width, stream, ranges, end, x, v, own);
         for (std::size_t l = 0; l < lanes.categories.size(); ++l)
-            logs[lanes.categories[l]] = results[l];
+            sums[lanes.categories[l]] = own[l];
     }
     for (const Single_& single : singles_)
-        logs[single.category] = logLikelihood_(single, x);
+        addLogDensities_(single, x, sums[single.category]);
 }
 
-double tkNMNormalBatch::logLikelihood_(const Single_& single, const double* x) const
+void tkNMNormalBatch::addLogDensities_(const Single_& single, const double* x, double& sum) const
 {
-    double sum = 0.0;
     double squares = 0.0;
     for (std::size_t i = 0; i < single.firsts.size(); ++i)
     {
         const tkNMFactorisation& f = single.factorisations[i];
         addDensity(f.logPeak, f.squaredDistance(x + single.firsts[i], instructions_), sum, squares);
     }
-    return squares <= tkNMFactorisation::largestSquare ? sum : nan;
+    sum = squares <= tkNMFactorisation::largestSquare ? sum : nan;
 }

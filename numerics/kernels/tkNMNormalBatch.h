@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-/// Computes tkNMFactorisation::logDensity for the densities of many categories at one point, summed for each category.
+/// Computes tkNMFactorisation::logDensity for densities of many categories at one point, summed for each category.
 ///
 /// It holds copies of the factorisations, which it takes when it is constructed and never writes afterwards. Categories
 /// whose densities have the same sets of measurements stand side by side, one in each lane of a vector register: every
@@ -23,19 +23,24 @@ public:
         const tkNMFactorisation* factorisation;
     };
 
-    /// The densities of each category. *Requires* a dimension > 0 of each, and instructions <= tkNMBestInstructions().
-    explicit tkNMNormalBatch(const std::vector<std::vector<Density>>& categories,
+    /// Densities whose sum goes by this number.
+    struct Category
+    {
+        std::size_t number;
+        std::vector<Density> densities;
+    };
+
+    /// *Requires* distinct categories, a dimension > 0 of each density, and instructions <= tkNMBestInstructions().
+    explicit tkNMNormalBatch(const std::vector<Category>& categories,
                              tkNMInstructions instructions = tkNMBestInstructions());
 
-    /// Number of categories.
-    std::size_t size() const { return size_; }
     /// Number of measurements of a point that are read.
     std::size_t reach() const { return reach_; }
 
-    /// logs[c] = ((0.0 + f_0) + f_1) + ..., the log densities of category c at the reach() measurements x, for size()
-    /// categories. NaN, for not computed, where the squared distances of a category add up to more than
+    /// sums[c] = ((sums[c] + f_0) + f_1) + ..., the log densities of each category c at the reach() measurements x.
+    /// NaN, for not computed, where the squared distances of a category add up to more than
     /// tkNMFactorisation::largestSquare or to NaN. So it may be where a measurement that has no term is not finite.
-    void logLikelihoods(const double* x, double* logs) const;
+    void addLogDensities(const double* x, double* sums) const;
 
     /// The measurements of a density, `size` from `first` on.
     struct Set
@@ -78,13 +83,13 @@ private:
         std::vector<tkNMFactorisation> factorisations; // parallel
     };
 
-    void place_(const std::vector<Set>& sets, const std::vector<std::size_t>& alike,
-                const std::vector<std::vector<Density>>& categories);
-    void fill_(const Lanes_& lanes, const std::vector<std::vector<Density>>& categories);
-    double logLikelihood_(const Single_& single, const double* x) const;
+    using Alike_ = std::vector<const Category*>;
+
+    void place_(const std::vector<Set>& sets, const Alike_& alike);
+    void fill_(Lanes_& lanes, Alike_::const_iterator category);
+    void addLogDensities_(const Single_& single, const double* x, double& sum) const;
 
     tkNMInstructions instructions_;
-    std::size_t size_;
     std::size_t reach_ = 0;
     std::size_t largestSet_ = 0;
     std::vector<Lanes_> lanes_;

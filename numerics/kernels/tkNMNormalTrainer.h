@@ -31,15 +31,17 @@ public:
     tkNMNormalTrainer& operator=(tkNMNormalTrainer&&) = delete;
     ~tkNMNormalTrainer() { finish(); }
 
-    /// Takes these parts, which stay where they are. False, and nothing done, unless they have the measurements of a
-    /// pattern once each, have a count > 0, and can count all patterns to come; and for patterns of no or more than
-    /// 1,024 measurements. *Requires* that it is not started.
+    /// Takes these parts, which stay where they are. False, and nothing done, if there is none, unless each measurement
+    /// of a pattern is in one of them at most, they have a count > 0, and can count all patterns to come; and for
+    /// patterns of no or more than 1,024 measurements. *Requires* that it is not started.
     bool start(const std::vector<Part>& parts);
     bool isStarted() const { return !parts_.empty(); }
 
-    /// Adds one pattern. False, and nothing added, if a measurement is NaN or beyond tkNMStatistics::largestMagnitude.
-    /// *Requires* isStarted().
+    /// Adds one pattern. False, and nothing added, if a measurement, in a part or not, is NaN or beyond
+    /// tkNMStatistics::largestMagnitude. *Requires* isStarted().
     bool add(const double* pattern);
+    /// Whether add() would add it.
+    bool canAdd(const double* pattern) const;
 
     /// Writes what was learned into the statistics. These may then change before the next add(), but keep their sizes.
     void finish() noexcept;
@@ -65,7 +67,6 @@ private:
     std::vector<Part> parts_;
     bool isLoaded_ = false; // whether the statistics are in groups_
     std::vector<Group_> groups_;
-    tkNMAlignedDoubles row_;        // a pattern and zeros up to a multiple of eight, unless its size is one
     tkNMAlignedDoubles deviations_; // of the buffered patterns: from the mean before, then after, pattern by pattern
     std::size_t capacity_ = 0;      // of the buffer, in patterns; 0 if all parts have one measurement
     std::size_t count_ = 0;         // buffered patterns

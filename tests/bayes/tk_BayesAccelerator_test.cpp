@@ -43,6 +43,19 @@ tkFeaturePattern strangePattern(std::size_t dimension, std::mt19937_64& generato
     return tkFeaturePattern(values, invalid);
 }
 
+tkFeaturePattern magnitudesOf(const tkFeaturePattern& pattern)
+{
+    std::vector<double> values = pattern.featureMeasurements(false);
+    std::vector<long> invalid;
+    for (long j = 0; j < pattern.numMeasurements(); ++j)
+    {
+        values[static_cast<std::size_t>(j)] = std::fabs(values[static_cast<std::size_t>(j)]);
+        if (!pattern.isValid(j))
+            invalid.push_back(j);
+    }
+    return tkFeaturePattern(values, invalid);
+}
+
 /// Returns how many scores, compared for `count` strange patterns with the definition, were not refused.
 int compareScores(const tk_ClassifierBayesian& classifier, std::size_t dimension, int count, std::mt19937_64& generator)
 {
@@ -92,6 +105,30 @@ tk_ClassifierBayesian mixedClassifier(unsigned seed)
     return classifier;
 }
 
+/// Three categories of 12 measurements of their own, binomial where the sum of category and measurement is a multiple
+/// of `period`.
+tk_ClassifierBayesian alternatingClassifier(long period)
+{
+    Rows rows;
+    std::vector<long> labels;
+    randomData(90, 12, 31, rows, labels);
+    Types types(Types::eNormal);
+    for (std::size_t i = 0; i < rows.size(); ++i)
+    {
+        labels[i] /= 10;
+        for (double& value : rows[i])
+            value = std::fabs(value) + 1.0;
+    }
+    for (long label = 0; label < 3; ++label)
+        for (long j = 0; j < 12; ++j)
+            if ((label + j) % period == 0)
+                types.distributionTypeOverride(label, j, Types::eBinomial);
+    tk_ClassifierBayesian classifier;
+    classifier.train(provider(rows, labels), Params(types, tkClassifierFrequencies(1.0), tkClassifierCosts(1.0),
+                                                    tkFeaturePattern(std::vector<double>(12, 100.0))));
+    return classifier;
+}
+
 /// What a run gives, or the message with which it is refused.
 struct Outcome
 {
@@ -132,12 +169,15 @@ void runByDefinition(const tk_ClassifierBayesian& classifier, const tkFeaturePat
 }
 
 /// Returns how many runs, compared for `count` strange patterns with the definition, were not refused.
-int compareRuns(const tk_ClassifierBayesian& classifier, std::size_t dimension, int count, std::mt19937_64& generator)
+int compareRuns(const tk_ClassifierBayesian& classifier, std::size_t dimension, int count, std::mt19937_64& generator,
+                bool areNegative = true)
 {
     int classified = 0;
     for (int i = 0; i < count; ++i)
     {
-        const tkFeaturePattern pattern = strangePattern(dimension - generator() % 8 / 7, generator);
+        tkFeaturePattern pattern = strangePattern(dimension - generator() % 8 / 7, generator);
+        if (!areNegative)
+            pattern = magnitudesOf(pattern);
         const Outcome expected =
             outcomeOf([&](tkClassifierResult& result) { runByDefinition(classifier, pattern, result); });
         const Outcome actual = outcomeOf([&](tkClassifierResult& result) { classifier.run(pattern, result); });
@@ -227,6 +267,39 @@ TEST(tk_BayesAccelerator, runsManyCategoriesWithTheBitsOfTheirDensities)
         loadFromBytes(storeToBytes(classifier), loaded);
         EXPECT_GT(compareRuns(loaded, 20, 500, generator), 250);
     }
+}
+
+TEST(tk_BayesAccelerator, runsCategoriesOfAlternatingDensitiesWithTheBitsOfTheirSum)
+{
+    std::mt19937_64 generator(26);
+    const tk_ClassifierBayesian three = mixedClassifier(2);
+    EXPECT_GT(compareRuns(three, 20, 1000, generator), 500);
+    for (const long period : {2L, 3L, 5L})
+    {
+        const tk_ClassifierBayesian classifier = alternatingClassifier(period);
+        EXPECT_GT(compareRuns(classifier, 12, 1000, generator, false), 100);
+    }
+}
+
+TEST(tk_BayesAccelerator, theFirstCategoryThatRefusesIsNamed)
+{
+    tk_ClassifierBayesian classifier = alternatingClassifier(3);
+    const tkFeaturePattern pattern(std::vector<double>(12, 2.0));
+    tkClassifierResult result;
+    EXPECT_NO_THROW(classifier.run(pattern, result));
+    const auto expectRefused = [&](long category)
+    {
+        EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::InsufficientTrainData,
+                        L"Insufficient data has been used to train the distribution for category " +
+                            std::to_wstring(category));
+    };
+    model(classifier, 2).densities()[1]->clear();
+    expectRefused(2);
+    model(classifier, 1).densities()[11]->clear();
+    expectRefused(1);
+    model(classifier, 0).densities()[1]->clear(); // a normal density: the category goes by its model
+    EXPECT_TK_THROW(classifier.run(pattern, result), tkClassifierDefs::InsufficientTrainData,
+                    L"No valid data has been used to train the distribution for category 0");
 }
 
 TEST(tk_BayesAccelerator, runsFollowEveryChangeOfADensity)

@@ -363,6 +363,36 @@ TEST(tk_BayesTrainer, learnsEveryPatternBeforeTheOneThatFails)
     }
 }
 
+TEST(tk_BayesTrainer, aDensityThatRefusesEndsTheTrainingWhereTheModelWould)
+{
+    for (const long binomial : {0L, 2L, 4L})
+        for (const double bad : {100.5, 1e200})
+        {
+            Types types(Types::eNormal);
+            types.distributionTypeOverride(1, binomial, Types::eBinomial);
+            const Params params(types, tkClassifierFrequencies(), tkClassifierCosts(),
+                                tkFeaturePattern(std::vector<double>(5, 100.0)));
+            ListProvider data;
+            data.measurements = 5;
+            std::mt19937_64 generator(11);
+            for (long p = 0; p < 40; ++p)
+            {
+                std::vector<double> row(5);
+                for (double& v : row)
+                    v = static_cast<double>(generator() % 100);
+                data.add(tkFeaturePattern(row), p % 3);
+            }
+            std::vector<tk_CategoryModelBayesian> expected = learnedOneByOne(data, params, data.patterns.size());
+            std::vector<double> last(5, 3.0);
+            last[static_cast<std::size_t>(binomial)] = bad;
+            data.add(tkFeaturePattern(last), 1);
+            EXPECT_THROW(expected[1].adapt(tkFeaturePattern(last)), tkClassifierDefs::BadParams);
+            tk_ClassifierBayesian classifier;
+            EXPECT_THROW(classifier.train(data, params), tkClassifierDefs::BadParams);
+            expectModels(classifier, expected);
+        }
+}
+
 TEST(tk_BayesTrainer, learnsEveryKindOfCategoryAsPatternByPattern)
 {
     for (long d = 1; d <= 19; d += d < 3 ? 1 : 4)
@@ -375,15 +405,20 @@ TEST(tk_BayesTrainer, learnsEveryKindOfCategoryAsPatternByPattern)
             {{{2, 0}}},                   // not neighbours
             {{{0, 1}, {2, d + 3}}},       // beyond the end
         };
-        for (std::size_t kind = 0; kind < 7; ++kind)
+        for (std::size_t kind = 0; kind < 9; ++kind)
         {
             Types types(Types::eNormal);
             if (kind < kinds.size())
                 for (const std::vector<long>& set : kinds[kind].front())
                     for (const long label : {0L, 1L})
                         types.setDependent(label, set);
+            else if (kind < 8) // the last measurement, or the first one before a set
+                types.distributionTypeOverride(1, kind == 6 ? d - 1 : 0, Types::eBinomial);
             else
-                types.distributionTypeOverride(1, d - 1, Types::eBinomial);
+                for (long j = 0; j < d; j += 2)
+                    types.distributionTypeOverride(j % 3, j, Types::eBinomial);
+            if (kind == 7 && d > 2)
+                types.setDependent(1, {1, 2});
             ListProvider data = randomProvider(d, 400, 4, static_cast<unsigned>(d) * 10 + static_cast<unsigned>(kind));
             expectLearnsAsOneByOne(data,
                                    Params(types, tkClassifierFrequencies(), tkClassifierCosts(),

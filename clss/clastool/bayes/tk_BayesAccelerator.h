@@ -2,7 +2,6 @@
 #define CLSS_CLASTOOL_BAYES_TK_BAYESACCELERATOR_H
 
 #include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
-#include "numerics/kernels/tkNMNormalBatch.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,11 +9,12 @@
 
 /// Computes tk_CategoryModelBayesian::matchScore for all categories of a classifier.
 ///
-/// Of each category it takes the first densities, as long as they are trained normal ones over consecutive
-/// measurements, and copies their factorisations into a batch; densities after these are evaluated one by one. It notes
-/// the change number of each category and compares it when a pattern is scored: a category that has changed goes by its
-/// model, as does a pattern with an invalid or missing measurement. Nothing is written after construction, so that
-/// copies of a classifier share one and several threads may use it. tk_BayesAccelerator_test.cpp holds it to the bits.
+/// It copies the factorisations of the trained normal densities over consecutive measurements, and evaluates those of
+/// all categories side by side; other densities are evaluated one by one, in between where they stand between normal
+/// ones. It notes the change number of each category and compares it when a pattern is scored: a category that has
+/// changed goes by its model, as does a pattern with an invalid or missing measurement. Nothing is written after
+/// construction, so that copies of a classifier share one and several threads may use it. tk_BayesAccelerator_test.cpp
+/// holds it to the bits.
 class tk_BayesAccelerator
 {
 public:
@@ -23,6 +23,9 @@ public:
     /// For these models, each a tk_CategoryModelBayesian. A density that several sets or models share is copied for one
     /// of them at most, so that the memory is in proportion to the distinct densities.
     explicit tk_BayesAccelerator(const Models& models);
+    tk_BayesAccelerator(const tk_BayesAccelerator&) = delete;
+    tk_BayesAccelerator& operator=(const tk_BayesAccelerator&) = delete;
+    ~tk_BayesAccelerator();
 
     /// scores[i] = models[i]->matchScore(pattern), in this order of evaluation, for the models of the construction.
     /// Throws what the models throw.
@@ -37,18 +40,15 @@ private:
     {
         tkPtrHandle<tkNMChangeNumber> changeNumber; // null: not accelerated
         std::uint64_t value = 0;                    // of the change number, as it was
-        std::size_t numBatched = 0;                 // densities in the batch
-        std::vector<const tkNMNormal*> rest;        // the others; null: by its density
     };
+    struct Step_;
 
-    std::vector<std::vector<tkNMNormalBatch::Density>> noteCategories_(const Models& models);
-    static bool isCurrent_(const Category_& category, const tk_CategoryModelBayesian& model);
-    double addRest_(const Category_& category, const tk_CategoryModelBayesian& model, const tkFeaturePattern& pattern,
-                    double score) const;
+    bool isCurrent_(std::size_t category, const Models& models) const;
+    bool addSteps_(const Models& models, const tkFeaturePattern& pattern, double* scores) const;
 
-    tkNMInstructions instructions_ = tkNMBestInstructions();
     std::vector<Category_> categories_;
-    tkNMNormalBatch batch_;
+    std::vector<Step_> steps_;
+    std::size_t reach_ = 0; // number of measurements of a pattern that the normal densities read
 };
 
 #endif

@@ -2,7 +2,6 @@
 #define CLSS_CLASTOOL_BAYES_TK_BAYESTRAINER_H
 
 #include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
-#include "numerics/kernels/tkNMNormalTrainer.h"
 
 #include <cstddef>
 #include <unordered_map>
@@ -10,10 +9,10 @@
 
 /// Computes tk_CategoryModelBayesian::adapt for the patterns of a training, whose categories it finds by label.
 ///
-/// Where all densities of a category are normal ones over consecutive measurements, it takes their statistics out and
-/// lets a trainer add the patterns; every pattern that the densities might skip or refuse goes by the model. Exceptions
-/// are thrown for the pattern that causes them. The destructor brings all statistics back. tk_BayesTrainer_test.cpp
-/// holds it to the bits.
+/// It takes the statistics of the normal densities over consecutive measurements out and lets a trainer add the
+/// patterns; other densities learn by themselves. Every pattern that the normal densities might skip or refuse goes by
+/// the model. Exceptions are thrown for the pattern that causes them. The destructor brings all statistics back.
+/// tk_BayesTrainer_test.cpp holds it to the bits.
 class tk_BayesTrainer
 {
 public:
@@ -29,41 +28,25 @@ public:
 
     /// Adapts the model of this label to the pattern; throws what it throws. False, and nothing done, if the label
     /// is new: a null handle fails only after that.
-    bool adapt(long label, const tkPtrHandle_const<tkFeaturePattern>& handle)
-    {
-        const std::size_t number = number_(label);
-        if (number == none_)
-            return false;
-        Category_& category = categories_[number];
-        const tkFeaturePattern& pattern = *handle;
-        const std::vector<double>& x = pattern.featureMeasurements(false);
-        if (!category.hasStatistics || x.size() != size_ || pattern.numInvalid() > 0 || !category.trainer.add(x.data()))
-            adaptModel_(category, pattern);
-        return true;
-    }
+    bool adapt(long label, const tkPtrHandle_const<tkFeaturePattern>& handle);
 
 private:
-    struct Category_
-    {
-        tk_CategoryModelBayesian* model;
-        tkNMNormalTrainer trainer;
-        std::vector<tk_PDFMultivariateNormal*> densities; // of the model; empty: not all of them can be trained so
-        std::vector<tkNMStatistics> statistics;           // parallel; theirs, or empty ones
-        bool hasStatistics = false;
-    };
+    struct Category_;
 
     static constexpr std::size_t none_ = static_cast<std::size_t>(-1);
-    static constexpr std::size_t smallLabels_ = 1024;
+    static constexpr long smallLabels_ = 1024;
 
     std::size_t number_(long label) const
     {
-        if (label >= 0 && label < static_cast<long>(smallLabels_))
+        if (label >= 0 && label < static_cast<long>(numbers_.size()))
             return numbers_[static_cast<std::size_t>(label)];
         const auto found = numbersOfRest_.find(label);
         return found == numbersOfRest_.end() ? none_ : found->second;
     }
 
     void adaptModel_(Category_& category, const tkFeaturePattern& pattern);
+    static bool adaptByTrainer_(Category_& category, const tkFeaturePattern& pattern);
+    static void adaptOthers_(Category_& category, const tkFeaturePattern& pattern);
     static void start_(Category_& category);
     static void swapStatistics_(Category_& category) noexcept;
     static void bringBack_(Category_& category) noexcept;
@@ -71,7 +54,7 @@ private:
     std::size_t size_;
     std::size_t numPatterns_;
     std::vector<Category_> categories_;
-    std::vector<std::size_t> numbers_;                    // in categories_, of the small labels
+    std::vector<std::size_t> numbers_;                    // in categories_, of the labels 0, 1, ... up to a small one
     std::unordered_map<long, std::size_t> numbersOfRest_; // of the others
 };
 

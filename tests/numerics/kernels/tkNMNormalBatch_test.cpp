@@ -16,6 +16,7 @@ namespace
 {
 using Sets = std::vector<tkNMNormalBatch::Set>;
 using Densities = std::vector<tkNMNormalBatch::Density>;
+using Categories = std::vector<tkNMNormalBatch::Category>;
 
 /// What the definition gives for one category.
 struct Expected
@@ -25,9 +26,10 @@ struct Expected
     bool isTermless = false; // a measurement that is not finite has no term
 };
 
-Expected expectedOf(const Densities& densities, const double* x)
+Expected expectedOf(const Densities& densities, const double* x, double start = 0.0)
 {
     Expected expected;
+    expected.sum = start;
     for (const tkNMNormalBatch::Density& density : densities)
     {
         const double* const point = x + density.first;
@@ -39,6 +41,14 @@ Expected expectedOf(const Densities& densities, const double* x)
                 expected.isTermless = true;
     }
     return expected;
+}
+
+Categories alike(std::size_t count, const Densities& densities)
+{
+    Categories categories;
+    for (std::size_t c = 0; c < count; ++c)
+        categories.push_back({c, densities});
+    return categories;
 }
 
 const std::vector<Sets> shapes{
@@ -65,16 +75,20 @@ TEST(tkNMNormalBatch, everyInstructionSetHasTheSumsOfTheDefinition)
     for (int round = 0; round < 500; ++round)
     {
         const bool isHostile = round % 3 == 2;
-        std::vector<Densities> categories(generator() % 24);
+        Categories categories(generator() % 24);
         std::vector<std::unique_ptr<tkNMFactorisation>> factorised;
-        for (Densities& densities : categories)
+        const std::size_t sparse = 1 + generator() % 3;
+        for (std::size_t c = 0; c < categories.size(); ++c)
+        {
+            categories[c].number = (categories.size() - 1 - c) * sparse;
             for (const auto& set : shapes[(static_cast<std::size_t>(round) + generator() % 3) % shapes.size()])
             {
                 const bool isStrange = isHostile && generator() % 4 == 0;
                 factorised.push_back(std::make_unique<tkNMFactorisation>(
                     factorisations::random(set.size, generator, isStrange, isStrange, isStrange)));
-                densities.push_back({set.first, factorised.back().get()});
+                categories[c].densities.push_back({set.first, factorised.back().get()});
             }
+        }
         // At the end of its memory, so that a sanitizer sees a read beyond it; and not aligned.
         const auto x = std::make_unique<double[]>(reach + 1);
         for (std::size_t j = 0; j <= reach; ++j)
@@ -82,20 +96,23 @@ TEST(tkNMNormalBatch, everyInstructionSetHasTheSumsOfTheDefinition)
         for (const tkNMInstructions set : instructionSets())
         {
             const tkNMNormalBatch batch(categories, set);
-            ASSERT_EQ(batch.size(), categories.size());
             ASSERT_LE(batch.reach(), reach);
-            std::vector<double> logs(categories.size(), 7.0);
+            const double start = round % 2 == 0 ? 0.0 : -0.1 * round;
+            std::vector<double> logs(categories.size() * sparse, start);
             const double* const point = x.get() + 1 + reach - batch.reach();
-            batch.logLikelihoods(point, logs.data());
-            for (std::size_t c = 0; c < categories.size(); ++c)
+            batch.addLogDensities(point, logs.data());
+            for (const tkNMNormalBatch::Category& category : categories)
             {
-                const Expected expected = expectedOf(categories[c], point);
+                const Expected expected = expectedOf(category.densities, point, start);
                 const bool isFar = !(expected.squares <= std::numeric_limits<double>::max());
                 (isFar ? refused : sums) += 1;
-                if (expected.isTermless && std::isnan(logs[c]))
-                    continue;
-                ASSERT_TRUE(haveSameBits(isFar ? std::nan("") : expected.sum, logs[c]))
-                    << round << ' ' << c << ' ' << set;
+                if (!expected.isTermless || !std::isnan(logs[category.number]))
+                {
+                    ASSERT_TRUE(haveSameBits(isFar ? std::nan("") : expected.sum, logs[category.number]))
+                        << round << ' ' << category.number << ' ' << set;
+                }
+                for (std::size_t between = 1; between < sparse; ++between)
+                    ASSERT_EQ(logs[category.number + between], start);
             }
         }
     }
@@ -110,17 +127,17 @@ TEST(tkNMNormalBatch, sumsThatAreTooLargeForLanesAreNotComputed)
     tkNMFactorisation two = factorisations::random(2, generator);
     one.covariance.measurements.assign(1, {tkNMCovarianceFactor::eVaries, 0});
     two.covariance.measurements.assign(2, {tkNMCovarianceFactor::eVaries, 0});
-    const std::vector<Densities> categories(8, Densities{{0, &one}, {1, &two}});
+    const Categories categories = alike(8, {{0, &one}, {1, &two}});
     const tkNMNormalBatch batch(categories);
     for (const double far : {1e200, -1e200, HUGE_VAL, std::nan("")})
         for (std::size_t j = 0; j < 3; ++j)
         {
             double x[] = {1.0, 2.0, 3.0};
-            double logs[8];
-            batch.logLikelihoods(x, logs);
-            EXPECT_EQ(logs[7], expectedOf(categories[7], x).sum);
+            double logs[8] = {};
+            batch.addLogDensities(x, logs);
+            EXPECT_EQ(logs[7], expectedOf(categories[7].densities, x).sum);
             x[j] = far;
-            batch.logLikelihoods(x, logs);
+            batch.addLogDensities(x, logs);
             for (const double log : logs)
                 EXPECT_TRUE(std::isnan(log));
         }
@@ -134,27 +151,26 @@ TEST(tkNMNormalBatch, keepsNothingOfTheFactorisationsThatItCopied)
         for (const std::size_t count : {1u, 2u, 9u}) // in lanes and one by one
         {
             tkNMFactorisation f = factorisations::random(d, generator);
-            const std::vector<Densities> categories(count, Densities{{0, &f}});
+            const Categories categories = alike(count, {{0, &f}});
             const tkNMNormalBatch batch(categories);
-            const double expected = expectedOf(categories[0], x.data()).sum;
+            const double expected = expectedOf(categories[0].densities, x.data()).sum;
             f = factorisations::random(d, generator);
             std::vector<double> logs(count);
-            batch.logLikelihoods(x.data(), logs.data());
+            batch.addLogDensities(x.data(), logs.data());
             for (const double log : logs)
                 EXPECT_EQ(log, expected);
         }
 }
 
-TEST(tkNMNormalBatch, aCategoryWithoutDensitiesHasTheEmptySum)
+TEST(tkNMNormalBatch, aCategoryWithoutDensitiesKeepsItsSum)
 {
-    const tkNMNormalBatch none((std::vector<Densities>()));
-    EXPECT_EQ(none.size(), 0u);
+    const tkNMNormalBatch none((Categories()));
     EXPECT_EQ(none.reach(), 0u);
-    const tkNMNormalBatch empty(std::vector<Densities>(2));
-    double logs[] = {1.0, 1.0};
-    empty.logLikelihoods(nullptr, logs);
-    EXPECT_EQ(logs[0], 0.0);
-    EXPECT_EQ(logs[1], 0.0);
+    const tkNMNormalBatch empty(alike(2, {}));
+    double logs[] = {1.0, -0.0};
+    empty.addLogDensities(nullptr, logs);
+    EXPECT_EQ(logs[0], 1.0);
+    EXPECT_TRUE(haveSameBits(logs[1], -0.0));
     const tkNMFactorisation nothing;
-    EXPECT_THROW(tkNMNormalBatch(std::vector<Densities>(1, Densities{{0, &nothing}})), tkAssertionFailure);
+    EXPECT_THROW(tkNMNormalBatch(alike(1, {{0, &nothing}})), tkAssertionFailure);
 }

@@ -128,6 +128,36 @@ TEST(tkNMNormalTrainer, everyInstructionSetHasTheBitsOfTheDefinition)
         }
 }
 
+TEST(tkNMNormalTrainer, measurementsOfNoPartAreLeftOut)
+{
+    std::mt19937_64 generator(12);
+    for (const tkNMInstructions set : instructionSets())
+        for (std::size_t size = 1; size <= 30; ++size)
+            for (std::size_t kind = 0; kind < 5; ++kind)
+            {
+                std::vector<tkNMStatistics> statistics = statisticsOf(setsOf(size, kind), generator);
+                std::vector<tkNMStatistics> expected(statistics);
+                Parts parts;
+                for (const tkNMNormalTrainer::Part& part : partsOf(statistics))
+                    if (parts.empty() || generator() % 2 == 0)
+                        parts.push_back(part);
+                {
+                    tkNMNormalTrainer trainer(size, 40, set);
+                    ASSERT_TRUE(trainer.start(parts));
+                    for (int k = 0; k < 40; ++k)
+                    {
+                        const Pattern pattern = patternOf(size, generator);
+                        ASSERT_TRUE(trainer.add(pattern.data()));
+                        for (const tkNMNormalTrainer::Part& part : parts)
+                            expected[static_cast<std::size_t>(part.statistics - statistics.data())].add(
+                                pattern.data() + part.first, tkNMInstructions::Definition);
+                    }
+                }
+                for (std::size_t s = 0; s < statistics.size(); ++s)
+                    expectSameBits(statistics[s], expected[s]);
+            }
+}
+
 TEST(tkNMNormalTrainer, theStatisticsMayChangeAfterEachFinish)
 {
     std::mt19937_64 generator(9);
@@ -178,11 +208,13 @@ TEST(tkNMNormalTrainer, addsNothingOfAPatternWithAMeasurementOutOfRange)
                                          infinity, -infinity, std::nan(""), -std::nan("")})
                 {
                     pattern[j] = bad;
+                    EXPECT_FALSE(trainer.canAdd(pattern.data()));
                     EXPECT_FALSE(trainer.add(pattern.data()));
                 }
                 for (const double good : {largest, -largest, 0.0, 1.0})
                 {
                     pattern[j] = good;
+                    EXPECT_TRUE(trainer.canAdd(pattern.data()));
                     EXPECT_TRUE(trainer.add(pattern.data()));
                     addToEach(expected, pattern);
                 }
@@ -205,7 +237,7 @@ TEST(tkNMNormalTrainer, startsOnlyWhereEveryPatternCanBeLearned)
     EXPECT_TRUE(tkNMNormalTrainer(3, 5).start({{&one, 0}, {&two, 1}}));
     EXPECT_TRUE(tkNMNormalTrainer(3, 5).start({{&two, 1}, {&one, 0}}));
     EXPECT_FALSE(tkNMNormalTrainer(2, 5).start({{&one, 0}, {&empty, 1}}));               // nothing learned
-    EXPECT_FALSE(tkNMNormalTrainer(3, 5).start({{&one, 0}, {&other, 1}}));               // no part has the third
+    EXPECT_TRUE(tkNMNormalTrainer(3, 5).start({{&one, 0}, {&other, 2}}));                // none has the one between
     EXPECT_FALSE(tkNMNormalTrainer(2, 5).start({{&one, 1}, {&two, 0}}));                 // both have one
     EXPECT_FALSE(tkNMNormalTrainer(2, 5).start({{&one, 0}, {&two, 1}}));                 // ends beyond the pattern
     EXPECT_FALSE(tkNMNormalTrainer(2, 5).start({{&one, 0}, {&two, 3}}));                 // begins beyond it

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <utility>
 
 namespace
 {
@@ -66,24 +65,25 @@ double eigenvalueFloor(long count, std::size_t d)
 }
 
 /// Whether A - shift I is positive definite, for a symmetric matrix A of d² elements: whether it has a Cholesky factor.
-bool exceeds(std::size_t d, const std::vector<double>& a, double shift)
+/// Each element of the factor gets its terms in ascending k; the elements of a row do so side by side.
+bool exceeds(std::size_t d, std::vector<double> a, double shift)
 {
-    std::vector<double> l(a);
+    std::vector<double> column(d);
     for (std::size_t i = 0; i < d; ++i)
+        a[i * d + i] -= shift;
+    for (std::size_t k = 0; k < d; ++k)
     {
-        double* const row = &l[i * d];
-        for (std::size_t j = 0; j < i; ++j)
-        {
-            for (std::size_t k = 0; k < j; ++k)
-                row[j] -= row[k] * l[j * d + k];
-            row[j] /= l[j * d + j];
-        }
-        double pivot = row[i] - shift;
-        for (std::size_t k = 0; k < i; ++k)
-            pivot -= row[k] * row[k];
+        const double pivot = a[k * d + k];
         if (!(pivot > 0.0))
             return false;
-        row[i] = std::sqrt(pivot);
+        const double root = std::sqrt(pivot);
+        for (std::size_t i = k + 1; i < d; ++i)
+        {
+            column[i] = a[i * d + k] / root;
+            double* const row = &a[i * d];
+            for (std::size_t j = k + 1; j <= i; ++j)
+                row[j] -= column[i] * column[j];
+        }
     }
     return true;
 }
@@ -133,45 +133,58 @@ void makeIndependent(tkNMTriangle& c)
             c(i, j) = 0.0;
 }
 
-/// The Cholesky factor L of c, and ln det c. False if there is none.
-bool factor(tkNMTriangle c, tkNMTriangle& l, double& lnDeterminant)
+/// sums_i += factor a_ij for the rows from i = `first` >= j on and those before it in its block, whose sums mean
+/// nothing. Sums of different rows do not wait for one another.
+void addColumn(const tkNMTriangle& a, std::size_t j, std::size_t first, double factor, double* sums)
+{
+    for (std::size_t block = first / 8; 8 * block < a.dimension(); ++block)
+    {
+        const double* const rows = a.column(block, j);
+        for (std::size_t l = 0; l < 8; ++l)
+            sums[8 * block + l] += factor * rows[l];
+    }
+}
+
+/// Replaces C by its Cholesky factor L, and gives ln det C:
+///     L_jj = sqrt(C_jj - L_j0² - L_j1² - ...),   L_ij = (C_ij - L_i0 L_j0 - L_i1 L_j1 - ...) / L_jj.
+/// False, and C is lost, if there is none.
+bool factor(tkNMTriangle& c, double& lnDeterminant)
 {
     const std::size_t d = c.dimension();
+    tkScratch<double, 256> column((d + 7) / 8 * 8);
+    std::fill(column.begin(), column.end(), 0.0);
     lnDeterminant = 0.0;
     for (std::size_t j = 0; j < d; ++j)
     {
-        double pivot = c(j, j);
+        for (std::size_t i = j; i < d; ++i)
+            column[i] = c(i, j);
         for (std::size_t k = 0; k < j; ++k)
-            pivot -= c(j, k) * c(j, k);
+            addColumn(c, k, j, -c(j, k), column.data());
+        const double pivot = column[j];
         if (!(pivot > 0.0) || !std::isfinite(pivot))
             return false;
         lnDeterminant += tkNMElementary::log(pivot);
         c(j, j) = std::sqrt(pivot);
         for (std::size_t i = j + 1; i < d; ++i)
-        {
-            double element = c(i, j);
-            for (std::size_t k = 0; k < j; ++k)
-                element -= c(i, k) * c(j, k);
-            c(i, j) = element / c(j, j);
-        }
+            c(i, j) = column[i] / c(j, j);
     }
-    l = std::move(c);
     return true;
 }
 
+/// V = L^-1: V_jj = 1 / L_jj,   V_ij = -(L_ij V_jj + L_i(j+1) V_(j+1)j + ...) / L_ii.
 tkNMTriangle inverseOf(const tkNMTriangle& l)
 {
     const std::size_t d = l.dimension();
     tkNMTriangle inverse(d);
+    tkScratch<double, 256> sums((d + 7) / 8 * 8);
     for (std::size_t j = 0; j < d; ++j)
     {
+        std::fill(sums.begin(), sums.end(), 0.0);
         inverse(j, j) = 1.0 / l(j, j);
         for (std::size_t i = j + 1; i < d; ++i)
         {
-            double sum = 0.0;
-            for (std::size_t k = j; k < i; ++k)
-                sum += l(i, k) * inverse(k, j);
-            inverse(i, j) = -sum / l(i, i);
+            addColumn(l, i - 1, i, inverse(i - 1, j), sums.data());
+            inverse(i, j) = -sums[i] / l(i, i);
         }
     }
     return inverse;
@@ -213,8 +226,7 @@ private:
 
 tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>& mean, const tkNMTriangle& squares,
                                            const std::vector<double>& references)
-    : w(mean.size()),
-      measurements(mean.size())
+    : measurements(mean.size())
 {
     TK_ASSERT(count > 0);
     const std::size_t d = mean.size();
@@ -222,6 +234,7 @@ tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>
     tkNMTriangle c(d); // the covariance in the units 1 / u
     std::vector<double> units(d);
     std::vector<std::size_t> varying;
+    varying.reserve(d);
     std::size_t numTerms = 0;
     for (std::size_t i = 0; i < d; ++i)
     {
@@ -248,13 +261,15 @@ tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>
     const bool isSingular = static_cast<std::size_t>(count) <= numTerms;
     if (!raiseEigenvalues(c, varying, eigenvalueFloor(count, numTerms), isSingular))
         makeIndependent(c);
-    tkNMTriangle l;
-    if (!factor(c, l, lnDeterminant))
+    tkNMTriangle l(c);
+    if (!factor(l, lnDeterminant))
     {
         makeIndependent(c); // as stored statistics that nobody learned may demand
-        if (!factor(c, l, lnDeterminant))
+        l = c;
+        if (!factor(l, lnDeterminant))
         {
             lnDeterminant = std::numeric_limits<double>::quiet_NaN();
+            w = tkNMTriangle(d);
             return;
         }
     }

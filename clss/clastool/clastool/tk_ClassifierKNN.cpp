@@ -107,12 +107,32 @@ void tk_ClassifierKNN::checkRunnable_() const
         throw tkClassifierDefs::InsufficientTrainData(tk_Messages::noValidTrainData);
 }
 
-void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
+void tk_ClassifierKNN::requireQuery_(const tkFeaturePattern& pattern) const
 {
     TK_ASSERT(isTrained());
     checkRunnable_();
     if (pattern.numInvalid() != 0 || pattern.numMeasurements() != trainingData_->numMeasurements())
         throw tkClassifierDefs::BadFeatures(tk_Messages::knnInvalidMeasurements);
+}
+
+std::vector<tk_ClassifierKNN::Neighbor> tk_ClassifierKNN::nearestNeighbors(const tkFeaturePattern& pattern,
+                                                                           long k) const
+{
+    TK_ASSERT(k >= 1);
+    requireQuery_(pattern);
+    const auto room = static_cast<std::size_t>(std::min(k, trainingData_->numPatterns()));
+    tkScratch<long> indices(room);
+    tkScratch<double> distances(2 * room);
+    std::vector<Neighbor> neighbors(static_cast<std::size_t>(
+        findNearestNeighbors_(pattern, static_cast<long>(room), indices.data(), distances.data())));
+    for (std::size_t j = 0; j < neighbors.size(); ++j)
+        neighbors[j] = {indices[j], distances[j]};
+    return neighbors;
+}
+
+void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
+{
+    requireQuery_(pattern);
 
     // More neighbours than patterns are never found, so a huge k needs no more room.
     const auto room = static_cast<std::size_t>(std::min(params_.k(), trainingData_->numPatterns()));

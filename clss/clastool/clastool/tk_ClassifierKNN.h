@@ -27,6 +27,17 @@ public:
     bool operator==(const tk_ClassifierKNN& other) const;
     bool operator!=(const tk_ClassifierKNN& other) const { return !(*this == other); }
 
+    /// A stored pattern, by its number in the order of learning, and how far it is.
+    struct Neighbor
+    {
+        long index;
+        double distance;
+    };
+    /// The k patterns nearest to `pattern`, which vote for it with that k, nearest first; all if there are fewer.
+    /// Throws as run_() does before it asks the metric, then what the metric throws. *Requires* k >= 1 and a trained
+    /// classifier.
+    std::vector<Neighbor> nearestNeighbors(const tkFeaturePattern& pattern, long k) const;
+
 protected:
     /// Throws tkClassifierDefs::BadFeatures at the first pattern with an invalid measurement. Patterns of label
     /// -1 are skipped.
@@ -54,6 +65,9 @@ private:
                            const tkClassifierResult&) const override
     {
     }
+
+    /// Throws as run_() does before it asks the metric. *Requires* a trained classifier.
+    void requireQuery_(const tkFeaturePattern& pattern) const;
 
     /// Indices and distances of the k stored patterns nearest to `pattern`, nearest first; returns their number,
     /// m = min(k, number of patterns). There is room for m indices and 2 m distances.

@@ -1174,7 +1174,7 @@ TEST(tk_ClassifierKNN, refusesToLoadParametersOfAnotherTechnique)
     const std::string bytes = std::string(3, '\0') + storeToBytes(foreign) + std::string(4, '\0');
     tk_ClassifierKNN classifier;
     EXPECT_TK_THROW(loadFromBytes(bytes, classifier), tkArchive::Errors,
-                    L"A nearest-neighbor classifier has parameters of another technique");
+                    L"A nearest-neighbor classifier has parameters of another technique (reading, at byte 35)");
 }
 
 TEST(tk_ClassifierKNN, storedDataOfAnotherClassLeaveTheClassifierUntrained)

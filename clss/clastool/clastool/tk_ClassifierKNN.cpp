@@ -198,7 +198,7 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char)
         return;
     params_ = tkClassifierTrainParamsKNN();
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
-        throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
+        archive.fail(L"A nearest-neighbor classifier has parameters of another technique");
     if (!trainingData_.isNull())
         trainingData_->indexNeighbors();
 }

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <malloc.h>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -136,9 +137,7 @@ void Harness::measure(const std::string& workload, const std::string& operation,
         const double median = s[s.size() / 2];
         if (tools[t].role == Role::Library && library == 0.0)
             library = median;
-        measurements_ << '"' << workload << "\",\"" << operation << "\",\"" << tools[t].name << "\","
-                      << nameOf(tools[t].role) << ',' << median << ',' << s.front() << ',' << s.back() << ',' << rounds
-                      << std::endl;
+        note_(workload, operation, tools[t], median, s.front(), s.back(), rounds);
         std::cout << "    " << tools[t].name << ": " << median * 1e6 << " us";
         if (library > 0.0)
             std::cout << ", ratio " << median / library;
@@ -146,10 +145,42 @@ void Harness::measure(const std::string& workload, const std::string& operation,
     }
 }
 
+void Harness::latency(const std::string& workload, const std::string& operation, const std::vector<Tool>& tools)
+{
+    constexpr long turn = 500;
+    const int turns = quick_ ? 1 : 100;
+    std::vector<std::vector<double>> seconds(tools.size());
+    for (int i = 0; i < turns; ++i)
+        for (std::size_t t = 0; t < tools.size(); ++t)
+        {
+            tools[t].run(0, 20); // into the caches
+            for (long first = i * turn; first < (i + 1) * turn; ++first)
+                seconds[t].push_back(secondsOf(tools[t], first, 1));
+        }
+    for (std::vector<double>& s : seconds)
+        std::sort(s.begin(), s.end());
+    std::cout << workload << ": " << operation << '\n';
+    for (const auto& [name, share] : {std::pair{"median", 0.5}, std::pair{"99 %", 0.99}, std::pair{"99.9 %", 0.999}})
+        for (std::size_t t = 0; t < tools.size(); ++t)
+        {
+            const std::vector<double>& s = seconds[t];
+            const double limit = s[static_cast<std::size_t>(share * static_cast<double>(s.size()))];
+            note_(workload, operation + ", " + name, tools[t], limit, s.front(), s.back(), turns);
+            std::cout << "    " << tools[t].name << ", " << name << ": " << limit * 1e6 << " us" << std::endl;
+        }
+}
+
 void Harness::figure(const std::string& workload, const std::string& what, double value)
 {
     figures_ << '"' << workload << "\",\"" << what << "\"," << value << std::endl;
     std::cout << workload << ": " << what << ": " << value << std::endl;
+}
+
+void Harness::note_(const std::string& workload, const std::string& operation, const Tool& tool, double seconds,
+                    double fastest, double slowest, int rounds)
+{
+    measurements_ << '"' << workload << "\",\"" << operation << "\",\"" << tool.name << "\"," << nameOf(tool.role)
+                  << ',' << seconds << ',' << fastest << ',' << slowest << ',' << rounds << std::endl;
 }
 
 void Harness::check(bool holds, const std::string& what)

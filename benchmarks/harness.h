@@ -47,6 +47,10 @@ public:
     void measure(const std::string& workload, const std::string& operation, const std::vector<Tool>& tools,
                  int rounds = 9);
 
+    /// Times single operations, one by one, and notes their median and the times that 99 % and 99.9 % of them keep. The
+    /// tools take turns, so that what interrupts the program meets all of them; reading the clock is included.
+    void latency(const std::string& workload, const std::string& operation, const std::vector<Tool>& tools);
+
     /// Notes a figure that is counted and not timed.
     void figure(const std::string& workload, const std::string& what, double value);
 
@@ -56,6 +60,9 @@ public:
     bool failed() const { return failed_; }
 
 private:
+    void note_(const std::string& workload, const std::string& operation, const Tool& tool, double seconds,
+               double fastest, double slowest, int rounds);
+
     bool quick_;
     bool failed_ = false;
     std::ofstream measurements_;

@@ -22,6 +22,7 @@ int main(int argc, char** argv)
         {"GRID-4000", [](Harness& harness) { neighbourGrid(harness, 4000); }},
         {"GRID-10000", [](Harness& harness) { neighbourGrid(harness, 10000); }},
         {"GRID-100000", [](Harness& harness) { neighbourGrid(harness, 100000); }},
+        {"LATENCY", &latencies},
         {"BASELINE", &neighboursBeforeAvx2},
         {"HOSTILE", &hostileNeighbours},
         {"BAYES", &normalDistributions},

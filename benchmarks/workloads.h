@@ -27,6 +27,8 @@ std::vector<tkFeaturePattern> patternsOf(const Table& table);
 
 /// One workload each, or a few that belong together.
 void nearestNeighbours(Harness& harness);
+/// Single runs of every method with as many patterns as an inspection line has.
+void latencies(Harness& harness);
 void neighboursBeforeAvx2(Harness& harness);
 void hostileNeighbours(Harness& harness);
 /// So many patterns of 2 to 64 measurements with k from 1 to 25, and in other orders.

@@ -8,13 +8,16 @@
 #include <memory>
 
 class tkNMNeighborFilter;
+class tkNMNeighborScan;
 
-/// Finds the rows of a table that are nearest to a query in the norm distance: by definition, or by a filter that gives
-/// the same bits and reads an eighth of the data.
+/// Finds the rows of a table that are nearest to a query in the norm distance: by definition, or by kernels that give
+/// the same bits.
 ///
-/// The rows of doubles stay with their owner. The filter takes 1 byte per measurement, 8 bytes per 64 rows, and a few
-/// doubles per column. Orders below 1 or above 64, rows and queries that are not finite or exceed 1e90, and k not below
-/// the number of rows are searched by definition. Queries only read, so that threads may share a search.
+/// The rows of doubles stay with their owner. Up to mostScanned measurements in all, a kernel compares a copy of the
+/// rows, side by side. More, and fewer if k is small, are filtered by quantised rows, which take 1 byte per
+/// measurement, 8 bytes per 64 rows, and a few doubles per column. Orders below 1 or above 64, and rows and queries
+/// that are not finite or exceed 1e90, are searched by definition. Queries only read, so that threads may share a
+/// search.
 class TK_EXPORT tkNMNeighborSearch
 {
 public:
@@ -31,6 +34,8 @@ public:
         virtual void announce(const long*, long) const {}
     };
 
+    static constexpr long mostScanned = 65536;
+
     tkNMNeighborSearch();
     tkNMNeighborSearch(tkNMNeighborSearch&& other) noexcept;
     tkNMNeighborSearch& operator=(tkNMNeighborSearch&& other) noexcept;
@@ -39,7 +44,7 @@ public:
     long numRows() const { return numRows_; }
     long numColumns() const { return numColumns_; }
 
-    /// Bytes of the quantised rows and what belongs to them: 0 before there are 128 rows.
+    /// Bytes of the copied or quantised rows and what belongs to them.
     std::size_t memory() const;
 
     /// Takes in rows numRows() .. numRows-1 of `rows`; with another number of columns or fewer rows than before it
@@ -58,10 +63,22 @@ public:
     long nearest(const Rows& rows, const double* query, double order, long k, long* indices, double* distances,
                  tkNMInstructions instructions) const;
 
+    /// The rows of that list, without their order and distances: less to compute. `indices` gets the rows in any order.
+    /// *Requires* the same room; what `distances` gets is undefined.
+    long nearestSet(const Rows& rows, const double* query, double order, long k, long* indices,
+                    double* distances) const;
+    long nearestSet(const Rows& rows, const double* query, double order, long k, long* indices, double* distances,
+                    tkNMInstructions instructions) const;
+
 private:
+    long search_(const Rows& rows, const double* query, double order, long k, bool asSet, long* indices,
+                 double* distances, tkNMInstructions instructions) const;
+
     long numRows_ = 0;
     long numColumns_ = 0;
-    std::unique_ptr<tkNMNeighborFilter> filter_; // of all rows; null if there was no memory for it
+    bool areInReach_ = true;                     // no measurement is NaN, infinite or beyond 1e90
+    std::unique_ptr<tkNMNeighborScan> scan_;     // of all rows, if they are few
+    std::unique_ptr<tkNMNeighborFilter> filter_; // of all rows, if they are not very few; null without memory
 };
 
 #endif

@@ -2,12 +2,14 @@
 
 #include "foundation/tkPrefetch.h"
 #include "numerics/kernels/tkNMLanes.h"
+#include "numerics/kernels/tkNMNormPower.h"
 #include "numerics/tkNMElementary.h"
 #include "numerics/tkNMNeighborList.h"
 #include "numerics/tkNMNormDistance.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -26,10 +28,9 @@ using Bytes = tkNMByteDistances;
 
 constexpr double largestFloat = std::numeric_limits<float>::max();
 constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double largestMagnitude = 1e90;
-constexpr double largestOrder = 64.0;
 constexpr double smallestStep = 1e-200;
 constexpr double tinySum = 0x1p-960;
+constexpr double largestKey = 1e300;
 
 constexpr long chunkBlocks = 16;
 constexpr long fewestQuantised = 128;  // rows; fewer are as fast without bytes
@@ -43,68 +44,87 @@ constexpr double farthest = 1e15; // steps
 constexpr long mostMinima = 16384;
 constexpr long mostCandidates = 512;
 constexpr long mostKnown = 8;
+constexpr long manyPassed = 64; // rows that let a row's own bytes be tested
 
-bool isFiniteBelow(double limit, const double* row, long n)
-{
-    bool result = true;
-    for (long c = 0; c < n; ++c)
-        result &= std::fabs(row[c]) <= limit;
-    return result;
-}
+using PowerSums = void (*)(const tkNMNormPower&, const double*, const double* const*, long, long, double*);
 
-// sums[j] = sum of |query - rows[j]|^power, added up in four lanes, which compilers turn into vectors.
-template <int power>
-TK_ALWAYS_INLINE void addPowers(const double* query, const double* const* rows, long count, long n, double* sums)
+// sums[j] = sum of |query - rows[j]|^p, added up in the lanes of two registers.
+template <std::size_t width, tkNMNormPower::Kind kind>
+TK_ALWAYS_INLINE void addPowers(const tkNMNormPower& power, const double* query, const double* const* rows, long count,
+                                long n, double* sums)
 {
+    using Register = typename RegisterOf<double, width>::Type;
+    constexpr long step = width;
     for (long j = 0; j < count; ++j)
     {
-        const double* row = rows[j];
-        double lanes[4] = {};
-        const auto add = [&](int lane, long c)
+        const double* const row = rows[j];
+        const auto add = [&](Register& sum, long c)
         {
-            const double t = std::fabs(query[c] - row[c]);
-            lanes[lane] += power == 1 ? t : power == 2 ? t * t : t * t * t;
+            Register a;
+            Register b;
+            loadRegister(a, query + c);
+            loadRegister(b, row + c);
+            a = a - b;
+            raiseDifference<width, kind>(power, a);
+            sum = sum + a;
         };
+        Register even = {};
+        Register odd = {};
         long c = 0;
-        for (; c + 4 <= n; c += 4)
-            for (int lane = 0; lane < 4; ++lane)
-                add(lane, c + lane);
+        for (; c + 2 * step <= n; c += 2 * step)
+        {
+            add(even, c);
+            add(odd, c + step);
+        }
+        if (c + step <= n)
+        {
+            add(even, c);
+            c += step;
+        }
+        even = even + odd;
+        double lanes[width];
+        storeRegister(even, lanes);
+        double sum = 0.0;
+        for (const double lane : lanes)
+            sum += lane;
         for (; c < n; ++c)
-            add(0, c);
-        sums[j] = (lanes[0] + lanes[1]) + (lanes[2] + lanes[3]);
+        {
+            double term = query[c] - row[c];
+            raiseDifference<1, kind>(power, term);
+            sum += term;
+        }
+        sums[j] = sum;
     }
 }
 
-using PowerSums = void (*)(const double*, const double* const*, long, long, double*);
-
-template <int power>
-void powerSums(const double* query, const double* const* rows, long count, long n, double* sums)
+template <tkNMNormPower::Kind kind>
+void powerSums(const tkNMNormPower& power, const double* query, const double* const* rows, long count, long n,
+               double* sums)
 {
-    addPowers<power>(query, rows, count, n, sums);
+    addPowers<plainWidth, kind>(power, query, rows, count, n, sums);
 }
 
 #if TK_HAS_X86_TARGETS
-template <int power>
-TK_TARGET_AVX2 void powerSumsAvx2(const double* query, const double* const* rows, long count, long n, double* sums)
+template <tkNMNormPower::Kind kind>
+TK_TARGET_AVX2 void powerSumsAvx2(const tkNMNormPower& power, const double* query, const double* const* rows,
+                                  long count, long n, double* sums)
 {
-    addPowers<power>(query, rows, count, n, sums);
+    addPowers<4, kind>(power, query, rows, count, n, sums);
 }
 #else
-template <int power>
-constexpr PowerSums powerSumsAvx2 = powerSums<power>;
+template <tkNMNormPower::Kind kind>
+constexpr PowerSums powerSumsAvx2 = powerSums<kind>;
 #endif
 
-// Null for orders without fast powers.
-PowerSums choosePowerSums(double order, tkNMInstructions instructions)
+// Null for orders without products.
+PowerSums choosePowerSums(tkNMNormPower::Kind kind, tkNMInstructions instructions)
 {
-    const bool avx2 = std::min(instructions, tkNMBestInstructions()) >= tkNMInstructions::Avx2;
-    if (order == 1.0)
-        return avx2 ? powerSumsAvx2<1> : powerSums<1>;
-    if (order == 2.0)
-        return avx2 ? powerSumsAvx2<2> : powerSums<2>;
-    if (order == 3.0)
-        return avx2 ? powerSumsAvx2<3> : powerSums<3>;
-    return nullptr;
+    using Power = tkNMNormPower;
+    static constexpr PowerSums plain[] = {powerSums<Power::First>, powerSums<Power::Second>, powerSums<Power::Third>,
+                                          powerSums<Power::Halves>, nullptr};
+    static constexpr PowerSums avx2[] = {powerSumsAvx2<Power::First>, powerSumsAvx2<Power::Second>,
+                                         powerSumsAvx2<Power::Third>, powerSumsAvx2<Power::Halves>, nullptr};
+    return (std::min(instructions, tkNMBestInstructions()) >= tkNMInstructions::Avx2 ? avx2 : plain)[kind];
 }
 
 // Replaces the largest of the k entries of a heap whose largest entry is the first.
@@ -158,19 +178,10 @@ std::size_t tkNMNeighborFilter::memory() const
 
 void tkNMNeighborFilter::update(const Rows& rows, long numRows)
 {
-    long indices[batchRows];
-    const double* fetched[batchRows];
-    for (long first = numRows_; first < numRows; first += batchRows)
-    {
-        const long count = std::min(batchRows, numRows - first);
-        fetchConsecutive(rows, first, count, indices, fetched);
-        for (long j = 0; j < count; ++j)
-            areInReach_ = areInReach_ && isFiniteBelow(largestMagnitude, fetched[j], numColumns_);
-    }
     // From here on the new rows count. Those that no block covers are compared in double, so that nothing is wrong if
     // memory runs out below.
     numRows_ = numRows;
-    if (!areInReach_ || numRows < fewestQuantised || numColumns_ < 1 || numColumns_ > Bytes::maxColumns)
+    if (numRows < fewestQuantised || numColumns_ < 1 || numColumns_ > Bytes::maxColumns)
         return;
     if (numRows >= 2 * fitRows_)
         fit_(rows, numRows);
@@ -283,11 +294,12 @@ public:
         : filter_(filter),
           rows_(rows),
           query_(query),
-          order_(order),
+          power_(order),
           n_(filter.numColumns_),
           k_(k),
-          powerSums_(choosePowerSums(order, instructions)),
+          powerSums_(choosePowerSums(power_.kind, instructions)),
           instructions_(instructions),
+          indices_(indices),
           selection_(distances),
           keys_(distances + k),
           list_(k, indices, distances)
@@ -295,7 +307,7 @@ public:
         std::fill(keys_, keys_ + k, infinity);
     }
 
-    void run()
+    void run(bool asSet)
     {
         if (filter_.numBlocks_() > 0)
             searchBlocks_();
@@ -303,7 +315,8 @@ public:
             list_.clear();
         takeAll_(filter_.numBlocks_() * Bytes::blockRows, filter_.numRows_);
         finishTaking_(true);
-        decide_();
+        if (!(asSet && isSet_()))
+            decide_();
     }
 
 private:
@@ -325,13 +338,13 @@ private:
     // Searches the blocks by the limits (1) and (2).
     void searchBlocks_()
     {
-        const int power = order_ < 2.0 ? 1 : 2;
+        const int power = power_.order < 2.0 ? 1 : 2;
         const Bytes bytes(n_, power, instructions_);
-        const double queryError = filter_.toBytes_(query_, queryBytes_.bytes).clipped;
+        queryError_ = filter_.toBytes_(query_, queryBytes_.bytes).clipped;
         bytes.prepare(queryBytes_);
         // Factors that turn norms of order p and of order 2 into norms of order m.
         const double columns = static_cast<double>(n_);
-        const double reachFactor = tkNMElementary::pow(columns, 1.0 / power - 1.0 / order_) / filter_.step_;
+        const double reachFactor = tkNMElementary::pow(columns, 1.0 / power - 1.0 / power_.order) / filter_.step_;
         const double errorFactor = power == 1 ? std::sqrt(columns) : 1.0;
         const double scale = std::ldexp(1.0, -bytes.shift()) * (1.0 + 1e-9);
         const double outside = outside_(power);
@@ -344,7 +357,7 @@ private:
                 const double rest = power == 1 ? whole - outside : (whole - outside) * (whole + outside);
                 reach = std::min(reach, power == 1 ? std::max(rest, 0.0) : std::sqrt(std::max(rest, 0.0)));
             }
-            reach += errorFactor * (errors.clipped + queryError) + 1e-6;
+            reach += errorFactor * (errors.clipped + queryError_) + 1e-6;
             return static_cast<long>(std::min((power == 1 ? reach : reach * reach) * scale, largestSum));
         };
         firstPass_(bytes);
@@ -365,27 +378,55 @@ private:
         return norm <= farthest ? norm : 0.0;
     }
 
-    // Keeps the smallest sums of blocks; bounds what the list can hold by the k rows that seem nearest.
+    // Keeps the smallest sums of blocks, and where k is large for the number of blocks, all sums; bounds what the list
+    // can hold by the k rows that seem nearest.
     void firstPass_(const Bytes& bytes)
     {
-        numMinima_ = std::min(filter_.numBlocks_(), mostMinima);
-        if (k_ > numMinima_ / 8)
+        const long blocks = filter_.numBlocks_();
+        numMinima_ = std::min(blocks, mostMinima);
+        if (k_ > numMinima_ / 8 && blocks + blocks * Bytes::blockRows <= mostMinima)
+            sums_ = minima_ + blocks;
+        const bool byRow = sums_ && k_ > blocks / 2;
+        if (k_ > (byRow ? blocks * Bytes::blockRows : numMinima_) / 2)
             numMinima_ = 0;
         if (numMinima_ == 0)
+        {
+            sums_ = nullptr;
             return;
-        for (long first = 0; first < numMinima_; first += chunkBlocks)
-            bytes.minima(filter_.block_(first), std::min(chunkBlocks, numMinima_ - first), queryBytes_,
-                         minima_ + first);
-        selectSmallest_();
-        std::uint16_t sums[Bytes::blockRows];
+        }
+        if (sums_)
+            for (long block = 0; block < blocks; ++block)
+            {
+                std::uint16_t* const sums = sums_ + block * Bytes::blockRows;
+                bytes.sums(filter_.block_(block), queryBytes_, sums);
+                minima_[block] = *std::min_element(sums, sums + Bytes::blockRows);
+            }
+        else
+            for (long first = 0; first < numMinima_; first += chunkBlocks)
+                bytes.minima(filter_.block_(first), std::min(chunkBlocks, numMinima_ - first), queryBytes_,
+                             minima_ + first);
+        if (byRow)
+            selectSmallest_(sums_, blocks * Bytes::blockRows);
+        else
+            selectSmallest_(minima_, numMinima_);
         for (long i = 0; i < k_; ++i)
         {
-            const long block = static_cast<long>(selection_[i]) % mostMinima;
-            bytes.sums(filter_.block_(block), queryBytes_, sums);
-            take_(block * Bytes::blockRows + lowestRow(Bytes::rowsUpTo(minima_[block], sums)), false);
+            const long selected = static_cast<long>(selection_[i]) % mostMinima;
+            const long first = selected * Bytes::blockRows;
+            take_(byRow ? selected : first + lowestRow(Bytes::rowsUpTo(minima_[selected], sumsOf_(bytes, selected))),
+                  false);
         }
         finishTaking_(false);
         std::fill(keys_, keys_ + k_, infinity);
+    }
+
+    // The sums of a block, until the next call.
+    const std::uint16_t* sumsOf_(const Bytes& bytes, long block)
+    {
+        if (sums_)
+            return sums_ + block * Bytes::blockRows;
+        bytes.sums(filter_.block_(block), queryBytes_, blockSums_);
+        return blockSums_;
     }
 
     // Takes all rows but those whose sums exceed limit(their errors).
@@ -394,7 +435,6 @@ private:
     {
         list_.clear(); // not before: it shares memory with selection_
         const long blocks = filter_.numBlocks_();
-        std::uint16_t sums[Bytes::blockRows];
         long numUnfiltered = 0;
         for (long block = 0; block < blocks; ++block)
         {
@@ -413,27 +453,57 @@ private:
                 takeAll_(first, first + Bytes::blockRows);
                 continue;
             }
-            bytes.sums(filter_.block_(block), queryBytes_, sums);
             long passed = 0;
-            for (std::uint64_t rows = Bytes::rowsUpTo(static_cast<std::uint16_t>(high), sums); rows != 0;
-                 rows &= rows - 1, ++passed)
-                take_(first + lowestRow(rows), true);
+            for (std::uint64_t rows = Bytes::rowsUpTo(static_cast<std::uint16_t>(high), sumsOf_(bytes, block));
+                 rows != 0; rows &= rows - 1)
+            {
+                const long row = lowestRow(rows);
+                if (isTooFar_(filter_.block_(block), row))
+                    continue;
+                take_(first + row, true);
+                ++passed;
+            }
             if (passed > Bytes::blockRows / 2)
                 numUnfiltered = blocksUnfiltered;
         }
     }
 
-    // Puts the k smallest minima into the heap selection_, each as minimum * mostMinima + block.
-    void selectSmallest_()
+    // Whether the limit (1) of order p itself rules out a row that the sums of bytes let pass. Many rows do pass where
+    // p is neither 1 nor 2, and the measurements are many; this reads none of their doubles.
+    bool isTooFar_(const Line* block, long row)
+    {
+        if (power_.kind == tkNMNormPower::First || power_.kind == tkNMNormPower::Second || ++numPassed_ < manyPassed)
+            return false;
+        if (numPassed_ == manyPassed)
+            for (int d = 0; d < 255; ++d)
+                bytePowers_[d] = raised(power_, d);
+        if (reach_ < testedReach_)
+        {
+            testedReach_ = reach_;
+            const double p = power_.order;
+            const double errorFactor = p < 2.0 ? tkNMElementary::pow(static_cast<double>(n_), 1.0 / p - 0.5) : 1.0;
+            const double errors = errorFactor * (filter_.largestErrors_.clipped + queryError_);
+            largestPowers_ = tkNMElementary::pow(reach_ / filter_.step_ + errors + 1e-6, p) * (1.0 + 1e-9);
+        }
+        const std::int8_t* const bytes = block->bytes;
+        double sum = 0.0;
+        for (long c = 0; c < n_; ++c)
+            sum += bytePowers_[std::abs(queryBytes_.bytes[c] - bytes[Bytes::offset(n_, row, c)])];
+        return sum > largestPowers_;
+    }
+
+    // Puts the k smallest values into the heap selection_, each as value * mostMinima + its index.
+    void selectSmallest_(const std::uint16_t* values, long count)
     {
         std::fill(selection_, selection_ + k_, infinity);
-        double largest = infinity;
-        for (long block = 0; block < numMinima_; ++block)
+        long largest = std::numeric_limits<std::uint16_t>::max() + 1L;
+        for (long i = 0; i < count; ++i)
         {
-            if (minima_[block] >= largest)
+            if (values[i] >= largest)
                 continue;
-            replaceLargest(selection_, k_, static_cast<double>(minima_[block] * mostMinima + block));
-            largest = std::floor(selection_[0] / mostMinima);
+            replaceLargest(selection_, k_, static_cast<double>(values[i] * mostMinima + i));
+            if (selection_[0] < infinity)
+                largest = static_cast<long>(selection_[0]) / mostMinima;
         }
     }
 
@@ -475,11 +545,11 @@ private:
         }
         double keys[batchRows];
         if (powerSums_)
-            powerSums_(query_, rows, count, n_, keys);
+            powerSums_(power_, query_, rows, count, n_, keys);
         else
             for (long j = 0; j < count; ++j)
-                keys[j] = tkNMNormDistance(query_, rows[j], n_, order_);
-        const double largestKey = keys_[0];
+                keys[j] = tkNMNormDistance(query_, rows[j], n_, power_.order);
+        const double before = keys_[0];
         for (long j = 0; j < count; ++j)
         {
             if (keys[j] > keyBound_)
@@ -492,7 +562,7 @@ private:
                 makeRoom_();
             candidates_[numCandidates_++] = {taken_[j], keys[j], rows[j]};
         }
-        if (keys_[0] < largestKey)
+        if (keys_[0] < before)
             tightenBounds_();
         std::copy(taken_ + count, taken_ + numTaken_, taken_);
         numTaken_ -= count;
@@ -505,22 +575,40 @@ private:
         double reach;
         if (powerSums_)
         {
-            bound += bound * (8.0 * static_cast<double>(n_) + 512.0) * 0x1p-53 + tinySum;
-            reach = tkNMElementary::pow(bound, 1.0 / order_);
+            bound = power_.upperKey(bound, n_);
+            if (!(bound < largestKey)) // larger ones may have overflowed
+                return;
+            reach = tkNMElementary::pow(bound, 1.0 / power_.order);
         }
         else
-            reach = std::max(bound, tkNMElementary::pow(tinySum, 1.0 / order_));
+            reach = std::max(bound, tkNMElementary::pow(tinySum, 1.0 / power_.order));
         keyBound_ = std::min(keyBound_, bound);
         reach_ = std::min(reach_, reach * (1.0 + 1e-9));
     }
 
-    void makeRoom_()
+    void dropCandidates_()
     {
         Candidate_* end = std::remove_if(candidates_, candidates_ + numCandidates_,
                                          [&](const Candidate_& c) { return c.key > keyBound_; });
         numCandidates_ = end - candidates_;
+    }
+
+    void makeRoom_()
+    {
+        dropCandidates_();
         if (numCandidates_ > mostCandidates / 2)
             decide_();
+    }
+
+    // Whether just k rows are left, so that nothing has to be decided; writes them.
+    bool isSet_()
+    {
+        dropCandidates_();
+        if (hasDecided_ || numCandidates_ != k_)
+            return false;
+        for (long i = 0; i < k_; ++i)
+            indices_[i] = candidates_[i].index;
+        return true;
     }
 
     // Lets the definition decide on the candidates, which are in storage order.
@@ -530,6 +618,7 @@ private:
             if (!(candidates_[i].key > keyBound_))
                 list_.add(candidates_[i].index, distance_(candidates_[i]));
         numCandidates_ = 0;
+        hasDecided_ = true;
     }
 
     // Equal rows have equal distances: where many stand at the edge of the list, most are not worth the powers.
@@ -540,7 +629,7 @@ private:
         for (long i = 0; i < std::min(numKnown_, mostKnown); ++i)
             if (known_[i].key == candidate.key && std::memcmp(known_[i].row, candidate.row, n_ * sizeof(double)) == 0)
                 return known_[i].distance;
-        const double distance = tkNMNormDistance(query_, candidate.row, n_, order_);
+        const double distance = tkNMNormDistance(query_, candidate.row, n_, power_.order);
         known_[numKnown_++ % mostKnown] = {candidate.key, candidate.row, distance};
         return distance;
     }
@@ -548,37 +637,40 @@ private:
     const tkNMNeighborFilter& filter_;
     const Rows& rows_;
     const double* query_;
-    const double order_;
+    const tkNMNormPower power_;
     const long n_;
     const long k_;
     const PowerSums powerSums_; // null: the keys are the distances
     const tkNMInstructions instructions_;
 
+    long* const indices_;
     double* const selection_;    // k places that the list needs only after pass 1
     double* const keys_;         // heap of the k smallest keys, the largest first
     double keyBound_ = infinity; // rows with larger keys are not in the list
     double reach_ = infinity;    // nor are rows farther away than this
 
     Bytes::Query queryBytes_;
+    double queryError_ = 0.0;
+    long numPassed_ = 0;               // rows that the sums of bytes let pass
+    double bytePowers_[255];           // d^p
+    double testedReach_ = infinity;    // the reach for which there is
+    double largestPowers_ = infinity;  // the limit of sums of bytePowers_
     std::uint16_t minima_[mostMinima]; // of the first numMinima_ blocks: their smallest sums
     long numMinima_ = 0;
+    std::uint16_t* sums_ = nullptr; // of all rows, behind the minima; null if they are not kept
+    std::uint16_t blockSums_[Bytes::blockRows];
     long taken_[2 * batchRows]; // noted and not yet looked at
     long numTaken_ = 0;
     Candidate_ candidates_[mostCandidates];
     long numCandidates_ = 0;
+    bool hasDecided_ = false; // some candidates may be in the list
     Known_ known_[mostKnown];
     long numKnown_ = 0; // all that ever were; the latest ones are kept
     tkNMNeighborList list_;
 };
 
-bool tkNMNeighborFilter::canSearch(const double* query, double order) const
-{
-    return areInReach_ && numColumns_ > 0 && order >= 1.0 && order <= largestOrder &&
-           isFiniteBelow(largestMagnitude, query, numColumns_);
-}
-
-void tkNMNeighborFilter::search(const Rows& rows, const double* query, double order, long k, long* indices,
+void tkNMNeighborFilter::search(const Rows& rows, const double* query, double order, long k, bool asSet, long* indices,
                                 double* distances, tkNMInstructions instructions) const
 {
-    Query_(*this, rows, query, order, k, instructions, indices, distances).run();
+    Query_(*this, rows, query, order, k, instructions, indices, distances).run(asSet);
 }

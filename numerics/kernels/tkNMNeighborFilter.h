@@ -8,19 +8,22 @@
 #include <cstddef>
 #include <vector>
 
-/// Computes tkNMNeighborSearch::nearest(), ruling out nearly all rows without looking at their doubles.
+/// Computes tkNMNeighborSearch::nearest() and nearestSet(), ruling out nearly all rows without looking at their
+/// doubles.
 ///
 /// A vector-approximation file (Weber, Schek and Blott, VLDB 1998): the rows stand a second time quantised to a byte
 /// per measurement, in blocks of 64 rows as tkNMByteDistances has them. What bytes do not rule out is ranked again by
 /// doubles and by the definition. A query reads all quantised rows and few rows of doubles; one far outside the rows
 /// costs up to two plain scans of their doubles. tests/numerics/tkNMNeighborSearch_test.cpp holds it to the bits;
 /// docs/numerics.md has the proof.
-class tkNMNeighborFilter
+class TK_EXPORT tkNMNeighborFilter
 {
 public:
     using Rows = tkNMNeighborSearch::Rows;
 
     explicit tkNMNeighborFilter(long numColumns) : numColumns_(numColumns) {}
+
+    long numRows() const { return numRows_; }
 
     /// Bytes of the quantised rows and what belongs to them.
     std::size_t memory() const;
@@ -29,13 +32,10 @@ public:
     /// same, and the next call goes on.
     void update(const Rows& rows, long numRows);
 
-    /// Whether the proof covers this query and order, and all rows.
-    bool canSearch(const double* query, double order) const;
-
-    /// Writes the list. *Requires* canSearch(query, order) and 1 <= k < the number of rows, and room as for
-    /// tkNMNeighborSearch::nearest().
-    void search(const Rows& rows, const double* query, double order, long k, long* indices, double* distances,
-                tkNMInstructions instructions) const;
+    /// Writes the list, or its rows in any order if `asSet`. *Requires* 1 <= k < the number of rows, rows and query not
+    /// beyond 1e90, 1 <= order <= 64, and room as for tkNMNeighborSearch::nearest().
+    void search(const Rows& rows, const double* query, double order, long k, bool asSet, long* indices,
+                double* distances, tkNMInstructions instructions) const;
 
 private:
     using Line = tkNMByteDistances::Line;
@@ -57,7 +57,6 @@ private:
 
     long numRows_ = 0;
     long numColumns_;
-    bool areInReach_ = true;      // no measurement is NaN, infinite or beyond 1e90
     long fitRows_ = 0;            // rows that there were when centres_ and step_ were chosen
     double step_ = 0.0;           // width of one step of a byte, the same for all columns
     std::vector<double> centres_; // value that byte 0 stands for, by column

@@ -2,6 +2,8 @@
 
 #include "foundation/tkAssert.h"
 #include "numerics/kernels/tkNMByteDistances.h"
+#include "numerics/kernels/tkNMNeighborFilter.h"
+#include "numerics/kernels/tkNMNeighborScan.h"
 #include "numerics/tkNMElementary.h"
 
 #include "instructionSets.h"
@@ -9,11 +11,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,6 +44,12 @@ public:
     long columns() const { return rows.empty() ? 0 : static_cast<long>(rows[0].size()); }
 };
 
+// The rows of a set of neighbours, in any order.
+bool sameSet(const std::vector<long>& a, const std::vector<long>& b)
+{
+    return std::is_permutation(a.begin(), a.end(), b.begin(), b.end());
+}
+
 class CountingTable : public Table
 {
 public:
@@ -52,9 +62,49 @@ public:
     }
 };
 
-tkNMNeighborSearch searchOf(const Table& table)
+// A search, and beside it both of its kernels, each of which has to be right for all numbers of rows and neighbours.
+class Search : public tkNMNeighborSearch
 {
-    tkNMNeighborSearch search;
+public:
+    std::unique_ptr<tkNMNeighborFilter> filter;
+    std::unique_ptr<tkNMNeighborScan> scan;
+
+    void update(const Table& table, long numRows, long columns)
+    {
+        const bool goesOn = filter && columns == numColumns() && numRows >= this->numRows();
+        tkNMNeighborSearch::update(table, numRows, columns);
+        if (!goesOn)
+        {
+            filter = std::make_unique<tkNMNeighborFilter>(columns);
+            scan = std::make_unique<tkNMNeighborScan>(columns);
+        }
+        areInReach_ = true;
+        for (long i = 0; i < numRows; ++i)
+            areInReach_ = areInReach_ && isInReach(table.rows[static_cast<std::size_t>(i)]);
+        if (!areInReach_)
+            return;
+        filter->update(table, numRows);
+        scan->update(table, numRows);
+    }
+
+    bool haveKernels(const Row& query, double order, long k) const
+    {
+        return areInReach_ && filter->numRows() == numRows() && scan->numRows() == numRows() && isInReach(query) &&
+               order >= 1.0 && order <= 64.0 && k < numRows() && !query.empty();
+    }
+
+private:
+    static bool isInReach(const Row& row)
+    {
+        return std::all_of(row.begin(), row.end(), [](double value) { return std::fabs(value) <= 1e90; });
+    }
+
+    bool areInReach_ = false;
+};
+
+Search searchOf(const Table& table)
+{
+    Search search;
     search.update(table, table.size(), table.columns());
     return search;
 }
@@ -127,30 +177,82 @@ bool sameBits(const std::vector<double>& a, const std::vector<double>& b)
     return true;
 }
 
-// Compares the lists for some k by every kernel with the transcription above; returns the number of comparisons. The
-// search's own Definition, which takes as long as the transcription, is compared for the first k alone, uncounted.
-long compare(const tkNMNeighborSearch& search, const Table& table, const Row& query, double order,
-             const std::vector<long>& ks, const std::string& what)
+// Compares list and set by every kernel with the transcription above, of which `all` are the distances.
+void compareSearch(const tkNMNeighborSearch& search, const Table& table, const Row& query, double order, long k,
+                   const std::vector<double>& all, const std::string& what)
 {
-    long comparisons = 0;
+    std::vector<long> indices, expectedIndices;
+    std::vector<double> distances, expectedDistances;
+    listOf(all, k, expectedIndices, expectedDistances);
+    for (const auto level : kernelSets())
+    {
+        const auto where = [&]
+        {
+            std::ostringstream text;
+            text << what << ": order " << order << ", k " << k << ", " << table.size() << " rows of " << table.columns()
+                 << ", by " << level;
+            return text.str();
+        };
+        nearest(search, table, query.data(), order, k, indices, distances, level);
+        if (indices != expectedIndices || !sameBits(distances, expectedDistances))
+            ADD_FAILURE() << "list of " << where();
+        distances.resize(2 * indices.size());
+        std::fill(indices.begin(), indices.end(), -1L);
+        search.nearestSet(table, query.data(), order, k, indices.data(), distances.data(), level);
+        if (!sameSet(indices, expectedIndices))
+            ADD_FAILURE() << "set of " << where();
+    }
+}
+
+// The same by one kernel.
+template <class Kernel>
+void compareKernel(const Kernel& kernel, const Table& table, const Row& query, double order, long k,
+                   const std::vector<double>& all, const std::string& what)
+{
+    std::vector<long> expectedIndices;
+    std::vector<double> expectedDistances;
+    listOf(all, k, expectedIndices, expectedDistances);
+    std::vector<double> distances(2 * static_cast<std::size_t>(k));
+    for (const auto level : kernelSets())
+        for (const bool asSet : {false, true})
+        {
+            if (asSet != (k % 2 == 0)) // one of both takes half the time
+                continue;
+            std::vector<long> indices(static_cast<std::size_t>(k), -1);
+            distances.resize(2 * indices.size());
+            kernel.search(table, query.data(), order, k, asSet, indices.data(), distances.data(), level);
+            distances.resize(indices.size());
+            const bool isRight = asSet ? sameSet(indices, expectedIndices)
+                                       : indices == expectedIndices && sameBits(distances, expectedDistances);
+            if (!isRight)
+                ADD_FAILURE() << what << (asSet ? ", set" : ", list") << " by a kernel: order " << order << ", k " << k
+                              << ", " << table.size() << " rows of " << table.columns() << ", by " << level;
+        }
+}
+
+// Compares for some k, and returns the number of lists compared with those of the search. Its own Definition, which
+// takes as long as the transcription, is compared for the first k alone, uncounted.
+long compare(const Search& search, const Table& table, const Row& query, double order, const std::vector<long>& ks,
+             const std::string& what)
+{
     const std::vector<double> all = distancesOf(table, query, order);
     std::vector<long> indices, expectedIndices;
     std::vector<double> distances, expectedDistances;
-    for (const long k : ks)
+    nearest(search, table, query.data(), order, ks.front(), indices, distances, tkNMInstructions::Definition);
+    listOf(all, ks.front(), expectedIndices, expectedDistances);
+    if (indices != expectedIndices || !sameBits(distances, expectedDistances))
+        ADD_FAILURE() << what << ": order " << order << ", " << table.size() << " rows by definition";
+    for (std::size_t i = 0; i < ks.size(); ++i)
     {
-        listOf(all, k, expectedIndices, expectedDistances);
-        for (const auto level : instructionSets())
-        {
-            if (level == tkNMInstructions::Definition && k != ks.front())
-                continue;
-            nearest(search, table, query.data(), order, k, indices, distances, level);
-            comparisons += level != tkNMInstructions::Definition;
-            if (indices != expectedIndices || !sameBits(distances, expectedDistances))
-                ADD_FAILURE() << what << ": order " << order << ", k " << k << ", " << table.size() << " rows of "
-                              << table.columns() << ", by " << level;
-        }
+        compareSearch(search, table, query, order, ks[i], all, what);
+        if (!search.haveKernels(query, order, ks[i]))
+            continue;
+        if (i % 3 == 0)
+            compareKernel(*search.filter, table, query, order, ks[i], all, what + ", filter");
+        if (i % 3 == 1)
+            compareKernel(*search.scan, table, query, order, ks[i], all, what + ", scan");
     }
-    return comparisons;
+    return static_cast<long>(ks.size() * kernelSets().size());
 }
 
 using Random = std::mt19937_64;
@@ -266,7 +368,7 @@ TEST_P(tkNMNeighborSearchData, listsHaveTheBitsOfTheDefinitionOfEveryInstruction
         const long numRows = round % 20 == 19 ? 2000 + below(random, 1200) : 1 + below(random, 520);
         const long columns = round % 10 == 7 ? 17 + below(random, 40) : 1 + below(random, 9);
         const Table table = tableOf(kind, random, numRows, columns, round % 3 == 2 ? 60 : 0);
-        const tkNMNeighborSearch search = searchOf(table);
+        const Search search = searchOf(table);
         for (const double order : orders)
             comparisons += compare(search, table, queryOf(kind, random, table), order,
                                    {1, 2, 3, 4, 5, 7, 10, 15, 1 + below(random, 20), 1 + below(random, 60),
@@ -286,13 +388,36 @@ INSTANTIATE_TEST_SUITE_P(Kinds, tkNMNeighborSearchData, ::testing::Range(0, stat
                              return name;
                          });
 
+// The sizes that users have, on both sides of the bound between copied and quantised rows.
+TEST(tkNMNeighborSearch, smallAndLargeSetsHaveTheBitsOfTheDefinition)
+{
+    Random random(29);
+    for (const long numRows : {30, 100, 400, 1000, 4000, 10000})
+        for (const long columns : {2, 6, 16, 64})
+            for (const std::size_t kind : {0u, 3u})
+            {
+                const Table table = tableOf(kinds()[kind], random, numRows, columns, kind == 0 ? 0 : 30);
+                tkNMNeighborSearch search;
+                search.update(table, numRows, columns);
+                const long numQueries = numRows <= 1000 ? 4 : 1;
+                for (long q = 0; q < numQueries; ++q)
+                    for (const double order : {2.0, 1.0, 1.5, 3.0, 7.5})
+                    {
+                        const Row query = queryOf(kinds()[kind], random, table);
+                        const std::vector<double> all = distancesOf(table, query, order);
+                        for (const long k : {1, 5, 25})
+                            compareSearch(search, table, query, order, k, all, "grid");
+                    }
+            }
+}
+
 TEST(tkNMNeighborSearch, rowsThatArriveOneByOneOrFarOutsideTheFirstOnesChangeNothing)
 {
     for (const bool oneByOne : {true, false})
     {
         Random random(7);
         Table table;
-        tkNMNeighborSearch search;
+        Search search;
         for (long i = 0; i < 3000; ++i)
         {
             // Later rows lie elsewhere, wider and wider, and the last ones nearer together again.
@@ -314,7 +439,7 @@ TEST(tkNMNeighborSearch, rowsThatArriveOneByOneOrFarOutsideTheFirstOnesChangeNot
 TEST(tkNMNeighborSearch, takingRowsInCostsAmortisedConstantTime)
 {
     Random random(8);
-    const Table all = tableOf(kinds()[0], random, 20000, 3, 0);
+    const Table all = tableOf(kinds()[0], random, 40000, 3, 0);
     CountingTable table;
     tkNMNeighborSearch search;
     for (const Row& row : all.rows)
@@ -322,7 +447,7 @@ TEST(tkNMNeighborSearch, takingRowsInCostsAmortisedConstantTime)
         table.rows.push_back(row);
         search.update(table, table.size(), 3);
     }
-    EXPECT_LE(table.numFetched, 6 * 20000);
+    EXPECT_LE(table.numFetched, 6 * 40000);
 }
 
 TEST(tkNMNeighborSearch, nearlyAllRowsAreRuledOutUnseen)
@@ -331,7 +456,7 @@ TEST(tkNMNeighborSearch, nearlyAllRowsAreRuledOutUnseen)
     CountingTable table;
     for (const Row& row : tableOf(kinds()[0], random, 20000, 8, 0).rows)
         table.rows.push_back(row);
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     std::vector<long> indices;
     std::vector<double> distances;
     for (const auto level : kernelSets())
@@ -357,7 +482,7 @@ TEST(tkNMNeighborSearch, theLargestRoundingErrorOfABlockCounts)
             i % 64 == 63 ? 127.0 : 10.55 + static_cast<double>(below(random, 100)) + 1e-4 * gaussian(random);
         table.rows.push_back({i % 128 < 64 ? size : -size});
     }
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     for (int whole = -9; whole < 10; ++whole)
         for (const double order : {1.0, 2.0, 3.0, 1.5, 4.0})
             compare(search, table, {static_cast<double>(whole)}, order, {1, 2, 3, 30}, "tight bounds");
@@ -371,7 +496,7 @@ TEST(tkNMNeighborSearch, outliersDoNotSpoilTheFilter)
         table.rows.push_back(row);
     for (std::size_t i = 0; i < 20; ++i)
         table.rows[i * 999][i % 8] = 1e30;
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     compare(search, table, table.rows[500], 2.0, {1, 3, 7}, "outliers");
     table.numFetched = 0;
     std::vector<long> indices;
@@ -385,7 +510,7 @@ TEST(tkNMNeighborSearch, theFilterFollowsRowsThatLieElsewhereThanTheFirstOnes)
     Random random(21);
     CountingTable table;
     tkNMNeighborSearch search;
-    for (long i = 0; i < 10000; ++i)
+    for (long i = 0; i < 20000; ++i)
     {
         table.rows.push_back({gaussian(random), gaussian(random), gaussian(random), gaussian(random)});
         if (i >= 200)
@@ -408,7 +533,7 @@ TEST(tkNMNeighborSearch, dataThatDefeatTheFilterAreReadOnce)
         table.rows.push_back(row);
     for (std::size_t i = 0; i < 20000; i += 20)
         table.rows[i][i / 20 % 8] = 1e9; // in every block
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     const Row query(8, 1e6);
     table.numFetched = 0;
     std::vector<long> indices;
@@ -427,7 +552,7 @@ TEST(tkNMNeighborSearch, farQueriesOfEveryScaleAndDirection)
         if (outliers)
             for (std::size_t i = 0; i < 3000; i += 400)
                 table.rows[i][i / 400 % 4] = std::pow(10.0, static_cast<double>(i / 400)) * (i % 800 == 0 ? 1.0 : -1.0);
-        const tkNMNeighborSearch search = searchOf(table);
+        const Search search = searchOf(table);
         for (const double scale : {2.0, 3.0, 4.0, 5.0,  7.0,  10.0, 30.0, 1e2,  1e3,  1e4,
                                    1e6, 1e8, 1e9, 1e10, 1e12, 1e14, 1e16, 1e30, 1e60, 9e89})
             for (int directions = 1; directions < 81; directions += 8) // 0, 1 or -1 in each column
@@ -452,7 +577,7 @@ TEST(tkNMNeighborSearch, queriesNearClippedRows)
         for (std::size_t i = 0; i < 20; ++i)
             for (double& measurement : table.rows[i * 120])
                 measurement = measurement * 1e4 + 1e5;
-        const tkNMNeighborSearch search = searchOf(table);
+        const Search search = searchOf(table);
         for (std::size_t i = 0; i < 20; i += 3)
             for (const double order : {2.0, 1.0, 3.0, 1.5, 5.0})
                 for (const double shift : {0.0, 0.1, 100.0, -5e4, 1e7})
@@ -471,7 +596,7 @@ TEST(tkNMNeighborSearch, farQueriesReadEachRowOnce)
     CountingTable table;
     for (const Row& row : tableOf(kinds()[0], random, 20000, 8, 0).rows)
         table.rows.push_back(row);
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     std::vector<long> indices;
     std::vector<double> distances;
     for (const auto level : kernelSets())
@@ -500,7 +625,7 @@ TEST(tkNMNeighborSearch, fewDistinctRowsAreReadOnce)
         CountingTable table;
         for (std::size_t i = 0; i < 10000; ++i)
             table.rows.push_back(few.rows[inRuns ? i / 1000 : i % 10]);
-        const tkNMNeighborSearch search = searchOf(table);
+        const Search search = searchOf(table);
         std::vector<long> indices;
         std::vector<double> distances;
         long numFetched = 0;
@@ -540,7 +665,7 @@ TEST(tkNMNeighborSearch, nearlyEqualRows)
                         measurement = i % 1000 == 999 ? std::nan("1") : -std::nan("2");
                     table.rows.push_back(row);
                 }
-                const tkNMNeighborSearch search = searchOf(table);
+                const Search search = searchOf(table);
                 for (const double order : {2.0, 1.0, 3.0, 1.5, 0.5})
                 {
                     compare(search, table, {0.5, 0.0, -0.0}, order, {1, 4, 30, 700}, "nearly equal");
@@ -560,7 +685,7 @@ TEST(tkNMNeighborSearch, manyTiesAtTheEdgeOfTheListAreResolvedInStorageOrder)
         const double value = static_cast<double>(i % 10);
         table.rows.push_back({value, value * value, -value});
     }
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     const std::vector<long> ks = {1, 2, 5, 599, 600, 601, 1200, 5999, 6000, 6001};
     for (const double order : {2.0, 1.0, 3.0, 2.5})
     {
@@ -576,7 +701,7 @@ TEST(tkNMNeighborSearch, rowsInDescendingAndAscendingOrderOfDistance)
         Table table;
         for (long i = 0; i < 5000; ++i)
             table.rows.push_back({direction * static_cast<double>(i) * 0.01, 1.0});
-        const tkNMNeighborSearch search = searchOf(table);
+        const Search search = searchOf(table);
         for (const double order : {2.0, 1.0, 3.0, 0.5, 6.0})
             compare(search, table, {60.0, 1.5}, order, {1, 2, 40, 700, 4999}, "descending or ascending");
     }
@@ -586,7 +711,7 @@ TEST(tkNMNeighborSearch, aTieInsideTheListGoesToTheLaterRowAndAtItsEndToTheEarli
 {
     Table table;
     table.rows = {{1.0}, {-1.0}, {1.0}};
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     const Row query = {0.0};
     std::vector<long> indices;
     std::vector<double> distances;
@@ -605,7 +730,7 @@ TEST(tkNMNeighborSearch, queriesThatAreNotFiniteOrLargeAndOddOrders)
 {
     Random random(13);
     const Table table = tableOf(kinds()[1], random, 700, 3, 10);
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     for (const double odd : {notANumber, infinity, -infinity, 1e90, 1.1e90, -1e308, 5e-324})
         for (const double order : {1.0, 2.0, 3.0, 5.0})
             compare(search, table, {0.5, odd, 1.0}, order, {1, 3, 700}, "odd query");
@@ -620,7 +745,7 @@ TEST(tkNMNeighborSearch, noRowsNoColumnsAndVeryManyColumns)
     std::vector<long> indices = {4, 5};
     std::vector<double> distances = {1.0};
     const Table none;
-    tkNMNeighborSearch search = searchOf(none);
+    Search search = searchOf(none);
     nearest(search, none, nullptr, 2.0, 3, indices, distances);
     EXPECT_TRUE(indices.empty());
     EXPECT_TRUE(distances.empty());
@@ -647,7 +772,7 @@ TEST(tkNMNeighborSearch, beginsAnewWithFewerRowsOrOtherColumns)
     const Table first = tableOf(kinds()[1], random, 900, 4, 0);
     const Table fewer = tableOf(kinds()[3], random, 500, 4, 0);
     const Table wider = tableOf(kinds()[0], random, 950, 6, 0);
-    tkNMNeighborSearch search = searchOf(first);
+    Search search = searchOf(first);
     search.update(fewer, fewer.size(), 4);
     EXPECT_EQ(search.numRows(), 500);
     compare(search, fewer, queryOf(kinds()[3], random, fewer), 2.0, {1, 5}, "fewer");
@@ -663,7 +788,7 @@ TEST(tkNMNeighborSearch, aMillionRowsAndMoreThanOnePassHoldsMinimaOf)
     Table table;
     for (long i = 0; i < 1100000; ++i)
         table.rows.push_back({static_cast<double>(random() >> 11), static_cast<double>(random() >> 11)});
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     for (const std::size_t near : {10u, 1099990u})
         compare(search, table, {table.rows[near][0] + 0.5, table.rows[near][1]}, 2.0, {1, 5, 40}, "a million");
 }
@@ -673,8 +798,8 @@ TEST(tkNMNeighborSearch, aQueryAllocatesNothingWhenTheVectorsHaveRoom)
     Random random(17);
     const Table table = tableOf(kinds()[0], random, 5000, 9, 30);
     const Table small = tableOf(kinds()[18], random, 50, 9, 0);
-    const tkNMNeighborSearch search = searchOf(table);
-    const tkNMNeighborSearch smallSearch = searchOf(small);
+    const Search search = searchOf(table);
+    const Search smallSearch = searchOf(small);
     std::vector<long> indices;
     std::vector<double> distances;
     indices.reserve(1000);
@@ -691,22 +816,43 @@ TEST(tkNMNeighborSearch, aQueryAllocatesNothingWhenTheVectorsHaveRoom)
     EXPECT_EQ(allocations.count(), 0u);
 }
 
-TEST(tkNMNeighborSearch, takesAtMostFiveQuartersOfABytePerMeasurement)
+TEST(tkNMNeighborSearch, takesAtMostFiveQuartersOfABytePerMeasurementOfManyRows)
 {
     Random random(18);
     for (const long columns : {1, 2, 3, 8, 16})
     {
-        const Table table = tableOf(kinds()[0], random, 30000, columns, 0);
-        EXPECT_LE(static_cast<double>(searchOf(table).memory()), 1.25 * static_cast<double>(30000 * columns));
+        const long numRows = std::max(30000L, 100000 / columns);
+        ASSERT_GT(numRows * columns, tkNMNeighborSearch::mostScanned);
+        const double bytes = 1.25 * static_cast<double>(numRows * columns);
+        const Table table = tableOf(kinds()[0], random, numRows, columns, 0);
+        tkNMNeighborSearch search;
+        search.update(table, numRows, columns);
+        EXPECT_LE(static_cast<double>(search.memory()), bytes);
 
         Table growing;
-        tkNMNeighborSearch search;
+        tkNMNeighborSearch other;
         for (const Row& row : table.rows)
         {
             growing.rows.push_back(row);
-            search.update(growing, growing.size(), columns);
+            other.update(growing, growing.size(), columns);
         }
-        EXPECT_LE(static_cast<double>(search.memory()), 1.25 * static_cast<double>(30000 * columns)) << "one by one";
+        EXPECT_LE(static_cast<double>(other.memory()), bytes) << "one by one";
+    }
+}
+
+TEST(tkNMNeighborSearch, growsFromFewRowsToMany)
+{
+    Random random(28);
+    constexpr long columns = 300;
+    Search search;
+    Table table;
+    for (const Row& row : tableOf(kinds()[0], random, tkNMNeighborSearch::mostScanned / columns + 80, columns, 0).rows)
+    {
+        table.rows.push_back(row);
+        search.update(table, table.size(), columns);
+        if (table.size() % 20 == 0 || std::abs(table.size() - tkNMNeighborSearch::mostScanned / columns) < 3)
+            for (const double order : {2.0, 1.5})
+                compare(search, table, queryOf(kinds()[0], random, table), order, {1, 7}, "growing");
     }
 }
 
@@ -716,7 +862,7 @@ TEST(tkNMNeighborSearch, runningOutOfMemoryLosesNoRows)
     const Table table = tableOf(kinds()[0], random, 1000, 3, 0);
     for (std::size_t allowed = 0; allowed < 12; ++allowed)
     {
-        tkNMNeighborSearch search;
+        Search search;
         search.update(table, 200, 3);
         {
             const tkAllocations limited(allowed);
@@ -739,7 +885,7 @@ TEST(tkNMNeighborSearch, threadsShareASearch)
 {
     Random random(20);
     const Table table = tableOf(kinds()[1], random, 3000, 4, 0);
-    const tkNMNeighborSearch search = searchOf(table);
+    const Search search = searchOf(table);
     const auto work = [&]
     {
         for (std::size_t i = 0; i < 20; ++i)

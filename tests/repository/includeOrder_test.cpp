@@ -65,6 +65,8 @@ numerics/kernels/tkNMMahalanobis
 numerics/kernels/tkNMNormalTrainer
 numerics/kernels/tkNMNormalBatch
 numerics/kernels/tkNMByteDistances
+numerics/kernels/tkNMNormPower
+numerics/kernels/tkNMNeighborScan
 numerics/kernels/tkNMNeighborFilter
 clss/clastool/clastool/tkClassifierDefs
 clss/clastool/clastool/tk_Messages
@@ -99,10 +101,6 @@ clss/clastool/bayes/tk_BayesTrainer
 clss/clastool/bayes/tk_ClassifierBayesian
 clss/model/tk_LabelledPatterns
 clss/model/tkPatternScaler
-clss/model/tkDecisionRule
-clss/model/tkConfusionMatrix
-clss/model/tk_LeaveOneOut
-clss/model/tkAssessment
 clss/clastool/clastool
 )";
 

@@ -7,6 +7,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
+#include "numerics/tkNMDecision.h"
 #include "numerics/tkNMNeighborList.h"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ tkClassifierTrainParamsKNN knnParams(const tkClassifierTrainParams& params)
 tk_ClassifierKNN& tk_ClassifierKNN::operator=(const tk_ClassifierKNN& other)
 {
     params_ = other.params_; // all that can fail
+    metric_ = other.metric_;
     tk_Classifier::operator=(other);
     trainingData_ = other.trainingData_;
     return *this;
@@ -52,6 +54,7 @@ bool tk_ClassifierKNN::operator==(const tk_ClassifierKNN& other) const
 void tk_ClassifierKNN::train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params)
 {
     params_ = knnParams(params);
+    metric_ = params_.distanceMetric();
 
     // A provider's name, description and patterns are read through operations that are not const, although
     // reading is all they do: a provider that computes or caches what it hands out is allowed to.
@@ -82,6 +85,7 @@ void tk_ClassifierKNN::retrain_(const tkClassifierTrainParams& params)
 {
     static_cast<void>(trainParams()); // must be there; throws if not
     params_ = knnParams(params);
+    metric_ = params_.distanceMetric();
 }
 
 void tk_ClassifierKNN::trainStart_(const tkClassifierTrainParams&) {}
@@ -107,55 +111,37 @@ void tk_ClassifierKNN::checkRunnable_() const
         throw tkClassifierDefs::InsufficientTrainData(tk_Messages::noValidTrainData);
 }
 
-void tk_ClassifierKNN::requireQuery_(const tkFeaturePattern& pattern) const
+void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
 {
     TK_ASSERT(isTrained());
     checkRunnable_();
     if (pattern.numInvalid() != 0 || pattern.numMeasurements() != trainingData_->numMeasurements())
         throw tkClassifierDefs::BadFeatures(tk_Messages::knnInvalidMeasurements);
-}
-
-std::vector<tk_ClassifierKNN::Neighbor> tk_ClassifierKNN::nearestNeighbors(const tkFeaturePattern& pattern,
-                                                                           long k) const
-{
-    TK_ASSERT(k >= 1);
-    requireQuery_(pattern);
-    const auto room = static_cast<std::size_t>(std::min(k, trainingData_->numPatterns()));
-    tkScratch<long> indices(room);
-    tkScratch<double> distances(2 * room);
-    std::vector<Neighbor> neighbors(static_cast<std::size_t>(
-        findNearestNeighbors_(pattern, static_cast<long>(room), indices.data(), distances.data())));
-    for (std::size_t j = 0; j < neighbors.size(); ++j)
-        neighbors[j] = {indices[j], distances[j]};
-    return neighbors;
-}
-
-void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
-{
-    requireQuery_(pattern);
 
     // More neighbours than patterns are never found, so a huge k needs no more room.
     const auto room = static_cast<std::size_t>(std::min(params_.k(), trainingData_->numPatterns()));
-    tkScratch<long> indices(room);
-    tkScratch<double> distances(2 * room);
-    std::vector<tkClassifierCategoryResult> categoryResults;
+    constexpr std::size_t usual = 128; // that many take no memory from the heap
+    tkScratch<long, usual> indices(room);
+    tkScratch<double, 2 * usual> distances(2 * room);
+    tkScratch<double, usual> scores(tkNMDecision::roundUp(room));
     const long found = findNearestNeighbors_(pattern, static_cast<long>(room), indices.data(), distances.data());
-    fillMatchResults_(indices.data(), found, categoryResults);
-    result = tkClassifierResult(std::move(categoryResults), tkClassifierFrequencies(1.0),
-                                params_.misclassificationCosts(), 0.0);
+    long* const labels = indices.data();
+    const std::size_t numLabels = fillMatchResults_(found, labels, scores.data());
+    result.decide(labels, scores.data(), numLabels, tkClassifierFrequencies(1.0), params_.misclassificationCosts(),
+                  0.0);
 }
 
 long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, long k, long* indices,
                                              double* distances) const
 {
-    const tkPatternDistanceMetric& metric = *params_.distanceMetric();
+    const tkPatternDistanceMetric& metric = *metric_;
     const std::vector<tkPtrHandle_const<tkFeaturePattern>>& patterns = trainingData_->patterns();
     const tk_NeighborIndex* const index = trainingData_->neighborIndex();
     if (index && typeid(metric) == typeid(tkPatternDistanceMetricNorm))
     {
         if (index->covers(patterns))
-            return index->nearest(patterns, pattern, static_cast<const tkPatternDistanceMetricNorm&>(metric).order(), k,
-                                  indices, distances);
+            return index->nearestSet(patterns, pattern, static_cast<const tkPatternDistanceMetricNorm&>(metric).order(),
+                                     k, indices, distances);
         if (index->firstIrregular() >= 0) // the first distance that fails, after any number that are of no use
             static_cast<void>(metric.distance(pattern, *patterns[static_cast<std::size_t>(index->firstIrregular())]));
     }
@@ -167,25 +153,47 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
     return list.size();
 }
 
-void tk_ClassifierKNN::fillMatchResults_(const long* indices, long count,
-                                         std::vector<tkClassifierCategoryResult>& results) const
+std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, double* scores) const
 {
-    tkScratch<long> labels(static_cast<std::size_t>(count));
+    long* const labels = indices;
+    long smallest = 0;
+    long largest = 0;
     for (long j = 0; j < count; ++j)
-        labels[static_cast<std::size_t>(j)] = trainingData_->categoryLabel(indices[j]);
-    std::sort(labels.begin(), labels.end());
-
-    long numLabels = 0;
-    for (std::size_t j = 0; j < labels.size(); ++j)
-        numLabels += j == 0 || labels[j] != labels[j - 1];
-    results.clear();
-    results.reserve(static_cast<std::size_t>(numLabels));
-    for (const long* first = labels.begin(); first != labels.end();)
     {
-        const long* const last = std::upper_bound(first, static_cast<const long*>(labels.end()), *first);
-        results.emplace_back(*first, static_cast<double>(last - first) / static_cast<double>(count), 0.0, 0.0);
-        first = last;
+        labels[j] = trainingData_->labels()[static_cast<std::size_t>(indices[j])];
+        smallest = std::min(smallest, labels[j]);
+        largest = std::max(largest, labels[j]);
     }
+    constexpr long counted = 64; // labels below it, as nearly all are, need no sorting
+    std::size_t numLabels = 0;   // scores are numbers of votes at first
+    if (smallest == 0 && largest < counted)
+    {
+        long votes[counted];
+        std::fill(votes, votes + largest + 1, 0L);
+        for (long j = 0; j < count; ++j)
+            ++votes[labels[j]];
+        for (long label = 0; label <= largest; ++label) // without branches, which could not be foreseen
+        {
+            labels[numLabels] = label;
+            scores[numLabels] = static_cast<double>(votes[label]);
+            numLabels += votes[label] > 0;
+        }
+    }
+    else
+    {
+        std::sort(labels, labels + count);
+        for (long *first = labels, *const end = labels + count; first != end;)
+        {
+            long* const last = std::upper_bound(first, end, *first);
+            labels[numLabels] = *first;
+            scores[numLabels++] = static_cast<double>(last - first);
+            first = last;
+        }
+    }
+    for (std::size_t i = 0; i < numLabels; ++i)
+        scores[i] /= static_cast<double>(count);
+    std::fill(scores + numLabels, scores + tkNMDecision::roundUp(numLabels), 0.0);
+    return numLabels;
 }
 
 TK_DEFINE_FACTORY_RECORD(tk_ClassifierKNN, 0)
@@ -197,8 +205,9 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char)
     if (!archive.isLoading())
         return;
     params_ = tkClassifierTrainParamsKNN();
+    metric_ = params_.distanceMetric();
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
-        archive.fail(L"A nearest-neighbor classifier has parameters of another technique");
+        throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
     if (!trainingData_.isNull())
         trainingData_->indexNeighbors();
 }

@@ -61,6 +61,15 @@ std::vector<std::size_t> originalsOf(const tk_NeighborIndex::Patterns& patterns)
     return originals;
 }
 
+/// Whether memory and time are bounded however often patterns repeat.
+bool areFew(const tk_NeighborIndex::Patterns& patterns)
+{
+    if (patterns.empty() || patterns.front().isNull())
+        return true; // irregular
+    const auto numMeasurements = static_cast<std::size_t>(std::max(patterns.front()->numMeasurements(), 1L));
+    return patterns.size() <= static_cast<std::size_t>(tkNMNeighborSearch::mostScanned) / numMeasurements;
+}
+
 bool isRegular(const tk_NeighborIndex::Patterns& patterns, std::size_t i)
 {
     return !patterns[i].isNull() && patterns[i]->numInvalid() == 0 &&
@@ -70,6 +79,11 @@ bool isRegular(const tk_NeighborIndex::Patterns& patterns, std::size_t i)
 
 tk_NeighborIndex::tk_NeighborIndex(const Patterns& patterns)
 {
+    if (areFew(patterns))
+    {
+        update(patterns);
+        return;
+    }
     std::vector<std::size_t> originals = originalsOf(patterns);
     std::size_t numDistinct = 0;
     for (std::size_t i = 0; i < originals.size(); ++i)
@@ -96,13 +110,13 @@ bool tk_NeighborIndex::covers(const Patterns& patterns) const
     return firstIrregular_ < 0 && numPatterns_ == static_cast<long>(patterns.size());
 }
 
-long tk_NeighborIndex::nearest(const Patterns& patterns, const tkFeaturePattern& query, double order, long k,
-                               long* indices, double* distances) const
+long tk_NeighborIndex::nearestSet(const Patterns& patterns, const tkFeaturePattern& query, double order, long k,
+                                  long* indices, double* distances) const
 {
     const std::vector<double>& measurements = query.featureMeasurements(false);
     if (originals_.empty())
-        return search_.nearest(PatternRows(patterns, search_.numColumns()), measurements.data(), order, k, indices,
-                               distances);
+        return search_.nearestSet(PatternRows(patterns, search_.numColumns()), measurements.data(), order, k, indices,
+                                  distances);
 
     std::vector<double> ofOriginals(patterns.size());
     tkNMNeighborList list(std::min(k, numPatterns_), indices, distances);

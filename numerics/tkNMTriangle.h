@@ -9,14 +9,15 @@
 ///
 /// Eight rows form a block, which is stored column by column up to the block's last row: element (i, j) stands beside
 /// the same column of the seven other rows, so that eight rows can be computed side by side. The places above the
-/// diagonal and below the last row hold zeros.
+/// diagonal and below the last row hold zeros. A matrix of one row has one column: nothing is computed side by side
+/// there, and a density of one measurement shall not take 1 KiB.
 class tkNMTriangle
 {
 public:
     /// A matrix of zeros.
     explicit tkNMTriangle(std::size_t dimension = 0)
         : dimension_(dimension),
-          elements_(8 * columnsBefore_((dimension + 7) / 8))
+          elements_(8 * (dimension == 1 ? 1 : columnsBefore_((dimension + 7) / 8)))
     {
     }
 

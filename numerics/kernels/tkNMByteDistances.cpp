@@ -205,7 +205,7 @@ TK_AVX2_INLINE void avx2Totals(const Shape& shape, const Line* block, const Quer
             }
             for (int r = 0; r < 4; ++r)
             {
-                const void* x = block[2 * pair].bytes + 32 * r;
+                const void* x = block[2 * pair + r / 2].bytes + r % 2 * 32;
                 __m256i d = _mm256_subs_epi8(q, _mm256_load_si256(static_cast<const __m256i*>(x)));
                 d = _mm256_abs_epi8(_mm256_max_epi8(d, lowest));
                 group[r] = _mm256_adds_epu16(group[r], _mm256_maddubs_epi16(d, power == 2 ? d : one));

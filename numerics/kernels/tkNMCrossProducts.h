@@ -13,8 +13,8 @@ enum class tkNMInstructions : int;
 ///
 /// A pair begins `stride` doubles after the one before it. Its vectors have S.dimension() elements and then 0.0 up to a
 /// multiple of eight. Each element of S is read and written once for all pairs: cost in proportion to count dimension².
-/// *Requires* instructions <= tkNMBestInstructions(); Definition stands for Portable. tkNMCrossProducts_test.cpp holds
-/// it to the bits.
+/// *Requires* more than one dimension and instructions <= tkNMBestInstructions(); Definition stands for Portable.
+/// tkNMCrossProducts_test.cpp holds it to the bits.
 TK_EXPORT void tkNMAddCrossProducts(tkNMTriangle& s, const double* a, const double* b, std::size_t count,
                                     std::size_t stride, tkNMInstructions instructions);
 

@@ -191,8 +191,6 @@ TEST(tk_CategoryModelBayesian, densitiesBeforeTheOneThatRefusesHaveLearned)
 TEST(tk_CategoryModelBayesian, recordsWhoseSetsDoNotFitAreRefusedAndLeaveNoDensity)
 {
     const Density normal = trainedDensity(new tk_PDFMultivariateNormal);
-    const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
-    const wchar_t otherSize[] = L"A stored category model has another number of measurements than its dependency sets";
     const auto refuses = [](const std::string& record, const wchar_t* text)
     {
         tk_CategoryModelBayesian loaded = golden::categoryModel();
@@ -204,9 +202,13 @@ TEST(tk_CategoryModelBayesian, recordsWhoseSetsDoNotFitAreRefusedAndLeaveNoDensi
             L"A stored category model has not one density for each dependency set (reading, at byte 30)");
     refuses(modelRecord(0, {}, {normal}),
             L"A stored category model has not one density for each dependency set (reading, at byte 126)");
-    refuses(modelRecord(7, {{0}}, {Density()}), incomplete); // before the number of measurements
+    // Before the number of measurements.
+    refuses(modelRecord(7, {{0}}, {Density()}),
+            L"A stored category model has not one density for each dependency set (reading, at byte 34)");
     for (const long numMeasurements : {-1L, 0L, 2L, 2147483647L})
-        refuses(modelRecord(numMeasurements, {{0}}, {normal}), otherSize);
+        refuses(modelRecord(numMeasurements, {{0}}, {normal}),
+                L"A stored category model has another number of measurements than its dependency sets (reading, at "
+                L"byte 135)");
 
     tk_CategoryModelBayesian loaded;
     loadFromBytes(modelRecord(1, {{0}}, {normal}), loaded);

@@ -334,7 +334,24 @@ TEST(tk_ClassifierBayesian, refusesToLoadParametersOfAnotherTechnique)
     const std::string bytes = std::string(3, '\0') + storeToBytes(foreign) + std::string(10, '\0');
     tk_ClassifierBayesian classifier = golden::classifierBayesian();
     EXPECT_TK_THROW(loadFromBytes(bytes, classifier), tkArchive::Errors,
-                    L"A Bayesian classifier has parameters of another technique");
+                    L"A Bayesian classifier has parameters of another technique (reading, at byte 132)");
+    EXPECT_FALSE(classifier.isTrained());
+}
+
+TEST(tk_ClassifierBayesian, refusesToLoadACategoryWithoutABayesianModel)
+{
+    std::ostringstream stream;
+    {
+        tkArchive archive(stream);
+        unsigned char version = 0;
+        tkPtrHandle_const<tkClassifierTrainParams> params;
+        std::vector<long> labels{4};
+        std::vector<tkPtrHandle<tk_CategoryModel>> models(1);
+        archive || version || version || version || params || labels || models;
+    }
+    tk_ClassifierBayesian classifier = golden::classifierBayesian();
+    EXPECT_TK_THROW(loadFromBytes(stream.str(), classifier), tkArchive::Errors,
+                    L"A stored Bayesian classifier has a category without a Bayesian model (reading, at byte 25)");
     EXPECT_FALSE(classifier.isTrained());
 }
 

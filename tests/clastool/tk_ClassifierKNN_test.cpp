@@ -1199,7 +1199,7 @@ TEST(tk_ClassifierKNN, refusesToLoadParametersOfAnotherTechnique)
     const std::string bytes = std::string(3, '\0') + storeToBytes(foreign) + std::string(4, '\0');
     tk_ClassifierKNN classifier;
     EXPECT_TK_THROW(loadFromBytes(bytes, classifier), tkArchive::Errors,
-                    L"A nearest-neighbor classifier has parameters of another technique");
+                    L"A nearest-neighbor classifier has parameters of another technique (reading, at byte 35)");
 }
 
 TEST(tk_ClassifierKNN, storedDataOfAnotherClassLeaveTheClassifierUntrained)
@@ -1218,4 +1218,34 @@ TEST(tk_ClassifierKNN, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
     loadFromBytes(bytes, loaded);
     EXPECT_TRUE(golden::classifierKNN().isEquivalent(*loaded));
     EXPECT_EQ(storeToBytes(loaded), bytes);
+}
+
+TEST(tk_ClassifierKNN, nearestNeighborsAreThoseThatVoteNearestFirst)
+{
+    tk_ClassifierKNN classifier;
+    classifier.train(numberedProvider(6), Params(2));
+    const std::vector<tk_ClassifierKNN::Neighbor> neighbors = classifier.nearestNeighbors(*patternOf({3.25}), 3);
+    ASSERT_EQ(3u, neighbors.size());
+    EXPECT_EQ(3, neighbors[0].index);
+    EXPECT_EQ(0.25, neighbors[0].distance);
+    EXPECT_EQ(4, neighbors[1].index);
+    EXPECT_EQ(0.75, neighbors[1].distance);
+    EXPECT_EQ(2, neighbors[2].index);
+    EXPECT_EQ(1.25, neighbors[2].distance);
+    EXPECT_EQ(6u, classifier.nearestNeighbors(*patternOf({3.25}), std::numeric_limits<long>::max()).size());
+}
+
+TEST(tk_ClassifierKNN, nearestNeighborsThrowWhatARunThrows)
+{
+    tk_ClassifierKNN classifier;
+    EXPECT_THROW(classifier.nearestNeighbors(*patternOf({1.0}), 1), tkAssertionFailure);
+    classifier.train(Memory(), Params());
+    EXPECT_TK_THROW(classifier.nearestNeighbors(*patternOf({1.0}), 1), tkClassifierDefs::InsufficientTrainData,
+                    noValidData);
+    classifier.train(numberedProvider(2), Params());
+    EXPECT_THROW(classifier.nearestNeighbors(*patternOf({1.0}), 0), tkAssertionFailure);
+    EXPECT_TK_THROW(classifier.nearestNeighbors(*patternOf({1.0}, {0}), 1), tkClassifierDefs::BadFeatures,
+                    invalidMeasurements);
+    EXPECT_TK_THROW(classifier.nearestNeighbors(*patternOf({1.0, 2.0}), 1), tkClassifierDefs::BadFeatures,
+                    invalidMeasurements);
 }

@@ -85,6 +85,8 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tk_ClassifierDecisionTree.v0.bin", handleBytes(golden::treeClassifier())},
         {"tkClassifierTool.tree.v0.bin", storeToBytes(golden::treeTool())},
         {"tkPatternScaler.v0.bin", storeToBytes(golden::scaler())},
+        {"tkDecisionRule.v0.bin", storeToBytes(golden::decisionRule())},
+        {"tkAssessment.v0.bin", storeToBytes(golden::assessment())},
     };
 }
 } // namespace

@@ -1,7 +1,10 @@
 #ifndef TESTS_GOLDEN_MODEL_H
 #define TESTS_GOLDEN_MODEL_H
 
+#include "clss/model/tkAssessment.h"
+#include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkPatternScaler.h"
+#include "tests/golden/dataModel.h"
 
 /// The objects of the model layer whose records are stored in this folder.
 namespace golden
@@ -9,6 +12,30 @@ namespace golden
 inline tkPatternScaler scaler()
 {
     return tkPatternScaler({-2.5, 0.0, 1000.25}, {0.125, 1.0, 3.0});
+}
+
+inline tkDecisionRule decisionRule()
+{
+    tkDecisionRule rule(frequencies(), costs());
+    rule.refusalCost(0.5);
+    rule.alpha(0.015625);
+    return rule;
+}
+
+/// Three patterns, of which the second one has no label: the first judged with two categories, the last with none.
+inline tkAssessment assessment()
+{
+    tkClassifierDataProviderMemory data;
+    data.addData({1.0}, 7);
+    data.addData({2.0}, -1);
+    data.addData({3.0}, 258);
+    return tkAssessment::heldOut(data,
+                                 [](const tkFeaturePattern& pattern)
+                                 {
+                                     return pattern.featureMeasurement(0, true) == 1.0
+                                                ? tkAssessment::Judgement(result(), 0.25)
+                                                : tkAssessment::Judgement(tkClassifierResult());
+                                 });
 }
 } // namespace golden
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes patternScaler.csv: measurements, some of them missing (nan), and the offsets and scales of each column.
 
-Needs PyPI's numpy and scikit-learn (written with 2.x and 1.9.1). After the patterns stand
+Needs PyPI's numpy and scikit-learn (written with 2.4.6 and 1.9.1). After the patterns stand
 
 deviation  NumPy's mean and standard deviation with divisor count - 1, without the missing values
 quartiles  center_ and scale_ of RobustScaler

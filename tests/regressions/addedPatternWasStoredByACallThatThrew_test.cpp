@@ -49,7 +49,7 @@ TEST(addedPatternWasStoredByACallThatThrew, addDataStoresAndSucceedsOrStoresNoth
             EXPECT_TRUE(data.neighborIndex()->covers(data.patterns()));
             long nearest = -1;
             double distances[2] = {};
-            EXPECT_EQ(data.neighborIndex()->nearestSet(data.patterns(), *pattern, 2.0, 1, &nearest, distances), 1);
+            EXPECT_EQ(data.neighborIndex()->nearest(data.patterns(), *pattern, 2.0, 1, true, &nearest, distances), 1);
             EXPECT_EQ(nearest, size) << "the added pattern is the nearest to itself";
             EXPECT_EQ(distances[0], 0.0);
         }

@@ -42,7 +42,8 @@ TEST(repeatedCategoryModel, isRefusedWhenItIsLoaded)
         std::istringstream stream(recordOf(models));
         tkArchive archive(stream);
         EXPECT_TK_THROW(archive || loaded, tkArchive::Errors,
-                        L"A stored Bayesian classifier has the same category model more than once");
+                        L"A stored Bayesian classifier has the same category model more than once (reading, at byte " +
+                            std::to_wstring(stream.str().size()) + L")");
         EXPECT_FALSE(loaded.isTrained());
     }
 }

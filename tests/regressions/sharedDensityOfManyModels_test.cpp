@@ -1,13 +1,10 @@
 #include "tests/bayes/bayesTestData.h"
+#include "tkAllocatedBytes.h"
 #include "tkTest.h"
 
 #include "foundation/tkArchiveOperators.h"
 
 #include <sstream>
-
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
-#include <malloc.h>
-#endif
 
 // A record names a density again in a few bytes, in other models or for other sets of one model. A run copied the
 // factors of the density for each of these: loading took 125 times the size of the record. They are now copied for one
@@ -72,17 +69,6 @@ std::string record(long numModels, long numSets, long size)
     archive || version || version || version || params || labels || models;
     return stream.str();
 }
-
-/// Bytes that are allocated; 0 where the platform does not tell.
-std::size_t allocatedBytes()
-{
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-#else
-    return 0;
-#endif
-}
 } // namespace
 
 TEST(sharedDensityOfManyModels, memoryIsBoundedByTheRecord)
@@ -92,9 +78,9 @@ TEST(sharedDensityOfManyModels, memoryIsBoundedByTheRecord)
     {
         const std::string bytes = record(shape[0], shape[1], shape[2]);
         tk_ClassifierBayesian loaded;
-        const std::size_t before = allocatedBytes();
+        const std::size_t before = tkAllocatedBytes();
         loadFromBytes(bytes, loaded);
-        EXPECT_LE(allocatedBytes(), before + 16 * bytes.size() + 65536) << shape[0] << ' ' << shape[1];
+        EXPECT_LE(tkAllocatedBytes(), before + 16 * bytes.size() + 65536) << shape[0] << ' ' << shape[1];
     }
 }
 

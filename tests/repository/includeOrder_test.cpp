@@ -101,6 +101,10 @@ clss/clastool/bayes/tk_BayesTrainer
 clss/clastool/bayes/tk_ClassifierBayesian
 clss/model/tk_LabelledPatterns
 clss/model/tkPatternScaler
+clss/model/tkDecisionRule
+clss/model/tkConfusionMatrix
+clss/model/tk_LeaveOneOut
+clss/model/tkAssessment
 clss/clastool/clastool
 )";
 

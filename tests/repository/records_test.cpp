@@ -64,4 +64,6 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
     EXPECT_EQ(1u, seen.count("tk_PDFBinomial.v0.bin"));
     EXPECT_EQ(1u, seen.count("tk_ClassifierBayesian.v0.bin"));
     EXPECT_EQ(1u, seen.count("tkPatternScaler.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkDecisionRule.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkAssessment.v0.bin"));
 }

@@ -43,13 +43,13 @@ double sumOfLogs(double a, double b)
 }
 
 /// Throws tkArchive::Errors unless the sets have so many measurements.
-void requireMeasurements(long numMeasurements, const std::vector<std::vector<long>>& sets)
+void requireMeasurements(tkArchive& archive, long numMeasurements, const std::vector<std::vector<long>>& sets)
 {
     std::size_t measurements = 0;
     for (const std::vector<long>& set : sets)
         measurements += set.size();
     if (numMeasurements != static_cast<long>(measurements))
-        throw tkArchive::Errors(L"A stored category model has another number of measurements than its dependency sets");
+        archive.fail(L"A stored category model has another number of measurements than its dependency sets");
 }
 } // namespace
 
@@ -110,7 +110,7 @@ TK_DEFINE_FACTORY_RECORD(tk_CategoryModelBayesian, 0)
 void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char)
 {
     if (archive.isStoring())
-        requireMeasurements(numMeasurements(), dependencySets_);
+        requireMeasurements(archive, numMeasurements(), dependencySets_);
     tk_CategoryModel::dispatchSerialize(archive);
     const wchar_t incomplete[] = L"A stored category model has not one density for each dependency set";
     if (archive.isLoading())
@@ -121,8 +121,8 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char)
     try
     {
         if (std::any_of(densities_.begin(), densities_.end(), [](const auto& d) { return d.isNull(); }))
-            throw tkArchive::Errors(incomplete);
-        requireMeasurements(numMeasurements(), dependencySets_);
+            archive.fail(incomplete);
+        requireMeasurements(archive, numMeasurements(), dependencySets_);
         watchDensities_();
     }
     catch (...)

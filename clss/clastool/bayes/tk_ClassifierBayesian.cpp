@@ -308,14 +308,14 @@ void tk_ClassifierBayesian::serialize_(tkArchive& archive, unsigned char)
     if (!archive.isLoading())
         return;
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsBayesian*>(heldParams_()))
-        throw tkArchive::Errors(L"A Bayesian classifier has parameters of another technique");
+        archive.fail(L"A Bayesian classifier has parameters of another technique");
     std::unordered_set<const tk_CategoryModel*> distinct;
     for (const tkPtrHandle<tk_CategoryModel>& model : models)
     {
         if (!dynamic_cast<const tk_CategoryModelBayesian*>(model.get()))
-            throw tkArchive::Errors(L"A stored Bayesian classifier has a category without a Bayesian model");
+            archive.fail(L"A stored Bayesian classifier has a category without a Bayesian model");
         if (!distinct.insert(model.get()).second)
-            throw tkArchive::Errors(L"A stored Bayesian classifier has the same category model more than once");
+            archive.fail(L"A stored Bayesian classifier has the same category model more than once");
     }
     categoryModels_ = std::move(models);
     try

@@ -243,7 +243,7 @@ void tk_PDFMultivariateNormal::serialize_(tkArchive& archive, unsigned char)
     long count = normal_.count();
     archive || mean || covariance || count;
     if (archive.isLoading() && !normal_.restore(mean, covariance, count))
-        throw tkArchive::Errors(L"The statistics of a stored normal distribution do not fit together");
+        archive.fail(L"The statistics of a stored normal distribution do not fit together");
 }
 
 tk_PDFBinomial::tk_PDFBinomial(const tkFeaturePattern& maxValue) : numTrials_(0), probability_(0.0)

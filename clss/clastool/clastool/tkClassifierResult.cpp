@@ -250,7 +250,7 @@ void tkClassifierResult::fillRanked_(const long* labels, const double* matchScor
     categoryResults_.resize(n);
     for (std::size_t i = 0; i < n; ++i)
     {
-        tkClassifierCategoryResult& result = categoryResults_[isRanked ? ranks[i] : i];
+        tkClassifierCategoryResult& result = categoryResults_[isRanked ? static_cast<std::size_t>(ranks[i]) : i];
         result.categoryLabel_ = labels[i];
         result.matchScore_ = matchScores[i];
         result.classScore_ = classScores[i];

@@ -111,12 +111,32 @@ void tk_ClassifierKNN::checkRunnable_() const
         throw tkClassifierDefs::InsufficientTrainData(tk_Messages::noValidTrainData);
 }
 
-void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
+void tk_ClassifierKNN::requireQuery_(const tkFeaturePattern& pattern) const
 {
     TK_ASSERT(isTrained());
     checkRunnable_();
     if (pattern.numInvalid() != 0 || pattern.numMeasurements() != trainingData_->numMeasurements())
         throw tkClassifierDefs::BadFeatures(tk_Messages::knnInvalidMeasurements);
+}
+
+std::vector<tk_ClassifierKNN::Neighbor> tk_ClassifierKNN::nearestNeighbors(const tkFeaturePattern& pattern,
+                                                                           long k) const
+{
+    TK_ASSERT(k >= 1);
+    requireQuery_(pattern);
+    const auto room = static_cast<std::size_t>(std::min(k, trainingData_->numPatterns()));
+    tkScratch<long> indices(room);
+    tkScratch<double> distances(2 * room);
+    std::vector<Neighbor> neighbors(static_cast<std::size_t>(
+        findNearestNeighbors_(pattern, static_cast<long>(room), false, indices.data(), distances.data())));
+    for (std::size_t j = 0; j < neighbors.size(); ++j)
+        neighbors[j] = {indices[j], distances[j]};
+    return neighbors;
+}
+
+void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const
+{
+    requireQuery_(pattern);
 
     // More neighbours than patterns are never found, so a huge k needs no more room.
     const auto room = static_cast<std::size_t>(std::min(params_.k(), trainingData_->numPatterns()));
@@ -124,14 +144,14 @@ void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult&
     tkScratch<long, usual> indices(room);
     tkScratch<double, 2 * usual> distances(2 * room);
     tkScratch<double, usual> scores(tkNMDecision::roundUp(room));
-    const long found = findNearestNeighbors_(pattern, static_cast<long>(room), indices.data(), distances.data());
+    const long found = findNearestNeighbors_(pattern, static_cast<long>(room), true, indices.data(), distances.data());
     long* const labels = indices.data();
     const std::size_t numLabels = fillMatchResults_(found, labels, scores.data());
     result.decide(labels, scores.data(), numLabels, tkClassifierFrequencies(1.0), params_.misclassificationCosts(),
                   0.0);
 }
 
-long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, long k, long* indices,
+long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, long k, bool asSet, long* indices,
                                              double* distances) const
 {
     const tkPatternDistanceMetric& metric = *metric_;
@@ -140,8 +160,8 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
     if (index && typeid(metric) == typeid(tkPatternDistanceMetricNorm))
     {
         if (index->covers(patterns))
-            return index->nearestSet(patterns, pattern, static_cast<const tkPatternDistanceMetricNorm&>(metric).order(),
-                                     k, indices, distances);
+            return index->nearest(patterns, pattern, static_cast<const tkPatternDistanceMetricNorm&>(metric).order(), k,
+                                  asSet, indices, distances);
         if (index->firstIrregular() >= 0) // the first distance that fails, after any number that are of no use
             static_cast<void>(metric.distance(pattern, *patterns[static_cast<std::size_t>(index->firstIrregular())]));
     }
@@ -207,7 +227,7 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char)
     params_ = tkClassifierTrainParamsKNN();
     metric_ = params_.distanceMetric();
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
-        throw tkArchive::Errors(L"A nearest-neighbor classifier has parameters of another technique");
+        archive.fail(L"A nearest-neighbor classifier has parameters of another technique");
     if (!trainingData_.isNull())
         trainingData_->indexNeighbors();
 }

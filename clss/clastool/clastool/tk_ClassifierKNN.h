@@ -27,6 +27,17 @@ public:
     bool operator==(const tk_ClassifierKNN& other) const;
     bool operator!=(const tk_ClassifierKNN& other) const { return !(*this == other); }
 
+    /// A stored pattern, by its number in the order of learning, and how far it is.
+    struct Neighbor
+    {
+        long index;
+        double distance;
+    };
+    /// The k patterns nearest to `pattern`, which vote for it with that k, nearest first; all if there are fewer.
+    /// Throws as run_() does before it asks the metric, then what the metric throws. *Requires* k >= 1 and a trained
+    /// classifier.
+    std::vector<Neighbor> nearestNeighbors(const tkFeaturePattern& pattern, long k) const;
+
 protected:
     /// Throws tkClassifierDefs::BadFeatures at the first pattern with an invalid measurement. Patterns of label
     /// -1 are skipped.
@@ -55,13 +66,18 @@ private:
     {
     }
 
-    /// Indices of the k stored patterns nearest to `pattern`, in any order; returns their number, m = min(k, number of
-    /// patterns). There is room for m indices; 2 m distances are working memory.
+    /// Throws as run_() does before it asks the metric. *Requires* a trained classifier.
+    void requireQuery_(const tkFeaturePattern& pattern) const;
+
+    /// Indices and distances of the k stored patterns nearest to `pattern`, nearest first; returns their number,
+    /// m = min(k, number of patterns). There is room for m indices and 2 m distances. With `asSet` the indices are in
+    /// any order, and the distances working memory.
     ///
     /// The stored patterns are taken in order into a list kept sorted by distance. A pattern enters ahead of
     /// those at the same distance, but does not displace the last of a full list at the same distance. For the norm
-    /// distance itself the same set comes from an index; any other metric is called once for every pattern.
-    long findNearestNeighbors_(const tkFeaturePattern& pattern, long k, long* indices, double* distances) const;
+    /// distance itself the same comes from an index; any other metric is called once for every pattern.
+    long findNearestNeighbors_(const tkFeaturePattern& pattern, long k, bool asSet, long* indices,
+                               double* distances) const;
 
     /// Replaces the first of `count` indices by the labels of these patterns, ascending, each once, and fills their
     /// scores, which are their shares of the votes; returns their number. There is room for

@@ -110,13 +110,16 @@ bool tk_NeighborIndex::covers(const Patterns& patterns) const
     return firstIrregular_ < 0 && numPatterns_ == static_cast<long>(patterns.size());
 }
 
-long tk_NeighborIndex::nearestSet(const Patterns& patterns, const tkFeaturePattern& query, double order, long k,
-                                  long* indices, double* distances) const
+long tk_NeighborIndex::nearest(const Patterns& patterns, const tkFeaturePattern& query, double order, long k,
+                               bool asSet, long* indices, double* distances) const
 {
     const std::vector<double>& measurements = query.featureMeasurements(false);
     if (originals_.empty())
-        return search_.nearestSet(PatternRows(patterns, search_.numColumns()), measurements.data(), order, k, indices,
-                                  distances);
+    {
+        const PatternRows rows(patterns, search_.numColumns());
+        return asSet ? search_.nearestSet(rows, measurements.data(), order, k, indices, distances)
+                     : search_.nearest(rows, measurements.data(), order, k, indices, distances);
+    }
 
     std::vector<double> ofOriginals(patterns.size());
     tkNMNeighborList list(std::min(k, numPatterns_), indices, distances);

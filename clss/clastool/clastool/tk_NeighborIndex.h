@@ -36,10 +36,10 @@ public:
     /// The first irregular pattern, -1 if there is none.
     long firstIrregular() const { return firstIrregular_; }
 
-    /// Writes the neighbours of `query` in any order and returns their number, as tkNMNeighborSearch::nearestSet()
-    /// does. *Requires* covers(patterns) and a wholly valid query of their length.
-    long nearestSet(const Patterns& patterns, const tkFeaturePattern& query, double order, long k, long* indices,
-                    double* distances) const;
+    /// Writes the neighbours of `query` and returns their number, as tkNMNeighborSearch::nearest() does or, if `asSet`,
+    /// nearestSet(). *Requires* covers(patterns) and a wholly valid query of their length.
+    long nearest(const Patterns& patterns, const tkFeaturePattern& query, double order, long k, bool asSet,
+                 long* indices, double* distances) const;
 
 private:
     /// The first pattern that is the same object as pattern i.

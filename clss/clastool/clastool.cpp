@@ -29,6 +29,8 @@ const std::vector<const std::type_info*>& tk_persistentClasses()
         &typeid(tk_CategoryModelBayesian),
         &typeid(tk_PDFMultivariateNormal),
         &typeid(tk_PDFBinomial),
+        &typeid(tkCovariancePooling),
+        &typeid(tk_ClassifierPooled),
     };
     return classes;
 }

@@ -87,6 +87,8 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkPatternScaler.v0.bin", storeToBytes(golden::scaler())},
         {"tkDecisionRule.v0.bin", storeToBytes(golden::decisionRule())},
         {"tkAssessment.v0.bin", storeToBytes(golden::assessment())},
+        {"tkCovariancePooling.v0.bin", handleBytes(golden::covariancePooling())},
+        {"tkClassifierTool.pooled.v0.bin", storeToBytes(golden::pooledTool())},
     };
 }
 } // namespace

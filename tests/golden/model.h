@@ -1,9 +1,12 @@
 #ifndef TESTS_GOLDEN_MODEL_H
 #define TESTS_GOLDEN_MODEL_H
 
+#include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/model/tkAssessment.h"
+#include "clss/model/tkCovariancePooling.h"
 #include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkPatternScaler.h"
+#include "tests/golden/bayes.h"
 #include "tests/golden/dataModel.h"
 
 /// The objects of the model layer whose records are stored in this folder.
@@ -20,6 +23,26 @@ inline tkDecisionRule decisionRule()
     rule.refusalCost(0.5);
     rule.alpha(0.015625);
     return rule;
+}
+
+inline tkCovariancePooling covariancePooling()
+{
+    return tkCovariancePooling(trainParamsBayesian(), 0.25);
+}
+
+/// Two categories of two measurements, joint and pooled by half.
+inline tkClassifierTool pooledTool()
+{
+    tkClassifierDataProviderMemory data;
+    const std::vector<std::vector<double>> rows = {{1, 5}, {2, 4}, {4, 4}, {3, 1}, {2, 1}, {3, 2}};
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        data.addData(rows[i], i < 3 ? 4 : 9);
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    types.setDependent(4, {0, 1});
+    types.setDependent(9, {1, 0});
+    tkClassifierTool tool;
+    tool.train(data, tkCovariancePooling(tkClassifierTrainParamsBayesian(types), 0.5));
+    return tool;
 }
 
 /// Three patterns, of which the second one has no label: the first judged with two categories, the last with none.

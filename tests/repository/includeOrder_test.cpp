@@ -105,6 +105,9 @@ clss/model/tkDecisionRule
 clss/model/tkConfusionMatrix
 clss/model/tk_LeaveOneOut
 clss/model/tkAssessment
+clss/model/tkCovariancePooling
+clss/model/tk_CovariancePool
+clss/model/tk_ClassifierPooled
 clss/clastool/clastool
 )";
 

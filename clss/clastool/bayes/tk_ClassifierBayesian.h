@@ -47,6 +47,10 @@ protected:
     /// Throws what the models and the result throw.
     void run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const override;
 
+    /// Ends training and loading: setReferenceDeviations_(), then a new accelerator. A derived class that changes
+    /// densities after a training calls it again.
+    void complete_();
+
 private:
     void recordTrainInputs_(tkDiagObject*, unsigned long) const override {}
     void recordTrainDetails_(tkDiagObject*, unsigned long) const override {}
@@ -60,9 +64,6 @@ private:
 
     /// Learns all patterns; the models have what was learned also where it throws.
     void learn_(const tkClassifierDataProvider& data, const tkClassifierTrainParamsBayesian& params);
-
-    /// Ends training and loading: setReferenceDeviations_(), then a new accelerator.
-    void complete_();
 
     /// scores[i] = categoryModels_[i]->matchScore(pattern), in this order; throws what the models throw.
     void matchScores_(const tkFeaturePattern& pattern, double* scores) const;

@@ -287,7 +287,12 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
             if (rest == width)
                 loadRegister(argument, x + first + i);
             else
-                std::memcpy(&argument, x + first + i, rest * sizeof(double));
+            {
+                double some[width];
+                storeRegister(argument, some);
+                copyFew(x + first + i, rest, some);
+                loadRegister(argument, some);
+            }
             DoublesOf<width> result;
             BitsOf<width> isValid;
             function.template compute<width>(argument, result, isValid);
@@ -297,7 +302,11 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
             if (rest == width)
                 storeRegister(result, results + first + i);
             else
-                std::memcpy(results + first + i, &result, rest * sizeof(double));
+            {
+                double some[width];
+                storeRegister(result, some);
+                copyFew(some, rest, results + first + i);
+            }
         }
         Bits all = allValid[0];
         for (std::size_t l = 1; l < width; ++l)
@@ -338,6 +347,8 @@ void compute(const Function& function, const double* x, double* results, std::si
     compute<plainWidth>(function, x, results, count);
 }
 
+/// No more are computed one by one: a register of them takes longer.
+constexpr std::size_t few = 5;
 } // namespace
 
 #endif
@@ -345,7 +356,7 @@ void compute(const Function& function, const double* x, double* results, std::si
 void tkNMElementaryKernel::exp(const double* x, double* results, std::size_t count, tkNMInstructions instructions)
 {
 #if defined(__GNUC__)
-    if (instructions != tkNMInstructions::Definition)
+    if (instructions != tkNMInstructions::Definition && count > few)
         return compute(Exp{}, x, results, count, instructions);
 #endif
     std::transform(x, x + count, results, tkNMElementary::exp);
@@ -354,7 +365,7 @@ void tkNMElementaryKernel::exp(const double* x, double* results, std::size_t cou
 void tkNMElementaryKernel::log(const double* x, double* results, std::size_t count, tkNMInstructions instructions)
 {
 #if defined(__GNUC__)
-    if (instructions != tkNMInstructions::Definition)
+    if (instructions != tkNMInstructions::Definition && count > few)
         return compute(Log{}, x, results, count, instructions);
 #endif
     std::transform(x, x + count, results, tkNMElementary::log);

@@ -35,25 +35,6 @@ TK_ALWAYS_INLINE bool areFiniteBelow(double limit, const double* x, std::size_t 
     return sums <= withoutSign;
 }
 
-/// Copies fewer than eight doubles: quicker than a call.
-TK_ALWAYS_INLINE void copyFew(const double* from, std::size_t count, double* to)
-{
-    if (count & 4)
-    {
-        std::memcpy(to, from, 4 * sizeof(double));
-        from += 4;
-        to += 4;
-    }
-    if (count & 2)
-    {
-        std::memcpy(to, from, 2 * sizeof(double));
-        from += 2;
-        to += 2;
-    }
-    if (count & 1)
-        *to = *from;
-}
-
 /// Consecutive patterns seldom belong to one category, so that a pattern does not wait for the means that the one
 /// before it changed: the processor overlaps their steps.
 template <std::size_t width, class Group>

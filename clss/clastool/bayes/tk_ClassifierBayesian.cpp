@@ -221,8 +221,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 {
     TK_ASSERT(isTrained_());
     const std::size_t n = categoryModels_.size();
-    // First the log likelihoods. By whole eights, which the exponential computes side by side and decide() reads.
-    tkScratch<double, 256> scores((n + 7) / 8 * 8);
+    tkScratch<double, 256> scores((n + 7) / 8 * 8); // first the log likelihoods; decide() reads whole eights
     matchScores_(pattern, scores.data());
 
     // trainParams() throws the right error when there are none.
@@ -237,8 +236,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
 
     for (std::size_t i = 0; i < n; ++i)
         scores[i] = scores[i] + offset;
-    std::fill(scores.begin() + n, scores.end(), 0.0);
-    tkNMElementaryKernel::exp(scores.data(), scores.data(), scores.size(), tkNMBestInstructions());
+    tkNMElementaryKernel::exp(scores.data(), scores.data(), n, tkNMBestInstructions());
 
     tkScratch<long, 256> labels(n);
     for (std::size_t i = 0; i < n; ++i)
@@ -247,6 +245,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
         // Validates label and score before the next category is evaluated (order of errors).
         static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }
+    std::fill(scores.begin() + n, scores.end(), 0.0);
     result.decide(labels.data(), scores.data(), n, params.categoryFrequencies(), params.misclassificationCosts(),
                   offset);
 }

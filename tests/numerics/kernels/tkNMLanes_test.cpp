@@ -84,3 +84,15 @@ TEST(tkNMLanes, registersOfAnyElementHaveItsSize)
     EXPECT_EQ(stored[15], 1);
 #endif
 }
+
+TEST(tkNMLanes, fewDoublesAreCopiedAndNoMore)
+{
+    const double from[] = {1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0};
+    for (std::size_t count = 0; count < 8; ++count)
+    {
+        double to[8] = {};
+        copyFew(from, count, to);
+        for (std::size_t i = 0; i < 8; ++i)
+            EXPECT_EQ(to[i], i < count ? from[i] : 0.0);
+    }
+}

@@ -9,8 +9,11 @@
 #include <type_traits>
 #include <vector>
 
-/// What the exchange of every vector begins with: a version byte and the number of elements. Returns the
-/// number to exchange; when loading, elements beyond it are dropped and those before it stay.
+// `archive || value` for vectors, enumerations and handles. Each throws what the elements' operators throw and
+// tkArchive::Errors for damaged bytes; the archive has failed then, and a value that was being loaded is partly loaded.
+
+/// What the exchange of every vector begins with: a version byte and the number of elements. Returns the number to
+/// exchange; when loading, elements beyond it are dropped and those before it stay.
 template <class Vector>
 std::size_t tkExchangeVectorHead(tkArchive& archive, Vector& elements)
 {
@@ -22,8 +25,8 @@ std::size_t tkExchangeVectorHead(tkArchive& archive, Vector& elements)
     return count;
 }
 
-/// Enlarges a vector that is to get `count` elements, by a step in proportion to those it has: a count that
-/// the input does not keep costs no more than what was read. `first` is the first step.
+/// Enlarges a vector that is to get `count` elements, by a step in proportion to those it has: a count that the input
+/// does not keep costs no more memory than what was read. `first` is the first step.
 template <class Vector>
 void tkGrowVector(Vector& elements, std::size_t count, std::size_t first)
 {
@@ -32,8 +35,8 @@ void tkGrowVector(Vector& elements, std::size_t count, std::size_t first)
     elements.resize(size);
 }
 
-/// A vector: version byte, count, elements in order, each through its own operator. Elements that are there
-/// before loading are loaded in place.
+/// A vector: version byte, count, elements in order, each through its own operator. Elements that are there before
+/// loading are loaded in place.
 template <class Element>
 tkArchive& operator||(tkArchive& archive, std::vector<Element>& elements)
 try
@@ -54,59 +57,13 @@ catch (...) // memory may have run out, or an element's operator have failed by 
 }
 
 /// The same record, its doubles exchanged many at a time.
-inline tkArchive& operator||(tkArchive& archive, std::vector<double>& elements)
-try
-{
-    const std::size_t count = tkExchangeVectorHead(archive, elements);
-    if (archive.isStoring())
-        archive.exchangeDoubles(elements.data(), count);
-    else
-    {
-        elements.clear();
-        for (std::size_t done = 0; done < count; done = elements.size())
-        {
-            tkGrowVector(elements, count, 512);
-            archive.exchangeDoubles(&elements[done], elements.size() - done);
-        }
-    }
-    return archive;
-}
-catch (...)
-{
-    archive.setFailed();
-    throw;
-}
+TK_EXPORT tkArchive& operator||(tkArchive& archive, std::vector<double>& elements);
 
-/// The same record, one byte for each bool, many at a time.
-inline tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements)
-try
-{
-    constexpr std::size_t step = 512;
-    unsigned char flags[step];
-    const std::size_t count = tkExchangeVectorHead(archive, elements);
-    for (std::size_t done = 0, n = 0; done < count; done += n)
-    {
-        n = (std::min)(count - done, step);
-        if (archive.isStoring())
-            std::copy_n(elements.begin() + static_cast<std::ptrdiff_t>(done), n, flags);
-        archive.exchangeBools(flags, n);
-        if (archive.isLoading())
-        {
-            if (elements.size() < done + n)
-                tkGrowVector(elements, count, step);
-            std::copy_n(flags, n, elements.begin() + static_cast<std::ptrdiff_t>(done));
-        }
-    }
-    return archive;
-}
-catch (...)
-{
-    archive.setFailed();
-    throw;
-}
+/// The same record, one byte of value 0 or 1 for each bool, many at a time.
+TK_EXPORT tkArchive& operator||(tkArchive& archive, std::vector<bool>& elements);
 
-/// An enumeration: its value as 32 bits, in either direction without a check of its range. The fixed
-/// underlying type makes every value that a file may hold a value of the enumeration.
+/// An enumeration: its value as 32 bits, in either direction without a check of its range. The fixed underlying type
+/// makes every value that a file may hold a value of the enumeration. An enumeration without one does not compile.
 template <class Enumeration, std::enable_if_t<std::is_enum_v<Enumeration>, int> = 0>
 tkArchive& operator||(tkArchive& archive, Enumeration& value)
 {
@@ -125,8 +82,8 @@ tkArchive& operator||(tkArchive& archive, Enumeration& value)
     return archive;
 }
 
-/// What both kinds of handle do: exchange the object behind the handle, shared as it was. An object of
-/// another class than the handle's gives a null handle.
+/// What both kinds of handle do: exchange the object of the handle, shared as it was, or null. Loading makes the handle
+/// null first; an object whose class is not the handle's or derived from it gives a null handle.
 template <class T, class Handle>
 tkArchive& tkExchangeHandle(tkArchive& archive, Handle& handle)
 {
@@ -143,6 +100,7 @@ tkArchive& tkExchangeHandle(tkArchive& archive, Handle& handle)
     return archive;
 }
 
+/// A handle, if its class is persistent: tkExchangeHandle.
 template <class T, std::enable_if_t<std::is_base_of_v<tkPersistent, T>, int> = 0>
 tkArchive& operator||(tkArchive& archive, tkPtrHandle<T>& handle)
 {
@@ -155,9 +113,9 @@ tkArchive& operator||(tkArchive& archive, tkPtrHandle_const<T>& handle)
     return tkExchangeHandle<T>(archive, handle);
 }
 
-/// Exchanges vectors whose elements of the same index belong together. A loaded record whose vectors differ in
-/// length is refused with tkArchive::Errors(`difference`); any failed loading leaves all of them empty, so that
-/// they still belong together.
+/// Exchanges vectors whose elements of the same index belong together. A record whose vectors differ in length is
+/// refused, in both directions, with tkArchive::Errors(`difference`); any failed loading leaves all of them empty, so
+/// that they still belong together.
 template <class... Vectors>
 tkArchive& tkExchangeParallel(tkArchive& archive, const wchar_t* difference, Vectors&... vectors)
 {

@@ -7,15 +7,19 @@
 #include <type_traits>
 #include <utility>
 
-/// What both kinds of handle do: holds one reference to a heap object derived from tkRepBase, or
-/// nothing. `Object` is const-qualified in the constant kind. One word wide; no operation but
-/// dereferencing throws. Two threads may use two handles to one object, but not one handle.
-/// *Requires* of a plain pointer that its object comes from `new`: an assertion fails for one on the thread's stack.
+/// What both kinds of handle do: holds one reference to a heap object derived from tkRepBase, or nothing.
+///
+/// `Object` is const-qualified in the constant kind. A handle is one word. Copying counts one more holder (an atomic
+/// addition), moving counts nothing and leaves null, and the last handle to go deletes the object. Only dereferencing
+/// throws. Two threads may use two handles to one object, but not one handle.
 template <class Object>
 class tkPtrHandleBase
 {
 public:
+    /// A null handle.
     tkPtrHandleBase() noexcept = default;
+    /// Takes a reference; null gives a null handle. *Requires* an object from `new`, which then belongs to its handles:
+    /// an assertion fails for an object on the thread's stack.
     explicit tkPtrHandleBase(Object* object) : object_(object)
     {
         if (object_)
@@ -23,13 +27,23 @@ public:
     }
     tkPtrHandleBase(const tkPtrHandleBase& other) noexcept : object_(other.object_) { hold_(); }
     tkPtrHandleBase(tkPtrHandleBase&& other) noexcept : object_(other.detach_()) {}
+    /// From a handle of either kind whose pointer converts: to a base class, or to const.
+    template <class Other, class = std::enable_if_t<std::is_convertible_v<Other*, Object*>>>
+    tkPtrHandleBase(const tkPtrHandleBase<Other>& other) noexcept : object_(other.object_)
+    {
+        hold_();
+    }
+    template <class Other, class = std::enable_if_t<std::is_convertible_v<Other*, Object*>>>
+    tkPtrHandleBase(tkPtrHandleBase<Other>&& other) noexcept : object_(other.detach_())
+    {
+    }
     ~tkPtrHandleBase() { release_(object_); }
 
-    /// The object; throws tkBadPointer if there is none.
+    /// The object. Throws tkBadPointer if there is none.
     Object& operator*() const { return *checked_(); }
     Object* operator->() const { return checked_(); }
 
-    /// The object or null.
+    /// The object, or null; the handle keeps its reference.
     Object* get() const noexcept { return object_; }
     bool isNull() const noexcept { return object_ == nullptr; }
     explicit operator bool() const noexcept { return object_ != nullptr; }
@@ -49,17 +63,10 @@ protected:
     Object* detach_() noexcept { return std::exchange(object_, nullptr); }
     void swap_(tkPtrHandleBase& other) noexcept { std::swap(object_, other.object_); }
 
-    /// Takes over the reference that another handle gave up by detach_().
-    void adopt_(Object* object) noexcept { release_(std::exchange(object_, object)); }
-
-    /// Holds what another handle holds.
-    void share_(Object* object) noexcept
-    {
-        object_ = object;
-        hold_();
-    }
-
 private:
+    template <class Other>
+    friend class tkPtrHandleBase;
+
     void hold_() const noexcept
     {
         if (object_)
@@ -80,8 +87,7 @@ private:
     Object* object_ = nullptr;
 };
 
-/// Counted handle to an object that may be changed through it. Constructing it from a plain pointer
-/// takes a reference: the object must come from `new` and then belongs to its handles.
+/// Counted handle to an object that may be changed through it.
 template <class T>
 class tkPtrHandle : public tkPtrHandleBase<T>
 {
@@ -89,17 +95,6 @@ public:
     using element_type = T;
     using tkPtrHandleBase<T>::tkPtrHandleBase;
     tkPtrHandle() noexcept = default;
-
-    template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, T*>>>
-    tkPtrHandle(const tkPtrHandle<Derived>& other) noexcept
-    {
-        this->share_(other.get());
-    }
-    template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, T*>>>
-    tkPtrHandle(tkPtrHandle<Derived>&& other) noexcept
-    {
-        this->adopt_(other.detach());
-    }
 
     /// Gives the reference up to the caller, who must removeReference() some day; the handle is null.
     T* detach() noexcept { return this->detach_(); }
@@ -115,41 +110,20 @@ public:
     using tkPtrHandleBase<const T>::tkPtrHandleBase;
     tkPtrHandle_const() noexcept = default;
 
-    template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, const T*>>>
-    tkPtrHandle_const(const tkPtrHandle<Derived>& other) noexcept
-    {
-        this->share_(other.get());
-    }
-    template <class Derived, class = std::enable_if_t<std::is_convertible_v<Derived*, const T*>>>
-    tkPtrHandle_const(tkPtrHandle<Derived>&& other) noexcept
-    {
-        this->adopt_(other.detach());
-    }
-    template <class Derived, class = std::enable_if_t<std::is_convertible_v<const Derived*, const T*>>>
-    tkPtrHandle_const(const tkPtrHandle_const<Derived>& other) noexcept
-    {
-        this->share_(other.get());
-    }
-    template <class Derived, class = std::enable_if_t<std::is_convertible_v<const Derived*, const T*>>>
-    tkPtrHandle_const(tkPtrHandle_const<Derived>&& other) noexcept
-    {
-        this->adopt_(other.detach());
-    }
-
     /// Gives the reference up to the caller, who must removeReference() some day; the handle is null.
     const T* detach() noexcept { return this->detach_(); }
     void swap(tkPtrHandle_const& other) noexcept { this->swap_(other); }
 };
 
-/// Keeps `object` alive while the handle lives, if handles hold it at all: it may be that only what is about to let
-/// go of it does. An object on the stack is held by nobody, and the handle is null.
+/// A handle that keeps an argument alive: guards against arguments owned by the object that the callee is about to
+/// release. Null for an object that no handle holds, one on the stack for instance.
 template <class T>
 tkPtrHandle_const<T> tkKeepAlive(const T& object) noexcept
 {
     return tkPtrHandle_const<T>(object.referenceCount() > 0 ? &object : nullptr);
 }
 
-/// Handles compare by identity of their objects.
+/// Handles are equal if they hold the same object, or both none. The objects are not compared.
 template <class A, class B>
 bool operator==(const tkPtrHandleBase<A>& a, const tkPtrHandleBase<B>& b) noexcept
 {

@@ -45,8 +45,8 @@ tkNMExactQuotient tkNMExactQuotient::of(double dividend, double divisor)
         return {value, 0.0};
     const double scale = scaleOf(value);
     const Product product = exactProduct(value * scale, divisor);
-    const double remainder = ((dividend * scale - product.high) - product.low) / divisor;
-    return {value, isTiny(value) ? remainder : remainder / scale};
+    const double compensation = ((dividend * scale - product.high) - product.low) / divisor;
+    return {value, isTiny(value) ? compensation : compensation / scale};
 }
 
 double tkNMExactQuotient::times(double divisor) const
@@ -55,6 +55,6 @@ double tkNMExactQuotient::times(double divisor) const
         return value * divisor;
     const double scale = scaleOf(value);
     const Product product = exactProduct(value * scale, divisor);
-    const double scaled = isTiny(value) ? remainder : remainder * scale;
+    const double scaled = isTiny(value) ? compensation : compensation * scale;
     return (product.high + (product.low + scaled * divisor)) / scale;
 }

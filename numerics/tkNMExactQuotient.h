@@ -5,9 +5,9 @@
 
 /// A quotient from which the dividend comes back to the last bit, at every scale.
 ///
-/// `value` is dividend / divisor, rounded, and `remainder` what the rounding left. Near the smallest doubles, where the
-/// remainder would be lost, it is stored in a larger unit: for |value| < 2^-940 it is 2^600 times what the rounding
-/// left. Not finite dividends have a remainder of 0.0.
+/// `value` is dividend / divisor, rounded, and `compensation` the rounding error: a double-double. Near the smallest
+/// doubles, where the compensation would underflow, its unit is larger: for |value| < 2^-940 it is 2^600 times the
+/// rounding error. A dividend that is not finite has the compensation 0.0.
 struct TK_EXPORT tkNMExactQuotient
 {
     /// *Requires* an integer divisor from 1 to 2^31.
@@ -17,7 +17,7 @@ struct TK_EXPORT tkNMExactQuotient
     double times(double divisor) const;
 
     double value;
-    double remainder;
+    double compensation;
 };
 
 #endif

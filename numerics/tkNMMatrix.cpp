@@ -9,22 +9,22 @@ tkNMMatrix::tkNMMatrix(long rows, long cols) : rows_(rows), cols_(cols)
     elements_.resize(static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols));
 }
 
-double tkNMMatrix::remainder(long i, long j) const
+double tkNMMatrix::compensation(long i, long j) const
 {
     const std::size_t position = position_(i, j);
-    return remainders_.empty() ? 0.0 : remainders_[position];
+    return compensations_.empty() ? 0.0 : compensations_[position];
 }
 
-void tkNMMatrix::remainder(long i, long j, double value)
+void tkNMMatrix::compensation(long i, long j, double value)
 {
     const std::size_t position = position_(i, j);
-    if (remainders_.empty())
+    if (compensations_.empty())
     {
         if (value == 0.0)
             return;
-        remainders_.resize(elements_.size());
+        compensations_.resize(elements_.size());
     }
-    remainders_[position] = value;
+    compensations_[position] = value;
 }
 
 bool tkNMMatrix::operator==(const tkNMMatrix& other) const
@@ -33,7 +33,7 @@ bool tkNMMatrix::operator==(const tkNMMatrix& other) const
         return false;
     for (long i = 0; i < rows_; ++i)
         for (long j = 0; j < cols_; ++j)
-            if (remainder(i, j) != other.remainder(i, j))
+            if (compensation(i, j) != other.compensation(i, j))
                 return false;
     return true;
 }
@@ -49,14 +49,14 @@ tkArchive& operator||(tkArchive& archive, tkNMMatrix& matrix)
     archive.exchangeVersion("tkNMMatrix");
     tkNMMatrix loaded;
     tkNMMatrix& exchanged = archive.isLoading() ? loaded : matrix;
-    archive || exchanged.rows_ || exchanged.cols_ || exchanged.elements_ || exchanged.remainders_;
+    archive || exchanged.rows_ || exchanged.cols_ || exchanged.elements_ || exchanged.compensations_;
     if (archive.isLoading())
     {
         const std::size_t size = loaded.elements_.size();
         const bool fits =
             loaded.rows_ >= 0 && loaded.cols_ >= 0 &&
             static_cast<unsigned long long>(loaded.rows_) * static_cast<unsigned long long>(loaded.cols_) == size;
-        if (!fits || (!loaded.remainders_.empty() && loaded.remainders_.size() != size))
+        if (!fits || (!loaded.compensations_.empty() && loaded.compensations_.size() != size))
             archive.fail(L"A stored matrix has another number of elements than its size says");
         matrix = std::move(loaded);
     }

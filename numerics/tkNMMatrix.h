@@ -7,9 +7,9 @@
 
 /// Dense matrix of doubles, row by row.
 ///
-/// An element may carry a remainder: what its double leaves of a value that is known more exactly, so that
-/// element + remainder is that value (see tkNMExactQuotient for the smallest ones). Statistics that are stored and
-/// later go on accumulating need it; it is of no interest to arithmetic with the elements.
+/// An element may have a compensation, the low word of a double-double: element + compensation is the value (but see
+/// tkNMExactQuotient for the smallest ones). Stored statistics need it to go on accumulating with the same bits; the
+/// arithmetic with elements leaves it out.
 class TK_EXPORT tkNMMatrix
 {
 public:
@@ -23,11 +23,11 @@ public:
     double operator()(long i, long j) const { return elements_[position_(i, j)]; }
     double& operator()(long i, long j) { return elements_[position_(i, j)]; }
 
-    /// Remainder of the element; 0.0 unless it was set. *Requires* that there is such an element.
-    double remainder(long i, long j) const;
-    void remainder(long i, long j, double value);
+    /// Compensation of the element; 0.0 unless it was set. *Requires* that there is such an element.
+    double compensation(long i, long j) const;
+    void compensation(long i, long j, double value);
 
-    /// Equality of the sizes, elements and remainders.
+    /// Equality of the sizes, elements and compensations.
     bool operator==(const tkNMMatrix& other) const;
     bool operator!=(const tkNMMatrix& other) const { return !(*this == other); }
 
@@ -39,10 +39,10 @@ private:
     long rows_;
     long cols_;
     std::vector<double> elements_;
-    std::vector<double> remainders_; // empty as long as all are 0.0, else parallel to elements_
+    std::vector<double> compensations_; // empty as long as all are 0.0, else parallel to elements_
 };
 
-/// The record of a matrix: version byte, numbers of rows and columns, elements, remainders (none or one for each
+/// The record of a matrix: version byte, numbers of rows and columns, elements, compensations (none or one for each
 /// element). Throws tkArchive::Errors where these do not fit together, and then changes nothing.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkNMMatrix& matrix);
 

@@ -42,7 +42,7 @@ tkNMMatrix tkNMNormal::mean() const
     for (long j = 0; j < dimension(); ++j)
     {
         mean(j, 0) = statistics_.mean[j];
-        mean.remainder(j, 0, statistics_.compensation[j]);
+        mean.compensation(j, 0, statistics_.compensation[j]);
     }
     return mean;
 }
@@ -57,8 +57,8 @@ tkNMMatrix tkNMNormal::covariance() const
             const double sum = statistics_.crossProducts(static_cast<std::size_t>(i), static_cast<std::size_t>(j));
             const tkNMExactQuotient quotient = tkNMExactQuotient::of(sum, divisor);
             covariance(i, j) = covariance(j, i) = quotient.value;
-            covariance.remainder(i, j, quotient.remainder);
-            covariance.remainder(j, i, quotient.remainder);
+            covariance.compensation(i, j, quotient.compensation);
+            covariance.compensation(j, i, quotient.compensation);
         }
     return covariance;
 }
@@ -89,10 +89,10 @@ bool tkNMNormal::restore(const tkNMMatrix& mean, const tkNMMatrix& covariance, l
     for (long i = 0; i < dimension; ++i)
     {
         restored.statistics_.mean[i] = mean(i, 0);
-        restored.statistics_.compensation[i] = mean.remainder(i, 0);
+        restored.statistics_.compensation[i] = mean.compensation(i, 0);
         for (long j = 0; j <= i; ++j)
             restored.statistics_.crossProducts(static_cast<std::size_t>(i), static_cast<std::size_t>(j)) =
-                tkNMExactQuotient{covariance(i, j), covariance.remainder(i, j)}.times(divisor);
+                tkNMExactQuotient{covariance(i, j), covariance.compensation(i, j)}.times(divisor);
     }
     swap_(restored);
     return true;

@@ -42,10 +42,10 @@ public:
     /// Number of measurements, fixed by the first pattern; 0 while there is none.
     long dimension() const { return static_cast<long>(statistics_.dimension()); }
 
-    /// The means, a column; each with its compensation as the remainder.
+    /// The means, a column, each with its compensation.
     tkNMMatrix mean() const;
-    /// The covariance with divisor count - 1; zeros for a count of 1. Never repaired. Elements and remainders are those
-    /// of tkNMExactQuotient.
+    /// The covariance with divisor count - 1; zeros for a count of 1. Never repaired. Elements and compensations are
+    /// those of tkNMExactQuotient.
     tkNMMatrix covariance() const;
     /// Mean and variance of one measurement. *Requires* 0 <= j < dimension().
     double mean(long j) const;

@@ -1,6 +1,7 @@
 #include "clss/model/tk_CovariancePool.h"
 
 #include "numerics/tkNMElementary.h"
+#include "numerics/tkNMNormal.h"
 
 #include <algorithm>
 #include <cmath>

@@ -9,6 +9,7 @@
 #include "numerics/tkNMElementary.h"
 #include "numerics/tkNMFactorisation.h"
 #include "numerics/tkNMNeighborList.h"
+#include "numerics/tkNMNormal.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkException.h"
+#include "numerics/tkNMNormal.h"
 #include "tests/bayes/bayesTestData.h"
 #include "tkTest.h"
 
@@ -18,27 +19,27 @@ struct PlainNormal
 {
     double count = 0.0;
     std::vector<double> mean;
-    std::vector<double> remainder;
+    std::vector<double> compensation;
     std::vector<std::vector<double>> squares;
 
     void learn(const std::vector<double>& x)
     {
         const std::size_t d = x.size();
         mean.resize(d);
-        remainder.resize(d);
+        compensation.resize(d);
         squares.resize(d, std::vector<double>(d));
         count += 1.0;
         std::vector<double> before(d);
         std::vector<double> after(d);
         for (std::size_t j = 0; j < d; ++j)
         {
-            before[j] = (x[j] - mean[j]) - remainder[j];
-            const double step = before[j] / count + remainder[j];
+            before[j] = (x[j] - mean[j]) - compensation[j];
+            const double step = before[j] / count + compensation[j];
             const double sum = mean[j] + step;
             const double added = sum - mean[j];
-            remainder[j] = (mean[j] - (sum - added)) + (step - added);
+            compensation[j] = (mean[j] - (sum - added)) + (step - added);
             mean[j] = sum;
-            after[j] = (x[j] - mean[j]) - remainder[j];
+            after[j] = (x[j] - mean[j]) - compensation[j];
         }
         for (std::size_t i = 0; i < d; ++i)
             for (std::size_t j = 0; j <= i; ++j)
@@ -282,7 +283,7 @@ TEST(tk_BayesTrainer, learnsAndScoresWithTheBitsOfThePlainDefinition)
                 {
                     const long row = static_cast<long>(i);
                     ASSERT_TRUE(haveSameBits(plain.mean[i], mean(row, 0)));
-                    ASSERT_TRUE(haveSameBits(plain.remainder[i], mean.remainder(row, 0)));
+                    ASSERT_TRUE(haveSameBits(plain.compensation[i], mean.compensation(row, 0)));
                     for (std::size_t j = 0; j <= i; ++j, ++comparisons)
                         ASSERT_TRUE(haveSameBits(plain.squares[i][j] / (plain.count - 1.0),
                                                  covariance(row, static_cast<long>(j))));

@@ -4,6 +4,7 @@
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 #include "foundation/tkException.h"
+#include "numerics/tkNMChangeNumber.h"
 #include "tests/bayes/bayesTestData.h"
 #include "tests/golden/bayes.h"
 #include "tkAllocations.h"

@@ -5,6 +5,7 @@
 #include "foundation/tkAssert.h"
 #include "foundation/tkException.h"
 #include "numerics/tkNMElementary.h"
+#include "numerics/tkNMNormal.h"
 #include "tkTest.h"
 
 #include <algorithm>

@@ -25,7 +25,7 @@ inline tkClassifierTrainParamsBayesian trainParamsBayesian()
                                            tkFeaturePattern({0.0, 0.0, 4.0}, {0, 1}));
 }
 
-/// Means and sums that are not doubles, so that the record holds remainders.
+/// Means and sums that are not doubles, so that the record holds compensations.
 inline tk_PDFMultivariateNormal normalDensity()
 {
     tk_PDFMultivariateNormal density;

@@ -11,6 +11,7 @@
 #include "clss/model/tk_CovariancePool.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkRandom.h"
+#include "numerics/tkNMNormal.h"
 
 #include <limits>
 

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-TEST(tkNMMatrix, comesBackFromItsRecordWithItsRemainders)
+TEST(tkNMMatrix, comesBackFromItsRecordWithItsCompensations)
 {
     tkNMMatrix matrix(2, 3);
     matrix(0, 1) = 1.5;
@@ -13,12 +13,12 @@ TEST(tkNMMatrix, comesBackFromItsRecordWithItsRemainders)
     tkNMMatrix loaded;
     loadFromBytes(storeToBytes(matrix), loaded);
     EXPECT_EQ(loaded, matrix);
-    matrix.remainder(1, 0, 1e-20);
+    matrix.compensation(1, 0, 1e-20);
     EXPECT_NE(loaded, matrix);
     loadFromBytes(storeToBytes(matrix), loaded);
     EXPECT_EQ(loaded, matrix);
-    EXPECT_EQ(loaded.remainder(1, 0), 1e-20);
-    EXPECT_EQ(loaded.remainder(1, 1), 0.0);
+    EXPECT_EQ(loaded.compensation(1, 0), 1e-20);
+    EXPECT_EQ(loaded.compensation(1, 1), 0.0);
 }
 
 TEST(tkNMMatrix, damagedRecordsAreRefused)

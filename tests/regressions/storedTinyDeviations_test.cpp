@@ -57,6 +57,6 @@ TEST(StoredTinyDeviations, everyQuotientGivesBackItsDividend)
     }
     const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(tkNMExactQuotient::of(infinity, 3.0).times(3.0), infinity);
-    EXPECT_EQ(tkNMExactQuotient::of(-infinity, 3.0).remainder, 0.0);
+    EXPECT_EQ(tkNMExactQuotient::of(-infinity, 3.0).compensation, 0.0);
     EXPECT_TRUE(std::isnan(tkNMExactQuotient::of(std::nan(""), 3.0).times(3.0)));
 }

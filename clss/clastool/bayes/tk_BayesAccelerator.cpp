@@ -2,6 +2,7 @@
 
 #include "foundation/tkException.h"
 #include "numerics/kernels/tkNMNormalBatch.h"
+#include "numerics/tkNMNormal.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,6 +2,7 @@
 #define CLSS_CLASTOOL_BAYES_TK_BAYESACCELERATOR_H
 
 #include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
+#include "numerics/tkNMChangeNumber.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,6 +2,7 @@
 
 #include "clss/clastool/bayes/tk_BayesAccelerator.h"
 #include "numerics/kernels/tkNMNormalTrainer.h"
+#include "numerics/tkNMNormal.h"
 
 #include <algorithm>
 #include <utility>

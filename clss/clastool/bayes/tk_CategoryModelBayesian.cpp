@@ -3,6 +3,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "numerics/tkNMChangeNumber.h"
 
 #include <algorithm>
 #include <cmath>
@@ -52,6 +53,17 @@ void requireMeasurements(tkArchive& archive, long numMeasurements, const std::ve
         archive.fail(L"A stored category model has another number of measurements than its dependency sets");
 }
 } // namespace
+
+tk_CategoryModelBayesian::tk_CategoryModelBayesian() = default;
+tk_CategoryModelBayesian::tk_CategoryModelBayesian(const tk_CategoryModelBayesian&) = default;
+tk_CategoryModelBayesian::tk_CategoryModelBayesian(tk_CategoryModelBayesian&&) noexcept = default;
+tk_CategoryModelBayesian& tk_CategoryModelBayesian::operator=(tk_CategoryModelBayesian&&) noexcept = default;
+tk_CategoryModelBayesian::~tk_CategoryModelBayesian() = default;
+
+tk_CategoryModelBayesian& tk_CategoryModelBayesian::operator=(const tk_CategoryModelBayesian& other)
+{
+    return *this = tk_CategoryModelBayesian(other);
+}
 
 tk_CategoryModelBayesian::tk_CategoryModelBayesian(
     long categoryLabel, const std::vector<std::vector<long>>& dependencySets,

@@ -14,15 +14,13 @@ class TK_EXPORT tk_CategoryModelBayesian : public tk_CategoryModel
 {
 public:
     /// An empty model, for loading.
-    tk_CategoryModelBayesian() = default;
-    tk_CategoryModelBayesian(const tk_CategoryModelBayesian&) = default;
-    tk_CategoryModelBayesian(tk_CategoryModelBayesian&&) = default;
+    tk_CategoryModelBayesian();
+    tk_CategoryModelBayesian(const tk_CategoryModelBayesian& other);
+    tk_CategoryModelBayesian(tk_CategoryModelBayesian&& other) noexcept;
     /// Strong exception guarantee.
-    tk_CategoryModelBayesian& operator=(const tk_CategoryModelBayesian& other)
-    {
-        return *this = tk_CategoryModelBayesian(other);
-    }
-    tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&&) = default;
+    tk_CategoryModelBayesian& operator=(const tk_CategoryModelBayesian& other);
+    tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&& other) noexcept;
+    ~tk_CategoryModelBayesian() override;
 
     /// Untrained densities of the given types; *requires* one type for each set. A binomial density has the
     /// maximum of its set's first measurement, 1.0 if that is invalid or not there. For the sets in turn throws

@@ -10,6 +10,7 @@
 #include "foundation/tkPrefetch.h"
 #include "foundation/tkScratch.h"
 #include "numerics/kernels/tkNMElementaryKernel.h"
+#include "numerics/tkNMNormal.h"
 #include "numerics/tkNMReferenceDeviation.h"
 
 #include <algorithm>

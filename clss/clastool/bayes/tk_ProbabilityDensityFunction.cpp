@@ -6,6 +6,7 @@
 #include "foundation/tkException.h"
 #include "foundation/tkScratch.h"
 #include "numerics/tkNMElementary.h"
+#include "numerics/tkNMNormal.h"
 
 #include <algorithm>
 #include <cmath>
@@ -193,9 +194,25 @@ void tk_ProbabilityDensityFunction::serialize_(tkArchive& archive, unsigned char
     tkPersistent::dispatchSerialize(archive);
 }
 
+tk_PDFMultivariateNormal::tk_PDFMultivariateNormal() : normal_(new tkNMNormal) {}
+
+tk_PDFMultivariateNormal::tk_PDFMultivariateNormal(const tk_PDFMultivariateNormal& other)
+    : tk_ProbabilityDensityFunction(other),
+      normal_(new tkNMNormal(*other.normal_))
+{
+}
+
+tk_PDFMultivariateNormal& tk_PDFMultivariateNormal::operator=(const tk_PDFMultivariateNormal& other)
+{
+    *normal_ = *other.normal_;
+    return *this;
+}
+
+tk_PDFMultivariateNormal::~tk_PDFMultivariateNormal() = default;
+
 double tk_PDFMultivariateNormal::logValue(const tkFeaturePattern& pattern) const
 {
-    return logValueOf(normal_, Measurements(pattern));
+    return logValueOf(*normal_, Measurements(pattern));
 }
 
 bool tk_PDFMultivariateNormal::isEquivalent(const tk_ProbabilityDensityFunction& other) const
@@ -210,27 +227,57 @@ void tk_PDFMultivariateNormal::updateWithData(const std::vector<tkFeaturePattern
 
 void tk_PDFMultivariateNormal::clear()
 {
-    normal_.clear();
+    normal_->clear();
 }
 
 double tk_PDFMultivariateNormal::logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const
 {
-    return logValueOf(normal_, Measurements(pattern, set));
+    return logValueOf(*normal_, Measurements(pattern, set));
 }
 
 void tk_PDFMultivariateNormal::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
 {
-    learn(normal_, Measurements(pattern, set), 1.0);
+    learn(*normal_, Measurements(pattern, set), 1.0);
 }
 
 void tk_PDFMultivariateNormal::updateWithDataNormalize(const std::vector<tkFeaturePattern>& patterns, double factor)
 {
-    learnAll(normal_, patterns, factor);
+    learnAll(*normal_, patterns, factor);
+}
+
+tkNMMatrix tk_PDFMultivariateNormal::mean() const
+{
+    return normal_->mean();
+}
+
+tkNMMatrix tk_PDFMultivariateNormal::covariance() const
+{
+    return normal_->covariance();
+}
+
+bool tk_PDFMultivariateNormal::isValid() const
+{
+    return normal_->count() > 0;
+}
+
+void tk_PDFMultivariateNormal::referenceDeviations(const std::vector<double>& deviations)
+{
+    normal_->referenceDeviations(deviations);
+}
+
+void tk_PDFMultivariateNormal::changeNumber(const tkPtrHandle<tkNMChangeNumber>& number)
+{
+    normal_->changeNumber(number);
+}
+
+void tk_PDFMultivariateNormal::swapStatistics(tkNMStatistics& other) noexcept
+{
+    normal_->swapStatistics(other);
 }
 
 bool tk_PDFMultivariateNormal::operator==(const tk_PDFMultivariateNormal& other) const
 {
-    return typeid(*this) == typeid(other) && normal_ == other.normal_;
+    return typeid(*this) == typeid(other) && *normal_ == *other.normal_;
 }
 
 TK_DEFINE_FACTORY_RECORD(tk_PDFMultivariateNormal, 0)
@@ -238,19 +285,42 @@ TK_DEFINE_FACTORY_RECORD(tk_PDFMultivariateNormal, 0)
 void tk_PDFMultivariateNormal::serialize_(tkArchive& archive, unsigned char)
 {
     tk_ProbabilityDensityFunction::dispatchSerialize(archive);
-    tkNMMatrix mean = normal_.mean();
-    tkNMMatrix covariance = normal_.covariance();
-    long count = normal_.count();
+    tkNMMatrix mean = normal_->mean();
+    tkNMMatrix covariance = normal_->covariance();
+    long count = normal_->count();
     archive || mean || covariance || count;
-    if (archive.isLoading() && !normal_.restore(mean, covariance, count))
+    if (archive.isLoading() && !normal_->restore(mean, covariance, count))
         archive.fail(L"The statistics of a stored normal distribution do not fit together");
 }
 
-tk_PDFBinomial::tk_PDFBinomial(const tkFeaturePattern& maxValue) : numTrials_(0), probability_(0.0)
+tk_PDFBinomial::tk_PDFBinomial(const tkFeaturePattern& maxValue)
+    : numTrials_(0),
+      probability_(0.0),
+      accumulator_(new tkNMNormal)
 {
     TK_ASSERT(maxValue.isValid(0));
     maxValue_ = maxValue.featureMeasurement(0, true);
 }
+
+tk_PDFBinomial::tk_PDFBinomial(const tk_PDFBinomial& other)
+    : tk_ProbabilityDensityFunction(other),
+      numTrials_(other.numTrials_),
+      probability_(other.probability_),
+      maxValue_(other.maxValue_),
+      accumulator_(new tkNMNormal(*other.accumulator_))
+{
+}
+
+tk_PDFBinomial& tk_PDFBinomial::operator=(const tk_PDFBinomial& other)
+{
+    *accumulator_ = *other.accumulator_;
+    numTrials_ = other.numTrials_;
+    probability_ = other.probability_;
+    maxValue_ = other.maxValue_;
+    return *this;
+}
+
+tk_PDFBinomial::~tk_PDFBinomial() = default;
 
 double tk_PDFBinomial::logValue(const tkFeaturePattern& pattern) const
 {
@@ -270,13 +340,13 @@ void tk_PDFBinomial::updateWithData(const std::vector<tkFeaturePattern>& pattern
     for (const tkFeaturePattern& pattern : patterns)
         for (long i = 0; i < pattern.numMeasurements(); ++i)
             requireTrainable_(pattern, i);
-    learnAll(accumulator_, patterns, maxValue_);
+    learnAll(*accumulator_, patterns, maxValue_);
     estimate_();
 }
 
 void tk_PDFBinomial::clear()
 {
-    accumulator_.clear();
+    accumulator_->clear();
     numTrials_ = 0;
 }
 
@@ -291,7 +361,7 @@ void tk_PDFBinomial::updateWithSet(const tkFeaturePattern& pattern, const std::v
     requireIndices(pattern, set);
     requireOneMeasurement_(static_cast<long>(set.size()));
     requireTrainable_(pattern, set.front());
-    learn(accumulator_, Measurements(pattern, set), maxValue_);
+    learn(*accumulator_, Measurements(pattern, set), maxValue_);
     estimate_();
 }
 
@@ -317,10 +387,10 @@ void tk_PDFBinomial::requireTrainable_(const tkFeaturePattern& pattern, long ind
 
 void tk_PDFBinomial::estimate_()
 {
-    if (accumulator_.count() == 0)
+    if (accumulator_->count() == 0)
         return;
-    probability_ = accumulator_.mean(0);
-    const double variance = accumulator_.variance(0);
+    probability_ = accumulator_->mean(0);
+    const double variance = accumulator_->variance(0);
     if (std::fabs(variance) <= 1e-15)
         return;
     numTrials_ = static_cast<long>(saturated(probability_ * (1.0 - probability_) / variance + 0.5));
@@ -353,7 +423,7 @@ void tk_PDFBinomial::serialize_(tkArchive& archive, unsigned char)
     tk_ProbabilityDensityFunction::dispatchSerialize(archive);
     archive || numTrials_ || probability_ || maxValue_;
     if (archive.isLoading())
-        accumulator_.clear();
+        accumulator_->clear();
 }
 
 tkPersistent* tk_PDFBinomial::make()

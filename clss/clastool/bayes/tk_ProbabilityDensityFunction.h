@@ -3,11 +3,16 @@
 
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkPersistent.h"
+#include "foundation/tkPtrHandle.h"
 #include "foundation/tkRepBase.h"
 #include "numerics/tkNMMatrix.h"
-#include "numerics/tkNMNormal.h"
 
+#include <memory>
 #include <vector>
+
+class tkNMChangeNumber;
+class tkNMNormal;
+struct tkNMStatistics;
 
 /// The probability density of one dependency set, or one independent measurement, of one category.
 ///
@@ -51,6 +56,12 @@ protected:
 class TK_EXPORT tk_PDFMultivariateNormal : public tk_ProbabilityDensityFunction
 {
 public:
+    tk_PDFMultivariateNormal();
+    tk_PDFMultivariateNormal(const tk_PDFMultivariateNormal& other);
+    /// Strong exception guarantee.
+    tk_PDFMultivariateNormal& operator=(const tk_PDFMultivariateNormal& other);
+    ~tk_PDFMultivariateNormal() override;
+
     /// Throws tkClassifierDefs::InsufficientTrainData if no usable pattern was learned, then tkFailure if the
     /// pattern has another number of measurements than those. 0.0 if no measurement is valid.
     double logValue(const tkFeaturePattern& pattern) const override;
@@ -69,18 +80,18 @@ public:
     void updateWithDataNormalize(const std::vector<tkFeaturePattern>& patterns, double factor);
 
     /// The means, a column, and the covariance with divisor count - 1; as they are, never regularised.
-    tkNMMatrix mean() const { return normal_.mean(); }
-    tkNMMatrix covariance() const { return normal_.covariance(); }
+    tkNMMatrix mean() const;
+    tkNMMatrix covariance() const;
 
     /// Whether a usable pattern was learned.
-    bool isValid() const { return normal_.count() > 0; }
+    bool isValid() const;
 
-    const tkNMNormal& normal() const { return normal_; }
+    const tkNMNormal& normal() const { return *normal_; }
 
     /// See tkNMNormal.
-    void referenceDeviations(const std::vector<double>& deviations) { normal_.referenceDeviations(deviations); }
-    void changeNumber(const tkPtrHandle<tkNMChangeNumber>& number) { normal_.changeNumber(number); }
-    void swapStatistics(tkNMStatistics& other) noexcept { normal_.swapStatistics(other); }
+    void referenceDeviations(const std::vector<double>& deviations);
+    void changeNumber(const tkPtrHandle<tkNMChangeNumber>& number);
+    void swapStatistics(tkNMStatistics& other) noexcept;
 
     /// Same class, and equal count, mean and covariance.
     bool operator==(const tk_PDFMultivariateNormal& other) const;
@@ -89,7 +100,7 @@ public:
 private:
     TK_FACTORY_RECORD;
 
-    tkNMNormal normal_;
+    std::unique_ptr<tkNMNormal> normal_; // never null
 };
 
 /// A binomial distribution of one measurement, which counts successes in steps of M / n: M is the largest value
@@ -100,6 +111,10 @@ class TK_EXPORT tk_PDFBinomial : public tk_ProbabilityDensityFunction
 public:
     /// M is measurement 0 of `maxValue`; *requires* that it is valid.
     tk_PDFBinomial(const tkFeaturePattern& maxValue);
+    tk_PDFBinomial(const tk_PDFBinomial& other);
+    /// Strong exception guarantee.
+    tk_PDFBinomial& operator=(const tk_PDFBinomial& other);
+    ~tk_PDFBinomial() override;
 
     /// n; 0 while it has not been estimated.
     long numTrials() const { return numTrials_; }
@@ -134,7 +149,7 @@ private:
     long numTrials_;
     double probability_;
     double maxValue_;
-    tkNMNormal accumulator_; // of the values divided by maxValue_; not stored
+    std::unique_ptr<tkNMNormal> accumulator_; // never null; of the values divided by maxValue_; not stored
 };
 
 #endif

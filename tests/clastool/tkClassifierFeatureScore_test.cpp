@@ -77,24 +77,6 @@ public:
 };
 } // namespace
 
-TEST(tkClassifierFeatureScoreIgnore, scoresEveryValueMinusOne)
-{
-    const tkClassifierFeatureScoreIgnore f;
-    for (const double v : {0.0, -1.0, 1e308, inf, -inf, quietNaN})
-        EXPECT_EQ(-1.0, f.score(v));
-}
-
-TEST(tkClassifierFeatureScoreIgnore, equalsOnlyItsOwnClass)
-{
-    const tkClassifierFeatureScoreIgnore a, b;
-    EXPECT_TRUE(a == b);
-    EXPECT_FALSE(a != b);
-    EXPECT_FALSE(a == tkClassifierFeatureScoreOneSided());
-    EXPECT_FALSE(tkClassifierFeatureScoreOneSided() == a);
-    EXPECT_FALSE(a == OtherFunction());
-    EXPECT_FALSE(OtherFunction() == a);
-}
-
 TEST(tkClassifierFeatureScoreOneSided, defaultIsARampFromZeroToOne)
 {
     const tkClassifierFeatureScoreOneSided f;

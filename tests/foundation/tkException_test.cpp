@@ -142,23 +142,6 @@ TEST(tkException, loadsEarlierRecords)
     EXPECT_EQ(goldenBytes("tkArchive.UnknownVersion.v0.bin"), storePointerToBytes(*unknown));
 }
 
-TEST(tkException, unknownVersionWithoutPlaceHasAnEmptyOne)
-{
-    const tkArchive::UnknownVersion unnamed;
-    EXPECT_EQ("", unnamed.where());
-    EXPECT_EQ(0, unnamed.number());
-    EXPECT_EQ(L"A record has an unknown version", unnamed.message());
-}
-
-TEST(tkException, loadingReplacesEveryField)
-{
-    tkArchive::UnknownVersion object("somewhere", 5);
-    loadFromBytes(storeToBytes(tkArchive::UnknownVersion()), object);
-    EXPECT_EQ("", object.where());
-    EXPECT_EQ(0, object.number());
-    EXPECT_EQ(L"A record has an unknown version", object.message());
-}
-
 TEST(tkException, refusesAnotherVersionAtEachLevel)
 {
     const auto levels = [](auto object, std::vector<std::wstring> names)

@@ -138,3 +138,82 @@ TEST(tkNMStatistics, equalityComparesEveryField)
     EXPECT_FALSE(statistics == before);
     EXPECT_FALSE(tkNMStatistics(2) == tkNMStatistics(1));
 }
+
+TEST(tkNMStatistics, theFirstPatternIsTheMeanAndHasNoCrossProducts)
+{
+    const Pattern x{1.5, -1e300 * 0.0, 1e-300, 0x1p490, -7.0};
+    for (const tkNMInstructions set : instructionSets())
+    {
+        tkNMStatistics statistics(x.size());
+        EXPECT_EQ(statistics.count, 0);
+        statistics.add(x.data(), set);
+        EXPECT_EQ(statistics.count, 1);
+        EXPECT_EQ(statistics.mean, x) << set;
+        EXPECT_EQ(statistics.compensation, Pattern(x.size())) << set;
+        EXPECT_EQ(statistics.crossProducts, tkNMTriangle(x.size())) << set;
+    }
+}
+
+TEST(tkNMStatistics, equalPatternsLeaveNoDeviation)
+{
+    const Pattern x{0.1, 1e8 + 0.3, -1e-200};
+    tkNMStatistics statistics(x.size());
+    for (int i = 0; i < 1000; ++i)
+        statistics.add(x.data());
+    EXPECT_EQ(statistics.mean, x);
+    EXPECT_EQ(statistics.compensation, Pattern(x.size()));
+    EXPECT_EQ(statistics.crossProducts, tkNMTriangle(x.size()));
+}
+
+/// Whole numbers, whose sums are exact: the mean of 1, ..., n is (n + 1) / 2, the sum of squares (n^3 - n) / 12.
+TEST(tkNMStatistics, agreeWithSumsThatAreKnown)
+{
+    tkNMStatistics statistics(2);
+    for (int n = 1; n <= 2000; ++n)
+    {
+        const double x[] = {static_cast<double>(n), static_cast<double>(-2 * n)};
+        statistics.add(x);
+        const double count = n;
+        const double squares = (count * count * count - count) / 12.0;
+        ASSERT_NEAR(statistics.mean[0] + statistics.compensation[0], (count + 1.0) / 2.0, 1e-13 * count);
+        ASSERT_NEAR(statistics.mean[1] + statistics.compensation[1], -(count + 1.0), 1e-13 * count);
+        ASSERT_NEAR(statistics.crossProducts(0, 0), squares, 1e-12 * squares);
+        ASSERT_NEAR(statistics.crossProducts(1, 0), -2.0 * squares, 1e-12 * squares);
+        ASSERT_NEAR(statistics.crossProducts(1, 1), 4.0 * squares, 1e-12 * squares);
+    }
+}
+
+/// An offset that no digit of the values survives in a sum of squares.
+TEST(tkNMStatistics, offsetsOfTheMeasurementsCostNoDigits)
+{
+    std::mt19937_64 generator(5);
+    std::normal_distribution<double> deviate;
+    tkNMStatistics near(1);
+    tkNMStatistics far(1);
+    const double offset = 0x1p30;
+    for (int i = 0; i < 10000; ++i)
+    {
+        const double x = std::round(deviate(generator) * 0x1p20) / 0x1p20; // exact with the offset
+        const double shifted = x + offset;
+        near.add(&x);
+        far.add(&shifted);
+    }
+    EXPECT_NEAR((far.mean[0] - offset) + far.compensation[0], near.mean[0] + near.compensation[0], 1e-15);
+    EXPECT_NEAR(far.crossProducts(0, 0), near.crossProducts(0, 0), 1e-12 * near.crossProducts(0, 0));
+}
+
+TEST(tkNMStatistics, largestMeasurementsDoNotOverflow)
+{
+    const double largest = tkNMStatistics::largestMagnitude;
+    tkNMStatistics statistics(2);
+    for (int i = 0; i < 1000; ++i)
+    {
+        const double sign = i % 2 == 0 ? 1.0 : -1.0;
+        const double x[] = {sign * largest, largest};
+        statistics.add(x);
+    }
+    for (const double sum : {statistics.crossProducts(0, 0), statistics.crossProducts(1, 0)})
+        EXPECT_TRUE(std::isfinite(sum));
+    EXPECT_NEAR(statistics.crossProducts(0, 0) / largest / largest, 1000.0, 1e-9);
+    EXPECT_EQ(statistics.crossProducts(1, 1), 0.0);
+}

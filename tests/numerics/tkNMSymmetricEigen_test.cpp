@@ -136,3 +136,93 @@ TEST(tkNMSymmetricEigen, givesUpOnWhatIsNotFinite)
             EXPECT_FALSE(tkNMSymmetricEigen(d, matrix.data(), values.data())) << strange << ' ' << position;
         }
 }
+
+/// The identity has one eigenvalue d times, all ones have d once and 0 otherwise.
+TEST(tkNMSymmetricEigen, findsRepeatedEigenvalues)
+{
+    for (const std::size_t d : {2u, 3u, 8u, 33u})
+    {
+        Values identity(d * d);
+        for (std::size_t i = 0; i < d; ++i)
+            identity[i * d + i] = 1.0;
+        EXPECT_EQ(eigenvaluesOf(d, identity, 1e-15), Values(d, 1.0));
+        const double tolerance = 2e-15 * static_cast<double>(d);
+        const Values values = eigenvaluesOf(d, Values(d * d, 1.0), tolerance);
+        for (std::size_t i = 0; i + 1 < d; ++i)
+            EXPECT_NEAR(values[i], 0.0, tolerance);
+        EXPECT_NEAR(values.back(), static_cast<double>(d), tolerance);
+    }
+}
+
+/// [a b; b c] has (a + c) / 2 +- sqrt(((a - c) / 2)^2 + b^2).
+TEST(tkNMSymmetricEigen, findsBothEigenvaluesOfTwoByTwo)
+{
+    std::mt19937_64 generator(3);
+    std::normal_distribution<double> deviate;
+    for (int i = 0; i < 1000; ++i)
+    {
+        const double a = deviate(generator), b = deviate(generator), c = deviate(generator);
+        const Values values = eigenvaluesOf(2, {a, b, b, c}, 1e-14);
+        const double root = std::hypot((a - c) / 2.0, b);
+        EXPECT_NEAR(values[0], (a + c) / 2.0 - root, 1e-14);
+        EXPECT_NEAR(values[1], (a + c) / 2.0 + root, 1e-14);
+    }
+}
+
+TEST(tkNMSymmetricEigen, eigenvaluesHaveTheTraceAndTheSumOfSquaresOfTheMatrix)
+{
+    std::mt19937_64 generator(4);
+    for (std::size_t d = 1; d <= 64; d += 7)
+    {
+        const Values matrix = randomCorrelation(d, d, generator);
+        double squares = 0.0;
+        for (const double v : matrix)
+            squares += v * v;
+        double sum = 0.0;
+        double squaresOfValues = 0.0;
+        for (const double v : eigenvaluesOf(d, matrix, 2e-15 * static_cast<double>(d + 2)))
+        {
+            sum += v;
+            squaresOfValues += v * v;
+        }
+        EXPECT_NEAR(sum, static_cast<double>(d), 1e-13 * static_cast<double>(d));
+        EXPECT_NEAR(squaresOfValues, squares, 1e-13 * squares);
+    }
+}
+
+/// A matrix in another order of the measurements has the same eigenvalues, but for rounding.
+TEST(tkNMSymmetricEigen, theOrderOfRowsMakesNoDifference)
+{
+    std::mt19937_64 generator(5);
+    const std::size_t d = 12;
+    const Values matrix = randomCorrelation(d, 2 * d, generator);
+    Values turned(d * d);
+    for (std::size_t i = 0; i < d; ++i)
+        for (std::size_t j = 0; j < d; ++j)
+            turned[i * d + j] = matrix[(d - 1 - i) * d + (d - 1 - j)];
+    const Values values = eigenvaluesOf(d, matrix, 1e-13);
+    const Values valuesOfTurned = eigenvaluesOf(d, turned, 1e-13);
+    for (std::size_t i = 0; i < d; ++i)
+        EXPECT_NEAR(values[i], valuesOfTurned[i], 1e-14);
+}
+
+/// Multiplying by a power of two changes no digit, as long as nothing underflows.
+TEST(tkNMSymmetricEigen, scalesWithTheMatrix)
+{
+    std::mt19937_64 generator(6);
+    const std::size_t d = 9;
+    const Values matrix = randomCorrelation(d, 2 * d, generator);
+    for (const double scale : {0x1p-20, 0x1p20})
+    {
+        Values scaled(matrix);
+        for (double& v : scaled)
+            v *= scale;
+        Values vectors(matrix);
+        Values values(d);
+        Values valuesOfScaled(d);
+        ASSERT_TRUE(tkNMSymmetricEigen(d, vectors.data(), values.data()));
+        ASSERT_TRUE(tkNMSymmetricEigen(d, scaled.data(), valuesOfScaled.data()));
+        for (std::size_t i = 0; i < d; ++i)
+            EXPECT_NEAR(valuesOfScaled[i], values[i] * scale, 1e-14 * scale);
+    }
+}

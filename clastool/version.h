@@ -3,7 +3,8 @@
 
 #include "foundation/tkExport.h"
 
-/// Version of the headers that a program is compiled with. It is written down here and nowhere else.
+/// Version of the headers that a program is compiled with. It is written down here and nowhere else. Before 1.0 every
+/// minor version may change the interface.
 #define CLASTOOL_VERSION_MAJOR 0
 #define CLASTOOL_VERSION_MINOR 1
 #define CLASTOOL_VERSION_PATCH 0

@@ -6,20 +6,24 @@
 
 #include <string>
 
-/// Anything wrong with an archive: what and, for input, at which byte.
+/// Anything wrong with an archive: bytes that are no archive, a stream or file that fails, a value that cannot be
+/// stored. The message says what and, where a byte can be named, whether it was reading or writing and at which byte.
 class TK_EXPORT tkArchive::Errors : public tkExceptionWithString
 {
 public:
     Errors(const std::wstring& message = L"");
 
+    /// The class's number, the same in every release.
     long errorNumber() const override;
+    /// Deletes this object and throws a copy. *Requires* an object from `new`.
     void suicideAndRethrow() override;
 
 private:
     TK_FACTORY_RECORD;
 };
 
-/// A record of a version that this library does not know: written by a later one, or damaged.
+/// A record of a version that this library does not know: written by a later one, or damaged. The message names the
+/// place and the number.
 class TK_EXPORT tkArchive::UnknownVersion : public tkArchive::Errors
 {
 public:
@@ -35,6 +39,7 @@ public:
     const std::string& where() const;
     long number() const;
 
+    /// As in Errors.
     long errorNumber() const override;
     void suicideAndRethrow() override;
 

@@ -9,7 +9,7 @@
 #include <typeinfo>
 #include <utility>
 
-/// Saves an object to a file and loads it again: any object that an archive exchanges.
+/// Saves an object to a file and loads it again: any object for which `archive || object` is declared.
 ///
 /// The file holds a mark, a format version, the length of the archive, the name of the object's class, the archive and
 /// a checksum. The name is left out where it depends on the compiler: that of a template's instance. Whatever goes
@@ -34,7 +34,8 @@ public:
 
     /// Checks the whole file before any of it is made an object, loads a new object that must take all of the archive,
     /// and swaps it with `object`, which keeps its value if anything throws. A file that holds an object of another
-    /// class is refused and its class named; files without a name are loaded as what is asked for.
+    /// class is refused and its class named; files without a name are loaded as what is asked for. *Requires*, when
+    /// compiled, an object that has a default constructor and a swap that cannot throw. `nestingLimit`: see tkArchive.
     template <class Object>
     static void load(const std::filesystem::path& path, Object& object,
                      long nestingLimit = tkArchive::defaultNestingLimit)

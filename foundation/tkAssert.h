@@ -10,6 +10,7 @@
 class TK_EXPORT tkAssertionFailure : public std::logic_error
 {
 public:
+    /// what() names the expression and where it stands.
     tkAssertionFailure(const char* expression, const char* file, int line);
     tkAssertionFailure(const tkAssertionFailure&);
     ~tkAssertionFailure() override;

@@ -3,14 +3,18 @@
 
 #include "foundation/tkExport.h"
 
-/// Receiver of diagnostic recordings, implemented by the host. Operations that can record take a pointer
-/// to one (null: record nothing) and a word of flags that says what to record.
+/// Receiver of diagnostic recordings, implemented by the host.
+///
+/// Operations that can record take a pointer to one (null: record nothing) and a word of flags that says what to
+/// record. The bits of the flags belong to the host and to the techniques that record; this library's own methods
+/// record nothing. A receiver belongs to the caller and must outlive the call.
 class TK_EXPORT tkDiagObject
 {
 public:
     virtual ~tkDiagObject();
 
-    /// The object to record into, null if nothing is to be recorded; it may adjust the flags.
+    /// The object to record into: null for a null `diag`, else what its recordingDestination_() gives, which may be
+    /// null (record nothing) and may adjust the flags.
     static tkDiagObject* getRecordingDestination(tkDiagObject* diag, unsigned long& flags);
 
 protected:

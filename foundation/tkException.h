@@ -7,18 +7,20 @@
 #include <iosfwd>
 #include <string>
 
-/// Root of the exceptions: carries a wide message and a number, can be stored in an archive, and is a
-/// std::exception for hosts that know no other.
+/// Root of the exceptions: carries a wide message and a number, can be stored in an archive, and is a std::exception
+/// for hosts that know no other. What fails by a bug of the calling code is no tkException (tkAssertionFailure); nor is
+/// std::bad_alloc, which passes through all operations.
 class TK_EXPORT tkException : public tkPersistent, public std::exception
 {
 public:
     /// Number that identifies the class of the error, the same in every release.
     virtual long errorNumber() const = 0;
 
-    /// For a holder of an exception on the heap: deletes the object and throws a copy of its own class.
+    /// For a holder of an exception on the heap: deletes the object and throws a copy of its own class. *Requires* an
+    /// object from `new`.
     virtual void suicideAndRethrow() = 0;
 
-    /// The message, as message_() writes it.
+    /// The message, as message_() writes it: English text, for people.
     std::wstring message() const;
 
 protected:
@@ -38,7 +40,7 @@ public:
     tkExceptionWithString& operator=(const tkExceptionWithString& other);
     tkExceptionWithString& operator=(tkExceptionWithString&&) = default;
 
-    /// The message in UTF-8.
+    /// The message in UTF-8. Lasts until the object is changed or destroyed.
     const char* what() const noexcept override;
 
 protected:
@@ -58,6 +60,7 @@ class TK_EXPORT tkFailure : public tkExceptionWithString
 public:
     tkFailure(const std::wstring& message = L"");
 
+    /// As in tkException.
     long errorNumber() const override;
     void suicideAndRethrow() override;
 
@@ -69,8 +72,10 @@ private:
 class TK_EXPORT tkBadPointer : public tkExceptionWithString
 {
 public:
+    /// With a fixed message.
     tkBadPointer();
 
+    /// As in tkException.
     long errorNumber() const override;
     void suicideAndRethrow() override;
 

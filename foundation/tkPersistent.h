@@ -24,7 +24,7 @@ public:
     tkPersistent& operator=(const tkPersistent&) noexcept = default;
     virtual ~tkPersistent();
 
-    /// Exchanges a pointer. Storing: writes the object behind `stored` (its type and record; once per
+    /// Exchanges a pointer. Storing: writes the object that `stored` points to (its type and record; once per
     /// archive, a mere number when met again), or null. Loading: `loaded` becomes the object, which
     /// the archive created or has loaded before, or null. A reference-counted object belongs to the
     /// handles that hold it and to the archive; any other loaded one belongs to the first caller who
@@ -49,6 +49,8 @@ public:
     class TK_EXPORT Registration
     {
     public:
+        /// `make` gives a new default-constructed object of the class. Of several registrations under one name the
+        /// latest counts as long as it lives.
         Registration(const std::type_info& type, tkPersistent* (*make)());
         ~Registration();
         Registration(const Registration&) = delete;
@@ -122,8 +124,8 @@ private:                                                                        
     static tkPersistent* make();                                                                                       \
     static const tkPersistent::Registration registration_
 
-/// Defines what TK_RECORD declares. Behind the class stand the newest version of its record, and the name by which
-/// tkArchive::UnknownVersion calls it, if it does.
+/// Defines what TK_RECORD declares. The further arguments are the newest version of the record and, if
+/// tkArchive::UnknownVersion names the class, its name.
 #define TK_DEFINE_RECORD(Class, ...)                                                                                   \
     void Class::dispatchSerialize(tkArchive& archive)                                                                  \
     {                                                                                                                  \

@@ -22,6 +22,7 @@ public:
     /// The range that accepts every value, NaN included.
     static tkRange FullRange() noexcept { return tkRange(); }
 
+    /// The ends, both within the range; low() > high() if they are crossed.
     double low() const noexcept { return low_; }
     double high() const noexcept { return high_; }
 

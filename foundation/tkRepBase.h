@@ -14,6 +14,7 @@ class TK_EXPORT tkRepBase
 {
 public:
     tkRepBase() noexcept = default;
+    /// Copies start without holders; assignment keeps those of this object.
     tkRepBase(const tkRepBase&) noexcept {}
     tkRepBase& operator=(const tkRepBase&) noexcept { return *this; }
     virtual ~tkRepBase() = 0;
@@ -21,7 +22,7 @@ public:
     /// Number of handles that hold the object; exact only while no other thread changes it.
     long referenceCount() const noexcept { return count_.load(std::memory_order_acquire); }
 
-    /// Counts one more holder.
+    /// Counts one more holder, who removes the reference some day. Handles do both; hosts seldom call these.
     void addReference() const noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
 
     /// The same for a plain pointer, which may be the first to be held. *Requires* an object from `new`.
@@ -32,7 +33,8 @@ public:
         addReference();
     }
 
-    /// Counts one holder less; deletes the object if it was the last. *Requires* an earlier addReference.
+    /// Counts one holder less; deletes the object if it was the last. *Requires* an earlier addReference(), and an
+    /// object from `new`.
     void removeReference() const noexcept
     {
         if (dropReference())

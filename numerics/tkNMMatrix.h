@@ -16,6 +16,7 @@ public:
     /// A matrix of zeros. *Requires* rows >= 0 and cols >= 0.
     explicit tkNMMatrix(long rows = 0, long cols = 0);
 
+    /// Numbers of rows and columns, each >= 0.
     long rows() const { return rows_; }
     long cols() const { return cols_; }
 
@@ -27,7 +28,7 @@ public:
     double compensation(long i, long j) const;
     void compensation(long i, long j, double value);
 
-    /// Equality of the sizes, elements and compensations.
+    /// Equality of the sizes, elements and compensations; a NaN equals nothing.
     bool operator==(const tkNMMatrix& other) const;
     bool operator!=(const tkNMMatrix& other) const { return !(*this == other); }
 

@@ -8,7 +8,7 @@
 /// A lower triangular matrix.
 ///
 /// Eight rows form a block, which is stored column by column up to the block's last row: element (i, j) stands beside
-/// the same column of the seven other rows, so that eight rows can be computed side by side. The places above the
+/// the same column of the seven other rows, so that eight rows can be computed side by side. The elements above the
 /// diagonal and below the last row hold zeros. A matrix of one row has one column: nothing is computed side by side
 /// there, and a density of one measurement shall not take 1 KiB.
 class tkNMTriangle

@@ -1,7 +1,12 @@
 #ifndef CLSS_CLASTOOL_CLASTOOL_H
 #define CLSS_CLASTOOL_CLASTOOL_H
 
-/// Everything, the implementation classes (tk_) included.
+/// All published headers: what a host needs (tk) and what a technique of its own builds on (tk_).
+///
+/// A program that trains and runs classifiers needs tkClassifierTool, the parameters of its method
+/// (tkClassifierTrainParamsBayesian, tkClassifierTrainParamsKNN or a tkDecisionTree), tkFeaturePattern,
+/// tkClassifierDataProviderMemory, tkClassifierResult and, to save and load, tkArchiveFile. Rule tables
+/// (tkClassifierRuleTable) stand beside them. tkClassifierDefs has the errors.
 
 #include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"

@@ -15,6 +15,8 @@
 class TK_EXPORT tkClassifierTrainParamsBayesian : public tkClassifierTrainParams
 {
 public:
+    /// By default normal distributions of independent measurements, equal frequencies, unit costs. Nothing is checked
+    /// here that the arguments have not checked themselves.
     tkClassifierTrainParamsBayesian(const tkClassifierDistributionTypes& distributionTypes =
                                         tkClassifierDistributionTypes(tkClassifierDistributionTypes::eNormal),
                                     const tkClassifierFrequencies& categoryFrequencies = tkClassifierFrequencies(),
@@ -33,11 +35,11 @@ public:
     const tkClassifierDistributionTypes& distributionTypes() const { return distributionTypes_; }
     void distributionTypes(const tkClassifierDistributionTypes& types) { distributionTypes_ = types; }
 
-    /// A-priori frequencies of the categories.
+    /// A-priori frequencies of the categories, relative weights. Where there is none for a label, the default counts.
     const tkClassifierFrequencies& categoryFrequencies() const { return categoryFrequencies_; }
     void categoryFrequencies(const tkClassifierFrequencies& frequencies) { categoryFrequencies_ = frequencies; }
 
-    /// Costs of deciding for one category when another is true.
+    /// Costs of deciding for one category when another is true, in a unit of the host's.
     const tkClassifierCosts& misclassificationCosts() const { return misclassificationCosts_; }
     void misclassificationCosts(const tkClassifierCosts& costs) { misclassificationCosts_ = costs; }
 
@@ -46,6 +48,7 @@ public:
     const tkFeaturePattern& maxMeasurementValues() const { return maxMeasurementValues_; }
     void maxMeasurementValues(const tkFeaturePattern& values) { maxMeasurementValues_ = values; }
 
+    /// A copy that shares nothing with this object.
     tkPtrHandle<tkClassifierTrainParams> clone() const override;
 
     /// Same class, and equal distribution types, costs, frequencies and maximum values.
@@ -54,7 +57,9 @@ public:
 
 protected:
     bool isEqual_(const tkClassifierTrainParams& other) const override;
+    /// Bayesian parameters, derived ones included.
     bool isSameTechnique_(const tkClassifierTrainParams& other) const override;
+    /// A tk_ClassifierBayesian.
     tk_Classifier* newClassifier_() const override;
 
 private:

@@ -19,6 +19,7 @@ class tk_BayesAccelerator;
 class TK_EXPORT tk_ClassifierBayesian : public tk_Classifier
 {
 public:
+    /// A copy that shares the models.
     tkPtrHandle<tk_Classifier> clone() const override;
 
     /// The models, in the order in which the categories first occurred.
@@ -39,12 +40,14 @@ protected:
     void trainStart_(const tkClassifierTrainParams& params) override;
     /// This method cannot learn incrementally: an assertion that fails.
     void trainIncremental_(const tkFeaturePattern& pattern, long label) override;
+    /// Lets labels and models go.
     void untrain_() override;
     bool isTrained_() const override;
     /// Throws tkClassifierDefs::InsufficientTrainData without a category, then what run_() throws for a pattern
     /// of zeros.
     void checkRunnable_() const override;
-    /// Throws what the models and the result throw.
+    /// Log likelihoods s_i of all categories, match scores exp(s_i - s_max), then the result with factor -s_max. Throws
+    /// what the models and the result throw.
     void run_(const tkFeaturePattern& pattern, tkClassifierResult& result) const override;
 
     /// Ends training and loading: setReferenceDeviations_(), then a new accelerator. A derived class that changes

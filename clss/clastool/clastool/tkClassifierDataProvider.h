@@ -15,11 +15,13 @@ class tk_NeighborIndex;
 class TK_EXPORT tkClassifierDataProvider : public tkPersistent, public tkRepBase
 {
 public:
+    /// Free texts for people; no classification looks at them.
     virtual std::wstring name() = 0;
     virtual std::wstring description() = 0;
 
     /// Number of measurements of every pattern.
     virtual long numMeasurements() const = 0;
+    /// Number of patterns; they are numbered from 0 on.
     virtual long numPatterns() const = 0;
 
     /// Pattern and label at `index`, 0 <= index < numPatterns(); throw tkClassifierDefs::BadIndex for others.
@@ -71,9 +73,11 @@ public:
     /// The same with a new pattern of these measurements, all valid.
     void addData(const std::vector<double>& measurements, long label);
 
-    /// Number of measurements of pattern 0, 0 without patterns.
+    /// Number of measurements of pattern 0, 0 without patterns. Throws tkBadPointer if pattern 0 is null, as a loaded
+    /// one may be.
     long numMeasurements() const override;
     long numPatterns() const override;
+    /// Throw as the base says; constant time.
     tkPtrHandle_const<tkFeaturePattern> featurePattern(long index) override;
     long categoryLabel(long index) const override;
 

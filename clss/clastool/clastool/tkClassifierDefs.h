@@ -5,8 +5,11 @@
 
 #include <string>
 
-/// Scope of the classifier's error classes. Every failure that the library reports is one of the eight
-/// classes below; a handler for Errors catches them all, one for tkException the foundation's as well.
+/// Scope of the classifiers' error classes.
+///
+/// Every failure of the classifiers is one of the eight classes below; a handler for Errors catches them all, one for
+/// tkException the foundation's as well (tkArchive::Errors, tkBadPointer, tkFailure). The messages are fixed English
+/// texts.
 class TK_EXPORT tkClassifierDefs
 {
 public:
@@ -14,7 +17,9 @@ public:
     class TK_EXPORT Errors : public tkExceptionWithString
     {
     public:
+        /// The number of the concrete class, the same in every release.
         long errorNumber() const override = 0;
+        /// Deletes this object and throws a copy of its concrete class. *Requires* an object from `new`.
         void suicideAndRethrow() override = 0;
 
     protected:

@@ -52,7 +52,7 @@ public:
     long numFrequencyOverrides() const { return static_cast<long>(labels_.size()); }
     Override frequencyOverride(long index) const;
 
-    /// Exact comparison; the same overrides in another order are not equal.
+    /// Exact comparison of the default and of the overrides; the same overrides in another order are not equal.
     bool operator==(const tkClassifierFrequencies& other) const;
     bool operator!=(const tkClassifierFrequencies& other) const { return !(*this == other); }
 

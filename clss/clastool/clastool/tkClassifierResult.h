@@ -27,6 +27,7 @@ public:
         require_(categoryLabel, matchScore, classScore, expectedCost);
     }
 
+    /// The category, >= 0 unless loaded.
     long categoryLabel() const { return categoryLabel_; }
     /// The classifier's raw score in [0, 1]; what it means depends on the method.
     double matchScore() const { return matchScore_; }
@@ -113,6 +114,8 @@ private:
     double matchScoreFactorLog_ = 0.0;
 };
 
+/// The records: version byte, then label, match score, class score and expected cost of a category; version byte, then
+/// the categories in their order and the factor of a result. Loading checks no values and sorts nothing.
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierCategoryResult& result);
 TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierResult& result);
 

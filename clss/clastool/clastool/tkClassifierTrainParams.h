@@ -14,6 +14,7 @@ class tk_Classifier;
 class TK_EXPORT tkClassifierTrainParams : public virtual tkPersistent, public virtual tkRepBase
 {
 public:
+    /// throwIfNotReady() is true.
     tkClassifierTrainParams() = default;
 
     /// Whether tkClassifierTool undoes a training, and throws, when the trained classifier cannot run. True at
@@ -34,7 +35,8 @@ protected:
     /// exact classes, then its fields in the order of their declaration.
     virtual bool isEqual_(const tkClassifierTrainParams& other) const;
 
-    /// Whether a classifier trained with the other parameters can be retrained with these.
+    /// Whether a classifier trained with the other parameters can be retrained with these: asked before a retraining,
+    /// which throws tkClassifierDefs::BadMethod if not.
     virtual bool isSameTechnique_(const tkClassifierTrainParams& other) const = 0;
 
     /// A new, untrained classifier of the technique, owned by the caller; never null. May throw anything.

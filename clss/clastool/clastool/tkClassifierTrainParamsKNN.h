@@ -40,6 +40,7 @@ public:
     const tkClassifierCosts& misclassificationCosts() const { return misclassificationCosts_; }
     void misclassificationCosts(const tkClassifierCosts& costs) { misclassificationCosts_ = costs; }
 
+    /// A copy that shares the metric.
     tkPtrHandle<tkClassifierTrainParams> clone() const override;
 
     /// Equal k, equivalent metrics, equal costs.
@@ -48,6 +49,7 @@ public:
 
 protected:
     bool isEqual_(const tkClassifierTrainParams& other) const override;
+    /// Parameters of nearest neighbours, derived ones included.
     bool isSameTechnique_(const tkClassifierTrainParams& other) const override;
     tk_Classifier* newClassifier_() const override;
 

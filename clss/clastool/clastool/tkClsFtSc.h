@@ -15,10 +15,10 @@ public:
     /// and leaves a feature out whose score is NaN. Scores outside of [0, 1] are multiplied like others.
     virtual double score(double value) const = 0;
 
-    /// A new copy of the same class.
+    /// A new copy of the same class, which later changes of this one do not reach.
     virtual tkPtrHandle<tkClsFtSc> clone() const = 0;
 
-    /// Same class and same parameters.
+    /// Same class and same parameters. Rules compare their functions by it.
     virtual bool operator==(const tkClsFtSc& other) const = 0;
     bool operator!=(const tkClsFtSc& other) const { return !(*this == other); }
 };

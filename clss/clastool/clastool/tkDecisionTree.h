@@ -54,11 +54,12 @@ public:
     tkDecisionTreeNode(const tkDecisionTreeNode&) = default;
     ~tkDecisionTreeNode() override;
 
-    /// The other node may be one below this.
+    /// Shares what the other node has; it may be one below this. Cannot fail.
     tkDecisionTreeNode& operator=(const tkDecisionTreeNode& other) noexcept;
 
     /// The subtree that follows when the predicate is true: shared when read, cloned when set.
     const tkPtrHandle_const<tkDecisionTree>& trueTree() const { return trueTree_; }
+    /// Throws what the clone throws, and then changes nothing; so do the other setters.
     void trueTree(const tkDecisionTree& tree);
 
     /// The subtree that follows when the predicate is false.
@@ -69,6 +70,8 @@ public:
     const tkPtrHandle_const<tkPredicateFunction>& predicateFunction() const { return predicateFunction_; }
     void predicateFunction(const tkPredicateFunction& predicate);
 
+    /// Throw tkBadPointer where a loaded tree lacks a part. Time for each object below this node, but a clone, which
+    /// shares subtrees and predicate, takes constant time.
     std::vector<long> categoryLabels() const override;
     tkPtrHandle<tkDecisionTree> clone() const override;
     bool isEqual(const tkDecisionTree& other) const override;
@@ -99,6 +102,7 @@ public:
     /// The labels of the result's categories in their order.
     std::vector<long> categoryLabels() const override;
     tkPtrHandle<tkDecisionTree> clone() const override;
+    /// Same class and equal results.
     bool isEqual(const tkDecisionTree& other) const override;
 
 private:

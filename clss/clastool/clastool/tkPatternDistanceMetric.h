@@ -6,20 +6,24 @@
 
 class tkFeaturePattern;
 
-/// How far apart two feature patterns are. Nearest-neighbour classification calls a metric of the host's
-/// once for every stored pattern, in storage order, with the query first.
+/// How far apart two feature patterns are. A host may derive its own.
+///
+/// Nearest-neighbour classification calls a metric of the host's once for every stored pattern, in storage order, with
+/// the query first; only the norm distance itself has an index. It needs no triangle inequality.
 class TK_EXPORT tkPatternDistanceMetric : public virtual tkPersistent, public virtual tkRepBase
 {
 public:
     tkPatternDistanceMetric() = default;
 
-    /// Distance of the two patterns; must be safe to call from several threads at once.
+    /// Distance of the two patterns, smaller for nearer ones. A NaN passes for nearer than any: nothing is further than
+    /// it. Must be safe to call from several threads at once. What it throws passes through run().
     virtual double distance(const tkFeaturePattern& p1, const tkFeaturePattern& p2) const = 0;
 
-    /// A new deep copy.
+    /// A new deep copy: parameters keep clones, which later changes of this object do not reach.
     virtual tkPtrHandle<tkPatternDistanceMetric> clone() const = 0;
 
-    /// Whether the other metric gives the same distances; an override asks the base first.
+    /// Whether the other metric gives the same distances; an override asks the base first, then compares the exact
+    /// classes, then its fields.
     virtual bool isEquivalent(const tkPatternDistanceMetric& other) const;
 
 protected:
@@ -44,10 +48,12 @@ public:
     void order(double order);
 
     /// In the unit of the measurements. Throws tkClassifierDefs::BadFeatures if the patterns differ in length,
-    /// then if one of p1, then if one of p2 is invalid.
+    /// then if a measurement of p1, then if one of p2 is invalid. Costs a power for each measurement and one for the
+    /// root; of orders 1 and 2 at most a square root.
     double distance(const tkFeaturePattern& p1, const tkFeaturePattern& p2) const override;
 
     tkPtrHandle<tkPatternDistanceMetric> clone() const override;
+    /// Same class, and orders of which neither is less.
     bool isEquivalent(const tkPatternDistanceMetric& other) const override;
     bool operator==(const tkPatternDistanceMetricNorm& other) const { return isEquivalent(other); }
     bool operator!=(const tkPatternDistanceMetricNorm& other) const { return !(*this == other); }

@@ -17,13 +17,15 @@ class TK_EXPORT tkPredicateFunction : public tkPersistent, public tkRepBase
 public:
     tkPredicateFunction() = default;
 
-    /// The answer for `pattern`; must be safe to call from several threads at once.
+    /// The answer for `pattern`: true leads to the node's true subtree. Must be safe to call from several threads at
+    /// once. What it throws passes through run().
     virtual bool outcome(const tkFeaturePattern& pattern) const = 0;
 
     /// A new copy of the same class. A tree keeps clones of the predicates that it is given.
     virtual tkPtrHandle<tkPredicateFunction> clone() const = 0;
 
-    /// Whether the other predicate asks the same; an override asks the base first.
+    /// Whether the other predicate asks the same; an override asks the base first, then compares the exact classes,
+    /// then its fields.
     virtual bool isEqual(const tkPredicateFunction& other) const;
     bool operator==(const tkPredicateFunction& other) const { return isEqual(other); }
     bool operator!=(const tkPredicateFunction& other) const { return !(*this == other); }
@@ -43,7 +45,8 @@ public:
     /// Whether measurement 0 is valid: the full range accepts every value.
     tkRangePredicate();
 
-    /// Throws tkClassifierDefs::BadIndex if an index is negative.
+    /// Throws tkClassifierDefs::BadIndex if an index is negative. How many measurements a pattern has is not known
+    /// here: an index beyond the end makes the outcome false.
     tkRangePredicate(const tkRange& range, const std::vector<long>& indices);
     tkRangePredicate(const tkRangePredicate&) = default;
     tkRangePredicate(tkRangePredicate&&) = default;
@@ -84,7 +87,7 @@ public:
     /// Whether measurement 0 is valid.
     tkValidityPredicate();
 
-    /// Throws tkClassifierDefs::BadIndex if an index is negative.
+    /// Throws tkClassifierDefs::BadIndex if an index is negative; one beyond the end makes the outcome false.
     tkValidityPredicate(const std::vector<long>& indices);
 
     /// The measurements asked about, in the order given.

@@ -24,15 +24,16 @@ public:
     void numMeasurements(long measurements) { numMeasurements_ = measurements; }
 
     /// How well the pattern fits the category, on a scale of the method's: the Bayesian one gives a log likelihood.
-    /// Throws where the model cannot score the pattern.
+    /// Throws where the model cannot score the pattern. `diag` and `flags`: see tkDiagObject.
     virtual double matchScore(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr,
                               unsigned long flags = 0) const = 0;
 
-    /// Learns from one pattern of the category. What it does with an unusable pattern is the model's affair, and what
-    /// it throws.
+    /// Learns from one pattern of the category, on top of what it has learned. A model says itself which patterns it
+    /// skips and what it throws for others.
     virtual void adapt(const tkFeaturePattern& pattern, tkDiagObject* diag = nullptr, unsigned long flags = 0) = 0;
 
-    /// Equal label and number of measurements; derived classes add what they have learned.
+    /// Equal label and number of measurements; derived classes add what they have learned. Not virtual: compares what
+    /// the static class knows.
     bool operator==(const tk_CategoryModel& other) const;
     bool operator!=(const tk_CategoryModel& other) const { return !(*this == other); }
 

@@ -176,27 +176,29 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
 std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, double* scores) const
 {
     long* const labels = indices;
-    long smallest = 0;
-    long largest = 0;
-    for (long j = 0; j < count; ++j)
+    labels[0] = trainingData_->labels()[static_cast<std::size_t>(indices[0])];
+    long smallest = labels[0];
+    long largest = labels[0];
+    for (long j = 1; j < count; ++j)
     {
         labels[j] = trainingData_->labels()[static_cast<std::size_t>(indices[j])];
         smallest = std::min(smallest, labels[j]);
         largest = std::max(largest, labels[j]);
     }
-    constexpr long counted = 64; // labels below it, as nearly all are, need no sorting
-    std::size_t numLabels = 0;   // scores are numbers of votes at first
-    if (smallest == 0 && largest < counted)
+    constexpr unsigned long counted = 64; // labels no farther apart, as nearly all are, need no sorting
+    std::size_t numLabels = 0;            // scores are numbers of votes at first
+    if (static_cast<unsigned long>(largest) - static_cast<unsigned long>(smallest) < counted)
     {
         long votes[counted];
-        std::fill(votes, votes + largest + 1, 0L);
+        const long numCounted = largest - smallest + 1;
+        std::fill(votes, votes + numCounted, 0L);
         for (long j = 0; j < count; ++j)
-            ++votes[labels[j]];
-        for (long label = 0; label <= largest; ++label) // without branches, which could not be foreseen
+            ++votes[labels[j] - smallest];
+        for (long i = 0; i < numCounted; ++i) // without branches, which could not be foreseen
         {
-            labels[numLabels] = label;
-            scores[numLabels] = static_cast<double>(votes[label]);
-            numLabels += votes[label] > 0;
+            labels[numLabels] = smallest + i;
+            scores[numLabels] = static_cast<double>(votes[i]);
+            numLabels += votes[i] > 0;
         }
     }
     else

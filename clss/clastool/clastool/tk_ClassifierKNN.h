@@ -81,7 +81,7 @@ private:
 
     /// Replaces the first of `count` indices by the labels of these patterns, ascending, each once, and fills their
     /// scores, which are their shares of the votes; returns their number. There is room for
-    /// tkNMDecision::roundUp(count) scores.
+    /// tkNMDecision::roundUp(count) scores. *Requires* count >= 1.
     std::size_t fillMatchResults_(long count, long* indices, double* scores) const;
 
     TK_FACTORY_RECORD;

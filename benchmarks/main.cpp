@@ -30,6 +30,7 @@ int main(int argc, char** argv)
         {"TREE", &decisionTrees},
         {"RESULT", &results},
         {"ARCHIVE", &archives},
+        {"KERNELS", &kernels},
     };
     std::vector<std::string> arguments(argv + 1, argv + argc);
     const bool quick = !arguments.empty() && arguments.front() == "--quick";

@@ -38,5 +38,6 @@ void ruleTables(Harness& harness);
 void decisionTrees(Harness& harness);
 void results(Harness& harness);
 void archives(Harness& harness);
+void kernels(Harness& harness);
 
 #endif

@@ -26,6 +26,7 @@ int main(int argc, char** argv)
         {"BASELINE", &neighboursBeforeAvx2},
         {"HOSTILE", &hostileNeighbours},
         {"BAYES", &normalDistributions},
+        {"INVALID", &invalidMeasurements},
         {"RULES", &ruleTables},
         {"TREE", &decisionTrees},
         {"RESULT", &results},

@@ -91,7 +91,64 @@ void compare(Harness& harness, const std::string& workload, const Table& table, 
     harness.measure(workload, "one pattern", tools);
     harness.measure(workload, "training", training, 3);
 }
+
+/// The queries with `count` of their measurements invalid, others from one query to the next.
+std::vector<tkFeaturePattern> withInvalid(const Table& table, long count)
+{
+    std::vector<tkFeaturePattern> patterns;
+    for (long i = 0; i < table.rows; ++i)
+    {
+        std::vector<long> invalid;
+        for (long j = 0; j < count; ++j)
+            invalid.push_back((i + j * table.columns / count) % table.columns);
+        patterns.emplace_back(std::vector<double>(table.row(i), table.row(i) + table.columns), invalid);
+    }
+    return patterns;
+}
+
+void runInvalid(Harness& harness, long columns)
+{
+    const long classes = 10;
+    const std::string workload = "BAYES " + std::to_string(columns) + " invalid";
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    for (long label = 0; label < classes; ++label)
+        types.setDependent(label, setsOf(columns, true).front());
+    tkClassifierDataProviderMemory provider =
+        providerOf(gaussianTable(harness.size(20000, 2000), columns, classes, 16));
+    tkClassifierTool classifier;
+    classifier.train(provider, tkClassifierTrainParamsBayesian(types, tkClassifierFrequencies(1.0),
+                                                               tkClassifierCosts(1.0), tkFeaturePattern()));
+
+    const Table queries = gaussianTable(harness.size(256, 32), columns, classes, 79);
+    const std::pair<const char*, long> cases[] = {
+        {"clastool, all valid", 0}, {"clastool, one invalid", 1}, {"clastool, a quarter invalid", (columns + 2) / 4}};
+    tkClassifierResult result;
+    std::vector<Tool> tools;
+    for (const auto& [name, count] : cases)
+    {
+        const std::vector<tkFeaturePattern> patterns = withInvalid(queries, count);
+        classifier.run(patterns.front(), result);
+        const long before = allocations().count;
+        classifier.run(patterns.front(), result);
+        const bool allocatesNothing = allocations().count == before;
+        harness.check(allocatesNothing, workload + ": " + name + " allocates nothing");
+        tools.push_back({name, Role::Library,
+                         [patterns, &classifier, &result](long first, long times)
+                         {
+                             for (long i = first; i < first + times; ++i)
+                                 classifier.run(patterns[static_cast<std::size_t>(i) % patterns.size()], result);
+                             keep(result);
+                         }});
+    }
+    harness.measure(workload, "one pattern", tools);
+}
 } // namespace
+
+void invalidMeasurements(Harness& harness)
+{
+    for (const long columns : {6, 16, 64})
+        runInvalid(harness, columns);
+}
 
 void normalDistributions(Harness& harness)
 {

@@ -46,6 +46,9 @@ WORKLOADS = {
     "BAYES-C": "20 classes, one normal distribution over 64 measurements each, trained with 200,000 patterns",
     "Kernels": "Each kernel by the best instructions of the processor; the plain function that it computes takes the "
                "given multiple of its time",
+    "BAYES 6 invalid": "10 classes, one normal distribution over 6 measurements each, some of a pattern's invalid",
+    "BAYES 16 invalid": "the same over 16 measurements",
+    "BAYES 64 invalid": "the same over 64 measurements",
     "RULES": "50 rules of 12 trapezoids",
     "TREE": "a complete tree of depth 10",
     "RESULT": "1,000 categories with 1,000 overridden costs",

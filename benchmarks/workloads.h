@@ -34,6 +34,7 @@ void hostileNeighbours(Harness& harness);
 /// So many patterns of 2 to 64 measurements with k from 1 to 25, and in other orders.
 void neighbourGrid(Harness& harness, long patterns);
 void normalDistributions(Harness& harness);
+void invalidMeasurements(Harness& harness);
 void ruleTables(Harness& harness);
 void decisionTrees(Harness& harness);
 void results(Harness& harness);

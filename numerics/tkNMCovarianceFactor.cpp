@@ -2,6 +2,8 @@
 
 #include "foundation/tkAssert.h"
 #include "foundation/tkScratch.h"
+#include "numerics/kernels/tkNMElementaryKernel.h"
+#include "numerics/kernels/tkNMMahalanobis.h"
 #include "numerics/tkNMElementary.h"
 #include "numerics/tkNMSymmetricEigen.h"
 
@@ -14,19 +16,12 @@ namespace
 using Role = tkNMCovarianceFactor::Role;
 using Measurement = tkNMCovarianceFactor::Measurement;
 
-const double lnTwoPi = 1.8378770664093454836;
-
-/// Log densities are sums of multiples of 2^-39. Such sums are exact up to a magnitude of 2^14, in any order, and
-/// differences between categories do not change when a common multiple of ln 2 is added to both: that is what
-/// another unit (a factor of a power of two) does to them. For the same reason ln 2 is a multiple of 2^-39 here;
-/// it is 1.8e-13 too large.
-const double perGridStep = 0x1p39;
-const double gridLn2 = 0x1.62e42fefa4p-1;
-
 double logPeakOf(std::size_t d, double lnDeterminant, long exponents)
 {
-    const double lnScaled = -0.5 * (static_cast<double>(d) * lnTwoPi + lnDeterminant);
-    return std::round(lnScaled * perGridStep) / perGridStep + static_cast<double>(exponents) * gridLn2;
+    using Factor = tkNMCovarianceFactor;
+    const double lnScaled = -0.5 * (static_cast<double>(d) * Factor::lnTwoPi + lnDeterminant);
+    return std::round(lnScaled * Factor::perGridStep) / Factor::perGridStep +
+           static_cast<double>(exponents) * Factor::gridLn2;
 }
 
 /// A measurement whose deviation is at most this part of its mean did not vary: rounding explains the rest.
@@ -220,8 +215,43 @@ public:
 
 private:
     std::size_t rows_;
-    tkScratch<double, 1024> elements_;
+    tkScratch<double, 2048> elements_;
 };
+
+/// Makes the columns at the invalid measurements, each divided by its unit, and W v orthogonal. Returns the square of
+/// what is left of W v, and those of the columns in `squares`. `v` has 0.0 for the invalid measurements.
+double project(const tkNMCovarianceFactor& f, const double* v, const std::size_t* invalid, std::size_t numInvalid,
+               double* squares)
+{
+    const std::size_t d = f.w.dimension();
+    Columns columns(d, numInvalid + 1);
+    for (std::size_t k = 0; k < numInvalid; ++k)
+    {
+        const std::size_t j = invalid[k];
+        const double unit = std::ldexp(1.0, -f.measurements[j].exponent);
+        for (std::size_t i = j; i < d; ++i)
+            columns[k][i] = f.w(i, j) * unit;
+    }
+    double* const residual = columns[numInvalid];
+    for (std::size_t block = 0; 8 * block < d; ++block)
+        for (std::size_t j = 0; j < std::min(8 * block + 8, d); ++j)
+        {
+            const double* const rows = f.w.column(block, j);
+            for (std::size_t l = 0; l < 8; ++l)
+                residual[8 * block + l] += rows[l] * v[j];
+        }
+
+    for (std::size_t k = numInvalid; k-- > 0;)
+    {
+        const std::size_t first = invalid[k];
+        const double* const column = columns[k];
+        const double square = squares[k] = columns.product(column, column, first);
+        for (std::size_t other = 0; other < k; ++other)
+            columns.subtract(columns[other], column, columns.product(column, columns[other], first) / square, first);
+        columns.subtract(residual, column, columns.product(column, residual, first) / square, first);
+    }
+    return columns.product(residual, residual, 0);
+}
 } // namespace
 
 tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>& mean, const tkNMTriangle& squares,
@@ -292,7 +322,8 @@ double tkNMCovarianceFactor::logPeak() const
     return logPeakOf(numTerms, lnDeterminant, exponents);
 }
 
-tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, const bool* valid) const
+tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, const bool* valid,
+                                                              tkNMInstructions instructions) const
 {
     const std::size_t d = w.dimension();
     tkScratch<std::size_t, 256> invalid(d);
@@ -312,34 +343,19 @@ tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, c
     if (numTerms == 0)
         return {0.0, 0.0};
 
-    Columns columns(d, numInvalid + 1);
-    for (std::size_t k = 0; k < numInvalid; ++k)
-    {
-        const std::size_t j = invalid[k];
-        const double unit = std::ldexp(1.0, -measurements[j].exponent);
-        for (std::size_t i = j; i < d; ++i)
-            columns[k][i] = w(i, j) * unit;
-    }
-    double* const residual = columns[numInvalid];
-    for (std::size_t block = 0; 8 * block < d; ++block)
-        for (std::size_t j = 0; j < std::min(8 * block + 8, d); ++j)
-        {
-            const double factor = valid[j] ? v[j] : 0.0;
-            const double* const rows = w.column(block, j);
-            for (std::size_t l = 0; l < 8; ++l)
-                residual[8 * block + l] += rows[l] * factor;
-        }
-
+    tkScratch<double, 256> known((d + 7) / 8 * 8);
+    std::fill(known.begin(), known.end(), 0.0);
+    for (std::size_t j = 0; j < d; ++j)
+        if (valid[j])
+            known[j] = v[j];
+    tkScratch<double, 256> squares(numInvalid);
+    const double square =
+        instructions == tkNMInstructions::Definition
+            ? project(*this, known.data(), invalid.data(), numInvalid, squares.data())
+            : tkNMProject(*this, known.data(), invalid.data(), numInvalid, squares.data(), instructions);
+    tkNMElementaryKernel::log(squares.data(), squares.data(), numInvalid, instructions);
     double ln = lnDeterminant;
     for (std::size_t k = numInvalid; k-- > 0;)
-    {
-        const std::size_t first = invalid[k];
-        const double* const column = columns[k];
-        const double square = columns.product(column, column, first);
-        ln += tkNMElementary::log(square);
-        for (std::size_t other = 0; other < k; ++other)
-            columns.subtract(columns[other], column, columns.product(column, columns[other], first) / square, first);
-        columns.subtract(residual, column, columns.product(column, residual, first) / square, first);
-    }
-    return {logPeakOf(numTerms, ln, exponents), columns.product(residual, residual, 0)};
+        ln += squares[k];
+    return {logPeakOf(numTerms, ln, exponents), square};
 }

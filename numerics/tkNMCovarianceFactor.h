@@ -1,7 +1,7 @@
 #ifndef NUMERICS_TKNMCOVARIANCEFACTOR_H
 #define NUMERICS_TKNMCOVARIANCEFACTOR_H
 
-#include "foundation/tkExport.h"
+#include "numerics/tkNMBestInstructions.h"
 #include "numerics/tkNMTriangle.h"
 
 #include <cstddef>
@@ -48,13 +48,22 @@ struct TK_EXPORT tkNMCovarianceFactor
     /// With B the invalid ones, the square is the least of |W_A v_A + W_B z|² over all z, and ln det C_AA =
     /// ln det C + ln det W_B' W_B. The columns of W_B, each divided by its unit, are made orthogonal from the last one
     /// to the first by the modified method of Gram and Schmidt, so that their zeros stay. W_A v_A is treated as one
-    /// more column; what is left of it is the residual. All sums are those of tkNMMahalanobis.
+    /// more column; what is left of it is the residual. All sums are those of tkNMMahalanobis. All
+    /// instruction sets give the same bits. *Requires* instructions <= tkNMBestInstructions().
     struct Marginal
     {
         double logPeak;
         double square;
     };
-    Marginal marginal(const double* v, const bool* valid) const;
+    Marginal marginal(const double* v, const bool* valid, tkNMInstructions instructions = tkNMBestInstructions()) const;
+
+    static constexpr double lnTwoPi = 1.8378770664093454836;
+    /// Log densities are sums of multiples of 2^-39. Such sums are exact up to a magnitude of 2^14, in any order, and
+    /// differences between categories do not change when a common multiple of ln 2 is added to both: that is what
+    /// another unit (a factor of a power of two) does to them. For the same reason ln 2 is a multiple of 2^-39 here;
+    /// it is 1.8e-13 too large.
+    static constexpr double perGridStep = 0x1p39;
+    static constexpr double gridLn2 = 0x1.62e42fefa4p-1;
 
     tkNMTriangle w;
     std::vector<Measurement> measurements; // parallel

@@ -64,11 +64,11 @@ double tkNMFactorisation::logDensity(const double* x, tkNMInstructions instructi
     return logPeak - roundedToGrid(0.5 * square);
 }
 
-double tkNMFactorisation::logMarginal(const double* x, const bool* valid) const
+double tkNMFactorisation::logMarginal(const double* x, const bool* valid, tkNMInstructions instructions) const
 {
     const std::size_t d = dimension();
     if (std::find(valid, valid + d, false) == valid + d)
-        return logDensity(x);
+        return logDensity(x, instructions);
     tkScratch<double, 256> v(d);
     bool isFinite = true;
     for (std::size_t j = 0; j < d; ++j)
@@ -77,7 +77,7 @@ double tkNMFactorisation::logMarginal(const double* x, const bool* valid) const
             v[j] = deviation(*this, x, j);
             isFinite = isFinite && std::isfinite(v[j]);
         }
-    const tkNMCovarianceFactor::Marginal marginal = covariance.marginal(v.data(), valid);
+    const tkNMCovarianceFactor::Marginal marginal = covariance.marginal(v.data(), valid, instructions);
     const double square = isFinite ? cut(marginal.square) : marginal.square;
     return marginal.logPeak - roundedToGrid(0.5 * square);
 }

@@ -30,7 +30,8 @@ struct TK_EXPORT tkNMFactorisation
 
     /// The same for the marginal distribution over the measurements with `valid` set; see
     /// tkNMCovarianceFactor::marginal. An invalid measurement's value is not read.
-    double logMarginal(const double* x, const bool* valid) const;
+    double logMarginal(const double* x, const bool* valid,
+                       tkNMInstructions instructions = tkNMBestInstructions()) const;
 
     static constexpr double largestSquare = std::numeric_limits<double>::max();
     /// Doubles above it have steps of 2^-39, the grid of log densities.

@@ -116,6 +116,16 @@ struct LanesOf
         for (std::size_t i = 0; i < count; ++i)
             parts[i] = parts[i] + a.parts[i] * b;
     }
+    TK_ALWAYS_INLINE void addProducts(const LanesOf& a, const LanesOf& b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] + a.parts[i] * b.parts[i];
+    }
+    TK_ALWAYS_INLINE void subtractProduct(const LanesOf& a, double b)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = parts[i] - a.parts[i] * b;
+    }
     TK_ALWAYS_INLINE void addSquare(const LanesOf& a)
     {
         for (std::size_t i = 0; i < count; ++i)
@@ -159,6 +169,13 @@ struct LanesOf
                 parts[i] = parts[i] + reinterpret_cast<Register>(reinterpret_cast<Bits>(b - Register{}) & mask);
             }
         }
+    }
+    /// ((q_0 + q_4) + (q_2 + q_6)) + ((q_1 + q_5) + (q_3 + q_7)) of the lanes q.
+    TK_ALWAYS_INLINE double sum() const
+    {
+        double q[8];
+        store(q);
+        return ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
     }
     TK_ALWAYS_INLINE double operator[](std::size_t l) const
     {

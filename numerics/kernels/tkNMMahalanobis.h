@@ -10,4 +10,10 @@
 TK_EXPORT double tkNMSquaredMahalanobis(const tkNMFactorisation& factorisation, const double* x,
                                         tkNMInstructions instructions);
 
+/// Computes the projections of tkNMCovarianceFactor::marginal in the same way. Returns the square of the residual, and
+/// those of the columns at the `invalid` measurements, ascending, in `squares`. `v` has 0.0 for these, and after the
+/// last measurement up to a multiple of eight.
+TK_EXPORT double tkNMProject(const tkNMCovarianceFactor& factor, const double* v, const std::size_t* invalid,
+                             std::size_t numInvalid, double* squares, tkNMInstructions instructions);
+
 #endif

@@ -4,6 +4,7 @@
 #include "foundation/tkScratch.h"
 #include "numerics/kernels/tkNMInstructions.h"
 #include "numerics/kernels/tkNMLanes.h"
+#include "numerics/kernels/tkNMMarginalLanes.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -21,7 +22,7 @@
 
 namespace
 {
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 constexpr std::size_t triangleSize(std::size_t size)
 {
@@ -98,30 +99,18 @@ TK_ALWAYS_INLINE const double* addBand(const double* w, const double* v, std::si
     return addDiagonal<width, rows>(w, v, y);
 }
 
-/// The squared distances of a set, whose means stand at `stream`, from its measurements x; returns what follows it.
-/// `v` has room for a deviation per measurement and lane.
-template <std::size_t width, class Register>
-TK_ALWAYS_INLINE const double* squaredDistances(const double* stream, const double* x, std::size_t size, double* v,
-                                                Register& square)
+/// Calls use(y) for each eight rows y of W v, with 0.0 for rows beyond the last. `v` has a deviation per measurement
+/// and lane.
+template <std::size_t width, class Use>
+TK_ALWAYS_INLINE void multiply(const double* w, const double* v, std::size_t size, Use& use)
 {
-    const double* const compensations = stream + width * size;
-    const double* w = compensations + width * size;
-    for (std::size_t j = 0; j < size; ++j)
-    {
-        Register mean;
-        Register compensation;
-        loadRegister(mean, stream + width * j);
-        loadRegister(compensation, compensations + width * j);
-        storeRegister((x[j] - mean) - compensation, v + width * j);
-    }
-    Register q[8] = {};
+    using Register = typename RegisterOf<double, width>::Type;
     std::size_t first = 0;
     for (; first + 8 <= size; first += 8)
     {
         Register y[8] = {};
         w = addBand<width, 8>(w, v, first, y);
-        for (std::size_t l = 0; l < 8; ++l)
-            q[l] = q[l] + y[l] * y[l];
+        use(y);
     }
     if (first < size)
     {
@@ -141,11 +130,41 @@ TK_ALWAYS_INLINE const double* squaredDistances(const double* stream, const doub
         }
         if (first < size)
             w = addBand<width, 1>(w, v, first, rest);
+        use(y);
+    }
+}
+
+template <class Register>
+struct SumOfSquares
+{
+    Register q[8] = {};
+
+    TK_ALWAYS_INLINE void operator()(const Register* y)
+    {
         for (std::size_t l = 0; l < 8; ++l)
             q[l] = q[l] + y[l] * y[l];
     }
+};
+
+/// The squared distances of a set, whose means stand at `stream`, from its measurements x. `v` has room for a deviation
+/// per measurement and lane.
+template <std::size_t width, class Register>
+TK_ALWAYS_INLINE void squaredDistances(const double* stream, const double* x, std::size_t size, double* v,
+                                       Register& square)
+{
+    const double* const compensations = stream + width * size;
+    for (std::size_t j = 0; j < size; ++j)
+    {
+        Register mean;
+        Register compensation;
+        loadRegister(mean, stream + width * j);
+        loadRegister(compensation, compensations + width * j);
+        storeRegister((x[j] - mean) - compensation, v + width * j);
+    }
+    SumOfSquares<Register> sum;
+    multiply<width>(compensations + width * size, v, size, sum);
+    const Register* const q = sum.q;
     square = ((q[0] + q[4]) + (q[2] + q[6])) + ((q[1] + q[5]) + (q[3] + q[7]));
-    return w;
 }
 
 template <class Register>
@@ -156,79 +175,242 @@ TK_ALWAYS_INLINE void addDensity(const Register& peak, const Register& square, R
     sum = sum + (peak - half);
 }
 
-/// Adds the log densities of `width` categories of these sets to their sums.
+/// Categories in lanes, and a point.
+struct Evaluation
+{
+    std::size_t width;
+    const double* stream;
+    const double* terms;
+    const tkNMNormalBatch::Range* range;
+    const tkNMNormalBatch::Range* end;
+    const double* x;
+    const bool* valid; // null: all
+    tkNMInstructions instructions;
+};
+
+/// The log peaks and squared distances of sets of one measurement each.
+template <std::size_t width, class Register>
+TK_ALWAYS_INLINE void evaluateOne(const double* stream, double x, Register& peak, Register& square)
+{
+    Register mean;
+    Register compensation;
+    Register w;
+    loadRegister(peak, stream);
+    loadRegister(mean, stream + width);
+    loadRegister(compensation, stream + 2 * width);
+    loadRegister(w, stream + 3 * width);
+    const Register y = w * ((x - mean) - compensation);
+    square = y * y;
+}
+
+/// Adds the log densities of `width` categories to their sums. `v` has room for a deviation per measurement and lane.
 template <std::size_t width>
-TK_ALWAYS_INLINE void addLogDensitiesOf(const double* stream, const tkNMNormalBatch::Range* range,
-                                        const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
+TK_ALWAYS_INLINE void addLogDensitiesOf(const Evaluation& evaluation, double* v, double* sums)
 {
     using Register = typename RegisterOf<double, width>::Type;
+    const double* stream = evaluation.stream;
     Register sum;
     loadRegister(sum, sums);
     Register squares = {};
-    for (; range != end; ++range)
+    for (const tkNMNormalBatch::Range* range = evaluation.range; range != evaluation.end; ++range)
     {
         const std::size_t size = range->first.size;
-        const double* point = x + range->first.first;
+        const double* point = evaluation.x + range->first.first;
         const double* const last = point + range->count * size;
         Register peak;
         Register square;
         if (size == 1)
             for (; point != last; ++point, stream += 4 * width)
             {
-                Register mean;
-                Register compensation;
-                Register w;
-                loadRegister(peak, stream);
-                loadRegister(mean, stream + width);
-                loadRegister(compensation, stream + 2 * width);
-                loadRegister(w, stream + 3 * width);
-                const Register y = w * ((*point - mean) - compensation);
-                square = y * y;
+                evaluateOne<width>(stream, *point, peak, square);
                 addDensity(peak, square, sum, squares);
             }
         else
-            for (; point != last; point += size)
+            for (; point != last; point += size, stream += width * densitySize(size))
             {
                 loadRegister(peak, stream);
-                stream = squaredDistances<width>(stream + width, point, size, v, square);
+                squaredDistances<width>(stream + width, point, size, v, square);
                 addDensity(peak, square, sum, squares);
             }
     }
-    sum = squares <= tkNMFactorisation::largestSquare ? sum : sum * nan;
+    sum = squares <= tkNMFactorisation::largestSquare ? sum : sum * notANumber;
     storeRegister(sum, sums);
 }
 
-/// The same for a width up to `widest`.
-template <std::size_t widest>
-TK_ALWAYS_INLINE void addLogDensitiesUpTo(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                                          const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
+/// Copies the columns of W at the invalid measurements, divided by their units; see tkNMMarginalLanes.
+template <std::size_t width>
+TK_ALWAYS_INLINE void copyColumns(const double* w, const double* terms, std::size_t size, const std::size_t* invalid,
+                                  std::size_t numInvalid, double* columns)
 {
-    if (width == widest)
-        addLogDensitiesOf<widest>(stream, range, end, x, v, sums);
-    else if constexpr (widest > 1)
-        addLogDensitiesUpTo<widest / 2>(width, stream, range, end, x, v, sums);
+    using Marginal = tkNMMarginalLanes<width>;
+    using Register = typename Marginal::Register;
+    double* end = columns;
+    for (std::size_t k = 0; k < numInvalid; ++k)
+    {
+        std::fill_n(end, Marginal::block, 0.0);
+        end += Marginal::block * Marginal::blocksOf(invalid[k], size);
+        std::fill_n(end - Marginal::block, Marginal::block, 0.0);
+    }
+    for (std::size_t first = 0, rows = 0; first < size; first += rows)
+    {
+        rows = bandRows(first, size);
+        double* column = columns;
+        for (std::size_t k = 0; k < numInvalid && invalid[k] < first + rows; ++k)
+        {
+            const std::size_t j = invalid[k];
+            const std::size_t inDiagonal = j < first ? 0 : j - first;
+            const std::size_t before =
+                rows * std::min(j, first) + inDiagonal * rows - triangleSize(inDiagonal) + inDiagonal;
+            const double* element = w + width * before;
+            Register divisor;
+            loadRegister(divisor, Marginal::divisorOf(terms, j));
+            for (std::size_t i = first + inDiagonal; i < first + rows; ++i, element += width)
+            {
+                Register value;
+                loadRegister(value, element);
+                storeRegister(value * divisor, column + width * (i - j / 8 * 8));
+            }
+            column += Marginal::block * Marginal::blocksOf(j, size);
+        }
+        w += width * (rows * first + triangleSize(rows));
+    }
 }
 
-void addLogDensitiesPortable(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                             const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
+template <std::size_t width>
+struct StoreRows
 {
-    addLogDensitiesUpTo<plainWidth>(width, stream, range, end, x, v, sums);
+    double* rows;
+
+    template <class Register>
+    TK_ALWAYS_INLINE void operator()(const Register* y)
+    {
+        for (std::size_t l = 0; l < 8; ++l, rows += width)
+            storeRegister(y[l], rows);
+    }
+};
+
+/// The log peaks and squared distances of the marginals of a set, whose means stand at `stream`.
+template <std::size_t width, class Register>
+TK_ALWAYS_INLINE void evaluateMarginal(const double* stream, const double* terms, const double* x, const bool* valid,
+                                       std::size_t size, const std::size_t* invalid, std::size_t numInvalid,
+                                       tkNMInstructions instructions, double* scratch, Register& peak, Register& square)
+{
+    using Marginal = tkNMMarginalLanes<width>;
+    const double* const compensations = stream + width * size;
+    const double* const w = compensations + width * size;
+    double* const v = scratch;
+    for (std::size_t j = 0; j < size; ++j)
+    {
+        Register deviation = {};
+        if (valid[j])
+        {
+            Register mean;
+            Register compensation;
+            loadRegister(mean, stream + width * j);
+            loadRegister(compensation, compensations + width * j);
+            deviation = (x[j] - mean) - compensation;
+        }
+        storeRegister(deviation, v + width * j);
+    }
+    double* const squares = v + width * size;
+    double* const columns = squares + (width * numInvalid + 7) / 8 * 8;
+    copyColumns<width>(w, terms, size, invalid, numInvalid, columns);
+    StoreRows<width> residual{columns};
+    for (std::size_t k = 0; k < numInvalid; ++k)
+        residual.rows += Marginal::block * Marginal::blocksOf(invalid[k], size);
+    multiply<width>(w, v, size, residual);
+    Marginal::compute(terms, valid, size, invalid, numInvalid, columns, squares, instructions, peak, square);
+}
+
+/// The same for marginals. `scratch` has room as of scratchOfMarginals(), `invalid` for the measurements of a set.
+template <std::size_t width>
+TK_ALWAYS_INLINE void addLogMarginalsOf(const Evaluation& evaluation, double* scratch, std::size_t* invalid,
+                                        double* sums)
+{
+    using Register = typename RegisterOf<double, width>::Type;
+    const double* stream = evaluation.stream;
+    const double* terms = evaluation.terms;
+    Register sum;
+    loadRegister(sum, sums);
+    Register squares = {};
+    for (const tkNMNormalBatch::Range* range = evaluation.range; range != evaluation.end; ++range)
+    {
+        const std::size_t size = range->first.size;
+        std::size_t first = range->first.first;
+        for (std::size_t i = 0; i < range->count; ++i)
+        {
+            const double* const x = evaluation.x + first;
+            const bool* const valid = evaluation.valid + first;
+            std::size_t numInvalid = 0;
+            for (std::size_t j = 0; j < size; ++j)
+                if (!valid[j])
+                    invalid[numInvalid++] = j;
+            if (numInvalid < size) // else the log density is 0.0
+            {
+                Register peak;
+                Register square;
+                loadRegister(peak, stream);
+                if (size == 1)
+                    evaluateOne<width>(stream, *x, peak, square);
+                else if (numInvalid == 0)
+                    squaredDistances<width>(stream + width, x, size, scratch, square);
+                else
+                    evaluateMarginal<width>(stream + width, terms, x, valid, size, invalid, numInvalid,
+                                            evaluation.instructions, scratch, peak, square);
+                addDensity(peak, square, sum, squares);
+            }
+            first += size;
+            stream += width * densitySize(size);
+            terms += width * tkNMMarginalLanes<width>::numTerms(size);
+        }
+    }
+    sum = squares <= tkNMFactorisation::largestSquare ? sum : sum * notANumber;
+    storeRegister(sum, sums);
+}
+
+/// Doubles that the marginals of sets up to this size take.
+constexpr std::size_t scratchOfMarginals(std::size_t size, std::size_t numInvalid)
+{
+    return 8 * (size + numInvalid + (size + 7) / 8 * 8 * (numInvalid + 1));
+}
+
+/// One or the other for the width of the evaluation, up to `widest`.
+template <std::size_t widest>
+TK_ALWAYS_INLINE void addUpTo(const Evaluation& evaluation, double* scratch, std::size_t* invalid, double* sums)
+{
+    if (evaluation.width == widest)
+    {
+        if (evaluation.valid)
+            addLogMarginalsOf<widest>(evaluation, scratch, invalid, sums);
+        else
+            addLogDensitiesOf<widest>(evaluation, scratch, sums);
+    }
+    else if constexpr (widest > 1)
+        addUpTo<widest / 2>(evaluation, scratch, invalid, sums);
 }
 
 #if TK_HAS_X86_TARGETS
-TK_TARGET_AVX2 void addLogDensitiesAvx2(std::size_t width, const double* stream, const tkNMNormalBatch::Range* range,
-                                        const tkNMNormalBatch::Range* end, const double* x, double* v, double* sums)
+TK_TARGET_AVX2 void addAvx2(const Evaluation& evaluation, double* scratch, std::size_t* invalid, double* sums)
 {
-    addLogDensitiesUpTo<4>(width, stream, range, end, x, v, sums);
+    addUpTo<4>(evaluation, scratch, invalid, sums);
 }
 
-TK_TARGET_AVX512 void addLogDensitiesAvx512(std::size_t width, const double* stream,
-                                            const tkNMNormalBatch::Range* range, const tkNMNormalBatch::Range* end,
-                                            const double* x, double* v, double* sums)
+TK_TARGET_AVX512 void addAvx512(const Evaluation& evaluation, double* scratch, std::size_t* invalid, double* sums)
 {
-    addLogDensitiesUpTo<8>(width, stream, range, end, x, v, sums);
+    addUpTo<8>(evaluation, scratch, invalid, sums);
 }
 #endif
+
+void add(const Evaluation& evaluation, double* scratch, std::size_t* invalid, double* sums)
+{
+#if TK_HAS_X86_TARGETS
+    if (evaluation.instructions == tkNMInstructions::Avx512)
+        return addAvx512(evaluation, scratch, invalid, sums);
+    if (evaluation.instructions == tkNMInstructions::Avx2)
+        return addAvx2(evaluation, scratch, invalid, sums);
+#endif
+    addUpTo<plainWidth>(evaluation, scratch, invalid, sums);
+}
 
 /// Whether computing `categories` of so many densities in `width` lanes takes less time than one after the other, with
 /// eight rows of each W side by side. Then the widest registers are full, but each density costs about as much as 64
@@ -288,12 +470,14 @@ void tkNMNormalBatch::place_(const std::vector<Set>& sets, const Alike_& alike)
 {
     std::vector<Range> ranges;
     std::size_t perLane = 0;
+    std::size_t termsPerLane = 0;
     for (const Set& set : sets)
     {
         if (ranges.empty() || !ranges.back().isContinuedBy(set))
             ranges.push_back({set, 0});
         ++ranges.back().count;
         perLane += densitySize(set.size);
+        termsPerLane += tkNMMarginalLanes<1>::numTerms(set.size);
     }
     const std::size_t widest = widthOf(instructions_);
     auto category = alike.begin();
@@ -306,8 +490,9 @@ void tkNMNormalBatch::place_(const std::vector<Set>& sets, const Alike_& alike)
         const std::size_t count = std::min(width, left);
         if (count == 0 || !doLanesPay(count, sets.size(), perLane, width, widest))
             break;
-        lanes_.push_back({width, std::vector<std::size_t>(count), ranges, stream_.size()});
+        lanes_.push_back({width, std::vector<std::size_t>(count), ranges, stream_.size(), terms_.size()});
         stream_.resize(stream_.size() + (width * perLane + 7) / 8 * 8);
+        terms_.resize(terms_.size() + (width * termsPerLane + 7) / 8 * 8, 1.0);
         fill_(lanes_.back(), category);
         category += static_cast<std::ptrdiff_t>(count);
     }
@@ -322,48 +507,72 @@ void tkNMNormalBatch::place_(const std::vector<Set>& sets, const Alike_& alike)
     }
 }
 
-/// Lanes without a category keep zeros.
+/// Lanes without a category keep zeros, and ones as their terms.
 void tkNMNormalBatch::fill_(Lanes_& lanes, Alike_::const_iterator category)
 {
     for (std::size_t l = 0; l < lanes.categories.size(); ++l, ++category)
     {
         lanes.categories[l] = (*category)->number;
+        const auto putInto = [&lanes](double*& place)
+        {
+            return [&lanes, &place](double value)
+            {
+                *place = value;
+                place += lanes.width;
+            };
+        };
         double* place = &stream_[lanes.begin + l];
+        double* term = &terms_[lanes.beginOfTerms + l];
         for (const Density& density : (*category)->densities)
-            forEachValue(*density.factorisation,
-                         [&](double value)
-                         {
-                             *place = value;
-                             place += lanes.width;
-                         });
+        {
+            forEachValue(*density.factorisation, putInto(place));
+            tkNMMarginalLanes<1>::putTerms(density.factorisation->covariance, putInto(term));
+        }
     }
 }
 
 void tkNMNormalBatch::addLogDensities(const double* x, double* sums) const
 {
     tkScratch<double, 256 * 8 + 7> scratch(largestSet_ * 8 + 7);
-    double* const v = aligned(scratch.data());
+    addInLanes_(x, nullptr, aligned(scratch.data()), nullptr, sums);
+    for (const Single_& single : singles_)
+        addLogDensities_(single, x, sums[single.category]);
+}
+
+void tkNMNormalBatch::addLogMarginals(const double* x, const bool* valid, double* sums) const
+{
+    const auto numInvalid = static_cast<std::size_t>(std::count(valid, valid + reach_, false));
+    const std::size_t mostInvalid = std::min(numInvalid, largestSet_);
+    tkScratch<double, scratchOfMarginals(64, 16) + 7> scratch(scratchOfMarginals(largestSet_, mostInvalid) + 7);
+    tkScratch<std::size_t, 256> invalid(largestSet_);
+    addInLanes_(x, valid, aligned(scratch.data()), invalid.data(), sums);
+    for (const Single_& single : singles_)
+        for (std::size_t i = 0; i < single.firsts.size(); ++i)
+            sums[single.category] +=
+                single.factorisations[i].logMarginal(x + single.firsts[i], valid + single.firsts[i], instructions_);
+}
+
+void tkNMNormalBatch::addInLanes_(const double* x, const bool* valid, double* scratch, std::size_t* invalid,
+                                  double* sums) const
+{
     for (const Lanes_& lanes : lanes_)
     {
-        const double* const stream = stream_.data() + lanes.begin;
         const Range* const ranges = lanes.ranges.data();
-        const Range* const end = ranges + lanes.ranges.size();
+        const Evaluation evaluation{lanes.width,
+                                    stream_.data() + lanes.begin,
+                                    terms_.data() + lanes.beginOfTerms,
+                                    ranges,
+                                    ranges + lanes.ranges.size(),
+                                    x,
+                                    valid,
+                                    instructions_};
         double own[8] = {};
         for (std::size_t l = 0; l < lanes.categories.size(); ++l)
             own[l] = sums[lanes.categories[l]];
-#if TK_HAS_X86_TARGETS
-        if (instructions_ == tkNMInstructions::Avx512)
-            addLogDensitiesAvx512(lanes.width, stream, ranges, end, x, v, own);
-        else if (instructions_ == tkNMInstructions::Avx2)
-            addLogDensitiesAvx2(lanes.width, stream, ranges, end, x, v, own);
-        else
-#endif
-            addLogDensitiesPortable(lanes.width, stream, ranges, end, x, v, own);
+        add(evaluation, scratch, invalid, own);
         for (std::size_t l = 0; l < lanes.categories.size(); ++l)
             sums[lanes.categories[l]] = own[l];
     }
-    for (const Single_& single : singles_)
-        addLogDensities_(single, x, sums[single.category]);
 }
 
 void tkNMNormalBatch::addLogDensities_(const Single_& single, const double* x, double& sum) const
@@ -374,5 +583,5 @@ void tkNMNormalBatch::addLogDensities_(const Single_& single, const double* x, d
         const tkNMFactorisation& f = single.factorisations[i];
         addDensity(f.logPeak, f.squaredDistance(x + single.firsts[i], instructions_), sum, squares);
     }
-    sum = squares <= tkNMFactorisation::largestSquare ? sum : nan;
+    sum = squares <= tkNMFactorisation::largestSquare ? sum : notANumber;
 }

@@ -42,6 +42,10 @@ public:
     /// tkNMFactorisation::largestSquare or to NaN. So it may be where a measurement that has no term is not finite.
     void addLogDensities(const double* x, double* sums) const;
 
+    /// The same with tkNMFactorisation::logMarginal over the measurements with `valid` set. *Requires* reach() values
+    /// and flags. NaN, or another value that is not finite, may stand for a sum that is not computed.
+    void addLogMarginals(const double* x, const bool* valid, double* sums) const;
+
     /// The measurements of a density, `size` from `first` on.
     struct Set
     {
@@ -73,7 +77,8 @@ private:
         std::size_t width;
         std::vector<std::size_t> categories;
         std::vector<Range> ranges;
-        std::size_t begin; // in the stream
+        std::size_t begin;        // in the stream
+        std::size_t beginOfTerms; // in the terms
     };
     /// A category that is computed by itself.
     struct Single_
@@ -87,6 +92,7 @@ private:
 
     void place_(const std::vector<Set>& sets, const Alike_& alike);
     void fill_(Lanes_& lanes, Alike_::const_iterator category);
+    void addInLanes_(const double* x, const bool* valid, double* scratch, std::size_t* invalid, double* sums) const;
     void addLogDensities_(const Single_& single, const double* x, double& sum) const;
 
     tkNMInstructions instructions_;
@@ -95,6 +101,7 @@ private:
     std::vector<Lanes_> lanes_;
     std::vector<Single_> singles_;
     tkNMAlignedDoubles stream_;
+    tkNMAlignedDoubles terms_; // what marginals take besides
 };
 
 #endif

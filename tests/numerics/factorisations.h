@@ -43,13 +43,17 @@ inline tkNMFactorisation random(std::size_t d, std::mt19937_64& generator, bool 
     tkNMFactorisation f;
     f.covariance.w = tkNMTriangle(d);
     f.logPeak = anyNumber(generator, false);
+    f.covariance.lnDeterminant = anyNumber(generator, false);
     for (std::size_t i = 0; i < d; ++i)
     {
         f.mean.push_back(anyNumber(generator, means));
         f.compensation.push_back(1e-17 * anyNumber(generator, compensations));
         const bool isTerm = generator() % 10 != 0;
-        f.covariance.measurements.push_back(
-            {isTerm ? tkNMCovarianceFactor::eVaries : tkNMCovarianceFactor::eSameEverywhere, 0});
+        if (isTerm)
+            f.covariance.measurements.push_back(
+                {tkNMCovarianceFactor::eVaries, static_cast<int>(generator() % 41) - 20});
+        else
+            f.covariance.measurements.push_back({tkNMCovarianceFactor::eSameEverywhere, 0});
         for (std::size_t j = 0; j <= i; ++j)
             f.covariance.w(i, j) = hasTerm(f, i) && hasTerm(f, j) ? anyNumber(generator, elements) : 0.0;
     }

@@ -63,6 +63,7 @@ numerics/kernels/tkNMWelfordStep
 numerics/kernels/tkNMCrossProducts
 numerics/kernels/tkNMMahalanobis
 numerics/kernels/tkNMNormalTrainer
+numerics/kernels/tkNMMarginalLanes
 numerics/kernels/tkNMNormalBatch
 numerics/kernels/tkNMByteDistances
 numerics/kernels/tkNMNormPower

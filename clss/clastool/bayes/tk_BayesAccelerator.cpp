@@ -1,6 +1,7 @@
 #include "clss/clastool/bayes/tk_BayesAccelerator.h"
 
 #include "foundation/tkException.h"
+#include "foundation/tkScratch.h"
 #include "numerics/kernels/tkNMNormalBatch.h"
 #include "numerics/tkNMNormal.h"
 
@@ -117,14 +118,21 @@ bool tk_BayesAccelerator::isCurrent_(std::size_t category, const Models& models)
 bool tk_BayesAccelerator::addSteps_(const Models& models, const tkFeaturePattern& pattern, double* scores) const
 {
     const std::vector<double>& x = pattern.featureMeasurements(false);
-    if (x.size() < reach_ || pattern.numInvalid() > 0)
+    if (x.size() < reach_)
         return false;
+    const bool areAllValid = pattern.numInvalid() == 0;
+    tkScratch<bool, 256> valid(areAllValid ? 0 : reach_);
+    for (std::size_t j = 0; j < valid.size(); ++j)
+        valid[j] = pattern.isValid(static_cast<long>(j));
     std::fill_n(scores, models.size(), 0.0);
     try
     {
         for (const Step_& step : steps_)
         {
-            step.batch.addLogDensities(x.data(), scores);
+            if (areAllValid)
+                step.batch.addLogDensities(x.data(), scores);
+            else
+                step.batch.addLogMarginals(x.data(), valid.data(), scores);
             for (const OtherDensity& other : step.others)
                 if (isCurrent_(other.category, models))
                 {

@@ -43,3 +43,36 @@ TEST(tkNMMahalanobis, takesMoreMeasurementsThanTheStackHolds)
     for (const tkNMInstructions set : instructionSets())
         EXPECT_EQ(tkNMSquaredMahalanobis(f, zeros.data(), set), factorisations::squaredDistance(f, zeros.data()));
 }
+
+TEST(tkNMMahalanobis, everyInstructionSetHasTheMarginalsOfTheDefinition)
+{
+    std::mt19937_64 generator(25);
+    int finite = 0;
+    for (std::size_t d = 2; d <= 140; d += d < 40 ? 1 : 7)
+        for (int kind = 0; kind < 8; ++kind)
+        {
+            const tkNMFactorisation f = factorisations::random(d, generator, false, false, kind == 3);
+            for (std::size_t share = 0; share <= 10; share += 2)
+            {
+                const auto v = std::make_unique<double[]>(d);
+                const auto valid = std::make_unique<bool[]>(d);
+                for (std::size_t j = 0; j < d; ++j)
+                {
+                    valid[j] = generator() % 10 >= share;
+                    v[j] = valid[j] ? anyNumber(generator, kind >= 6) : std::nan(""); // which is not read
+                }
+                if (share == 0)
+                    valid[generator() % d] = false;
+                const tkNMCovarianceFactor::Marginal expected =
+                    f.covariance.marginal(v.get(), valid.get(), tkNMInstructions::Definition);
+                finite += std::isfinite(expected.logPeak) && std::isfinite(expected.square) ? 1 : 0;
+                for (const tkNMInstructions set : instructionSets())
+                {
+                    const tkNMCovarianceFactor::Marginal found = f.covariance.marginal(v.get(), valid.get(), set);
+                    ASSERT_TRUE(haveSameBits(found.logPeak, expected.logPeak)) << d << ' ' << kind << ' ' << set;
+                    ASSERT_TRUE(haveSameBits(found.square, expected.square)) << d << ' ' << kind << ' ' << set;
+                }
+            }
+        }
+    EXPECT_GT(finite, 1500);
+}

@@ -2,6 +2,7 @@
 
 #include "foundation/tkAssert.h"
 #include "instructionSets.h"
+#include "numerics/tkNMNormal.h"
 #include "tests/numerics/factorisations.h"
 
 #include <gtest/gtest.h>
@@ -118,6 +119,110 @@ TEST(tkNMNormalBatch, everyInstructionSetHasTheSumsOfTheDefinition)
     }
     EXPECT_GT(sums, 10000);
     EXPECT_GT(refused, 300);
+}
+
+TEST(tkNMNormalBatch, everyInstructionSetHasTheMarginalsOfTheDefinition)
+{
+    std::mt19937_64 generator(19);
+    const std::size_t reach = 48;
+    int sums = 0;
+    int hostileSums = 0;
+    for (int round = 0; round < 600; ++round)
+    {
+        const bool isHostile = round % 3 == 2;
+        Categories categories(generator() % 24);
+        std::vector<std::unique_ptr<tkNMFactorisation>> factorised;
+        for (std::size_t c = 0; c < categories.size(); ++c)
+        {
+            categories[c].number = c;
+            for (const auto& set : shapes[(static_cast<std::size_t>(round) + generator() % 2) % shapes.size()])
+            {
+                const bool isStrange = isHostile && generator() % 8 == 0;
+                factorised.push_back(std::make_unique<tkNMFactorisation>(
+                    factorisations::random(set.size, generator, isStrange, isStrange, isStrange)));
+                categories[c].densities.push_back({set.first, factorised.back().get()});
+            }
+        }
+        // From one invalid measurement to all of them. Invalid values are not read.
+        const auto x = std::make_unique<double[]>(reach);
+        const auto valid = std::make_unique<bool[]>(reach);
+        const std::size_t share = 1 + generator() % 10;
+        for (std::size_t j = 0; j < reach; ++j)
+        {
+            valid[j] = generator() % 10 >= share;
+            x[j] = valid[j] ? anyNumber(generator, isHostile && round % 2 == 0) : std::nan("");
+        }
+        for (const tkNMInstructions set : instructionSets())
+        {
+            const tkNMNormalBatch batch(categories, set);
+            const double start = round % 2 == 0 ? 0.0 : -0.1 * round;
+            std::vector<double> logs(categories.size(), start);
+            const double* const point = x.get() + reach - batch.reach();
+            const bool* const flags = valid.get() + reach - batch.reach();
+            batch.addLogMarginals(point, flags, logs.data());
+            for (const tkNMNormalBatch::Category& category : categories)
+            {
+                double expected = start;
+                for (const tkNMNormalBatch::Density& density : category.densities)
+                    expected += density.factorisation->logMarginal(point + density.first, flags + density.first,
+                                                                   tkNMInstructions::Definition);
+                const double log = logs[category.number];
+                if (isHostile && !std::isfinite(log))
+                    continue;
+                (isHostile ? hostileSums : sums) += 1;
+                ASSERT_TRUE(haveSameBits(expected, log))
+                    << round << ' ' << category.number << ' ' << set << ' ' << std::hexfloat << expected << ' ' << log;
+            }
+        }
+    }
+    EXPECT_GT(sums, 10000);
+    EXPECT_GT(hostileSums, 3000);
+}
+
+TEST(tkNMNormalBatch, marginalsOfTrainedDistributionsAreComputedInLanes)
+{
+    std::mt19937_64 generator(20);
+    std::normal_distribution<double> deviate;
+    for (const std::size_t d : {2u, 6u, 16u, 33u})
+    {
+        std::vector<tkNMFactorisation> factorised(9);
+        for (tkNMFactorisation& f : factorised)
+        {
+            const double unit = std::ldexp(1.0, static_cast<int>(generator() % 400) - 200);
+            tkNMNormal normal;
+            for (std::size_t i = 0; i < 3 * d; ++i)
+            {
+                std::vector<double> row(d, 3.0); // measurement 1 does not vary
+                for (std::size_t j = 0; j < d; ++j)
+                    if (j != 1)
+                        row[j] = unit * (deviate(generator) + (j > 0 ? row[0] / unit : 0.0));
+                ASSERT_EQ(tkNMNormal::eOk, normal.add(row.data(), static_cast<long>(d)));
+            }
+            f = normal.factorisation();
+        }
+        Categories categories;
+        for (std::size_t c = 0; c < factorised.size(); ++c)
+            categories.push_back({c, {{0, &factorised[c]}}});
+        std::vector<double> x(d, 1.0);
+        const auto valid = std::make_unique<bool[]>(d);
+        for (const tkNMInstructions set : instructionSets())
+        {
+            const tkNMNormalBatch batch(categories, set);
+            for (int round = 0; round < 50; ++round)
+            {
+                for (std::size_t j = 0; j < d; ++j)
+                    valid[j] = generator() % 3 != 0;
+                std::vector<double> logs(factorised.size(), 0.0);
+                batch.addLogMarginals(x.data(), valid.get(), logs.data());
+                for (std::size_t c = 0; c < factorised.size(); ++c)
+                {
+                    const double expected =
+                        factorised[c].logMarginal(x.data(), valid.get(), tkNMInstructions::Definition);
+                    ASSERT_TRUE(haveSameBits(0.0 + expected, logs[c])) << d << ' ' << c << ' ' << set;
+                }
+            }
+        }
+    }
 }
 
 TEST(tkNMNormalBatch, sumsThatAreTooLargeForLanesAreNotComputed)

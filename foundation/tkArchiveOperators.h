@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -18,9 +19,12 @@ template <class Vector>
 std::size_t tkExchangeVectorHead(tkArchive& archive, Vector& elements)
 {
     archive.exchangeVersion();
-    unsigned long count = elements.size();
+    const std::size_t size = elements.size();
+    unsigned long count = static_cast<unsigned long>(size);
+    if (count != size) // where unsigned long is shorter
+        archive.fail(L"The number " + std::to_wstring(size) + L" does not fit into 32 bits");
     archive || count;
-    if (elements.size() > count)
+    if (size > count)
         elements.resize(count);
     return count;
 }

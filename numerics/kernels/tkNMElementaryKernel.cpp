@@ -344,6 +344,7 @@ void compute(const Function& function, const double* x, double* results, std::si
     if (instructions == tkNMInstructions::Avx2)
         return computeAvx2(function, x, results, count);
 #endif
+    static_cast<void>(instructions);
     compute<plainWidth>(function, x, results, count);
 }
 

@@ -590,7 +590,7 @@ private:
     {
         Candidate_* end = std::remove_if(candidates_, candidates_ + numCandidates_,
                                          [&](const Candidate_& c) { return c.key > keyBound_; });
-        numCandidates_ = end - candidates_;
+        numCandidates_ = static_cast<long>(end - candidates_);
     }
 
     void makeRoom_()

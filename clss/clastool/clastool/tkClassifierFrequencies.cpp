@@ -72,7 +72,7 @@ long tkClassifierFrequencies::freqOverrideIndex_(long label) const
     if (label < 0)
         throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegative);
     const auto found = std::find(labels_.begin(), labels_.end(), label);
-    return found != labels_.end() ? found - labels_.begin() : -1;
+    return found != labels_.end() ? static_cast<long>(found - labels_.begin()) : -1;
 }
 
 tkArchive& operator||(tkArchive& archive, tkClassifierFrequencies& frequencies)

@@ -133,7 +133,7 @@ TEST(tkFeaturePattern, beyondTheEndIsInvalidAndZero)
 TEST(tkFeaturePattern, negativeIndexIsRefusedBeforeValidityMatters)
 {
     const tkFeaturePattern pattern = example();
-    for (const long index : {-1L, -2147483648L, std::numeric_limits<long>::min()})
+    for (const long index : {-1L, -2147483647L - 1, std::numeric_limits<long>::min()})
     {
         EXPECT_TK_THROW(pattern.isValid(index), tkClassifierDefs::BadIndex, indicesNotNegative);
         EXPECT_TK_THROW(pattern.featureMeasurement(index, false), tkClassifierDefs::BadIndex, indicesNotNegative);

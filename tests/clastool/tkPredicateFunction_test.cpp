@@ -234,10 +234,10 @@ TEST(tkRangePredicate, negativeLoadedIndexIsRefusedByThePatternWhenItIsUsed)
 
 TEST(tkRangePredicate, indexThatAnArchiveCannotHoldIsNotStored)
 {
-    if constexpr (sizeof(long) > 4)
-    {
-        EXPECT_THROW(storeToBytes(tkRangePredicate(tkRange::FullRange(), {2147483648L})), tkArchive::Errors);
-    }
+    const long index = static_cast<long>(2147483648LL);
+    if (index < 0)
+        GTEST_SKIP() << "long holds no such number";
+    EXPECT_THROW(storeToBytes(tkRangePredicate(tkRange::FullRange(), {index})), tkArchive::Errors);
 }
 
 TEST(tkRangePredicate, goldenArchiveComesBackEqualAndStoresToTheSameBytes)

@@ -1,3 +1,6 @@
+// Files of 2 GiB and more, also where off_t has 32 bits unless 64 are asked for.
+#define _FILE_OFFSET_BITS 64 // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
 #include "foundation/tkArchiveFile.h"
 
 #include "foundation/tkUtf8.h"

@@ -57,6 +57,30 @@ extern "C" int lstat(const char* path, struct stat* status) noexcept
     return ::fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
 }
 
+#if !defined(__LP64__)
+extern "C" int stat64(const char* path, struct stat64* status) noexcept
+{
+    if (statFails)
+    {
+        ++failures;
+        errno = EIO;
+        return -1;
+    }
+    return ::fstatat64(AT_FDCWD, path, status, 0);
+}
+
+extern "C" int lstat64(const char* path, struct stat64* status) noexcept
+{
+    if (statFails)
+    {
+        ++failures;
+        errno = EIO;
+        return -1;
+    }
+    return ::fstatat64(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+#endif
+
 extern "C" ssize_t write(int descriptor, const void* bytes, size_t count)
 {
     if (writeWritesNothing && count > 0 && descriptor > 2)

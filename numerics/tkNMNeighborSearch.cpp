@@ -4,6 +4,7 @@
 #include "numerics/kernels/tkNMInstructions.h"
 #include "numerics/kernels/tkNMNeighborFilter.h"
 #include "numerics/kernels/tkNMNeighborScan.h"
+#include "numerics/tkNMElementary.h"
 #include "numerics/tkNMNeighborList.h"
 #include "numerics/tkNMNormDistance.h"
 
@@ -112,6 +113,14 @@ long tkNMNeighborSearch::nearestSet(const Rows& rows, const double* query, doubl
     return search_(rows, query, order, k, true, indices, distances, instructions);
 }
 
+bool tkNMNeighborSearch::isFiltered_(double order, long k) const
+{
+    if (k > std::min(numRows_ / rowsPerNeighbor, numRows_ * numColumns_ / measurementsPerRow))
+        return false;
+    // The filter of squares bounds distances of larger orders by a factor: too loosely if it is large.
+    return order <= 2.0 || tkNMElementary::pow(static_cast<double>(numColumns_), 0.5 - 1.0 / order) < 2.0;
+}
+
 long tkNMNeighborSearch::search_(const Rows& rows, const double* query, double order, long k, bool asSet, long* indices,
                                  double* distances, tkNMInstructions instructions) const
 {
@@ -121,8 +130,7 @@ long tkNMNeighborSearch::search_(const Rows& rows, const double* query, double o
                            numColumns_ > 0 && order >= 1.0 && order <= largestOrder && isInReach(query, numColumns_);
     const bool hasScan = hasKernel && scan_ && scan_->numRows() == numRows_;
     const bool hasFilter = hasKernel && filter_ && filter_->numRows() == numRows_;
-    if (hasFilter &&
-        (!hasScan || k <= std::min(numRows_ / rowsPerNeighbor, numRows_ * numColumns_ / measurementsPerRow)))
+    if (hasFilter && (!hasScan || isFiltered_(order, k)))
         filter_->search(rows, query, order, k, asSet, indices, distances, instructions);
     else if (hasScan)
         scan_->search(rows, query, order, k, asSet, indices, distances, instructions);

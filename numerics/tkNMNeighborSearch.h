@@ -71,6 +71,8 @@ public:
                     tkNMInstructions instructions) const;
 
 private:
+    /// Whether the filter is faster, where there are both kernels.
+    bool isFiltered_(double order, long k) const;
     long search_(const Rows& rows, const double* query, double order, long k, bool asSet, long* indices,
                  double* distances, tkNMInstructions instructions) const;
 

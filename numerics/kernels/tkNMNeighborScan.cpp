@@ -31,6 +31,7 @@ constexpr long chunkBlocks = 64;
 constexpr long chunkRows = chunkBlocks * blockRows;
 constexpr long mostCandidates = 1024;
 constexpr long mostSelected = 128; // larger k are left to the list
+constexpr long fewBlocks = 4;
 
 /// The keys of one chunk.
 struct Chunk
@@ -265,10 +266,21 @@ struct Candidates
     long indices[mostCandidates + lanes];
     long count = 0;
 
+    // What follows has no branches that could not be foreseen.
+
     /// Adds the rows of a chunk with keys up to `bound`; returns whether there was room.
-    bool add(const Chunk& chunk, long numGroups, long firstRow, double bound)
+    bool add(const Chunk& chunk, long numRows, long firstRow, double bound)
     {
-        // Without branches, which could not be foreseen.
+        if (count + numRows > mostCandidates)
+            return false;
+        for (long row = 0; row < numRows; ++row)
+            addIf_(chunk, row, firstRow, bound);
+        return true;
+    }
+
+    /// The same, faster if there are few such rows.
+    bool addByGroups(const Chunk& chunk, long numGroups, long firstRow, double bound)
+    {
         short groups[chunkRows / groupRows + 1];
         long found = 0;
         for (long g = 0; g < numGroups; ++g)
@@ -280,12 +292,7 @@ struct Candidates
             return false;
         for (long i = 0; i < found; ++i)
             for (long r = 0; r < groupRows; ++r)
-            {
-                const long row = groups[i] / lanes * blockRows + r * lanes + groups[i] % lanes;
-                keys[count] = chunk.keys[row];
-                indices[count] = firstRow + row;
-                count += chunk.keys[row] <= bound;
-            }
+                addIf_(chunk, groups[i] / lanes * blockRows + r * lanes + groups[i] % lanes, firstRow, bound);
         return true;
     }
 
@@ -307,6 +314,14 @@ struct Candidates
         const long padded = roundUp(count);
         std::fill(keys + count, keys + padded, infinity);
         return padded;
+    }
+
+private:
+    void addIf_(const Chunk& chunk, long row, long firstRow, double bound)
+    {
+        keys[count] = chunk.keys[row];
+        indices[count] = firstRow + row;
+        count += chunk.keys[row] <= bound;
     }
 };
 } // namespace
@@ -348,17 +363,19 @@ void tkNMNeighborScan::search(const Rows& rows, const double* query, double orde
     {
         const long numBlocks = fillFrom(firstRow);
         const long numGroups = numBlocks * lanes;
-        if (k <= numRows_ - firstRow && k <= chunkRows)
+        const long numRows = std::min(chunkRows, numRows_ - firstRow);
+        const bool byGroups = k == 1 || (2 * k <= numGroups && numGroups > 2 * lanes);
+        if (k <= numRows)
         {
-            const bool byGroups = k == 1 || (2 * k <= numGroups && numGroups > 2 * lanes);
-            const long numRows = std::min(chunkRows, numRows_ - firstRow);
             if (roundUp(k) > numRows) // otherwise the bisection would begin with the distance of an unused place
                 bound = std::min(bound, power.upperKey(*std::max_element(chunk.keys, chunk.keys + numRows), n));
             const double found = byGroups ? kernel.limit(chunk.minima, numGroups, k, k + k / 4 + 2, bound)
                                           : kernel.limit(chunk.keys, numBlocks * blockRows, k, k, bound);
             bound = std::min(bound, power.upperKey(found, n));
         }
-        hasRoom = hasRoom && candidates.add(chunk, numGroups, firstRow, bound);
+        hasRoom = hasRoom &&
+                  (byGroups || numBlocks > fewBlocks ? candidates.addByGroups(chunk, numGroups, firstRow, bound)
+                                                     : candidates.add(chunk, numBlocks * blockRows, firstRow, bound));
         if (hasRoom && candidates.count > mostCandidates / 4)
         {
             const long padded = candidates.pad();

@@ -141,9 +141,9 @@ void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult&
     // More neighbours than patterns are never found, so a huge k needs no more room.
     const auto room = static_cast<std::size_t>(std::min(params_.k(), trainingData_->numPatterns()));
     constexpr std::size_t usual = 128; // that many take no memory from the heap
-    tkScratch<long, usual> indices(room);
+    tkScratch<long, usual + 1> indices(room + 1);
     tkScratch<double, 2 * usual> distances(2 * room);
-    tkScratch<double, usual> scores(tkNMDecision::roundUp(room));
+    tkScratch<double, usual + 8> scores(tkNMDecision::roundUp(room + 1));
     const long found = findNearestNeighbors_(pattern, static_cast<long>(room), true, indices.data(), distances.data());
     long* const labels = indices.data();
     const std::size_t numLabels = fillMatchResults_(found, labels, scores.data());
@@ -189,14 +189,16 @@ std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, doubl
     std::size_t numLabels = 0;            // scores are numbers of votes at first
     if (static_cast<unsigned long>(largest) - static_cast<unsigned long>(smallest) < counted)
     {
+        // Without branches that could not be foreseen: neither on votes nor, mostly, on how many labels there are.
+        constexpr unsigned long together = 16;
+        const unsigned long numCounted = (static_cast<unsigned long>(largest - smallest) / together + 1) * together;
         long votes[counted];
-        const long numCounted = largest - smallest + 1;
         std::fill(votes, votes + numCounted, 0L);
         for (long j = 0; j < count; ++j)
             ++votes[labels[j] - smallest];
-        for (long i = 0; i < numCounted; ++i) // without branches, which could not be foreseen
+        for (unsigned long i = 0; i < numCounted; ++i)
         {
-            labels[numLabels] = smallest + i;
+            labels[numLabels] = smallest + static_cast<long>(i);
             scores[numLabels] = static_cast<double>(votes[i]);
             numLabels += votes[i] > 0;
         }
@@ -212,9 +214,10 @@ std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, doubl
             first = last;
         }
     }
-    for (std::size_t i = 0; i < numLabels; ++i)
+    const std::size_t padded = tkNMDecision::roundUp(numLabels);
+    std::fill(scores + numLabels, scores + padded, 0.0);
+    for (std::size_t i = 0; i < padded; ++i)
         scores[i] /= static_cast<double>(count);
-    std::fill(scores + numLabels, scores + tkNMDecision::roundUp(numLabels), 0.0);
     return numLabels;
 }
 

@@ -79,9 +79,9 @@ private:
     long findNearestNeighbors_(const tkFeaturePattern& pattern, long k, bool asSet, long* indices,
                                double* distances) const;
 
-    /// Replaces the first of `count` indices by the labels of these patterns, ascending, each once, and fills their
-    /// scores, which are their shares of the votes; returns their number. There is room for
-    /// tkNMDecision::roundUp(count) scores. *Requires* count >= 1.
+    /// Replaces the first of `count` >= 1 indices by the labels of these patterns, ascending, each once, and fills
+    /// their scores, which are their shares of the votes; returns their number. There is room for count + 1 labels, and
+    /// for tkNMDecision::roundUp(count + 1) scores.
     std::size_t fillMatchResults_(long count, long* indices, double* scores) const;
 
     TK_FACTORY_RECORD;

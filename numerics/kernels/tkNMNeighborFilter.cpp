@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -44,7 +43,7 @@ constexpr double farthest = 1e15; // steps
 constexpr long mostMinima = 16384;
 constexpr long mostCandidates = 512;
 constexpr long mostKnown = 8;
-constexpr long manyPassed = 64; // rows that let a row's own bytes be tested
+constexpr long fewestKept = 32; // columns; sums of fewer are computed again faster than their minima are found
 
 using PowerSums = void (*)(const tkNMNormPower&, const double*, const double* const*, long, long, double*);
 
@@ -340,7 +339,7 @@ private:
     {
         const int power = power_.order < 2.0 ? 1 : 2;
         const Bytes bytes(n_, power, instructions_);
-        queryError_ = filter_.toBytes_(query_, queryBytes_.bytes).clipped;
+        const double queryError = filter_.toBytes_(query_, queryBytes_.bytes).clipped;
         bytes.prepare(queryBytes_);
         // Factors that turn norms of order p and of order 2 into norms of order m.
         const double columns = static_cast<double>(n_);
@@ -357,7 +356,7 @@ private:
                 const double rest = power == 1 ? whole - outside : (whole - outside) * (whole + outside);
                 reach = std::min(reach, power == 1 ? std::max(rest, 0.0) : std::sqrt(std::max(rest, 0.0)));
             }
-            reach += errorFactor * (errors.clipped + queryError_) + 1e-6;
+            reach += errorFactor * (errors.clipped + queryError) + 1e-6;
             return static_cast<long>(std::min((power == 1 ? reach : reach * reach) * scale, largestSum));
         };
         firstPass_(bytes);
@@ -384,7 +383,8 @@ private:
     {
         const long blocks = filter_.numBlocks_();
         numMinima_ = std::min(blocks, mostMinima);
-        if (k_ > numMinima_ / 8 && blocks + blocks * Bytes::blockRows <= mostMinima)
+        const bool isWorthKeeping = k_ > blocks / 2 || (k_ > blocks / 8 && n_ >= fewestKept);
+        if (isWorthKeeping && blocks + blocks * Bytes::blockRows <= mostMinima)
             sums_ = minima_ + blocks;
         const bool byRow = sums_ && k_ > blocks / 2;
         if (k_ > (byRow ? blocks * Bytes::blockRows : numMinima_) / 2)
@@ -455,41 +455,11 @@ private:
             }
             long passed = 0;
             for (std::uint64_t rows = Bytes::rowsUpTo(static_cast<std::uint16_t>(high), sumsOf_(bytes, block));
-                 rows != 0; rows &= rows - 1)
-            {
-                const long row = lowestRow(rows);
-                if (isTooFar_(filter_.block_(block), row))
-                    continue;
-                take_(first + row, true);
-                ++passed;
-            }
+                 rows != 0; rows &= rows - 1, ++passed)
+                take_(first + lowestRow(rows), true);
             if (passed > Bytes::blockRows / 2)
                 numUnfiltered = blocksUnfiltered;
         }
-    }
-
-    // Whether the limit (1) of order p itself rules out a row that the sums of bytes let pass. Many rows do pass where
-    // p is neither 1 nor 2, and the measurements are many; this reads none of their doubles.
-    bool isTooFar_(const Line* block, long row)
-    {
-        if (power_.kind == tkNMNormPower::First || power_.kind == tkNMNormPower::Second || ++numPassed_ < manyPassed)
-            return false;
-        if (numPassed_ == manyPassed)
-            for (int d = 0; d < 255; ++d)
-                bytePowers_[d] = raised(power_, d);
-        if (reach_ < testedReach_)
-        {
-            testedReach_ = reach_;
-            const double p = power_.order;
-            const double errorFactor = p < 2.0 ? tkNMElementary::pow(static_cast<double>(n_), 1.0 / p - 0.5) : 1.0;
-            const double errors = errorFactor * (filter_.largestErrors_.clipped + queryError_);
-            largestPowers_ = tkNMElementary::pow(reach_ / filter_.step_ + errors + 1e-6, p) * (1.0 + 1e-9);
-        }
-        const std::int8_t* const bytes = block->bytes;
-        double sum = 0.0;
-        for (long c = 0; c < n_; ++c)
-            sum += bytePowers_[std::abs(queryBytes_.bytes[c] - bytes[Bytes::offset(n_, row, c)])];
-        return sum > largestPowers_;
     }
 
     // Puts the k smallest values into the heap selection_, each as value * mostMinima + its index.
@@ -650,11 +620,6 @@ private:
     double reach_ = infinity;    // nor are rows farther away than this
 
     Bytes::Query queryBytes_;
-    double queryError_ = 0.0;
-    long numPassed_ = 0;               // rows that the sums of bytes let pass
-    double bytePowers_[255];           // d^p
-    double testedReach_ = infinity;    // the reach for which there is
-    double largestPowers_ = infinity;  // the limit of sums of bytePowers_
     std::uint16_t minima_[mostMinima]; // of the first numMinima_ blocks: their smallest sums
     long numMinima_ = 0;
     std::uint16_t* sums_ = nullptr; // of all rows, behind the minima; null if they are not kept

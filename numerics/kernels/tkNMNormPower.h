@@ -2,7 +2,6 @@
 #define NUMERICS_KERNELS_TKNMNORMPOWER_H
 
 #include "numerics/kernels/tkNMLanes.h"
-#include "numerics/tkNMElementary.h"
 
 #include <cmath>
 #include <cstdint>
@@ -88,29 +87,6 @@ TK_ALWAYS_INLINE void raiseDifference(const tkNMNormPower& power, typename Regis
             difference = difference * (root + root * (((0.3125 * r + 0.375) * r + 0.5) * r));
         }
     }
-}
-
-/// One power: by the product, if there is one.
-inline double raised(const tkNMNormPower& power, double difference)
-{
-    switch (power.kind)
-    {
-    case tkNMNormPower::First:
-        raiseDifference<1, tkNMNormPower::First>(power, difference);
-        return difference;
-    case tkNMNormPower::Second:
-        raiseDifference<1, tkNMNormPower::Second>(power, difference);
-        return difference;
-    case tkNMNormPower::Third:
-        raiseDifference<1, tkNMNormPower::Third>(power, difference);
-        return difference;
-    case tkNMNormPower::Halves:
-        raiseDifference<1, tkNMNormPower::Halves>(power, difference);
-        return difference;
-    case tkNMNormPower::Other:
-        break;
-    }
-    return tkNMElementary::pow(std::fabs(difference), power.order);
 }
 
 #endif

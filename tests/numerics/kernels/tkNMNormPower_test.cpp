@@ -11,6 +11,28 @@
 namespace
 {
 using Power = tkNMNormPower;
+
+double raised(const Power& power, double difference)
+{
+    switch (power.kind)
+    {
+    case Power::First:
+        raiseDifference<1, Power::First>(power, difference);
+        break;
+    case Power::Second:
+        raiseDifference<1, Power::Second>(power, difference);
+        break;
+    case Power::Third:
+        raiseDifference<1, Power::Third>(power, difference);
+        break;
+    case Power::Halves:
+        raiseDifference<1, Power::Halves>(power, difference);
+        break;
+    case Power::Other:
+        ADD_FAILURE() << power.order;
+    }
+    return difference;
+}
 } // namespace
 
 TEST(tkNMNormPower, ordersWithProductsAreRecognised)

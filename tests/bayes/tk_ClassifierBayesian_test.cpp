@@ -301,6 +301,43 @@ TEST(tk_ClassifierBayesian, runningAllocatesTheCategoriesOfANewResultAndNothingE
     }
 }
 
+TEST(tk_ClassifierBayesian, runsWithInvalidMeasurementsAllocateNothingAndHaveTheMatchScoresOfTheModels)
+{
+    for (const std::size_t dimension : {6u, 16u, 64u})
+    {
+        Rows rows;
+        std::vector<long> labels;
+        randomData(900, dimension, 12, rows, labels);
+        for (std::size_t i = 0; i < labels.size(); ++i)
+            labels[i] = static_cast<long>(i % 10);
+        std::vector<long> all(dimension);
+        std::iota(all.begin(), all.end(), 0L);
+        Types types(Types::eNormal);
+        for (long label = 0; label < 10; ++label)
+            types.setDependent(label, all);
+        tk_ClassifierBayesian classifier;
+        classifier.train(provider(rows, labels), Params(types));
+        for (const std::size_t count : {std::size_t{1}, (dimension + 3) / 4})
+        {
+            std::vector<long> invalid;
+            for (std::size_t j = 0; j < count; ++j)
+                invalid.push_back(static_cast<long>((3 + 5 * j) % dimension));
+            const tkFeaturePattern pattern(rows[7], invalid);
+            tkClassifierResult result;
+            classifier.run(pattern, result);
+            const double offset = result.matchScoreFactorLog();
+            for (const tkClassifierCategoryResult& each : result.categoryResults())
+            {
+                const auto c = static_cast<std::size_t>(each.categoryLabel());
+                EXPECT_EQ(each.matchScore(), tkNMElementary::exp(model(classifier, c).matchScore(pattern) + offset));
+            }
+            const tkAllocations allocations;
+            classifier.run(pattern, result);
+            EXPECT_EQ(allocations.count(), 0u) << dimension << ' ' << count;
+        }
+    }
+}
+
 TEST(tk_ClassifierBayesian, furtherPatternsOfACategoryAllocateNothing)
 {
     Rows rows;

@@ -11,7 +11,7 @@ void tkAddressTable::erase(const void* address)
 {
     if (find(address) == 0)
         return;
-    // Those behind it move up as far as their homes allow: a search must meet no gap before it is at its end.
+    // Addresses in the slots after it move up as far as their homes allow, so that no search ends at a gap too early.
     std::size_t gap = slotOf_(address);
     for (std::size_t slot = next_(gap); slots_[slot].address; slot = next_(slot))
     {

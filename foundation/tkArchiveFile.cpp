@@ -32,10 +32,10 @@ namespace
 {
 namespace fs = std::filesystem;
 
-// The frame: mark, format version (4 bytes), length of the archive (8 bytes), the class's name behind the number of its
-// bytes (1 byte), archive, checksum of name and archive (8 bytes). Every bit in front of the name is compared with what
-// it must be. Format 1 has no name and no number of its bytes: it is that of files saved before there were names, and
-// of objects without one: no class, or one whose name is not the same from every compiler.
+// The frame: mark, format version (4 bytes), length of the archive (8 bytes), the number of bytes of the class's name
+// (1 byte), the name, archive, checksum of name and archive (8 bytes). Every bit in front of the name is compared with
+// what it must be. Format 1 has no name and no number of its bytes: it is that of files saved before there were names,
+// and of objects without one: no class, or one whose name is not the same from every compiler.
 
 /// A byte above ASCII, a name, and the line ends that a transfer in text mode would change.
 constexpr unsigned char mark[8] = {0x89, 'T', 'K', 'A', '\r', '\n', 0x1A, '\n'};
@@ -192,7 +192,7 @@ public:
     bool write(const unsigned char* bytes, std::size_t count);
     bool seek(std::uint64_t position);
     /// How many bytes from the current position on, `count` at most, are known to be zeros that take no space on the
-    /// disk. Goes behind them.
+    /// disk. The position is after them then.
     std::uint64_t skipHole(std::uint64_t count);
     /// Gives the file the permissions of `other` and, if it can, the owner. Fails if `other` may not be written.
     bool takePermissions(const fs::path& other);

@@ -57,7 +57,7 @@ std::wstring tkArchive::State_::shown(const std::string& typeName)
 
 tkArchive::Exchange_::Exchange_(tkArchive& archive) : state_(*archive.state_), enclosing_(innermost_)
 {
-    state_.stream.requireSound();
+    state_.stream.requireNotFailed();
     innermost_ = this;
     if (state_.exchanges++ == 0)
     {

@@ -19,7 +19,7 @@ void tkArchiveStream::exchange(unsigned char* bytes, std::size_t count)
         used_ += count;
         return;
     }
-    requireSound();
+    requireNotFailed();
     if (in_)
     {
         const std::size_t got = read_(bytes, count);
@@ -41,7 +41,7 @@ void tkArchiveStream::exchangeBools(unsigned char* flags, std::size_t count)
 {
     if (out_)
         return exchange(flags, count);
-    requireSound();
+    requireNotFailed();
     const std::size_t got = read_(flags, count);
     if (std::accumulate(flags, flags + got, 0U, std::bit_or<>()) > 1)
     {
@@ -68,12 +68,12 @@ void tkArchiveStream::abandon() noexcept
     {
         flush();
     }
-    catch (...) // the failure that is behind this one is on its way already
+    catch (...) // the error that caused this one is thrown already
     {
     }
 }
 
-void tkArchiveStream::requireSound()
+void tkArchiveStream::requireNotFailed()
 {
     if (failed_)
         fail(L"An earlier exchange with this archive failed");

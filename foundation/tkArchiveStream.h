@@ -35,8 +35,11 @@ public:
     /// The same without an error: what the stream does not take is lost.
     void abandon() noexcept;
 
-    void requireSound();
+    /// Throws tkArchive::Errors if an earlier exchange has failed.
+    void requireNotFailed();
+    /// Makes every further exchange fail. What is in the buffer still goes to the stream.
     void setFailed();
+    /// Throws tkArchive::Errors(`what`) with direction and byte, after setFailed().
     [[noreturn]] void fail(const std::wstring& what);
 
 private:

@@ -77,7 +77,7 @@ std::string tkPersistent::typeName(const std::type_info& type)
                                                            &std::free);
     return name ? name.get() : type.name();
 #else
-    // Microsoft's compilers give the readable name behind the kind of type.
+    // Microsoft's compilers write the kind of type before the readable name.
     const std::string name = type.name();
     for (const std::string kind : {"class ", "struct "})
         if (name.compare(0, kind.size(), kind) == 0)

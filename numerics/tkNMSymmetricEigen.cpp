@@ -10,7 +10,7 @@ const int mostSteps = 60;
 const double roundingUnit = 0x1p-53;
 
 /// Reflects row and column k + 1, k + 2, ... such that column k ends below its subdiagonal element, which is returned:
-/// A becomes H A H with H = I - v v' / h. The vector v takes the place of row k behind the diagonal. h = 0: H = I.
+/// A becomes H A H with H = I - v v' / h. The vector v is stored in row k, after the diagonal. h = 0: H = I.
 double reflect(std::size_t n, double* a, std::size_t k, double* p, double& h)
 {
     double* const v = a + k * n; // by symmetry row k is column k

@@ -25,22 +25,22 @@ public:
         : labels_(labels),
           size_(size),
           isAscending_(isAscending(labels, size)),
-          places_(isAscending_ ? 0 : size)
+          entries_(isAscending_ ? 0 : size)
     {
         if (isAscending_)
             return;
         for (std::size_t i = 0; i < size; ++i)
-            places_[i] = {labels[i], i};
-        std::sort(places_.begin(), places_.end(), [](const Place& a, const Place& b) { return a.label < b.label; });
-        const auto sameLabel = [](const Place& a, const Place& b) { return a.label == b.label; };
-        if (std::adjacent_find(places_.begin(), places_.end(), sameLabel) != places_.end())
+            entries_[i] = {labels[i], i};
+        std::sort(entries_.begin(), entries_.end(), [](const Entry& a, const Entry& b) { return a.label < b.label; });
+        const auto sameLabel = [](const Entry& a, const Entry& b) { return a.label == b.label; };
+        if (std::adjacent_find(entries_.begin(), entries_.end(), sameLabel) != entries_.end())
             throw tkClassifierDefs::BadParams(tk_Messages::labelsUnique);
     }
 
     /// Whether the labels are ascending, as classifiers give them, and none is negative. They are then their own index.
     bool isAscending() const { return isAscending_; }
 
-    bool hasNegativeLabel() const { return !isAscending_ && places_[0].label < 0; }
+    bool hasNegativeLabel() const { return !isAscending_ && entries_[0].label < 0; }
 
     /// Where this label stands, `none` if nowhere. Labels without gaps, as most are, are found at once. *Requires* that
     /// none is negative.
@@ -48,27 +48,27 @@ public:
     {
         if (label < 0 || size_ == 0)
             return none;
-        std::size_t place = static_cast<std::size_t>(label - label_(0));
-        if (place >= size_ || label_(place) != label)
+        std::size_t position = static_cast<std::size_t>(label - label_(0));
+        if (position >= size_ || label_(position) != label)
         {
-            place = 0;
+            position = 0;
             for (std::size_t length = size_; length > 0;)
             {
                 const std::size_t half = length / 2;
-                const bool isBehind = label_(place + half) < label;
-                place += isBehind ? half + 1 : 0;
-                length = isBehind ? length - half - 1 : half;
+                const bool isLater = label_(position + half) < label;
+                position += isLater ? half + 1 : 0;
+                length = isLater ? length - half - 1 : half;
             }
-            if (place == size_ || label_(place) != label)
+            if (position == size_ || label_(position) != label)
                 return none;
         }
-        return isAscending_ ? place : places_[place].index;
+        return isAscending_ ? position : entries_[position].index;
     }
 
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
 private:
-    struct Place
+    struct Entry
     {
         long label;
         std::size_t index;
@@ -83,12 +83,12 @@ private:
     }
 
     /// In ascending order.
-    long label_(std::size_t place) const { return isAscending_ ? labels_[place] : places_[place].label; }
+    long label_(std::size_t position) const { return isAscending_ ? labels_[position] : entries_[position].label; }
 
     const long* labels_;
     std::size_t size_;
     bool isAscending_;
-    tkScratch<Place> places_;
+    tkScratch<Entry> entries_;
 };
 
 /// Overrides are walked last to first, so that the first of a label wins.

@@ -31,6 +31,8 @@ const std::vector<const std::type_info*>& tk_persistentClasses()
         &typeid(tk_PDFBinomial),
         &typeid(tkCovariancePooling),
         &typeid(tk_ClassifierPooled),
+        &typeid(tkIncompleteTraining),
+        &typeid(tk_ClassifierIncomplete),
     };
     return classes;
 }

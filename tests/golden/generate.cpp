@@ -89,6 +89,8 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkAssessment.v0.bin", storeToBytes(golden::assessment())},
         {"tkCovariancePooling.v0.bin", handleBytes(golden::covariancePooling())},
         {"tkClassifierTool.pooled.v0.bin", storeToBytes(golden::pooledTool())},
+        {"tkIncompleteTraining.v0.bin", handleBytes(golden::incompleteTraining())},
+        {"tkClassifierTool.incomplete.v0.bin", storeToBytes(golden::incompleteTool())},
     };
 }
 } // namespace

@@ -5,6 +5,7 @@
 #include "clss/model/tkAssessment.h"
 #include "clss/model/tkCovariancePooling.h"
 #include "clss/model/tkDecisionRule.h"
+#include "clss/model/tkIncompleteTraining.h"
 #include "clss/model/tkPatternScaler.h"
 #include "tests/golden/bayes.h"
 #include "tests/golden/dataModel.h"
@@ -42,6 +43,25 @@ inline tkClassifierTool pooledTool()
     types.setDependent(9, {1, 0});
     tkClassifierTool tool;
     tool.train(data, tkCovariancePooling(tkClassifierTrainParamsBayesian(types), 0.5));
+    return tool;
+}
+
+inline tkIncompleteTraining incompleteTraining()
+{
+    return tkIncompleteTraining(trainParamsBayesian(), 258);
+}
+
+/// A category of two joint measurements, one of which a pattern lacks.
+inline tkClassifierTool incompleteTool()
+{
+    tkClassifierDataProviderMemory data;
+    for (const std::vector<double>& row : std::vector<std::vector<double>>{{1, 5}, {2, 4}, {4, 4}, {3, 1}})
+        data.addData(row, 4);
+    data.addData(tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern({2.0, 0.0}, {1})), 4);
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    types.setDependent(4, {0, 1});
+    tkClassifierTool tool;
+    tool.train(data, tkIncompleteTraining(tkClassifierTrainParamsBayesian(types)));
     return tool;
 }
 

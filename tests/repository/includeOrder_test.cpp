@@ -109,6 +109,9 @@ clss/model/tkAssessment
 clss/model/tkCovariancePooling
 clss/model/tk_CovariancePool
 clss/model/tk_ClassifierPooled
+clss/model/tkIncompleteTraining
+clss/model/tk_IncompleteStatistics
+clss/model/tk_ClassifierIncomplete
 clss/clastool/clastool
 )";
 

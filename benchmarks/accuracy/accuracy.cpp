@@ -1,22 +1,33 @@
-// Cross-validates Bayesian classification with one full dependency set per category.
+// Cross-validates Bayesian classification with one full dependency set per category, and other methods.
 //
-// accuracy FREQUENCIES FOLDS DATA: FREQUENCIES is "equal" or "shares" (of the training patterns), FOLDS a file with the
-// number of the fold in which each pattern is tested, DATA a file with a pattern on each line: its measurements and its
-// category, separated by commas. Prints the share of right decisions, and the mean of -ln of the class score of the
-// right category (at most 700 for a pattern, so that one at a score of 0 does not hide the others; a category without
-// training patterns has a score of 0), both averaged over the folds. accuracy.py makes folds and data.
+// accuracy FREQUENCIES FOLDS DATA [METHOD [LIMIT]]: FREQUENCIES is "equal" or "shares" (of the training patterns),
+// FOLDS a file with the number of the fold in which each pattern is tested, DATA a file with a pattern on each line:
+// its measurements and its category, separated by commas. METHOD is "joint", as said above, if it is left out;
+// "pooled": the same with covariances pooled by an amount that leave-one-out chooses; "gaps": as "joint", but it learns
+// also from patterns with missing measurements, which are "nan" in DATA; "neighbours": the 5 nearest ones, and
+// "scaled": the same with measurements divided by their deviations, both without regard to FREQUENCIES. With LIMIT,
+// only so many patterns of each category are learned, the first ones. Prints the share of right decisions, and the mean
+// of -ln of the class score of the right category (at most 700 for a pattern, so that one at a score of 0 does not hide
+// the others; a category without training patterns has a score of 0), both averaged over the folds. accuracy.py makes
+// folds and data.
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierResult.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
+#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
+#include "clss/model/tkCovariancePooling.h"
+#include "clss/model/tkIncompleteTraining.h"
+#include "clss/model/tkPatternScaler.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <numeric>
 #include <set>
 #include <sstream>
@@ -45,7 +56,11 @@ void read(const char* file, Data& data)
         std::string field;
         while (std::getline(fields, field, ',') && !fields.eof())
             values.push_back(std::stod(field));
-        data.patterns.emplace_back(new tkFeaturePattern(values));
+        std::vector<long> invalid;
+        for (std::size_t j = 0; j < values.size(); ++j)
+            if (std::isnan(values[j]))
+                invalid.push_back(static_cast<long>(j));
+        data.patterns.emplace_back(new tkFeaturePattern(values, invalid));
         data.labels.push_back(data.names.emplace(field, static_cast<long>(data.names.size())).first->second);
     }
     if (data.patterns.empty())
@@ -67,13 +82,47 @@ double lossOf(const tkClassifierResult& result, long label)
     return 700.0;
 }
 
-/// What a tool trained with the patterns of the other folds makes of those of one.
-Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, bool hasEqualFrequencies)
+struct Way
+{
+    bool hasEqualFrequencies;
+    std::string method;
+    double limit; // patterns of a category that are learned
+};
+
+using Judge = std::function<tkClassifierResult(const tkFeaturePattern&)>;
+
+Judge trainedNeighbours(const tkClassifierDataProviderMemory& training, bool isScaled)
+{
+    const long measurements = training.numMeasurements();
+    const tkPatternScaler scaler =
+        isScaled ? tkPatternScaler(training)
+                 : tkPatternScaler(std::vector<double>(static_cast<std::size_t>(measurements), 0.0),
+                                   std::vector<double>(static_cast<std::size_t>(measurements), 1.0));
+    const auto tool = std::make_shared<tkClassifierTool>();
+    tool->train(scaler.apply(training), tkClassifierTrainParamsKNN(5));
+    return [=](const tkFeaturePattern& pattern) { return tool->run(scaler.apply(pattern)); };
+}
+
+Judge trainedBayesian(const tkClassifierDataProviderMemory& training, const tkClassifierTrainParamsBayesian& params,
+                      const std::string& method)
+{
+    const auto tool = std::make_shared<tkClassifierTool>();
+    if (method == "pooled")
+        tool->train(training, tkCovariancePooling(params));
+    else if (method == "gaps")
+        tool->train(training, tkIncompleteTraining(params));
+    else
+        tool->train(training, params);
+    return [=](const tkFeaturePattern& pattern) { return tool->run(pattern); };
+}
+
+/// What is learned from the patterns of the other folds and judges those of one.
+Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, const Way& way)
 {
     tkClassifierDataProviderMemory training;
     std::map<long, double> counts;
     for (std::size_t i = 0; i < folds.size(); ++i)
-        if (folds[i] != fold)
+        if (folds[i] != fold && counts[data.labels[i]] < way.limit)
         {
             training.addData(data.patterns[i], data.labels[i]);
             counts[data.labels[i]] += 1.0;
@@ -84,20 +133,23 @@ Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, b
     tkClassifierFrequencies frequencies;
     for (const auto& [label, count] : counts)
     {
+        if (count == 0.0)
+            continue;
         types.setDependent(label, all);
-        if (!hasEqualFrequencies)
+        if (!way.hasEqualFrequencies)
             frequencies.categoryFrequencyOverride(label, count);
     }
-    tkClassifierTool tool;
-    tool.train(training, tkClassifierTrainParamsBayesian(types, frequencies));
+    const tkClassifierTrainParamsBayesian params(types, frequencies);
+    const Judge judge = way.method == "neighbours" || way.method == "scaled"
+                            ? trainedNeighbours(training, way.method == "scaled")
+                            : trainedBayesian(training, params, way.method);
 
     double tested = 0.0;
     Figures figures;
-    tkClassifierResult result;
     for (std::size_t i = 0; i < folds.size(); ++i)
         if (folds[i] == fold)
         {
-            tool.run(*data.patterns[i], result);
+            const tkClassifierResult result = judge(*data.patterns[i]);
             tested += 1.0;
             figures.right += result.categoryResults().front().categoryLabel() == data.labels[i] ? 1.0 : 0.0;
             figures.loss += lossOf(result, data.labels[i]);
@@ -108,9 +160,9 @@ Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, b
 
 int main(int argc, char** argv)
 {
-    if (argc != 4)
+    if (argc < 4 || argc > 6)
     {
-        std::cerr << "accuracy equal|shares FOLDS DATA\n";
+        std::cerr << "accuracy equal|shares FOLDS DATA [joint|pooled|gaps|neighbours|scaled [LIMIT]]\n";
         return 2;
     }
     try
@@ -123,11 +175,15 @@ int main(int argc, char** argv)
             folds.push_back(fold);
         if (folds.size() != data.patterns.size())
             throw std::runtime_error("as many folds as patterns are needed");
+        const Way way{std::string(argv[1]) == "equal", argc > 4 ? argv[4] : "joint",
+                      argc > 5 ? std::stod(argv[5]) : HUGE_VAL};
+        if (std::set<std::string>{"joint", "pooled", "gaps", "neighbours", "scaled"}.count(way.method) == 0)
+            throw std::runtime_error("there is no method " + way.method);
         Figures sum;
         const std::set<long> tested(folds.begin(), folds.end());
         for (const long fold : tested)
         {
-            const Figures figures = figuresOf(data, folds, fold, std::string(argv[1]) == "equal");
+            const Figures figures = figuresOf(data, folds, fold, way);
             sum.right += figures.right;
             sum.loss += figures.loss;
         }

@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """Prints accuracy and log loss of Bayesian classification with full covariance on public data sets.
 
-    accuracy.py PROGRAM [OTHER] [weka=FOLDER] [mlbench=FOLDER]
+    accuracy.py PROGRAM [OTHER] [methods=METHOD,METHOD] [few] [gaps=SHARE] [weka=FOLDER] [mlbench=FOLDER]
 
 PROGRAM is the program accuracy (-DCLASTOOL_BUILD_BENCHMARKS=ON), OTHER the same built with another state of the library
-to compare with. The data come from packages and are no part of this repository:
+to compare with. Methods are joint (if none are named), pooled, gaps, neighbours and scaled; see accuracy.cpp. With the word few,
+one pattern of each category more than there are measurements is learned. With gaps=0.1 a tenth of all measurements is
+removed at random, in training and testing, and two more columns have the shares of right decisions of scikit-learn's
+QuadraticDiscriminantAnalysis and GaussianNB with the means imputed, on the same folds and with the categories' shares as
+priors; the method gaps learns from patterns with gaps. The data come from packages and are no part of this repository:
 
     Debian weka (GPL), /usr/share/doc/weka/examples: glass, segment, ionosphere, diabetes, all from the UCI repository;
     Debian r-cran-mlbench (GPL-2), /usr/lib/R/site-library/mlbench/data: Vehicle, Sonar, Vowel, Zoo, Satellite,
@@ -96,7 +100,7 @@ def ways(labels):
         yield folds_in(order, labels)
 
 
-def figures(program, data, labels, folder):
+def figures(program, method, limit, data, labels, folder):
     """Means of accuracy and log loss over all ways to make folds, for equal frequencies and for shares."""
     result = []
     for frequencies in ("equal", "shares"):
@@ -105,32 +109,73 @@ def figures(program, data, labels, folder):
             with open(os.path.join(folder, "folds"), "w") as stream:
                 stream.write("\n".join(map(str, folds)))
             command = [program, frequencies, stream.name, data]
+            if method != "joint" or limit:
+                command += [method] + ([str(limit)] if limit else [])
             output = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
             rows.append([float(value) for value in output.split()])
         result += [sum(column) / len(rows) for column in zip(*rows)]
     return result
 
 
+def with_gaps(patterns, share):
+    generator = random.Random(11)
+    return [[float("nan") if generator.random() < share else value for value in pattern] for pattern in patterns]
+
+
+def imputed(patterns, labels):
+    """Shares of right decisions with imputed means, over all ways to make folds."""
+    import numpy
+    from sklearn.discriminant_analysis import QuadraticDiscriminantAnalysis
+    from sklearn.impute import SimpleImputer
+    from sklearn.naive_bayes import GaussianNB
+    from sklearn.pipeline import make_pipeline
+
+    data, names = numpy.array(patterns), numpy.array(labels)
+    result = []
+    for method in (QuadraticDiscriminantAnalysis, GaussianNB):
+        rights = []
+        for folds in map(numpy.array, ways(labels)):
+            for fold in range(5):
+                try:
+                    with warnings.catch_warnings():
+                        warnings.simplefilter("ignore")
+                        pipeline = make_pipeline(SimpleImputer(keep_empty_features=True), method())
+                        pipeline.fit(data[folds != fold], names[folds != fold])
+                        rights.append(pipeline.score(data[folds == fold], names[folds == fold]))
+                except Exception:  # QuadraticDiscriminantAnalysis refuses some singular data
+                    rights.append(0.0)
+        result.append(sum(rights) / len(rights))
+    return result
+
+
 def main():
-    programs = [argument for argument in sys.argv[1:] if "=" not in argument]
-    folders = dict(argument.split("=", 1) for argument in sys.argv[1:] if "=" in argument)
-    if len(programs) not in (1, 2) or not set(folders) <= {"weka", "mlbench"}:
+    few = "few" in sys.argv[1:]
+    programs = [argument for argument in sys.argv[1:] if "=" not in argument and argument != "few"]
+    options = dict(argument.split("=", 1) for argument in sys.argv[1:] if "=" in argument)
+    if len(programs) not in (1, 2) or not set(options) <= {"methods", "gaps", "weka", "mlbench"}:
         sys.exit(__doc__)
+    columns = [(program, method) for program in programs for method in options.get("methods", "joint").split(",")]
+    print("columns: " + ", ".join(method for _, method in columns))
     print("%-20s %8s %5s %6s" % ("", "patterns", "meas.", "categ.")
-          + "   equal: right   loss   shares: right   loss" * len(programs))
-    totals, count = [0.0] * 4 * len(programs), 0
+          + "   equal: right   loss   shares: right   loss" * len(columns))
+    totals, count = [0.0] * 4 * len(columns), 0
     with tempfile.TemporaryDirectory() as folder:
-        for name, read in data_sets(folders.get("weka", "/usr/share/doc/weka/examples"),
-                                    folders.get("mlbench", "/usr/lib/R/site-library/mlbench/data")):
+        for name, read in data_sets(options.get("weka", "/usr/share/doc/weka/examples"),
+                                    options.get("mlbench", "/usr/lib/R/site-library/mlbench/data")):
             patterns, labels = read()
+            if "gaps" in options:
+                patterns = with_gaps(patterns, float(options["gaps"]))
             data = os.path.join(folder, "data")
             with open(data, "w") as stream:
                 for pattern, label in zip(patterns, labels):
                     stream.write(",".join(map(repr, pattern)) + "," + label + "\n")
-            row = [figure for program in programs for figure in figures(program, data, labels, folder)]
+            limit = len(patterns[0]) + 1 if few else None
+            row = [figure for program, method in columns
+                   for figure in figures(program, method, limit, data, labels, folder)]
             totals, count = [a + b for a, b in zip(totals, row)], count + 1
             print("%-20s %8d %5d %6d" % (name, len(labels), len(patterns[0]), len(set(labels)))
-                  + "".join("   %12.4f %6.3f   %13.4f %6.3f" % tuple(row[i:i + 4]) for i in range(0, len(row), 4)),
+                  + "".join("   %12.4f %6.3f   %13.4f %6.3f" % tuple(row[i:i + 4]) for i in range(0, len(row), 4))
+                  + ("   imputed: %.4f %.4f" % tuple(imputed(patterns, labels)) if "gaps" in options else ""),
                   flush=True)
     mean = [total / count for total in totals]
     print("%-42s" % "mean" + "".join("   %12.4f %6.3f   %13.4f %6.3f" % tuple(mean[i:i + 4])

@@ -10,6 +10,7 @@ require_packages "${build_packages[@]}" python3=/usr/bin/python3 libopencv-dev=/
     libfaiss-dev=/usr/include/faiss/IndexFlat.h libdlib-dev=/usr/include/dlib/statistics.h \
     libeigen3-dev=/usr/include/eigen3/Eigen/Dense libfuzzylite-dev=/usr/include/fl/Headers.h \
     python3-sklearn=/usr/lib/python3/dist-packages/sklearn/__init__.py
+require_compiler
 step "Configuring the build in build/release" cmake --preset release -DCLASTOOL_BUILD_BENCHMARKS=ON
 step "Building the benchmarks" cmake --build --preset release --target benchmarks
 

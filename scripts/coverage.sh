@@ -6,6 +6,7 @@ cd "$(dirname "$0")/.."
 source scripts/support.sh
 
 require_packages "${test_packages[@]}" gcovr=gcovr
+require_compiler
 step "Configuring the build in build/coverage" cmake --preset coverage
 step "Building the tests with counted lines" cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete

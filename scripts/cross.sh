@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # cross.sh [PLATFORM...]: builds the library and its tests for other platforms, compilers and optimisation levels, runs
 # them, those of other processors in an emulator, and writes docs/platforms.md. Without arguments, for all of them.
-# Installs on Debian what is missing for that.
+# Installs on Debian what is missing for that. Levels that the processor lacks are skipped.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/support.sh
@@ -101,19 +101,28 @@ write_page()
 }
 
 [[ $# -gt 0 ]] || set -- "${platforms[@]}"
+chosen=()
 needed=(cmake=cmake ninja-build=ninja libgtest-dev=/usr/src/googletest/CMakeLists.txt)
 for platform in "$@"; do
     if ! describe "$platform"; then
         echo "There is no platform $platform. Known are ${platforms[*]}." >&2
         exit 1
     fi
+    if [[ $platform == *-v? ]] && ! processor_runs "${platform##*-}"; then
+        echo "$platform: skipped, since this processor lacks instructions of x86-64-${platform##*-}"
+        continue
+    fi
+    chosen+=("$platform")
     needed+=("${packages[@]}")
 done
+if [[ ${#chosen[@]} -eq 0 ]]; then
+    exit
+fi
 require_packages "${needed[@]}"
 mkdir -p build/cross
 rm -f build/cross/*.row
 failed=0
-for platform in "$@"; do
+for platform in "${chosen[@]}"; do
     describe "$platform"
     run_platform "$platform" || failed=1
 done

@@ -14,6 +14,7 @@ build()
 }
 
 require_packages "${build_packages[@]}"
+require_compiler
 step "Building the surface inspector" build
 
 # A report that is asked for among the arguments takes the place of ours.

@@ -79,11 +79,27 @@ require_packages()
     if [[ ${#missing[@]} -gt 0 ]]; then
         install_packages "${missing[@]}"
     fi
+}
+
+# require_compiler: ends the script unless the compiler for this machine is there.
+require_compiler()
+{
     local compiler=${CXX:-c++}
     if ! command -v "${compiler%% *}" > /dev/null; then
         echo "The C++ compiler $compiler${CXX:+, which the variable CXX asks for,} was not found." >&2
         exit 1
     fi
+}
+
+# processor_runs v3|v4: whether the processor has all instructions of this level of x86-64, by its names in Linux.
+processor_runs()
+{
+    local flags flag needed=(avx avx2 bmi1 bmi2 f16c fma abm movbe)
+    [[ $1 == v3 ]] || needed+=(avx512f avx512bw avx512cd avx512dq avx512vl)
+    flags=$(grep -m 1 '^flags' /proc/cpuinfo) || return 1
+    for flag in "${needed[@]}"; do
+        [[ " $flags " == *" $flag "* ]] || return 1
+    done
 }
 
 install_packages()

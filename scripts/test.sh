@@ -5,6 +5,7 @@ cd "$(dirname "$0")/.."
 source scripts/support.sh
 
 require_packages "${test_packages[@]}"
+require_compiler
 step "Configuring the build in build/dev" cmake --preset dev
 step "Building the library and its tests" cmake --build --preset dev
 run_tests dev

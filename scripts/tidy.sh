@@ -12,6 +12,7 @@ headers_alone()
 }
 
 require_packages "${tidy_packages[@]}"
+require_compiler
 folders=(clastool foundation numerics clss tests fuzz benchmarks examples)
 mkdir -p build/log
 find "${folders[@]}" -name '*.h' -o -name '*.cpp' > build/log/sources.txt

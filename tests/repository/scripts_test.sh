@@ -161,12 +161,57 @@ PackageOfTheCompilerIsThatOfTheOneAskedFor() {
 }
 
 MissingCompilerIsNamed() {
-    CXX=/opt/cc run 'require_packages; echo later'
+    CXX=/opt/cc run 'require_compiler; echo later'
     expectStatus 1
     expectOutput 'The C++ compiler /opt/cc, which the variable CXX asks for, was not found.'
-    run 'require_packages; echo later'
+    run 'require_compiler; echo later'
     expectStatus 1
     expectOutput 'The C++ compiler c++ was not found.'
+}
+
+PackagesNeedNoCompilerOfThisMachine() {
+    standIn i686-linux-gnu-g++
+    run 'require_packages g++-i686-linux-gnu=i686-linux-gnu-g++; echo later'
+    expectStatus 0
+    expectOutput later
+    expectCalls ''
+}
+
+# expectLevels FLAGS V3 V4: exit status for each level where /proc/cpuinfo has these flags.
+expectLevels() {
+    standIn grep "echo 'flags : $1'"
+    run 'processor_runs v3'
+    expectStatus "$2"
+    run 'processor_runs v4'
+    expectStatus "$3"
+}
+
+LevelsOfTheProcessorAreThoseOfAllTheirInstructions() {
+    local v3='fpu avx f16c movbe abm fma bmi1 avx2 bmi2'
+    expectLevels "$v3" 0 1
+    expectLevels "$v3 avx512f avx512dq avx512cd avx512bw avx512vl" 0 0
+    expectLevels "$v3 avx512f avx512dq avx512cd avx512bw avx512vlx" 0 1
+    expectLevels 'fpu avx f16c movbe abm fma bmi1 bmi2 avx512f avx512dq avx512cd avx512bw avx512vl' 1 1
+    standIn grep 'exit 1'
+    run 'processor_runs v3'
+    expectStatus 1
+}
+
+LevelThatTheProcessorLacksIsSkippedAndLeavesItsRow() {
+    mkdir docs
+    cp -r "${support%/*}" scripts
+    echo '| `g++-v4` | an earlier run |' > docs/platforms.md
+    printf '#!%s\nexec "%s" "$@"\n' "$(command -v bash)" "$(command -v dirname)" > bin/dirname
+    chmod +x bin/dirname
+    standIn grep 'echo "flags : fpu avx2"'
+    standIn cmake
+    status=0
+    env -i PATH="$folder/bin" bash scripts/cross.sh g++-v4 clang++-v3 > out 2>&1 || status=$?
+    expectStatus 0
+    expectOutput 'g++-v4: skipped, since this processor lacks instructions of x86-64-v4
+clang++-v3: skipped, since this processor lacks instructions of x86-64-v3'
+    [ "$(cat docs/platforms.md)" = '| `g++-v4` | an earlier run |' ] || fail "the page is $(cat docs/platforms.md)"
+    ! grep -q '^cmake' calls || fail "built all the same"
 }
 
 "$2"

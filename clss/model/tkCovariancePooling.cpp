@@ -1,6 +1,7 @@
 #include "clss/model/tkCovariancePooling.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
+#include "clss/clastool/clastool/tk_Messages.h"
 #include "clss/model/tk_ClassifierPooled.h"
 #include "clss/model/tk_CovariancePool.h"
 #include "clss/model/tk_LabelledPatterns.h"
@@ -29,10 +30,12 @@ void tkCovariancePooling::amount(double amount)
 
 double tkCovariancePooling::choose(const tkClassifierDataProvider& data, const tkClassifierTrainParamsBayesian& params)
 {
-    const tk_LabelledPatterns labelled(data);
     tk_ClassifierBayesian classifier;
     classifier.train(data, params);
-    return tk_CovariancePool(classifier.categoryModels()).choose(labelled, params.categoryFrequencies());
+    const tk_LabelledPatterns usable = tk_LabelledPatterns::usable(data);
+    if (usable.patterns.empty())
+        throw tkClassifierDefs::InsufficientTrainData(tk_Messages::noValidTrainData);
+    return tk_CovariancePool(classifier.categoryModels()).choose(usable, params.categoryFrequencies());
 }
 
 tkPtrHandle<tkClassifierTrainParams> tkCovariancePooling::clone() const

@@ -15,9 +15,11 @@ void tk_ClassifierPooled::train_(const tkClassifierDataProvider& data, const tkC
 {
     const auto* const pooling = dynamic_cast<const tkCovariancePooling*>(&params);
     TK_ASSERT(pooling != nullptr);
+    if (!pooling->isChosen()) // a record may hold any amount, which the setter refuses
+        tkCovariancePooling(*pooling).amount(pooling->amount());
     tk_ClassifierBayesian::train_(data, params);
     const tk_CovariancePool pool(categoryModels());
-    pool.pool(pooling->isChosen() ? pool.choose(tk_LabelledPatterns(data), pooling->categoryFrequencies())
+    pool.pool(pooling->isChosen() ? pool.choose(tk_LabelledPatterns::usable(data), pooling->categoryFrequencies())
                                   : pooling->amount());
     complete_();
 }

@@ -13,8 +13,10 @@ public:
     tkPtrHandle<tk_Classifier> clone() const override;
 
 protected:
+    /// Throws tkClassifierDefs::BadParams for a loaded amount that is no share, then as the base.
     void train_(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params) override;
-    /// Throws tkClassifierDefs::BadParams if another pooling is asked for than was trained with, then as the base.
+    /// Keeps the densities as they were pooled: a chosen amount is not chosen anew for other frequencies. Throws
+    /// tkClassifierDefs::BadParams if another pooling is asked for than was trained with, then as the base.
     void retrain_(const tkClassifierTrainParams& params) override;
 
 private:

@@ -112,18 +112,38 @@ public:
         }
     }
 
-    /// Adds to each model of the group the log density of a pattern of model `truth`. False if a covariance is
-    /// singular.
-    bool add(const tkFeaturePattern& pattern, std::size_t truth, std::vector<double>& logLikelihoods) const
+    /// Takes out the models that no amount helps. One without others to borrow from and with a singular covariance does
+    /// not compete; one of which nothing, or that, is left without one of its patterns has none that is judged.
+    void takeOut(std::vector<bool>& competes, std::vector<bool>& isJudged) const
+    {
+        for (std::size_t m = 0; m < group_.members.size(); ++m)
+        {
+            const std::size_t model = group_.members[m].model;
+            if (isAlone_() && !plain_[m].isSound)
+                competes[model] = false;
+            if (countOf(group_.members[m]) < 2.0 || (isAlone_() && !own_[m].isSound))
+                isJudged[model] = false;
+        }
+    }
+
+    enum class Outcome
+    {
+        eAdded,
+        eNotJudged, // a covariance that no amount changes is singular without the pattern
+        eSingular   // with this amount a covariance is
+    };
+
+    /// Adds to each model of the group the log density of a pattern of model `truth`, of which patterns are judged.
+    Outcome add(const tkFeaturePattern& pattern, std::size_t truth, std::vector<double>& logLikelihoods) const
     {
         const std::size_t own = ofModel_[truth];
+        if (isAlone_() && own == none_ && !plain_[0].isSound)
+            return Outcome::eAdded; // to a model that does not compete
         std::vector<double> u;
         double n = 0.0;
         if (own != none_)
         {
             n = countOf(group_.members[own]);
-            if (n < 2.0) // nothing is left
-                return false;
             fillDifference_(own, pattern, u);
         }
         std::vector<double> v;
@@ -132,7 +152,7 @@ public:
         {
             const Factor& factor = own == none_ ? plain_[m] : m == own ? own_[m] : others_[m];
             if (!factor.isSound)
-                return false;
+                return Outcome::eSingular;
             fillDifference_(m, pattern, v);
             factor.solve(v);
             double square = product(v, v);
@@ -145,7 +165,7 @@ public:
                 const double taken = n / (n - 1.0) * (ofOwn + amount_ * inverse(group_.degrees - 1.0));
                 left = 1.0 - taken * product(y, y);
                 if (!(left > singular))
-                    return false;
+                    return isAlone_() ? Outcome::eNotJudged : Outcome::eSingular;
                 const double mixed = product(v, y);
                 square += taken * mixed * mixed / left;
                 if (m == own) // x less the mean without x is n / (n - 1) u
@@ -155,12 +175,14 @@ public:
                 logUnits_ - 0.5 * (static_cast<double>(used_.size()) * logTwoPi_ + factor.logDeterminant +
                                    tkNMElementary::log(left) + square);
         }
-        return true;
+        return Outcome::eAdded;
     }
 
 private:
     static constexpr std::size_t none_ = static_cast<std::size_t>(-1);
     static constexpr double logTwoPi_ = 1.8378770664093454836;
+
+    bool isAlone_() const { return group_.members.size() == 1; }
 
     Factor factorOf_(std::size_t m, double ofMember, double ofGroup) const
     {
@@ -249,24 +271,36 @@ tk_CovariancePool::Figures tk_CovariancePool::judge(const tk_LabelledPatterns& d
     std::vector<GroupJudge> judges;
     for (const Group& group : groups_)
         judges.emplace_back(group, labels_.size(), amount);
+    std::vector<bool> competes(labels_.size(), true);
+    std::vector<bool> isJudged(labels_.size(), true);
+    for (std::size_t m = 0; m < labels_.size(); ++m)
+        isJudged[m] = std::count(data.labels.begin(), data.labels.end(), labels_[m]) > 1;
+    for (const GroupJudge& judge : judges)
+        judge.takeOut(competes, isJudged);
     std::vector<double> logFrequencies;
-    for (const long label : labels_)
-        logFrequencies.push_back(tkNMElementary::log(frequencies.categoryFrequency(label)));
-    std::map<long, long> counts;
-    for (const long label : data.labels)
-        ++counts[label];
+    for (std::size_t m = 0; m < labels_.size(); ++m)
+        logFrequencies.push_back(competes[m] ? tkNMElementary::log(frequencies.categoryFrequency(labels_[m]))
+                                             : -std::numeric_limits<double>::infinity());
 
     Figures figures{false, 0, 0.0};
     for (std::size_t i = 0; i < data.patterns.size(); ++i)
     {
-        if (counts[data.labels[i]] < 2 || !isComplete(*data.patterns[i]))
-            continue;
         const auto truth =
             static_cast<std::size_t>(std::find(labels_.begin(), labels_.end(), data.labels[i]) - labels_.begin());
+        if (!competes[truth] || !isJudged[truth] || !isComplete(*data.patterns[i]))
+            continue;
         std::vector<double> logLikelihoods = logFrequencies;
+        GroupJudge::Outcome outcome = GroupJudge::Outcome::eAdded;
         for (const GroupJudge& judge : judges)
-            if (!judge.add(*data.patterns[i], truth, logLikelihoods))
-                return {false, 0, 0.0};
+        {
+            outcome = judge.add(*data.patterns[i], truth, logLikelihoods);
+            if (outcome != GroupJudge::Outcome::eAdded)
+                break;
+        }
+        if (outcome == GroupJudge::Outcome::eSingular)
+            return {false, 0, 0.0};
+        if (outcome == GroupJudge::Outcome::eNotJudged)
+            continue;
         const double best = *std::max_element(logLikelihoods.begin(), logLikelihoods.end());
         double sum = 0.0;
         for (const double each : logLikelihoods)

@@ -31,7 +31,9 @@ public:
     /// in the pattern's category of n patterns, W the sums of squares and products in all categories, v their degrees
     /// of freedom, and S those of one category, leaving out takes n / (n - 1) u u' from W and from the category's own
     /// S: the covariance of each category changes by a multiple of u u', and its inverse and determinant by the formula
-    /// of Sherman and Morrison. Patterns that are the only ones of their category are not judged.
+    /// of Sherman and Morrison. Patterns that are the only ones of their category, or of one of its densities, are not
+    /// judged. A category whose density is singular and borrows from no other does not take part; a pattern without
+    /// which it is so is not judged.
     Figures judge(const tk_LabelledPatterns& data, const tkClassifierFrequencies& frequencies, double amount) const;
 
     /// tkCovariancePooling::choose() for the patterns with which the models were trained.

@@ -24,10 +24,33 @@ tk_LabelledPatterns::tk_LabelledPatterns(const tkClassifierDataProvider& data) :
             throw tkClassifierDefs::BadLabel(tk_Messages::labelsNotNegativeOrUnknown);
         if (label == -1)
             continue;
-        patterns.push_back(std::move(pattern));
-        labels.push_back(label);
-        indices.push_back(i);
+        add_(std::move(pattern), label, i);
     }
     if (patterns.empty())
         throw tkClassifierDefs::InsufficientTrainData(tk_Messages::noValidTrainData);
+}
+
+tk_LabelledPatterns tk_LabelledPatterns::usable(const tkClassifierDataProvider& data)
+{
+    auto& provider = const_cast<tkClassifierDataProvider&>(data); // as above
+    tk_LabelledPatterns usable;
+    usable.numMeasurements = data.numMeasurements();
+    const long numPatterns = provider.numPatterns();
+    for (long i = 0; i < numPatterns; ++i)
+    {
+        const long label = provider.categoryLabel(i);
+        if (label < 0)
+            continue;
+        tkPtrHandle_const<tkFeaturePattern> pattern = provider.featurePattern(i);
+        if (pattern->numMeasurements() == usable.numMeasurements)
+            usable.add_(std::move(pattern), label, i);
+    }
+    return usable;
+}
+
+void tk_LabelledPatterns::add_(tkPtrHandle_const<tkFeaturePattern> pattern, long label, long index)
+{
+    patterns.push_back(std::move(pattern));
+    labels.push_back(label);
+    indices.push_back(index);
 }

@@ -13,10 +13,17 @@ struct TK_EXPORT tk_LabelledPatterns
     /// tkClassifierDefs::InsufficientTrainData if no pattern has a label.
     explicit tk_LabelledPatterns(const tkClassifierDataProvider& data);
 
-    long numMeasurements;
+    /// Those that have data.numMeasurements(); there may be none. Throws tkBadPointer for a null handle with a label.
+    static tk_LabelledPatterns usable(const tkClassifierDataProvider& data);
+
+    long numMeasurements = 0;
     std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns;
     std::vector<long> labels;  // parallel, >= 0
     std::vector<long> indices; // parallel: the pattern's number in the data
+
+private:
+    tk_LabelledPatterns() = default;
+    void add_(tkPtrHandle_const<tkFeaturePattern> pattern, long label, long index);
 };
 
 #endif

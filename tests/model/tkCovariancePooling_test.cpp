@@ -13,6 +13,8 @@
 #include "foundation/tkRandom.h"
 #include "numerics/tkNMNormal.h"
 
+#include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace
@@ -320,6 +322,114 @@ TEST(tkCovariancePooling, patternsWithGapsAndConstantMeasurementsAreNotLookedAtI
     withGaps.addData(handleTo(patternWithGaps({12.0, notANumber, 2.0, 20.0, 1.0})), 1);
     withGaps.addData({12.0, 1.0, notANumber, 20.0, 1.0}, 1);
     EXPECT_EQ(tkCovariancePooling::choose(data, jointParams()), tkCovariancePooling::choose(withGaps, params));
+}
+
+TEST(tkCovariancePooling, categoryOfOneCompletePatternDoesNotDecideTheChoice)
+{
+    // Two categories whose correlations are opposite: pooling them would lose all that tells them apart.
+    tkRandomGaussian gaussian(11);
+    const auto addPattern = [&](Data& data, long label)
+    {
+        const double x = gaussian.next(0.0, 1.0);
+        data.addData({x, (label == 0 ? x : -x) + gaussian.next(0.0, 0.3)}, label);
+    };
+    Data data;
+    Data judged;
+    for (int i = 0; i < 200; ++i)
+    {
+        addPattern(data, i % 2);
+        addPattern(judged, i % 2);
+    }
+    Types types(Types::eNormal);
+    for (const long label : {0L, 1L, 2L})
+        types.setDependent(label, {0, 1});
+    const tkClassifierTrainParamsBayesian params(types);
+    const auto heldOutAccuracy = [&]
+    {
+        tkClassifierTool tool;
+        tool.train(data, tkCovariancePooling(params));
+        return tkAssessment::heldOut(judged, tool).confusion(params).accuracy().value;
+    };
+    EXPECT_GT(0.1, tkCovariancePooling::choose(data, params));
+    EXPECT_LT(0.8, heldOutAccuracy());
+    data.addData({8.0, 8.0}, 2);
+    EXPECT_GT(0.1, tkCovariancePooling::choose(data, params));
+    EXPECT_LT(0.8, heldOutAccuracy());
+    data.addData(handleTo(patternWithGaps({8.5, notANumber})), 2);
+    EXPECT_GT(0.1, tkCovariancePooling::choose(data, params));
+    EXPECT_LT(0.8, heldOutAccuracy());
+}
+
+TEST(tkCovariancePooling, setOfOneCategoryAloneWithTooFewPatternsDoesNotDecideTheChoice)
+{
+    tkRandomGaussian gaussian(12);
+    Data data;
+    for (int i = 0; i < 80; ++i)
+    {
+        const double deviation = i % 2 ? 5.0 : 1.0;
+        data.addData({gaussian.next(0.0, deviation), gaussian.next(0.0, deviation), gaussian.next(0.0, deviation)},
+                     i % 2);
+    }
+    Types types(Types::eNormal);
+    types.setDependent(2, {0, 1, 2});
+    const tkClassifierTrainParamsBayesian params(types);
+    const double without = tkCovariancePooling::choose(data, params);
+    EXPECT_GT(0.5, without);
+    // Three patterns have a singular covariance; with four it is singular as soon as one of them is left out.
+    for (int n = 1; n <= 4; ++n)
+    {
+        data.addData({gaussian.next(30.0, 1.0), gaussian.next(30.0, 1.0), gaussian.next(30.0, 1.0)}, 2);
+        EXPECT_EQ(without, tkCovariancePooling::choose(data, params)) << n;
+    }
+    // Measurement 1 varies by one pattern alone: without it the covariance is singular.
+    types.setDependent(3, {0, 1});
+    for (int i = 0; i < 9; ++i)
+        data.addData({300.0 + i % 3, i == 8 ? 1.0 : 0.0, gaussian.next(30.0, 1.0)}, 3);
+    EXPECT_GT(0.5, tkCovariancePooling::choose(data, tkClassifierTrainParamsBayesian(types)));
+}
+
+TEST(tkCovariancePooling, choiceTakesThePatternsThatATrainingTakes)
+{
+    const Data patterns = wine(6);
+    UncheckedProvider data;
+    data.measurements = 4;
+    data.patterns = patterns.patterns();
+    data.labels = patterns.labels();
+    const double chosen = tkCovariancePooling::choose(patterns, jointParams());
+    data.patterns.push_back(handleTo(tkFeaturePattern({1.0, 2.0})));
+    data.labels.push_back(-1);
+    tkClassifierTool tool;
+    tool.train(data, jointParams());
+    EXPECT_EQ(chosen, tkCovariancePooling::choose(data, jointParams()));
+    tool.train(data, tkCovariancePooling(jointParams()));
+    EXPECT_TRUE(tool.isTrained());
+
+    data.labels.back() = -2;
+    EXPECT_TK_THROW(tool.train(data, jointParams()), tkClassifierDefs::BadLabel, L"Cateogory labels must be >= 0");
+    EXPECT_TK_THROW(tool.train(data, tkCovariancePooling(jointParams())), tkClassifierDefs::BadLabel,
+                    L"Cateogory labels must be >= 0");
+    EXPECT_TK_THROW(tkCovariancePooling::choose(data, jointParams()), tkClassifierDefs::BadLabel,
+                    L"Cateogory labels must be >= 0");
+}
+
+TEST(tkCovariancePooling, loadedAmountThatIsNoShareGivesItsErrorInTheTraining)
+{
+    for (const double amount : {5.0, -0.25, std::numeric_limits<double>::infinity(), notANumber})
+    {
+        std::string bytes = storeToBytes(tkPtrHandle<tkCovariancePooling>(new tkCovariancePooling(jointParams(), 0.5)));
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &amount, sizeof bits);
+        for (std::size_t i = 0; i < 8; ++i) // the amount is the last that is stored, little-endian
+            bytes[bytes.size() - 8 + i] = static_cast<char>(bits >> (8 * i) & 0xff);
+        tkPtrHandle<tkCovariancePooling> loaded;
+        loadFromBytes(bytes, loaded);
+        ASSERT_TRUE(loaded);
+        ASSERT_FALSE(loaded->amount() >= 0.0 && loaded->amount() <= 1.0);
+        tkClassifierTool tool;
+        EXPECT_TK_THROW(tool.train(wine(9), *loaded), tkClassifierDefs::BadParams,
+                        L"The amount of pooling must be >= 0.0 and <= 1.0");
+        EXPECT_FALSE(tool.isTrained());
+    }
 }
 
 TEST(tkCovariancePooling, choiceThrowsWhatATrainingThrows)

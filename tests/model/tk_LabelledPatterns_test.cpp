@@ -37,6 +37,25 @@ TEST(tk_LabelledPatterns, checksPatternByPatternTheHandleTheNumberOfMeasurements
                     L"Pattern 2 has 1 measurements, the training data have 2.");
 }
 
+TEST(tk_LabelledPatterns, usableOnesHaveALabelAndTheNumberOfMeasurements)
+{
+    UncheckedProvider data;
+    data.measurements = 2;
+    data.patterns = {handleTo(tkFeaturePattern({1.0})), tkPtrHandle_const<tkFeaturePattern>(),
+                     handleTo(tkFeaturePattern({1.0, 2.0})), handleTo(tkFeaturePattern({1.0, 2.0, 3.0}))};
+    data.labels = {4, -1, 5, 6};
+    const tk_LabelledPatterns usable = tk_LabelledPatterns::usable(data);
+    EXPECT_EQ(2, usable.numMeasurements);
+    ASSERT_EQ(1u, usable.patterns.size());
+    EXPECT_EQ(data.patterns[2].get(), usable.patterns[0].get());
+    EXPECT_EQ(std::vector<long>{5}, usable.labels);
+    EXPECT_EQ(std::vector<long>{2}, usable.indices);
+    data.labels[1] = 0;
+    EXPECT_THROW(tk_LabelledPatterns::usable(data), tkBadPointer);
+    data.labels = {4, -1, -1, 6};
+    EXPECT_TRUE(tk_LabelledPatterns::usable(data).patterns.empty());
+}
+
 TEST(tk_LabelledPatterns, needsAPatternWithALabel)
 {
     tkClassifierDataProviderMemory data;

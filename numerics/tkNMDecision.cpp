@@ -42,6 +42,9 @@ double computeByDefinition(const double* scores, double* weights, double weightS
     return sum;
 }
 
+/// The kernel takes longer for so few states and overrides.
+constexpr std::size_t few = 4;
+
 void rankByDefinition(const double* risks, std::uint64_t* ranks, std::size_t n)
 {
     const auto isSmaller = [](double a, double b) { return a < b || (std::isnan(b) && !std::isnan(a)); };
@@ -57,15 +60,14 @@ void rankByDefinition(const double* risks, std::uint64_t* ranks, std::size_t n)
 double tkNMDecision::compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
                              double cost, CostOverride* overrides, std::size_t numOverrides)
 {
-    return tkNMRiskKernel::compute(scores, weights, weightSum, risks, n, cost, overrides, numOverrides,
-                                   tkNMBestInstructions());
+    return compute(scores, weights, weightSum, risks, n, cost, overrides, numOverrides, tkNMBestInstructions());
 }
 
 double tkNMDecision::compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
                              double cost, CostOverride* overrides, std::size_t numOverrides,
                              tkNMInstructions instructions)
 {
-    if (instructions == tkNMInstructions::Definition)
+    if (instructions == tkNMInstructions::Definition || (n <= few && numOverrides <= few))
         return computeByDefinition(scores, weights, weightSum, risks, n, cost, overrides, numOverrides);
     return tkNMRiskKernel::compute(scores, weights, weightSum, risks, n, cost, overrides, numOverrides, instructions);
 }

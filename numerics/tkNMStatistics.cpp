@@ -32,7 +32,8 @@ void tkNMStatistics::add(const double* x, tkNMInstructions instructions)
     for (std::size_t j = 0; j < d; ++j)
         addToMean(x[j], n, mean[j], compensation[j], before[j], after[j]);
 
-    if (instructions == tkNMInstructions::Definition || d == 1)
+    // The kernel works by blocks of eight rows, and takes longer for a part of one.
+    if (instructions == tkNMInstructions::Definition || d < 8)
     {
         for (std::size_t i = 0; i < d; ++i)
             for (std::size_t j = 0; j <= i; ++j)

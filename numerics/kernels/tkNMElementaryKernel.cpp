@@ -269,6 +269,9 @@ struct Pow
     }
 };
 
+/// No more arguments of the last register are computed one by one: filling and emptying it takes longer.
+constexpr std::size_t few = 4;
+
 /// The arguments of a block are kept until it is known whether plain() has to compute some, as results may be x.
 template <std::size_t width, class Function>
 TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double* results, std::size_t count)
@@ -283,6 +286,15 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
         for (std::size_t i = 0; i < used; i += width)
         {
             const std::size_t rest = std::min(width, used - i);
+            if (rest < width && rest <= few)
+            {
+                for (std::size_t l = i; l < used; ++l)
+                {
+                    results[first + l] = function.plain(x[first + l]);
+                    valid[l] = 1;
+                }
+                break;
+            }
             DoublesOf<width> argument = DoublesOf<width>{} + 1.0;
             if (rest == width)
                 loadRegister(argument, x + first + i);
@@ -347,9 +359,6 @@ void compute(const Function& function, const double* x, double* results, std::si
     static_cast<void>(instructions);
     compute<plainWidth>(function, x, results, count);
 }
-
-/// No more are computed one by one: a register of them takes longer.
-constexpr std::size_t few = 5;
 } // namespace
 
 #endif
@@ -357,7 +366,7 @@ constexpr std::size_t few = 5;
 void tkNMElementaryKernel::exp(const double* x, double* results, std::size_t count, tkNMInstructions instructions)
 {
 #if defined(__GNUC__)
-    if (instructions != tkNMInstructions::Definition && count > few)
+    if (instructions != tkNMInstructions::Definition)
         return compute(Exp{}, x, results, count, instructions);
 #endif
     std::transform(x, x + count, results, tkNMElementary::exp);
@@ -366,7 +375,7 @@ void tkNMElementaryKernel::exp(const double* x, double* results, std::size_t cou
 void tkNMElementaryKernel::log(const double* x, double* results, std::size_t count, tkNMInstructions instructions)
 {
 #if defined(__GNUC__)
-    if (instructions != tkNMInstructions::Definition && count > few)
+    if (instructions != tkNMInstructions::Definition)
         return compute(Log{}, x, results, count, instructions);
 #endif
     std::transform(x, x + count, results, tkNMElementary::log);

@@ -350,7 +350,7 @@ tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, c
             known[j] = v[j];
     tkScratch<double, 256> squares(numInvalid);
     const double square =
-        instructions == tkNMInstructions::Definition
+        instructions == tkNMInstructions::Definition || d == 1 // where the triangle has one column instead of eight
             ? project(*this, known.data(), invalid.data(), numInvalid, squares.data())
             : tkNMProject(*this, known.data(), invalid.data(), numInvalid, squares.data(), instructions);
     tkNMElementaryKernel::log(squares.data(), squares.data(), numInvalid, instructions);

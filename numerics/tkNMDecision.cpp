@@ -42,9 +42,6 @@ double computeByDefinition(const double* scores, double* weights, double weightS
     return sum;
 }
 
-/// The kernel takes longer for so few states and overrides.
-constexpr std::size_t few = 4;
-
 void rankByDefinition(const double* risks, std::uint64_t* ranks, std::size_t n)
 {
     const auto isSmaller = [](double a, double b) { return a < b || (std::isnan(b) && !std::isnan(a)); };
@@ -55,19 +52,24 @@ void rankByDefinition(const double* risks, std::uint64_t* ranks, std::size_t n)
             ranks[i] += isSmaller(risks[j], risks[i]) || (j < i && !isSmaller(risks[i], risks[j]));
     }
 }
+
+/// The kernel takes longer for so few states and overrides.
+constexpr std::size_t few = 4;
 } // namespace
 
 double tkNMDecision::compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
                              double cost, CostOverride* overrides, std::size_t numOverrides)
 {
-    return compute(scores, weights, weightSum, risks, n, cost, overrides, numOverrides, tkNMBestInstructions());
+    const tkNMInstructions instructions =
+        n <= few && numOverrides <= few ? tkNMInstructions::Definition : tkNMBestInstructions();
+    return compute(scores, weights, weightSum, risks, n, cost, overrides, numOverrides, instructions);
 }
 
 double tkNMDecision::compute(const double* scores, double* weights, double weightSum, double* risks, std::size_t n,
                              double cost, CostOverride* overrides, std::size_t numOverrides,
                              tkNMInstructions instructions)
 {
-    if (instructions == tkNMInstructions::Definition || (n <= few && numOverrides <= few))
+    if (instructions == tkNMInstructions::Definition)
         return computeByDefinition(scores, weights, weightSum, risks, n, cost, overrides, numOverrides);
     return tkNMRiskKernel::compute(scores, weights, weightSum, risks, n, cost, overrides, numOverrides, instructions);
 }

@@ -69,10 +69,13 @@ void tkNMNeighborSearch::update(const Rows& rows, long numRows, long numColumns)
     numColumns_ = numColumns;
     const bool isScanned = numColumns == 0 || numRows <= mostScanned / numColumns;
     const bool isFiltered = numColumns > 0 && numRows > fewestFiltered / numColumns;
-    if (!isScanned)
+    if (!isScanned || !areInReach_)
         scan_.reset();
     if (!areInReach_)
+    {
+        filter_.reset();
         return;
+    }
     try
     {
         if (isScanned && !scan_)

@@ -89,6 +89,7 @@ void tk_ClassifierIncomplete::train_(const tkClassifierDataProvider& data, const
             if (density && density->normal().count() < static_cast<long>(rows.size())) // some were skipped
             {
                 std::vector<tk_Moments> ofSet;
+                ofSet.reserve(set.size());
                 for (const long j : set)
                     ofSet.push_back(momentsOf(labelled, j));
                 tkNMStatistics statistics = tk_incompleteStatistics(rows, ofSet, incomplete->maxSteps());

@@ -1,5 +1,6 @@
 #include "numerics/kernels/tkNMNeighborScan.h"
 
+#include "foundation/tkAssert.h"
 #include "numerics/kernels/tkNMElementaryKernel.h"
 #include "numerics/kernels/tkNMLanes.h"
 #include "numerics/kernels/tkNMNormPower.h"
@@ -213,6 +214,7 @@ template <tkNMInstructions instructions>
 void fillByPowers(const double* block, long count, const double* query, long n, const tkNMNormPower& power,
                   Chunk& chunk)
 {
+    TK_ASSERT(count > 0);
     for (long b = 0; b < count; ++b)
     {
         double* const keys = chunk.keys + b * blockRows;
@@ -331,7 +333,7 @@ void tkNMNeighborScan::update(const Rows& rows, long numRows)
     const long n = numColumns_;
     const long numBlocks = (numRows + blockRows - 1) / blockRows;
     blocks_.resize(static_cast<std::size_t>(numBlocks * blockRows * n), beyond);
-    for (long i = numRows_; i < numRows; ++i)
+    for (long i = n > 0 ? numRows_ : numRows; i < numRows; ++i) // without columns there is no block to point into
     {
         const double* row = nullptr;
         rows.fetch(&i, 1, &row);

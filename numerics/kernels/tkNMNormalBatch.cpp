@@ -380,7 +380,7 @@ TK_ALWAYS_INLINE void addUpTo(const Evaluation& evaluation, double* scratch, std
 {
     if (evaluation.width == widest)
     {
-        if (evaluation.valid)
+        if (evaluation.valid != nullptr)
             addLogMarginalsOf<widest>(evaluation, scratch, invalid, sums);
         else
             addLogDensitiesOf<widest>(evaluation, scratch, sums);

@@ -615,7 +615,7 @@ TEST(tk_ClassifierKNN, aHugeKCostsNothing)
 TEST(tk_ClassifierKNN, labelsOfAnySizeVote)
 {
     std::mt19937_64 random(5);
-    for (const long largest : {0L, 1L, 63L, 64L, 65L, 1000L, 2147483647L})
+    for (const long largest : {0L, 1L, 63L, 64L, 65L, 1000L, 2147483647L, std::numeric_limits<long>::max()})
     {
         knnOracle::Data data;
         for (int i = 0; i < 300; ++i)

@@ -230,8 +230,8 @@ void compareKernel(const Kernel& kernel, const Table& table, const Row& query, d
         }
 }
 
-// Compares for some k, and returns the number of lists compared with those of the search. Its own Definition, which
-// takes as long as the transcription, is compared for the first k alone, uncounted.
+// Compares for some k, and returns the number of lists of a kernel that were compared. The search's own Definition,
+// which takes as long as the transcription, is compared for the first k alone.
 long compare(const Search& search, const Table& table, const Row& query, double order, const std::vector<long>& ks,
              const std::string& what)
 {
@@ -242,17 +242,19 @@ long compare(const Search& search, const Table& table, const Row& query, double 
     listOf(all, ks.front(), expectedIndices, expectedDistances);
     if (indices != expectedIndices || !sameBits(distances, expectedDistances))
         ADD_FAILURE() << what << ": order " << order << ", " << table.size() << " rows by definition";
+    long numByKernels = 0;
     for (std::size_t i = 0; i < ks.size(); ++i)
     {
         compareSearch(search, table, query, order, ks[i], all, what);
         if (!search.haveKernels(query, order, ks[i]))
             continue;
+        numByKernels += i % 3 != 2 ? static_cast<long>(kernelSets().size()) : 0;
         if (i % 3 == 0)
             compareKernel(*search.filter, table, query, order, ks[i], all, what + ", filter");
         if (i % 3 == 1)
             compareKernel(*search.scan, table, query, order, ks[i], all, what + ", scan");
     }
-    return static_cast<long>(ks.size() * kernelSets().size());
+    return numByKernels;
 }
 
 using Random = std::mt19937_64;
@@ -357,7 +359,7 @@ class tkNMNeighborSearchData : public ::testing::TestWithParam<int>
 {
 };
 
-// Over all kinds of data 109,200 comparisons for each instruction set; every x86-64 processor has at least two.
+// Over all kinds of data 109,200 lists by the search, and some 49,000 of each instruction set by a kernel.
 TEST_P(tkNMNeighborSearchData, listsHaveTheBitsOfTheDefinitionOfEveryInstructionSet)
 {
     const Kind& kind = kinds()[static_cast<std::size_t>(GetParam())];
@@ -375,7 +377,11 @@ TEST_P(tkNMNeighborSearchData, listsHaveTheBitsOfTheDefinitionOfEveryInstruction
                                     1 + below(random, numRows + 3), numRows, numRows + 3},
                                    kind.name);
     }
-    EXPECT_EQ(comparisons, 50 * 8 * 13 * static_cast<long>(kernelSets().size()));
+    // Of these kinds, sets with such a value go to the definition alone.
+    const std::string name = kind.name;
+    const bool isOftenOutOfReach = name == "overflowing" || name == "some infinite" || name == "some not numbers";
+    EXPECT_GT(comparisons, isOftenOutOfReach ? -1 : 2500 * static_cast<long>(kernelSets().size()));
+    EXPECT_GE(kernelSets().size(), 1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, tkNMNeighborSearchData, ::testing::Range(0, static_cast<int>(kinds().size())),

@@ -243,7 +243,7 @@ void tk_ClassifierBayesian::run_(const tkFeaturePattern& pattern, tkClassifierRe
     for (std::size_t i = 0; i < n; ++i)
     {
         labels[i] = categoryModels_[i]->categoryLabel();
-        // Validates label and score before the next category is evaluated (order of errors).
+        // The order of errors: label, then score, category by category.
         static_cast<void>(tkClassifierCategoryResult(labels[i], scores[i]));
     }
     std::fill(scores.begin() + n, scores.end(), 0.0);

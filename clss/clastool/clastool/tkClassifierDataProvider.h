@@ -86,7 +86,8 @@ public:
     const std::vector<long>& labels() const { return labels_; }
 
     /// Makes the index of the patterns unless there is one; addData() keeps it up to date, data() and loading drop it.
-    /// Linear in the measurements of the distinct patterns.
+    /// *Requires* that nobody assigns to a pattern from then on: the index holds its values. Linear in the measurements
+    /// of the distinct patterns.
     void indexNeighbors();
     /// The index; null if there is none.
     const tk_NeighborIndex* neighborIndex() const { return neighborIndex_.get(); }

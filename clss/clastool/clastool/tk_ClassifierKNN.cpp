@@ -198,7 +198,8 @@ std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, doubl
             ++votes[labels[j] - smallest];
         for (unsigned long i = 0; i < numCounted; ++i)
         {
-            labels[numLabels] = smallest + static_cast<long>(i);
+            labels[numLabels] =
+                static_cast<long>(static_cast<unsigned long>(smallest) + i); // may pass the largest long
             scores[numLabels] = static_cast<double>(votes[i]);
             numLabels += votes[i] > 0;
         }
@@ -232,7 +233,10 @@ void tk_ClassifierKNN::serialize_(tkArchive& archive, unsigned char)
     params_ = tkClassifierTrainParamsKNN();
     metric_ = params_.distanceMetric();
     if (heldParams_() && !dynamic_cast<const tkClassifierTrainParamsKNN*>(heldParams_()))
+    {
+        untrain_();
         archive.fail(L"A nearest-neighbor classifier has parameters of another technique");
+    }
     if (!trainingData_.isNull())
         trainingData_->indexNeighbors();
 }

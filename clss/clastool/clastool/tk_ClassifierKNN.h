@@ -10,7 +10,8 @@
 ///
 /// Copies share the stored data: a pattern that one of them learns incrementally serves all, while a new
 /// training of one leaves the others alone. The stored data hold the patterns by handle, as the provider
-/// gave them. A classifier loaded from an archive runs with default parameters until it is retrained.
+/// gave them. *Requires* that nobody assigns to a stored pattern: its index would keep the old values. A classifier
+/// loaded from an archive runs with default parameters until it is retrained.
 class TK_EXPORT tk_ClassifierKNN : public tk_Classifier
 {
 public:

@@ -55,12 +55,16 @@ Map mapOf(std::vector<double>& values, tkPatternScaler::Method method)
 {
     if (values.empty())
         return {0.0, 1.0};
-    // In a unit of the power of two next to the largest magnitude, squares neither overflow nor vanish.
+    // In a unit of the power of two next to the largest magnitude, squares neither overflow nor vanish. Differences
+    // need none, unless they overflow: beside one large value, small ones would vanish.
     double largest = 0.0;
     for (const double value : values)
         largest = std::max(largest, std::abs(value));
     int exponent = 0;
-    static_cast<void>(std::frexp(largest, &exponent));
+    if (method == tkPatternScaler::eDeviation)
+        static_cast<void>(std::frexp(largest, &exponent));
+    else if (largest > 0.5 * std::numeric_limits<double>::max())
+        exponent = 1;
     for (double& value : values)
         value = std::ldexp(value, -exponent);
 

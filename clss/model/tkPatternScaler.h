@@ -22,14 +22,15 @@ public:
     {
         eDeviation, ///< the mean, and the standard deviation with divisor count - 1
         eQuartiles, ///< the median, and the third quartile minus the first; outliers hardly move them
-        eRange      ///< the smallest value, and the largest minus the smallest: the values learned get into [0, 1]
+        eRange      ///< the smallest value, and the largest minus the smallest: values learned get into [0, 1]
     };
 
     tkPatternScaler() = default;
 
     /// Learns from the patterns with a label; those of label -1 are left out, and so is each measurement that is
     /// invalid, NaN or infinite. A measurement whose scale is at most 2^-52 of its offset's magnitude counts as
-    /// constant and keeps its unit: it gets the scale 1.0. One that no pattern has gets the offset 0.0 as well.
+    /// constant and keeps its unit: it gets the scale 1.0. One that no pattern has gets the offset 0.0 as well. A scale
+    /// that overflows is the largest number; what is learned may then get beyond [0, 1] by apply().
     ///
     /// Quartiles are linear between neighbours in order (Hyndman and Fan, The American Statistician 50, 1996, type 7).
     /// For the patterns in turn throws tkBadPointer for a null handle, tkClassifierDefs::BadFeatures if the pattern

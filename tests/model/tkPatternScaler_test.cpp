@@ -144,6 +144,15 @@ TEST(tkPatternScaler, neitherLargeNorSmallMeasurementsOverflowOrVanish)
     }
 }
 
+TEST(tkPatternScaler, largeOutlierTakesNothingFromSmallValues)
+{
+    const auto data = dataOf({{1e-17}, {2e-17}, {3e-17}, {4e-17}, {largest}});
+    EXPECT_TRUE(tkPatternScaler(data, tkPatternScaler::eQuartiles) == tkPatternScaler({3e-17}, {4e-17 - 2e-17}));
+    EXPECT_TRUE(tkPatternScaler(data, tkPatternScaler::eRange) == tkPatternScaler({1e-17}, {largest}));
+    const auto wide = dataOf({{-largest}, {-largest}, {1.5}, {largest}, {largest}});
+    EXPECT_TRUE(tkPatternScaler(wide, tkPatternScaler::eQuartiles) == tkPatternScaler({1.5}, {largest}));
+}
+
 TEST(tkPatternScaler, learningChecksItsDataPatternByPattern)
 {
     UncheckedProvider data;

@@ -54,7 +54,7 @@ void shuffle(std::vector<std::size_t>& places, tkRandomUniform& uniform)
 /// The bin of a score: the number of inner edges 1 / B ... (B - 1) / B below it.
 std::size_t binOf(double score, long numBins)
 {
-    if (!(score > 0.0)) // NaN too
+    if (!(score > 0.0))
         return 0;
     const double n = static_cast<double>(numBins);
     auto bin = static_cast<long>(std::min(score, 1.0) * n); // rounding may take it beyond an edge
@@ -65,14 +65,19 @@ std::size_t binOf(double score, long numBins)
     return static_cast<std::size_t>(bin);
 }
 
+/// The class score; 0.0 for NaN.
+double scoreOf(const tkClassifierCategoryResult& category)
+{
+    return std::isnan(category.classScore()) ? 0.0 : category.classScore();
+}
+
 /// The category of the largest class score, the one of the lowest label among equals.
 const tkClassifierCategoryResult& mostProbable(const tkClassifierResult& result)
 {
     return *std::min_element(result.categoryResults().begin(), result.categoryResults().end(),
-                             [](const tkClassifierCategoryResult& a, const tkClassifierCategoryResult& b)
-                             {
-                                 return a.classScore() > b.classScore() ||
-                                        (a.classScore() == b.classScore() && a.categoryLabel() < b.categoryLabel());
+                             [](const tkClassifierCategoryResult& a, const tkClassifierCategoryResult& b) {
+                                 return scoreOf(a) > scoreOf(b) ||
+                                        (scoreOf(a) == scoreOf(b) && a.categoryLabel() < b.categoryLabel());
                              });
 }
 } // namespace
@@ -284,7 +289,7 @@ std::vector<tkAssessment::ReliabilityBin> tkAssessment::reliability(const tkDeci
                        if (!result.categoryResults().empty())
                        {
                            const tkClassifierCategoryResult& category = mostProbable(result);
-                           score = category.classScore();
+                           score = scoreOf(category);
                            isRight = category.categoryLabel() == labels_[i];
                        }
                        ReliabilityBin& bin = bins[binOf(score, numBins)];
@@ -336,7 +341,7 @@ std::vector<tkAssessment::RefusalPoint> tkAssessment::costAgainstRefusals(const 
             const tkClassifierCategoryResult& best = result.categoryResults().front();
             const bool isRight = best.categoryLabel() == labels_[i];
             decided.push_back(
-                {std::isnan(best.expectedCost()) ? std::numeric_limits<double>::infinity() : best.expectedCost(),
+                {std::isnan(best.expectedCost()) ? 0.0 : best.expectedCost(), // which no refusal's cost is below
                  weights[labels_[i]],
                  isRight ? 0.0 : rule.costs().misclassificationCost(labels_[i], best.categoryLabel())});
         });
@@ -349,8 +354,9 @@ std::vector<tkAssessment::RefusalPoint> tkAssessment::costAgainstRefusals(const 
     {
         weight += decided[i].weight;
         cost += decided[i].weight * decided[i].cost;
+        const double refused = 1.0 - weight; // less than nothing by rounding
         if (i + 1 == decided.size() || decided[i + 1].expectedCost != decided[i].expectedCost)
-            points.push_back({decided[i].expectedCost, std::max(0.0, 1.0 - weight), cost / weight});
+            points.push_back({decided[i].expectedCost, refused < 0.0 ? 0.0 : refused, cost / weight});
     }
     return points;
 }

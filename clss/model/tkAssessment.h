@@ -76,7 +76,8 @@ public:
                                     const Progress& progress = Progress());
     /// The same with a tkClassifierTool and these parameters. One training is enough for nearest neighbours with the
     /// norm distance and finite patterns, with the same bits, and for the categories of a Bayesian classifier that have
-    /// normal densities with well-conditioned covariances, with scores equal to 1e-10.
+    /// normal densities with well-conditioned covariances, with scores equal to 1e-10. Other patterns, and those far
+    /// from their category, are judged by a training each.
     static tkAssessment leaveOneOut(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
                                     const Progress& progress = Progress());
 
@@ -117,8 +118,9 @@ public:
     };
 
     /// Whether class scores mean what they say: of patterns with a largest class score s, the share s should be of this
-    /// category. Bin b of B takes scores in (b / B, (b + 1) / B], and the first one 0.0. Refusals do not count. Throws
-    /// tkClassifierDefs::BadParams if numBins < 1, then as result().
+    /// category. Bin b of B takes scores in (b / B, (b + 1) / B], and the first one 0.0, as which a score of NaN and a
+    /// pattern without categories count. Refusals do not count. Throws tkClassifierDefs::BadParams if numBins < 1, then
+    /// as result().
     std::vector<ReliabilityBin> reliability(const tkDecisionRule& rule, long numBins = 10) const;
     /// Expected calibration error: sum over the bins of count / numPatterns() |meanScore - shareRight| (Naeini, Cooper
     /// and Hauskrecht, AAAI 2015). 0.0 without patterns. Throws as reliability().
@@ -130,13 +132,15 @@ public:
     {
         double refusalCost;
         double refused;
-        double cost; // 0.0 if all are refused
+        double cost;
     };
 
     /// What refusing the least certain patterns saves: a point for each expected cost of a decision, ascending, at
     /// which the patterns that cost more are refused. The categories are as frequent as the rule says, as in
     /// tkConfusionMatrix::expectedCost(). Patterns that are none of these are refused at every point, and so are those
-    /// without a category; the rule's own refusalCost() is not looked at. Throws as result(). Sorts the patterns.
+    /// without a category; a pattern whose expected cost is NaN is refused at none, as by decisions(), and counts as
+    /// one of 0.0. Frequencies that are not finite give NaN. The rule's own refusalCost() is not looked at. Throws as
+    /// result(). Sorts the patterns.
     std::vector<RefusalPoint> costAgainstRefusals(const tkDecisionRule& rule) const;
 
     /// Exact comparison of all patterns.

@@ -8,7 +8,7 @@
 
 tkRate::tkRate(long hits, long total, double z) : hits(hits), total(total), value(0.0), low(0.0), high(1.0)
 {
-    TK_ASSERT(hits >= 0 && hits <= total && z >= 0.0);
+    TK_ASSERT(hits >= 0 && hits <= total && z >= 0.0 && std::isfinite(z));
     if (total == 0)
         return;
     const double n = static_cast<double>(total);

@@ -12,7 +12,7 @@ struct TK_EXPORT tkRate
 {
     /// `hits` of `total`, with the interval of Wilson (J. Am. Stat. Assoc. 22, 1927, 209-212) to `z` standard
     /// deviations: 95 % of such intervals hold the true rate. 0.0, and from 0.0 to 1.0, if the total is 0. *Requires*
-    /// 0 <= hits <= total and z >= 0.
+    /// 0 <= hits <= total and a finite z >= 0.
     tkRate(long hits, long total, double z = 1.959963984540054);
 
     long hits;

@@ -507,6 +507,46 @@ TEST(tkAssessment, ofEquallyProbableCategoriesTheLowestLabelCounts)
     EXPECT_EQ(1.0, right.reliability(tkDecisionRule(), 2)[0].shareRight);
 }
 
+TEST(tkAssessment, scoresThatAreNaNCountAsZeroInTheReliability)
+{
+    const tkAssessment assessment =
+        judged({1, 1}, {resultOf({{0, notANumber}, {1, notANumber}}), resultOf({{0, 0.25}, {1, 0.75}})});
+    const auto bins = assessment.reliability(tkDecisionRule(), 10);
+    EXPECT_EQ(1, bins[0].count);
+    EXPECT_EQ(0.0, bins[0].meanScore);
+    EXPECT_EQ(0.0, bins[0].shareRight);
+    EXPECT_EQ(1, bins[7].count);
+    EXPECT_EQ(0.75, bins[7].meanScore);
+    EXPECT_EQ(0.125, assessment.calibrationError(tkDecisionRule(), 10));
+}
+
+TEST(tkAssessment, patternsWhoseExpectedCostIsNaNAreRefusedAtNoPoint)
+{
+    const tkAssessment assessment =
+        judged({0, 1}, {resultOf({{0, 0.75}, {1, 0.25}}), resultOf({{0, 0.25}, {1, 0.75}})});
+    tkDecisionRule rule{tkClassifierFrequencies(), tkClassifierCosts(notANumber)};
+    const auto points = assessment.costAgainstRefusals(rule);
+    ASSERT_EQ(1u, points.size());
+    EXPECT_EQ(0.0, points[0].refusalCost);
+    EXPECT_EQ(0.0, points[0].refused);
+    rule.refusalCost(points[0].refusalCost);
+    for (const long decision : assessment.decisions(rule))
+        EXPECT_NE(tkDecisionRule::cannotTell, decision);
+}
+
+TEST(tkAssessment, frequenciesThatAreNotFiniteGiveNeitherAShareNorACost)
+{
+    const tkAssessment assessment =
+        judged({0, 1}, {resultOf({{0, 0.75}, {1, 0.25}}), resultOf({{0, 0.25}, {1, 0.75}})});
+    for (const double frequency : {infinity, notANumber})
+    {
+        const auto points = assessment.costAgainstRefusals({tkClassifierFrequencies(frequency), tkClassifierCosts()});
+        ASSERT_EQ(1u, points.size());
+        EXPECT_TRUE(std::isnan(points[0].refused));
+        EXPECT_TRUE(std::isnan(points[0].cost));
+    }
+}
+
 TEST(tkAssessment, patternsThatAreNoneOfTheseAreRefusedAtEveryPoint)
 {
     const tkAssessment assessment =

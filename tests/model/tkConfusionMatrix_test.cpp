@@ -139,6 +139,7 @@ TEST(tkRate, withoutDeviationsTheIntervalIsTheRate)
 
 TEST(tkRate, hitsLieBetweenZeroAndTheTotal)
 {
+    EXPECT_THROW(tkRate(1, 2, std::numeric_limits<double>::infinity()), tkAssertionFailure);
     EXPECT_THROW(tkRate(-1, 4), tkAssertionFailure);
     EXPECT_THROW(tkRate(5, 4), tkAssertionFailure);
     EXPECT_THROW(tkRate(1, 4, -1.0), tkAssertionFailure);

@@ -38,20 +38,30 @@ tkClassifierResult judgeAnew(const tk_LabelledPatterns& data, const tkClassifier
     return tool.run(*data.patterns[i]);
 }
 
+/// Whether the log density has a term for it: what is the same for all patterns has none.
+bool hasTerm(const tkNMCovarianceFactor::Measurement& measurement)
+{
+    return measurement.role != tkNMCovarianceFactor::eSameEverywhere;
+}
+
 /// Whether the covariance is far from being repaired, also when one pattern that makes up at most 3/4 of any variance
-/// is left out, and well enough conditioned for distances to be right to 1e-11.
+/// is left out, and well enough conditioned for distances up to `largestDistance` to be right to 1e-10.
 bool isSound(const tkNMNormal& normal)
 {
-    const std::size_t d = static_cast<std::size_t>(normal.dimension());
     if (normal.count() < normal.dimension() + 3)
         return false;
+    const auto& measurements = normal.factorisation().covariance.measurements;
+    std::vector<long> places;
+    for (std::size_t j = 0; j < measurements.size(); ++j)
+        if (hasTerm(measurements[j]))
+            places.push_back(static_cast<long>(j));
+    const std::size_t d = places.size();
     const tkNMMatrix covariance = normal.covariance();
-    const auto c = [&](std::size_t i, std::size_t j) { return covariance(static_cast<long>(i), static_cast<long>(j)); };
+    const auto c = [&](std::size_t i, std::size_t j) { return covariance(places[i], places[j]); };
     for (std::size_t j = 0; j < d; ++j)
     {
         const double deviation = std::sqrt(c(j, j));
-        if (!(deviation > 0x1p-450 && deviation < 0x1p450 &&
-              deviation > 0x1p-40 * std::abs(normal.mean(static_cast<long>(j)))))
+        if (!(deviation > 0x1p-450 && deviation < 0x1p450 && deviation > 0x1p-40 * std::abs(normal.mean(places[j]))))
             return false;
     }
     // The Cholesky factor of R - 2^-14 I exists: no eigenvalue of the correlation matrix is less.
@@ -69,7 +79,8 @@ bool isSound(const tkNMNormal& normal)
     return true;
 }
 
-/// Whether a measurement is constant in the category: its deviation then depends on the patterns of all categories.
+/// Whether a measurement is constant in the category, but not in all: its deviation then depends on the patterns of all
+/// categories.
 bool hasConstants(const tk_CategoryModelBayesian& model)
 {
     for (const tkPtrHandle<tk_ProbabilityDensityFunction>& density : model.densities())
@@ -78,7 +89,7 @@ bool hasConstants(const tk_CategoryModelBayesian& model)
         if (!normal || !normal->isValid())
             continue;
         for (const auto& measurement : normal->normal().factorisation().covariance.measurements)
-            if (measurement.role != tkNMCovarianceFactor::eVaries)
+            if (measurement.role == tkNMCovarianceFactor::eConstant)
                 return true;
     }
     return false;
@@ -98,15 +109,19 @@ std::vector<double> learnedMeasurements(const tkFeaturePattern& pattern, const s
     return measurements;
 }
 
+/// The largest squared distance for the closed form, whose error grows with it.
+constexpr double largestDistance = 64.0;
+
 /// Adds the log density of x to `sum` as it is when x, one of the patterns learned, is left out. False if that is not
 /// sure enough.
 bool addLeftOut(const tkNMNormal& normal, const double* x, double& sum)
 {
     const double n = static_cast<double>(normal.count());
-    const double d = static_cast<double>(normal.dimension());
+    const auto& measurements = normal.factorisation().covariance.measurements;
+    const auto d = static_cast<double>(std::count_if(measurements.begin(), measurements.end(), hasTerm));
     const double q = normal.factorisation().squaredDistance(x);
     const double rest = 1.0 - n / ((n - 1.0) * (n - 1.0)) * q;
-    if (!(rest >= 0.25))
+    if (!(rest >= 0.25 && q <= largestDistance))
         return false;
     const double a = (n - 1.0) / (n - 2.0);
     const double shift = n / (n - 1.0);

@@ -58,6 +58,17 @@ void expectNear(const tkClassifierResult& expected, const tkClassifierResult& re
                tolerance * (1.0 + std::abs(expected.matchScoreFactorLog())), i);
 }
 
+/// Of how many patterns the judgement differs from that of a training without them, be it in its last bit.
+std::size_t numJudgedTheShortWay(const Data& data, const tkClassifierTrainParams& params)
+{
+    const tk_LabelledPatterns labelled(data);
+    const tk_LeftOutJudge judge = tk_leaveOneOut(labelled, params);
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < labelled.patterns.size(); ++i)
+        count += anew(data, params, i) != judge(i) ? 1 : 0;
+    return count;
+}
+
 void compareAll(const Data& data, const tkClassifierTrainParams& params, double tolerance)
 {
     const tk_LabelledPatterns labelled(data);
@@ -97,6 +108,48 @@ TEST(tk_LeaveOneOut, bayesianScoresAreThoseOfATrainingWithoutThePattern)
     compareAll(wine(), paramsOf({{0, 1, 2, 3}}), 1e-10);
     compareAll(wine(), paramsOf({{3, 0}, {1, 2}}), 1e-10);
     compareAll(wine(), paramsOf({}), 1e-10);
+}
+
+TEST(tk_LeaveOneOut, mostPatternsOfAWellConditionedCategoryAreNotTrainedAnew)
+{
+    // By another way the last bits differ.
+    EXPECT_LT(89u, numJudgedTheShortWay(wine(), paramsOf({{0, 1, 2, 3}})));
+    EXPECT_LT(89u, numJudgedTheShortWay(wine(), paramsOf({{3, 0}, {1, 2}})));
+    EXPECT_LT(89u, numJudgedTheShortWay(wine(), paramsOf({})));
+}
+
+TEST(tk_LeaveOneOut, measurementThatIsTheSameEverywhereIsNoReasonToTrainAnew)
+{
+    Data data;
+    const Data plain = wine();
+    for (std::size_t i = 0; i < plain.patterns().size(); ++i)
+    {
+        std::vector<double> x = plain.patterns()[i]->featureMeasurements(true);
+        x.insert(x.begin() + 1, 7.0);
+        data.addData(x, plain.labels()[i]);
+    }
+    for (const auto& params : {paramsOf({{0, 1, 2, 3, 4}}), paramsOf({})})
+    {
+        compareAll(data, params, 1e-10);
+        EXPECT_LT(89u, numJudgedTheShortWay(data, params));
+    }
+}
+
+TEST(tk_LeaveOneOut, patternsAtALargeDistanceAreTrainedAnew)
+{
+    tkRandomGaussian gaussian(13);
+    Data data;
+    data.addData({12.0, 0.0}, 0); // at a squared distance of about 90
+    for (int i = 0; i < 400; ++i)
+        data.addData({gaussian.next(i % 2 ? 5.0 : 0.0, 1.0), gaussian.next(0.0, 1.0)}, i % 2);
+    const auto params = paramsOf({{0, 1}});
+    const tk_LabelledPatterns labelled(data);
+    const tk_LeftOutJudge judge = tk_leaveOneOut(labelled, params);
+    EXPECT_TRUE(anew(data, params, 0) == judge(0));
+    std::size_t numShort = 0;
+    for (std::size_t i = 1; i < 40; ++i)
+        numShort += anew(data, params, i) != judge(i) ? 1 : 0;
+    EXPECT_LT(20u, numShort);
 }
 
 TEST(tk_LeaveOneOut, patternsThatATrainingSkipsChangeNothing)

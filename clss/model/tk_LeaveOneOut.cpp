@@ -51,12 +51,14 @@ bool isSound(const tkNMNormal& normal)
     if (normal.count() < normal.dimension() + 3)
         return false;
     const auto& measurements = normal.factorisation().covariance.measurements;
+    const tkNMMatrix covariance = normal.covariance();
     std::vector<long> places;
     for (std::size_t j = 0; j < measurements.size(); ++j)
         if (hasTerm(measurements[j]))
             places.push_back(static_cast<long>(j));
+        else if (covariance(static_cast<long>(j), static_cast<long>(j)) > 0.0) // varies by rounding
+            return false;
     const std::size_t d = places.size();
-    const tkNMMatrix covariance = normal.covariance();
     const auto c = [&](std::size_t i, std::size_t j) { return covariance(places[i], places[j]); };
     for (std::size_t j = 0; j < d; ++j)
     {

@@ -135,6 +135,26 @@ TEST(tk_LeaveOneOut, measurementThatIsTheSameEverywhereIsNoReasonToTrainAnew)
     }
 }
 
+TEST(tk_LeaveOneOut, categoriesInWhichAMeasurementVariesByRoundingAloneAreTrainedAnew)
+{
+    Data data;
+    const Data plain = wine();
+    for (std::size_t i = 0; i < plain.patterns().size(); ++i)
+    {
+        std::vector<double> x = plain.patterns()[i]->featureMeasurements(true);
+        x.push_back(i == 0 ? std::nextafter(7.0, 8.0) : 7.0);
+        data.addData(x, plain.labels()[i]);
+    }
+    const auto params = paramsOf({{0, 1, 2, 3, 4}});
+    const tk_LabelledPatterns labelled(data);
+    const tk_LeftOutJudge judge = tk_leaveOneOut(labelled, params);
+    for (std::size_t i = 0; i < labelled.patterns.size(); ++i)
+    {
+        const bool isShort = anew(data, params, i) != judge(i);
+        EXPECT_FALSE(isShort && labelled.labels[i] == labelled.labels[0]) << i;
+    }
+}
+
 TEST(tk_LeaveOneOut, patternsAtALargeDistanceAreTrainedAnew)
 {
     tkRandomGaussian gaussian(13);

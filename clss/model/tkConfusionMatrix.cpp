@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 tkRate::tkRate(long hits, long total, double z) : hits(hits), total(total), value(0.0), low(0.0), high(1.0)
 {
@@ -46,25 +47,28 @@ long tkConfusionMatrix::count(long truth, long decision) const
 
 long tkConfusionMatrix::numTrue(long truth) const
 {
-    long sum = count(truth, tkDecisionRule::noneOfThese) + count(truth, tkDecisionRule::cannotTell);
-    for (const long decision : categories_)
-        sum += count(truth, decision);
-    return sum;
+    const std::size_t row = row_(truth);
+    if (row == categories_.size())
+        return 0;
+    const long* const counts = &counts_[row * (categories_.size() + 2)];
+    return std::accumulate(counts, counts + categories_.size() + 2, 0L);
 }
 
 long tkConfusionMatrix::numDecided(long decision) const
 {
+    const std::size_t numColumns = categories_.size() + 2;
+    const std::size_t column = column_(decision);
     long sum = 0;
-    for (const long truth : categories_)
-        sum += count(truth, decision);
+    for (std::size_t row = 0; column < numColumns && row < categories_.size(); ++row)
+        sum += counts_[row * numColumns + column];
     return sum;
 }
 
 tkRate tkConfusionMatrix::accuracy() const
 {
     long right = 0;
-    for (const long label : categories_)
-        right += count(label, label);
+    for (std::size_t row = 0; row < categories_.size(); ++row)
+        right += counts_[row * (categories_.size() + 2) + row];
     return {right, numPatterns_};
 }
 
@@ -72,17 +76,19 @@ double tkConfusionMatrix::expectedCost(const tkDecisionRule& rule) const
 {
     double sum = 0.0;
     double frequencySum = 0.0;
-    for (const long truth : categories_)
+    const std::size_t n = categories_.size();
+    for (std::size_t t = 0; t < n; ++t)
     {
-        const long total = numTrue(truth);
+        const long truth = categories_[t];
+        const long* const counts = &counts_[t * (n + 2)];
+        const long total = std::accumulate(counts, counts + n + 2, 0L);
         if (total == 0)
             continue;
         double cost = 0.0;
-        for (const long decision : categories_)
-            if (decision != truth && count(truth, decision) > 0)
-                cost +=
-                    static_cast<double>(count(truth, decision)) * rule.costs().misclassificationCost(truth, decision);
-        const long refused = count(truth, tkDecisionRule::noneOfThese) + count(truth, tkDecisionRule::cannotTell);
+        for (std::size_t d = 0; d < n; ++d)
+            if (d != t && counts[d] > 0)
+                cost += static_cast<double>(counts[d]) * rule.costs().misclassificationCost(truth, categories_[d]);
+        const long refused = counts[n] + counts[n + 1];
         if (refused > 0) // none of them costs nothing, also where one costs infinitely much
             cost += static_cast<double>(refused) * rule.refusalCost();
         const double frequency = rule.frequencies().categoryFrequency(truth);

@@ -286,7 +286,7 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
         for (std::size_t i = 0; i < used; i += width)
         {
             const std::size_t rest = std::min(width, used - i);
-            if (rest < width && rest <= few)
+            if (rest < width && (width <= few + 1 || rest <= few))
             {
                 for (std::size_t l = i; l < used; ++l)
                 {
@@ -298,7 +298,7 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
             DoublesOf<width> argument = DoublesOf<width>{} + 1.0;
             if (rest == width)
                 loadRegister(argument, x + first + i);
-            else
+            else if constexpr (width > few + 1)
             {
                 double some[width];
                 storeRegister(argument, some);
@@ -313,7 +313,7 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
             allValid = allValid & isValid;
             if (rest == width)
                 storeRegister(result, results + first + i);
-            else
+            else if constexpr (width > few + 1)
             {
                 double some[width];
                 storeRegister(result, some);

@@ -66,12 +66,12 @@ bool isSound(const tkNMNormal& normal)
         if (!(deviation > 0x1p-450 && deviation < 0x1p450 && deviation > 0x1p-40 * std::abs(normal.mean(places[j]))))
             return false;
     }
-    // The Cholesky factor of R - 2^-14 I exists: no eigenvalue of the correlation matrix is less.
+    // The Cholesky factor of R - 2^-12 I exists: no eigenvalue of the correlation matrix is less.
     std::vector<std::vector<double>> factor(d, std::vector<double>(d));
     for (std::size_t i = 0; i < d; ++i)
         for (std::size_t j = 0; j <= i; ++j)
         {
-            double rest = i == j ? 1.0 - 0x1p-14 : c(i, j) / std::sqrt(c(i, i)) / std::sqrt(c(j, j));
+            double rest = i == j ? 1.0 - 0x1p-12 : c(i, j) / std::sqrt(c(i, i)) / std::sqrt(c(j, j));
             for (std::size_t k = 0; k < j; ++k)
                 rest -= factor[i][k] * factor[j][k];
             if (i == j && !(rest > 0.0))

@@ -19,7 +19,7 @@ using tk_LeftOutJudge = std::function<tkClassifierResult(std::size_t i)>;
 ///     ln det C' = d ln a + ln det C + ln(1 - n / (n - 1)^2 q),   q' = (n / (n - 1))^2 q / (a (1 - n / (n - 1)^2 q)).
 /// Scores agree with those of a training without the pattern to 1e-10. The tool is trained anew where that is not sure:
 /// for the patterns of a category with a density that is not normal, or with an eigenvalue of a correlation matrix
-/// below 2^-14 (so that no repaired covariance is among them), for patterns that make up most of a variance of their
+/// below 2^-12 (so that no repaired covariance is among them), for patterns that make up most of a variance of their
 /// category or have q > 64, and for all if a measurement is constant in a category but not in all together.
 ///
 /// Nearest neighbours with the norm distance and finite patterns: the nearest k + 1 but for the pattern itself, found

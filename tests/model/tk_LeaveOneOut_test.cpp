@@ -226,6 +226,41 @@ TEST(tk_LeaveOneOut, nearlySingularCovariancesAreTrainedAnew)
     }
 }
 
+TEST(tk_LeaveOneOut, scoresAgreeUpToTheLimitOfTheConditionAndOfTheDistance)
+{
+    // The least eigenvalue of the correlation matrices is about `part` 2^-12. The first patterns lie far out along its
+    // direction, between the categories.
+    for (const double part : {0.25, 1.1})
+    {
+        tkRandomGaussian gaussian(100);
+        const double deviation = std::sqrt(2.0 * part * 0x1p-12);
+        Data data;
+        const auto addPattern = [&](double place, long label)
+        {
+            const double x = gaussian.next(0.0, 1.0);
+            data.addData({x, x + place * deviation}, label);
+        };
+        for (int i = 0; i < 12; ++i)
+            addPattern(6.0 + 0.15 * i, 0);
+        for (int i = 0; i < 1500; ++i)
+        {
+            addPattern(gaussian.next(0.0, 1.0), 0);
+            addPattern(gaussian.next(14.0, 1.0), 1);
+        }
+        const auto params = paramsOf({{0, 1}});
+        const tk_LabelledPatterns labelled(data);
+        const tk_LeftOutJudge judge = tk_leaveOneOut(labelled, params);
+        std::size_t numShort = 0;
+        for (std::size_t i = 0; i < 12; ++i)
+        {
+            const tkClassifierResult expected = anew(data, params, i);
+            expectNear(expected, judge(i), 1e-10, i);
+            numShort += expected != judge(i) ? 1 : 0;
+        }
+        EXPECT_EQ(part > 1.0, numShort > 0) << part;
+    }
+}
+
 TEST(tk_LeaveOneOut, binomialMeasurementsAreTrainedAnew)
 {
     Types types(Types::eNormal);

@@ -175,7 +175,7 @@ TEST(tkNMNormalBatch, everyInstructionSetHasTheMarginalsOfTheDefinition)
             }
         }
     }
-    EXPECT_GT(sums, 10000);
+    EXPECT_GT(sums, 4000 * static_cast<int>(instructionSets().size()));
     EXPECT_GT(hostileSums, 3000);
 }
 

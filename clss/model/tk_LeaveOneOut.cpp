@@ -251,6 +251,7 @@ public:
         for (const long neighbor : neighbors)
             ++votes[data_.labels[static_cast<std::size_t>(neighbor)]];
         std::vector<tkClassifierCategoryResult> scores;
+        scores.reserve(votes.size());
         for (const auto& [label, count] : votes)
             scores.emplace_back(label, static_cast<double>(count) / static_cast<double>(k_));
         return tkClassifierResult(std::move(scores), tkClassifierFrequencies(1.0), params_.misclassificationCosts(),

@@ -380,7 +380,7 @@ TEST_P(tkNMNeighborSearchData, listsHaveTheBitsOfTheDefinitionOfEveryInstruction
     // Of these kinds, sets with such a value go to the definition alone.
     const std::string name = kind.name;
     const bool isOftenOutOfReach = name == "overflowing" || name == "some infinite" || name == "some not numbers";
-    EXPECT_GT(comparisons, isOftenOutOfReach ? -1 : 2500 * static_cast<long>(kernelSets().size()));
+    EXPECT_GT(comparisons, isOftenOutOfReach ? -1 : 2000 * static_cast<long>(kernelSets().size()));
     EXPECT_GE(kernelSets().size(), 1u);
 }
 

@@ -38,6 +38,7 @@
 #include "clss/model/tkCovariancePooling.h"
 #include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkIncompleteTraining.h"
+#include "clss/model/tkJudgement.h"
 #include "clss/model/tkPatternScaler.h"
 #include "clss/model/tk_ClassifierIncomplete.h"
 #include "clss/model/tk_ClassifierPooled.h"

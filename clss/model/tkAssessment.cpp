@@ -22,9 +22,9 @@
 
 namespace
 {
-tkAssessment::Trainer trainerOf(const tkClassifierTrainParams& params)
+tkTrainer trainerOf(const tkClassifierTrainParams& params)
 {
-    return [&params](const tkClassifierDataProvider& training) -> tkAssessment::Judge
+    return [&params](const tkClassifierDataProvider& training) -> tkJudge
     {
         const auto tool = std::make_shared<tkClassifierTool>();
         tool->train(training, params);
@@ -108,7 +108,7 @@ std::vector<long> tkAssessment::stratifiedFolds(const tkClassifierDataProvider& 
     return folds;
 }
 
-tkAssessment tkAssessment::crossValidate(const tkClassifierDataProvider& data, const Trainer& trainer,
+tkAssessment tkAssessment::crossValidate(const tkClassifierDataProvider& data, const tkTrainer& trainer,
                                          const std::vector<long>& folds, const Progress& progress)
 {
     if (folds.size() != static_cast<std::size_t>(data.numPatterns()))
@@ -130,10 +130,10 @@ tkAssessment tkAssessment::crossValidate(const tkClassifierDataProvider& data, c
         judged[fold].push_back(i);
         ++total;
     }
-    std::map<std::size_t, Judgement> judgements; // of the patterns, in their order
+    std::map<std::size_t, tkJudgement> judgements; // of the patterns, in their order
     for (const auto& [fold, patterns] : judged)
     {
-        const Judge judge = trainer(withoutFold(labelled, folds, fold));
+        const tkJudge judge = trainer(withoutFold(labelled, folds, fold));
         for (const std::size_t i : patterns)
         {
             judgements.emplace(i, judge(*labelled.patterns[i]));
@@ -153,7 +153,7 @@ tkAssessment tkAssessment::crossValidate(const tkClassifierDataProvider& data, c
     return crossValidate(data, trainerOf(params), folds, progress);
 }
 
-tkAssessment tkAssessment::leaveOneOut(const tkClassifierDataProvider& data, const Trainer& trainer,
+tkAssessment tkAssessment::leaveOneOut(const tkClassifierDataProvider& data, const tkTrainer& trainer,
                                        const Progress& progress)
 {
     std::vector<long> folds(static_cast<std::size_t>(data.numPatterns()));
@@ -180,9 +180,9 @@ tkAssessment tkAssessment::leaveOneOut(const tkClassifierDataProvider& data, con
     return assessment;
 }
 
-tkAssessment tkAssessment::heldOut(const tkClassifierDataProvider& data, const Judge& judge, const Progress& progress)
+tkAssessment tkAssessment::heldOut(const tkClassifierDataProvider& data, const tkJudge& judge, const Progress& progress)
 {
-    const Trainer trained = [&](const tkClassifierDataProvider&) { return judge; };
+    const tkTrainer trained = [&](const tkClassifierDataProvider&) { return judge; };
     return crossValidate(data, trained, std::vector<long>(static_cast<std::size_t>(data.numPatterns()), 0), progress);
 }
 
@@ -193,7 +193,7 @@ tkAssessment tkAssessment::heldOut(const tkClassifierDataProvider& data, const t
         data, [&](const tkFeaturePattern& pattern) { return tool.run(pattern); }, progress);
 }
 
-void tkAssessment::add_(long index, long label, const Judgement& judgement)
+void tkAssessment::add_(long index, long label, const tkJudgement& judgement)
 {
     std::vector<std::pair<long, double>> scores;
     for (const tkClassifierCategoryResult& category : judgement.result.categoryResults())

@@ -2,13 +2,12 @@
 #define CLSS_MODEL_TKASSESSMENT_H
 
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
-#include "clss/clastool/clastool/tkClassifierResult.h"
 #include "clss/model/tkConfusionMatrix.h"
 #include "clss/model/tkDecisionRule.h"
+#include "clss/model/tkJudgement.h"
 
 #include <cstddef>
 #include <functional>
-#include <utility>
 #include <vector>
 
 class tkClassifierTool;
@@ -22,27 +21,6 @@ class tkClassifierTrainParams;
 class TK_EXPORT tkAssessment
 {
 public:
-    /// What is said about one pattern: a result, and how probable such a pattern is (see tkDecisionRule::alpha()).
-    struct Judgement
-    {
-        Judgement(tkClassifierResult judged, double p = 1.0) : result(std::move(judged)), pValue(p) {}
-
-        tkClassifierResult result;
-        double pValue;
-    };
-    using Judge = std::function<Judgement(const tkFeaturePattern& pattern)>;
-
-    /// Learns from patterns and returns what judges others. All that belongs to a training stands in it, a scaling of
-    /// the measurements, say, for it must not have seen what is judged:
-    ///     [&](const tkClassifierDataProvider& training)
-    ///     {
-    ///         const tkPatternScaler scaler(training);
-    ///         tkClassifierTool tool;
-    ///         tool.train(scaler.apply(training), params);
-    ///         return [scaler, tool](const tkFeaturePattern& pattern) { return tool.run(scaler.apply(pattern)); };
-    ///     }
-    using Trainer = std::function<Judge(const tkClassifierDataProvider& training)>;
-
     /// Is told after each pattern how many of how many have been judged. To cancel, it throws: like every exception of
     /// a training or a judgement, this passes on unchanged, and nothing remains.
     using Progress = std::function<void(long done, long total)>;
@@ -64,7 +42,7 @@ public:
     /// fold for every pattern of the data; -1 marks one that is only learned. Throws tkClassifierDefs::BadParams if
     /// folds and patterns differ in number, then if a fold is below -1, then as tkPatternScaler's constructor does for
     /// the data.
-    static tkAssessment crossValidate(const tkClassifierDataProvider& data, const Trainer& trainer,
+    static tkAssessment crossValidate(const tkClassifierDataProvider& data, const tkTrainer& trainer,
                                       const std::vector<long>& folds, const Progress& progress = Progress());
     /// The same with a tkClassifierTool that is trained with these parameters.
     static tkAssessment crossValidate(const tkClassifierDataProvider& data, const tkClassifierTrainParams& params,
@@ -72,7 +50,7 @@ public:
 
     /// Judges each pattern after a training with all others: as many trainings as there are patterns. Throws as
     /// tkPatternScaler's constructor does for the data.
-    static tkAssessment leaveOneOut(const tkClassifierDataProvider& data, const Trainer& trainer,
+    static tkAssessment leaveOneOut(const tkClassifierDataProvider& data, const tkTrainer& trainer,
                                     const Progress& progress = Progress());
     /// The same with a tkClassifierTool and these parameters. One training is enough for nearest neighbours with the
     /// norm distance and finite patterns, with the same bits, and for the categories of a Bayesian classifier that have
@@ -82,7 +60,7 @@ public:
                                     const Progress& progress = Progress());
 
     /// Judges patterns that were held out from the training. Throws as tkPatternScaler's constructor does for the data.
-    static tkAssessment heldOut(const tkClassifierDataProvider& data, const Judge& judge,
+    static tkAssessment heldOut(const tkClassifierDataProvider& data, const tkJudge& judge,
                                 const Progress& progress = Progress());
     static tkAssessment heldOut(const tkClassifierDataProvider& data, const tkClassifierTool& tool,
                                 const Progress& progress = Progress());
@@ -150,7 +128,7 @@ public:
 private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkAssessment& assessment);
 
-    void add_(long index, long label, const Judgement& judgement);
+    void add_(long index, long label, const tkJudgement& judgement);
     template <class Visit>
     void forEachResult_(const tkDecisionRule& rule, Visit visit) const;
     void resultOf_(std::size_t i, const tkDecisionRule& rule, tkClassifierResult& result) const;

@@ -1,6 +1,9 @@
+#include "clss/clastool/bayes/tk_BayesAccelerator.h"
+
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkException.h"
+#include "numerics/tkNMDecision.h"
 #include "numerics/tkNMElementary.h"
 #include "tests/bayes/bayesTestData.h"
 #include "tkTest.h"
@@ -38,8 +41,11 @@ tkFeaturePattern strangePattern(std::size_t dimension, std::mt19937_64& generato
         values[generator() % dimension] = strange[generator() % std::size(strange)];
     for (std::size_t j = 7; j < dimension; j += 12)
         values[j] = std::fabs(values[j]); // a binomial measurement in some categories
+    // None, a quarter, half, three quarters or all of the measurements.
     if (generator() % 4 == 0)
-        invalid.push_back(static_cast<long>(generator() % dimension));
+        for (std::size_t j = 0, share = generator() % 5; j < dimension; ++j)
+            if (generator() % 4 < share)
+                invalid.push_back(static_cast<long>(j));
     return tkFeaturePattern(values, invalid);
 }
 
@@ -56,27 +62,36 @@ tkFeaturePattern magnitudesOf(const tkFeaturePattern& pattern)
     return tkFeaturePattern(values, invalid);
 }
 
-/// Returns how many scores, compared for `count` strange patterns with the definition, were not refused.
+/// Returns how many scores of the accelerator, compared for `count` strange patterns with the definition, were not
+/// refused.
 int compareScores(const tk_ClassifierBayesian& classifier, std::size_t dimension, int count, std::mt19937_64& generator)
 {
+    const tk_BayesAccelerator::Models& models = classifier.categoryModels();
+    const tk_BayesAccelerator accelerator(models);
+    std::vector<double> scores(tkNMDecision::roundUp(models.size()));
     int scored = 0;
     for (int i = 0; i < count; ++i)
     {
         const tkFeaturePattern pattern = strangePattern(dimension - generator() % 2, generator);
-        for (std::size_t c = 0; c < classifier.categoryModels().size(); ++c)
+        std::vector<double> expected;
+        try
         {
-            const tk_CategoryModelBayesian& category = model(classifier, c);
-            double expected = 0.0;
-            try
-            {
-                expected = plainScore(category, pattern);
-            }
-            catch (const tkClassifierDefs::Errors& error)
-            {
-                EXPECT_TK_THROW(category.matchScore(pattern), tkClassifierDefs::BadParams, error.message());
-                continue;
-            }
-            EXPECT_TRUE(haveSameBits(expected, category.matchScore(pattern)));
+            for (std::size_t c = 0; c < models.size(); ++c)
+                expected.push_back(plainScore(model(classifier, c), pattern));
+        }
+        catch (const tkClassifierDefs::Errors& error)
+        {
+            EXPECT_TK_THROW(accelerator.matchScores(models, pattern, scores.data()), tkClassifierDefs::BadParams,
+                            error.message());
+            EXPECT_TK_THROW(model(classifier, expected.size()).matchScore(pattern), tkClassifierDefs::BadParams,
+                            error.message());
+            continue;
+        }
+        accelerator.matchScores(models, pattern, scores.data());
+        for (std::size_t c = 0; c < models.size(); ++c)
+        {
+            EXPECT_TRUE(haveSameBits(expected[c], scores[c])) << c;
+            EXPECT_TRUE(haveSameBits(expected[c], model(classifier, c).matchScore(pattern))) << c;
             ++scored;
         }
     }

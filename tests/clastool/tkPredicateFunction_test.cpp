@@ -8,6 +8,7 @@
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "foundation/tkArchiveOperators.h"
 
+#include <climits>
 #include <type_traits>
 
 namespace
@@ -232,13 +233,12 @@ TEST(tkRangePredicate, negativeLoadedIndexIsRefusedByThePatternWhenItIsUsed)
                     L"Feature measurement indices must be >= 0");
 }
 
+#if LONG_MAX > 2147483647 // otherwise there is no such index
 TEST(tkRangePredicate, indexThatAnArchiveCannotHoldIsNotStored)
 {
-    const long index = static_cast<long>(2147483648LL);
-    if (index < 0)
-        GTEST_SKIP() << "long holds no such number";
-    EXPECT_THROW(storeToBytes(tkRangePredicate(tkRange::FullRange(), {index})), tkArchive::Errors);
+    EXPECT_THROW(storeToBytes(tkRangePredicate(tkRange::FullRange(), {2147483648L})), tkArchive::Errors);
 }
+#endif
 
 TEST(tkRangePredicate, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {

@@ -5,6 +5,7 @@
 #include "tkTest.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -176,12 +177,11 @@ TEST(tkArchive, unsignedLongsAreFourBytesLeastFirst)
     EXPECT_EQ(0x80000000UL, loadedFrom<unsigned long>(fromHex("00 00 00 80")));
 }
 
+#if LONG_MAX > 2147483647 // otherwise there are no such numbers
 TEST(tkArchive, numbersOutOfThirtyTwoBitsAreRefusedWhenStoring)
 {
-    if (sizeof(long) == 4)
-        GTEST_SKIP() << "long holds no such number";
-    const long large = static_cast<long>(2147483648LL);
-    const unsigned long veryLarge = static_cast<unsigned long>(4294967296ULL);
+    const long large = 2147483648L;
+    const unsigned long veryLarge = 4294967296UL;
     const auto refused = [](auto value, const std::wstring& text)
     {
         std::ostringstream stream;
@@ -213,6 +213,7 @@ TEST(tkArchive, numbersOutOfThirtyTwoBitsAreRefusedWhenStoring)
     refusedWithin(-large - 1, L"-2147483649");
     refusedWithin(veryLarge, L"4294967296");
 }
+#endif
 
 TEST(tkArchive, doublesAreTheirEightBytesLeastFirst)
 {

@@ -76,8 +76,8 @@ inline tkAssessment assessment()
                                  [](const tkFeaturePattern& pattern)
                                  {
                                      return pattern.featureMeasurement(0, true) == 1.0
-                                                ? tkAssessment::Judgement(result(), 0.25)
-                                                : tkAssessment::Judgement(tkClassifierResult());
+                                                ? tkJudgement(result(), 0.25)
+                                                : tkJudgement(tkClassifierResult());
                                  });
 }
 } // namespace golden

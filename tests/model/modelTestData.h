@@ -1,7 +1,10 @@
 #ifndef TESTS_MODEL_MODELTESTDATA_H
 #define TESTS_MODEL_MODELTESTDATA_H
 
+#include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
+#include "clss/clastool/clastool/tkClassifierTool.h"
+#include "foundation/tkRandom.h"
 #include "tkTest.h"
 
 #include <cmath>
@@ -67,5 +70,44 @@ public:
     std::vector<tkPtrHandle_const<tkFeaturePattern>> patterns;
     std::vector<long> labels;
 };
+
+/// Parameters for two measurements, of which the second is binomial with 10 trials in the categories 0 and 1.
+inline tkClassifierTrainParamsBayesian paramsWithABinomial()
+{
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    for (const long label : {0L, 1L})
+        types.distributionTypeOverride(label, 1, tkClassifierDistributionTypes::eBinomial);
+    return tkClassifierTrainParamsBayesian(types, tkClassifierFrequencies(), tkClassifierCosts(),
+                                           tkFeaturePattern({0.0, 10.0}, {0}));
+}
+
+/// 30 patterns for these parameters.
+inline tkClassifierDataProviderMemory dataWithABinomial()
+{
+    tkRandomUniform uniform(6);
+    tkClassifierDataProviderMemory data;
+    for (int i = 0; i < 30; ++i)
+        data.addData({uniform.next(-1.0, 1.0), std::floor(uniform.next(i % 2 ? 1.0 : 3.0, 8.0))}, i % 2);
+    return data;
+}
+
+/// Golden archives of parameters and of a tool trained with them come back equal and store to the same bytes.
+template <class Params>
+void expectGoldens(const std::string& paramsFile, const Params& expectedParams, const std::string& toolFile,
+                   const tkClassifierTool& expectedTool)
+{
+    const std::string bytes = goldenBytes(paramsFile);
+    tkPtrHandle<Params> params;
+    loadFromBytes(bytes, params);
+    ASSERT_TRUE(params);
+    EXPECT_TRUE(*params == expectedParams);
+    EXPECT_EQ(bytes, storeToBytes(params));
+
+    const std::string toolBytes = goldenBytes(toolFile);
+    tkClassifierTool tool;
+    loadFromBytes(toolBytes, tool);
+    EXPECT_TRUE(tool == expectedTool);
+    EXPECT_EQ(toolBytes, storeToBytes(tool));
+}
 
 #endif

@@ -23,7 +23,7 @@ namespace
 const double infinity = std::numeric_limits<double>::infinity();
 const double notANumber = std::numeric_limits<double>::quiet_NaN();
 
-using Judgement = tkAssessment::Judgement;
+using Judgement = tkJudgement;
 
 /// The table of scikit-learn's figures: patterns with their folds, and the figures by name.
 struct Reference
@@ -241,7 +241,7 @@ TEST(tkAssessment, trainerSeesNothingOfTheFoldThatIsJudged)
 {
     const auto data = numbered({0, 0, 1, -1, 1, 0});
     std::vector<std::vector<double>> trainings;
-    const tkAssessment::Trainer trainer = [&](const tkClassifierDataProvider& training) -> tkAssessment::Judge
+    const tkTrainer trainer = [&](const tkClassifierDataProvider& training) -> tkJudge
     {
         auto& provider = const_cast<tkClassifierDataProvider&>(training);
         trainings.emplace_back();
@@ -359,7 +359,7 @@ TEST(tkAssessment, leaveOneOutIsOneFoldForEachPattern)
     const tkAssessment assessment = tkAssessment::leaveOneOut(data, params);
     EXPECT_EQ(data.numPatterns() - 1, assessment.numPatterns());
     EXPECT_TRUE(assessment == tkAssessment::crossValidate(data, params, folds));
-    const tkAssessment::Trainer trainer = [&](const tkClassifierDataProvider& training)
+    const tkTrainer trainer = [&](const tkClassifierDataProvider& training)
     {
         tkClassifierTool tool;
         tool.train(training, params);

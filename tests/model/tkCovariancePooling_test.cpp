@@ -199,15 +199,8 @@ TEST(tkCovariancePooling, categoriesOfOnePatternTakeThePooledCovariance)
 
 TEST(tkCovariancePooling, binomialDensitiesAreLeftAsTheyAre)
 {
-    Types types(Types::eNormal);
-    for (const long label : {0L, 1L})
-        types.distributionTypeOverride(label, 1, Types::eBinomial);
-    const tkClassifierTrainParamsBayesian params(types, tkClassifierFrequencies(), tkClassifierCosts(),
-                                                 tkFeaturePattern({0.0, 10.0}, {0}));
-    tkRandomUniform uniform(6);
-    Data data;
-    for (int i = 0; i < 30; ++i)
-        data.addData({uniform.next(-1.0, 1.0), std::floor(uniform.next(i % 2 ? 1.0 : 3.0, 8.0))}, i % 2);
+    const tkClassifierTrainParamsBayesian params = paramsWithABinomial();
+    const Data data = dataWithABinomial();
     const auto plain = trained<tk_ClassifierBayesian>(data, params);
     const auto pooled = trained<tk_ClassifierPooled>(data, tkCovariancePooling(params, 0.5));
     for (std::size_t m = 0; m < 2; ++m)
@@ -494,16 +487,6 @@ TEST(tkCovariancePooling, equalityTestsClassAmountAndParameters)
 
 TEST(tkCovariancePooling, goldenArchivesComeBackEqualAndStoreToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkCovariancePooling.v0.bin");
-    tkPtrHandle<tkCovariancePooling> params;
-    loadFromBytes(bytes, params);
-    ASSERT_TRUE(params);
-    EXPECT_TRUE(*params == golden::covariancePooling());
-    EXPECT_EQ(bytes, storeToBytes(params));
-
-    const std::string toolBytes = goldenBytes("tkClassifierTool.pooled.v0.bin");
-    tkClassifierTool tool;
-    loadFromBytes(toolBytes, tool);
-    EXPECT_TRUE(tool == golden::pooledTool());
-    EXPECT_EQ(toolBytes, storeToBytes(tool));
+    expectGoldens("tkCovariancePooling.v0.bin", golden::covariancePooling(), "tkClassifierTool.pooled.v0.bin",
+                  golden::pooledTool());
 }

@@ -243,11 +243,7 @@ TEST(tkIncompleteTraining, learnsWhereAPlainTrainingHasNothing)
 
 TEST(tkIncompleteTraining, binomialMeasurementsLearnAsEver)
 {
-    Types types(Types::eNormal);
-    for (const long label : {0L, 1L})
-        types.distributionTypeOverride(label, 1, Types::eBinomial);
-    const tkClassifierTrainParamsBayesian params(types, tkClassifierFrequencies(), tkClassifierCosts(),
-                                                 tkFeaturePattern({0.0, 10.0}, {0}));
+    const tkClassifierTrainParamsBayesian params = paramsWithABinomial();
     tkRandomUniform uniform(6);
     Data data;
     for (int i = 0; i < 30; ++i)
@@ -335,18 +331,8 @@ TEST(tkIncompleteTraining, equalityTestsClassStepsAndParameters)
 
 TEST(tkIncompleteTraining, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 {
-    const std::string bytes = goldenBytes("tkIncompleteTraining.v0.bin");
-    tkPtrHandle<tkIncompleteTraining> params;
-    loadFromBytes(bytes, params);
-    ASSERT_TRUE(params);
-    EXPECT_TRUE(*params == golden::incompleteTraining());
-    EXPECT_EQ(bytes, storeToBytes(params));
-
-    const std::string toolBytes = goldenBytes("tkClassifierTool.incomplete.v0.bin");
-    tkClassifierTool tool;
-    loadFromBytes(toolBytes, tool);
-    EXPECT_TRUE(tool == golden::incompleteTool());
-    EXPECT_EQ(toolBytes, storeToBytes(tool));
+    expectGoldens("tkIncompleteTraining.v0.bin", golden::incompleteTraining(), "tkClassifierTool.incomplete.v0.bin",
+                  golden::incompleteTool());
 }
 
 TEST(tkIncompleteTraining, loadedNumberOfStepsIsCheckedInTraining)

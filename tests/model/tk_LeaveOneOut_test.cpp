@@ -263,15 +263,8 @@ TEST(tk_LeaveOneOut, scoresAgreeUpToTheLimitOfTheConditionAndOfTheDistance)
 
 TEST(tk_LeaveOneOut, binomialMeasurementsAreTrainedAnew)
 {
-    Types types(Types::eNormal);
-    for (const long label : {0L, 1L})
-        types.distributionTypeOverride(label, 1, Types::eBinomial);
-    const tkClassifierTrainParamsBayesian params(types, tkClassifierFrequencies(), tkClassifierCosts(),
-                                                 tkFeaturePattern({0.0, 10.0}, {0}));
-    tkRandomUniform uniform(6);
-    Data data;
-    for (int i = 0; i < 30; ++i)
-        data.addData({uniform.next(-1.0, 1.0), std::floor(uniform.next(i % 2 ? 1.0 : 3.0, 8.0))}, i % 2);
+    const tkClassifierTrainParamsBayesian params = paramsWithABinomial();
+    const Data data = dataWithABinomial();
     compareAll(data, params, 0.0);
 }
 

@@ -105,6 +105,7 @@ clss/model/tkPatternScaler
 clss/model/tkDecisionRule
 clss/model/tkConfusionMatrix
 clss/model/tk_LeaveOneOut
+clss/model/tkJudgement
 clss/model/tkAssessment
 clss/model/tkCovariancePooling
 clss/model/tk_CovariancePool

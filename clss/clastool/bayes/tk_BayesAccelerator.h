@@ -16,7 +16,7 @@
 /// changed goes by its model, as does a pattern with a missing measurement. Nothing is written after
 /// construction, so that copies of a classifier share one and several threads may use it. tk_BayesAccelerator_test.cpp
 /// holds it to the bits.
-class tk_BayesAccelerator
+class TK_EXPORT tk_BayesAccelerator
 {
 public:
     using Models = std::vector<tkPtrHandle<tk_CategoryModel>>;

@@ -10,6 +10,9 @@
 #if TK_HAS_X86_TARGETS
 #include <immintrin.h>
 #endif
+#if TK_HAS_NEON
+#include <arm_neon.h>
+#endif
 
 namespace
 {
@@ -72,9 +75,9 @@ void portableMinima(const Shape& shape, const Line* blocks, long count, const Qu
     }
 }
 
-#if TK_HAS_X86_TARGETS
-
 // In what follows a register of 16-bit sums holds consecutive rows; `totals` are the registers of a whole block.
+
+#if TK_HAS_X86_TARGETS
 
 // ---- SSE2: what every x86-64 processor has --------------------------------------------------------------------------
 
@@ -325,6 +328,96 @@ TK_TARGET_AVX512 void avx512Minima(const Shape& shape, const Line* blocks, long 
 
 #endif
 
+#if TK_HAS_NEON
+
+// ---- NEON: what every 64-bit ARM processor has ----------------------------------------------------------------------
+
+#define TK_NEON [[gnu::always_inline]] inline
+
+// min(|q - x|, 127): the subtraction saturates, and so does the negation of -128.
+TK_NEON uint8x16_t neonDistance(int8x16_t q, const std::int8_t* x)
+{
+    return vreinterpretq_u8_s8(vqabsq_s8(vqsubq_s8(q, vld1q_s8(x))));
+}
+
+// The terms of 8 rows of one column.
+template <int power>
+TK_NEON uint16x8_t neonTerms(uint8x8_t d)
+{
+    return power == 2 ? vmull_u8(d, d) : vmovl_u8(d);
+}
+
+// Sums of the terms of a pair of columns, of 8 rows.
+template <int power>
+TK_NEON uint16x8_t neonPairTerms(uint8x16_t d)
+{
+    if constexpr (power == 2)
+        return vpaddq_u16(neonTerms<2>(vget_low_u8(d)), neonTerms<2>(vget_high_u8(d)));
+    else
+        return vpaddlq_u8(d);
+}
+
+template <int power>
+TK_NEON void neonTotals(const Shape& shape, const Line* block, const Query& query, uint16x8_t* totals)
+{
+    const long pairs = shape.columns / 2;
+    const int16x8_t shift = vdupq_n_s16(static_cast<std::int16_t>(-shape.shift));
+    uint16x8_t group[8];
+    for (int r = 0; r < 8; ++r)
+        totals[r] = group[r] = vdupq_n_u16(0);
+    if (shape.columns % 2 != 0)
+    {
+        const int8x16_t q = vdupq_n_s8(query.bytes[2 * pairs]);
+        for (int r = 0; r < 4; ++r)
+        {
+            const uint8x16_t d = neonDistance(q, block[2 * pairs].bytes + 16 * r);
+            group[2 * r] = neonTerms<power>(vget_low_u8(d));
+            group[2 * r + 1] = neonTerms<power>(vget_high_u8(d));
+        }
+    }
+    for (long first = 0; first == 0 || first < pairs; first += groupPairs)
+    {
+        for (long pair = first; pair < std::min(first + groupPairs, pairs); ++pair)
+        {
+            const int8x16_t q = vreinterpretq_s8_u32(vdupq_n_u32(query.pairs[pair]));
+            for (int r = 0; r < 8; ++r)
+            {
+                const uint8x16_t d = neonDistance(q, block[2 * pair + r / 4].bytes + r % 4 * 16);
+                group[r] = vqaddq_u16(group[r], neonPairTerms<power>(d));
+            }
+        }
+        for (int r = 0; r < 8; ++r)
+        {
+            totals[r] = vaddq_u16(totals[r], vshlq_u16(group[r], shift)); // to the right: the shift is negative
+            group[r] = vdupq_n_u16(0);
+        }
+    }
+}
+
+template <int power>
+void neonSums(const Shape& shape, const Line* block, const Query& query, std::uint16_t* sums)
+{
+    uint16x8_t totals[8];
+    neonTotals<power>(shape, block, query, totals);
+    std::memcpy(sums, totals, sizeof totals);
+}
+
+template <int power>
+void neonMinima(const Shape& shape, const Line* blocks, long count, const Query& query, std::uint16_t* minima)
+{
+    for (long i = 0; i < count; ++i)
+    {
+        uint16x8_t totals[8];
+        neonTotals<power>(shape, blocks + i * shape.columns, query, totals);
+        uint16x8_t m = totals[0];
+        for (int r = 1; r < 8; ++r)
+            m = vminq_u16(m, totals[r]);
+        minima[i] = vminvq_u16(m);
+    }
+}
+
+#endif
+
 template <int power>
 void choose(tkNMInstructions instructions, void (*&sums)(const Shape&, const Line*, const Query&, std::uint16_t*),
             void (*&minima)(const Shape&, const Line*, long, const Query&, std::uint16_t*))
@@ -349,6 +442,12 @@ void choose(tkNMInstructions instructions, void (*&sums)(const Shape&, const Lin
         sums = avx512Sums<power>;
         minima = avx512Minima<power>;
         break;
+    }
+#elif TK_HAS_NEON
+    if (instructions == tkNMInstructions::Neon)
+    {
+        sums = neonSums<power>;
+        minima = neonMinima<power>;
     }
 #else
     static_cast<void>(instructions);
@@ -383,6 +482,14 @@ std::uint64_t tkNMByteDistances::rowsUpTo(std::uint16_t highest, const std::uint
         const __m128i both = _mm_packs_epi16(excess(sums + first), excess(sums + first + 8)); // no 0 but from 0
         const int wanted = _mm_movemask_epi8(_mm_cmpeq_epi8(both, _mm_setzero_si128()));
         rows |= static_cast<std::uint64_t>(wanted) << first;
+    }
+#elif TK_HAS_NEON
+    static constexpr std::uint16_t bits[8] = {1, 2, 4, 8, 16, 32, 64, 128};
+    const uint16x8_t limit = vdupq_n_u16(highest);
+    for (int first = 0; first < blockRows; first += 8)
+    {
+        const uint16x8_t wanted = vandq_u16(vcleq_u16(vld1q_u16(sums + first), limit), vld1q_u16(bits));
+        rows |= static_cast<std::uint64_t>(vaddvq_u16(wanted)) << first;
     }
 #else
     for (int row = 0; row < blockRows; ++row)

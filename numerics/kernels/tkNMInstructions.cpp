@@ -7,6 +7,8 @@ tkNMInstructions tkNMBestInstructions()
         return tkNMInstructions::Sse2;
     const bool hasAvx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
     return hasAvx512 ? tkNMInstructions::Avx512 : tkNMInstructions::Avx2;
+#elif TK_HAS_NEON
+    return tkNMInstructions::Neon;
 #else
     return tkNMInstructions::Portable;
 #endif

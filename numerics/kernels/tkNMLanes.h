@@ -29,7 +29,8 @@ struct RegisterOf<Element, 1>
     using Type = Element;
 };
 
-/// The widest register of doubles that the target has without being told to: two where the compiler has vectors.
+/// The widest register of doubles that the target has without being told to: two where the compiler has vectors, which
+/// are SSE2's on x86-64 and NEON's on 64-bit ARM.
 #if defined(__GNUC__)
 constexpr std::size_t plainWidth = 2;
 #else

@@ -25,7 +25,7 @@ inline std::vector<tkNMInstructions> kernelSets()
 
 inline std::ostream& operator<<(std::ostream& stream, tkNMInstructions set)
 {
-    const char* const names[] = {"Definition", "Portable", "Sse2", "Avx2", "Avx512"};
+    const char* const names[] = {"Definition", "Portable", TK_HAS_NEON ? "Neon" : "Sse2", "Avx2", "Avx512"};
     return stream << names[static_cast<int>(set)];
 }
 

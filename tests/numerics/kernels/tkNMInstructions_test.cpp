@@ -17,6 +17,8 @@ TEST(tkNMInstructions, theBestIsWhatTheProcessorHas)
     EXPECT_EQ(best == tkNMInstructions::Avx512, __builtin_cpu_supports("avx2") != 0 &&
                                                     __builtin_cpu_supports("avx512f") != 0 &&
                                                     __builtin_cpu_supports("avx512bw") != 0);
+#elif TK_HAS_NEON
+    EXPECT_EQ(best, tkNMInstructions::Neon);
 #else
     EXPECT_EQ(best, tkNMInstructions::Portable);
 #endif

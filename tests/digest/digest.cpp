@@ -1,6 +1,9 @@
 // digest [EXPECTED]: computes one hash of everything that the library computes about a subject, by every instruction
 // set of the machine, and prints them. With a file of expected hashes, it fails if one differs: results have the same
 // bits with every compiler, optimisation level, instruction set and platform.
+// digest --store FILE: trains every method on the digest's data and stores the tools in one archive.
+// digest --load FILE: loads such an archive, which another platform may have stored, and fails unless its tools are
+// those that are trained here.
 
 #include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
 #include "clss/clastool/bayes/tk_ClassifierBayesian.h"
@@ -548,21 +551,68 @@ std::string digest()
     text << "exp_log_pow " << ofAllSets(elementary) << '\n';
     return text.str();
 }
+
+std::string contents(const std::string& name)
+{
+    std::ifstream file(name, std::ios::binary);
+    if (!file)
+        throw std::runtime_error(name + " cannot be read");
+    return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+}
+
+/// Whether it is the one expected, if one is.
+bool printDigest(const std::vector<std::string>& expectedOrNone)
+{
+    const std::string actual = digest();
+    std::cout << actual;
+    if (expectedOrNone.empty())
+        return true;
+    const std::string expected = contents(expectedOrNone[0]);
+    if (actual == expected)
+        return true;
+    std::cout << "expected:\n" << expected;
+    return false;
+}
+
+void storeTools(const std::string& name)
+{
+    std::ofstream file(name, std::ios::binary);
+    tkArchive archive(file);
+    for (auto& [method, tool] : tools())
+        archive || tool;
+    file.close();
+    if (!file)
+        throw std::runtime_error(name + " cannot be written");
+}
+
+void loadTools(const std::string& name)
+{
+    std::istringstream stream(contents(name));
+    tkArchive archive(stream);
+    for (const auto& [method, tool] : tools())
+    {
+        tkClassifierTool loaded;
+        archive || loaded;
+        if (!(loaded == tool))
+            throw std::runtime_error(method + " differs from what is trained here");
+    }
+    if (stream.peek() != std::istringstream::traits_type::eof())
+        throw std::runtime_error(name + " goes on after the tools");
+}
 } // namespace
 
 int main(int argc, char** argv)
 {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
     try
     {
-        const std::string actual = digest();
-        std::cout << actual;
-        if (argc < 2)
-            return 0;
-        std::ifstream file(argv[1]);
-        const std::string expected((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        if (actual == expected)
-            return 0;
-        std::cout << "expected:\n" << expected;
+        if (arguments.size() == 2 && arguments[0] == "--store")
+            storeTools(arguments[1]);
+        else if (arguments.size() == 2 && arguments[0] == "--load")
+            loadTools(arguments[1]);
+        else
+            return printDigest(arguments) ? 0 : 1;
+        return 0;
     }
     catch (const std::exception& error)
     {

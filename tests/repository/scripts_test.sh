@@ -197,20 +197,80 @@ LevelsOfTheProcessorAreThoseOfAllTheirInstructions() {
     expectStatus 1
 }
 
-LevelThatTheProcessorLacksIsSkippedAndLeavesItsRow() {
-    mkdir docs
+# prepareCross ROW: a folder with the script and a page with this row. The digest that is there already computes the
+# hashes expected, stores the text `archive`, and loads nothing else.
+prepareCross() {
+    mkdir -p docs build/cross/g++/bin
     cp -r "${support%/*}" scripts
-    echo '| `g++-v4` | an earlier run |' > docs/platforms.md
-    printf '#!%s\nexec "%s" "$@"\n' "$(command -v bash)" "$(command -v dirname)" > bin/dirname
-    chmod +x bin/dirname
-    standIn grep 'echo "flags : fpu avx2"'
+    printf '| platform | title |\n|---|---|\n%s\n' "$1" > docs/platforms.md
+    for command in cmp cp cut dirname rm; do
+        printf '#!%s\nexec "%s" "$@"\n' "$(command -v bash)" "$(command -v "$command")" > "bin/$command"
+        chmod +x "bin/$command"
+    done
+    standIn apt-get
     standIn cmake
+    standIn ctest
+    standIn g++ 'echo 12.3'
+    standIn id 'echo 0'
+    standIn ninja
+    standIn nproc 'echo 2'
+    standIn digest 'case $1 in --store) echo archive > "$2" ;; --load) [[ $(cat "$2") == archive ]] ;; esac'
+    cp bin/digest build/cross/g++/bin
+}
+
+# cross STATUS OPTION...
+cross() {
     status=0
-    env -i PATH="$folder/bin" bash scripts/cross.sh g++-v4 clang++-v3 > out 2>&1 || status=$?
-    expectStatus 0
+    env -i PATH="$folder/bin" bash scripts/cross.sh "${@:2}" > out 2>&1 || status=$?
+    expectStatus "$1"
+}
+
+expectRow() {
+    [ "$(tail -n +3 docs/platforms.md)" = "$1" ] || fail "expected the row '$1', not $(cat docs/platforms.md out)"
+}
+
+RowTellsWhatTestsAndDigestGave() {
+    prepareCross '| `g++-O2` | an earlier run | 1 | 7 of 8 | differ | differ | no |'
+    standIn ctest 'printf "99%% tests passed, 2 tests failed out of 30\n"; exit 8'
+    cross 1 g++-O2
+    expectRow '| `g++-O2` | x86-64, g++ -O2 | 12.3 | 28 of 30 | equal | identical | crosswise |'
+    grep -q '^cmake .*-DCLASTOOL_LEVEL=-O2 ' calls || fail "the calls are $(cat calls)"
+}
+
+RowTellsOfWrongHashesAndArchives() {
+    prepareCross '| `g++-O2` | an earlier run | 1 | 7 of 8 | equal | identical | crosswise |'
+    standIn digest 'case $1 in
+        --store) if [[ -e stored ]]; then echo other; else echo archive; fi > "$2"; echo > stored ;;
+        --load) [[ $(cat "$2") == archive ]] ;;
+        *) exit 1 ;;
+    esac'
+    cp bin/digest build/cross/g++/bin
+    cross 1 --digest g++-O2
+    expectRow '| `g++-O2` | x86-64, g++ -O2 | 12.3 | 7 of 8 | differ | differ | no |'
+}
+
+DigestAloneLeavesWhatTheRowSaysOfTheTests() {
+    prepareCross '| `g++-O3` | an earlier run | 1 | 7 of 8 | differ | differ | no |'
+    cross 0 --digest g++-O3 g++-Os
+    expectRow '| `g++-O3` | x86-64, g++ -O3 | 12.3 | 7 of 8 | equal | identical | crosswise |
+| `g++-Os` | x86-64, g++ -Os | 12.3 | not run | equal | identical | crosswise |'
+    ! grep -q '^ctest' calls || fail "the tests were run"
+}
+
+CheckLeavesThePageAsItIs() {
+    prepareCross '| `g++-O3` | an earlier run | 1 | 7 of 8 | differ | differ | no |'
+    cross 0 --check g++-O3
+    expectRow '| `g++-O3` | an earlier run | 1 | 7 of 8 | differ | differ | no |'
+    grep -q '^digest tests/digest/expected.txt' calls || fail "the calls are $(cat calls)"
+}
+
+LevelThatTheProcessorLacksIsSkippedAndLeavesItsRow() {
+    prepareCross '| `g++-v4` | an earlier run |'
+    standIn grep 'echo "flags : fpu avx2"'
+    cross 0 g++-v4 clang++-v3
     expectOutput 'g++-v4: skipped, since this processor lacks instructions of x86-64-v4
 clang++-v3: skipped, since this processor lacks instructions of x86-64-v3'
-    [ "$(cat docs/platforms.md)" = '| `g++-v4` | an earlier run |' ] || fail "the page is $(cat docs/platforms.md)"
+    expectRow '| `g++-v4` | an earlier run |'
     ! grep -q '^cmake' calls || fail "built all the same"
 }
 

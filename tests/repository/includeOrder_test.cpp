@@ -39,6 +39,7 @@ foundation/tkDiagObject
 numerics/tkNMBestInstructions
 numerics/tkNMElementaryTables
 numerics/tkNMElementary
+numerics/tkNMTail
 numerics/tkRandomGaussian
 numerics/tkNMMatrix
 numerics/tkNMAligned
@@ -113,6 +114,8 @@ clss/model/tk_ClassifierPooled
 clss/model/tkIncompleteTraining
 clss/model/tk_IncompleteStatistics
 clss/model/tk_ClassifierIncomplete
+clss/model/tk_NoveltyEvidence
+clss/model/tkNovelty
 clss/clastool/clastool
 )";
 

@@ -555,11 +555,10 @@ TEST(tk_BayesTrainer, aNewCategoryIsModelledBeforeItsPatternIsLookedAt)
     data.patterns.emplace_back();
     data.labels.push_back(77);
     Types types(Types::eNormal);
-    types.distributionTypeOverride(77, 0, Types::ePoisson);
+    types.distributionTypeOverride(77, 0, static_cast<Types::DistributionType>(-1));
     const Params params(types, tkClassifierFrequencies(), tkClassifierCosts(), tkFeaturePattern());
     tk_ClassifierBayesian classifier;
-    EXPECT_TK_THROW(classifier.train(data, params), tkClassifierDefs::NotImplemented,
-                    L"Poisson distribution is not implemented");
+    EXPECT_TK_THROW(classifier.train(data, params), tkClassifierDefs::BadParams, L"Unknown distribution type");
 }
 
 TEST(tk_BayesTrainer, aClassDerivedFromTheMemoryProviderIsAsked)

@@ -53,17 +53,11 @@ TEST(tk_CategoryModelBayesian, buildsADensityForEachSet)
 
 TEST(tk_CategoryModelBayesian, refusesTypesInTheOrderOfTheSets)
 {
-    const auto build = [](Types::DistributionType first, Types::DistributionType second) {
-        tk_CategoryModelBayesian(0, {{0}, {1}}, {first, second}, tkFeaturePattern());
-    };
-    EXPECT_TK_THROW(build(Types::ePoisson, Types::eUniform), tkClassifierDefs::NotImplemented,
-                    L"Poisson distribution is not implemented");
-    EXPECT_TK_THROW(build(Types::eUniform, Types::ePoisson), tkClassifierDefs::NotImplemented,
-                    L"Uniform distribution is not implemented");
-    EXPECT_TK_THROW(build(static_cast<Types::DistributionType>(4), Types::ePoisson), tkClassifierDefs::BadParams,
-                    L"Unknown distribution type");
-    EXPECT_TK_THROW(build(static_cast<Types::DistributionType>(-1), Types::ePoisson), tkClassifierDefs::BadParams,
-                    L"Unknown distribution type");
+    const auto unknown = static_cast<Types::DistributionType>(-1);
+    EXPECT_TK_THROW(tk_CategoryModelBayesian(0, {{0}, {-1}}, {unknown, Types::eBinomial}, tkFeaturePattern()),
+                    tkClassifierDefs::BadParams, L"Unknown distribution type");
+    EXPECT_TK_THROW(tk_CategoryModelBayesian(0, {{-1}, {0}}, {Types::eBinomial, unknown}, tkFeaturePattern()),
+                    tkClassifierDefs::BadIndex, L"Feature measurement indices must be >= 0");
     EXPECT_THROW(tk_CategoryModelBayesian(0, {{0}}, {}, tkFeaturePattern()), tkAssertionFailure);
 }
 

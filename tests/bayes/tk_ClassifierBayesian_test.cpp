@@ -197,8 +197,9 @@ TEST(tk_ClassifierBayesian, cannotLearnIncrementally)
 TEST(tk_ClassifierBayesian, typesThatCannotBeTrainedEndTheTraining)
 {
     tkClassifierTool tool;
-    EXPECT_TK_THROW(tool.train(provider({{1}}, {0}), Params(Types(Types::eUniform))), tkClassifierDefs::NotImplemented,
-                    L"Uniform distribution is not implemented");
+    const auto unknown = static_cast<Types::DistributionType>(-1);
+    EXPECT_TK_THROW(tool.train(provider({{1}}, {0}), Params(Types(unknown))), tkClassifierDefs::BadParams,
+                    L"Unknown distribution type");
     EXPECT_FALSE(tool.isTrained());
 }
 

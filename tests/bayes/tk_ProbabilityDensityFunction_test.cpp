@@ -340,3 +340,24 @@ TEST(tk_ProbabilityDensityFunction, restrictionTakesTheSetInItsOrder)
     EXPECT_TK_THROW(tk_ProbabilityDensityFunction::restriction(pattern, {5, -1}), tkClassifierDefs::BadIndex,
                     L"Feature measurement indices must be >= 0");
 }
+
+TEST(tk_ProbabilityDensityFunction, createsTheDensityOfAType)
+{
+    using Types = tkClassifierDistributionTypes;
+    const auto create = [](Types::DistributionType type, const std::vector<long>& set) {
+        return tk_ProbabilityDensityFunction::create(type, set, Pattern({5.0, 7.0}, {0}));
+    };
+    EXPECT_TRUE(create(Types::eNormal, {1, -1})->isEquivalent(tk_PDFMultivariateNormal()));
+    EXPECT_TRUE(create(Types::eBinomial, {1, 0})->isEquivalent(tk_PDFBinomial(Pattern({7.0}))));
+    EXPECT_TRUE(create(Types::eBinomial, {0, 1})->isEquivalent(tk_PDFBinomial(Pattern({1.0})))); // invalid
+    EXPECT_TRUE(create(Types::eBinomial, {2})->isEquivalent(tk_PDFBinomial(Pattern({1.0}))));    // not there
+    EXPECT_TK_THROW(create(Types::eBinomial, {1, -1}), tkClassifierDefs::BadIndex,
+                    L"Feature measurement indices must be >= 0");
+    EXPECT_TK_THROW(create(Types::ePoisson, {0}), tkClassifierDefs::NotImplemented,
+                    L"Poisson distribution is not implemented");
+    EXPECT_TK_THROW(create(Types::eUniform, {0}), tkClassifierDefs::NotImplemented,
+                    L"Uniform distribution is not implemented");
+    for (const int unknown : {-1, 4})
+        EXPECT_TK_THROW(create(static_cast<Types::DistributionType>(unknown), {0}), tkClassifierDefs::BadParams,
+                        L"Unknown distribution type");
+}

@@ -223,7 +223,7 @@ TEST(tkCovariancePooling, leaveOneOutOfTheChoiceIsThatOfTrainingsWithoutThePatte
         for (const double amount : {0.0, 0.1, 0.7, 1.0})
         {
             const tk_CovariancePool::Figures figures = pool.judge(labelled, params.categoryFrequencies(), amount);
-            ASSERT_TRUE(figures.isSound);
+            ASSERT_TRUE(figures.areValid);
             const tkAssessment assessment = tkAssessment::leaveOneOut(data, tkCovariancePooling(params, amount));
             const tkRate accuracy = assessment.confusion(params).accuracy();
             EXPECT_EQ(accuracy.total - accuracy.hits, figures.errors) << amount;
@@ -248,7 +248,7 @@ TEST(tkCovariancePooling, choiceIsTheAmountOfTheFewestErrorsThenOfTheLeastLogLos
         {
             isAmong = isAmong || amount == chosen;
             const auto figures = pool.judge(labelled, jointParams().categoryFrequencies(), amount);
-            EXPECT_TRUE(!figures.isSound || best.errors < figures.errors ||
+            EXPECT_TRUE(!figures.areValid || best.errors < figures.errors ||
                         (best.errors == figures.errors && best.logLoss <= figures.logLoss))
                 << step << " " << amount;
         }
@@ -282,8 +282,8 @@ TEST(tkCovariancePooling, amountsWithWhichACovarianceIsSingularAreNotConsidered)
     const auto classifier = trained<tk_ClassifierBayesian>(data, params);
     const tk_CovariancePool pool(classifier->categoryModels());
     const tk_LabelledPatterns labelled(data);
-    EXPECT_FALSE(pool.judge(labelled, tkClassifierFrequencies(), 0.0).isSound);
-    EXPECT_TRUE(pool.judge(labelled, tkClassifierFrequencies(), 0.1).isSound);
+    EXPECT_FALSE(pool.judge(labelled, tkClassifierFrequencies(), 0.0).areValid);
+    EXPECT_TRUE(pool.judge(labelled, tkClassifierFrequencies(), 0.1).areValid);
     EXPECT_LT(0.0, tkCovariancePooling::choose(data, params));
 
     // Measurement 0 repeated: every covariance is singular.
@@ -429,10 +429,10 @@ TEST(tkCovariancePooling, choiceThrowsWhatATrainingThrows)
 {
     EXPECT_TK_THROW(tkCovariancePooling::choose(Data(), jointParams()), tkClassifierDefs::InsufficientTrainData,
                     L"No valid data was provided for training.");
-    const tkClassifierTrainParamsBayesian poisson(Types(Types::ePoisson));
-    EXPECT_THROW(tkCovariancePooling::choose(wine(20), poisson), tkClassifierDefs::NotImplemented);
+    const tkClassifierTrainParamsBayesian unknown(Types(static_cast<Types::DistributionType>(-1)));
+    EXPECT_THROW(tkCovariancePooling::choose(wine(20), unknown), tkClassifierDefs::BadParams);
     tkClassifierTool tool;
-    EXPECT_THROW(tool.train(wine(20), tkCovariancePooling(poisson)), tkClassifierDefs::NotImplemented);
+    EXPECT_THROW(tool.train(wine(20), tkCovariancePooling(unknown)), tkClassifierDefs::BadParams);
     EXPECT_FALSE(tool.isTrained());
 }
 

@@ -13,26 +13,6 @@
 
 namespace
 {
-tk_ProbabilityDensityFunction* newDensity(tkClassifierDistributionTypes::DistributionType type,
-                                          const std::vector<long>& set, const tkFeaturePattern& maxMeasurementValues)
-{
-    switch (type)
-    {
-    case tkClassifierDistributionTypes::eNormal:
-        return new tk_PDFMultivariateNormal;
-    case tkClassifierDistributionTypes::eBinomial:
-    {
-        const tkFeaturePattern maxima = tk_ProbabilityDensityFunction::restriction(maxMeasurementValues, set);
-        return new tk_PDFBinomial(maxima.isValid(0) ? maxima : tkFeaturePattern({1.0}));
-    }
-    case tkClassifierDistributionTypes::ePoisson:
-        throw tkClassifierDefs::NotImplemented(L"Poisson distribution is not implemented");
-    case tkClassifierDistributionTypes::eUniform:
-        throw tkClassifierDefs::NotImplemented(L"Uniform distribution is not implemented");
-    }
-    throw tkClassifierDefs::BadParams(L"Unknown distribution type");
-}
-
 /// a + b; the largest double of its sign where finite ones overflow, so that a finite pattern, however far it is from
 /// all categories, has a finite score in each.
 double sumOfLogs(double a, double b)
@@ -76,8 +56,7 @@ tk_CategoryModelBayesian::tk_CategoryModelBayesian(
     long measurements = 0;
     for (std::size_t i = 0; i < types.size(); ++i)
     {
-        densities_.push_back(
-            tkPtrHandle<tk_ProbabilityDensityFunction>(newDensity(types[i], dependencySets[i], maxMeasurementValues)));
+        densities_.push_back(tk_ProbabilityDensityFunction::create(types[i], dependencySets[i], maxMeasurementValues));
         measurements += static_cast<long>(dependencySets[i].size());
     }
     numMeasurements(measurements);
@@ -145,7 +124,7 @@ void tk_CategoryModelBayesian::serialize_(tkArchive& archive, unsigned char)
     }
 }
 
-/// Gives the normal densities a common change number. Those of another class are never derived from.
+/// Gives the normal densities a common change number. Nothing is derived from those of other classes.
 void tk_CategoryModelBayesian::watchDensities_()
 {
     changeNumber_ = tkPtrHandle<tkNMChangeNumber>(new tkNMChangeNumber);

@@ -15,6 +15,7 @@ class TK_EXPORT tk_CategoryModelBayesian : public tk_CategoryModel
 public:
     /// An empty model, for loading.
     tk_CategoryModelBayesian();
+    /// Shares the densities and their change number: what one object learns, the other has learned.
     tk_CategoryModelBayesian(const tk_CategoryModelBayesian& other);
     tk_CategoryModelBayesian(tk_CategoryModelBayesian&& other) noexcept;
     /// Strong exception guarantee.
@@ -22,10 +23,8 @@ public:
     tk_CategoryModelBayesian& operator=(tk_CategoryModelBayesian&& other) noexcept;
     ~tk_CategoryModelBayesian() override;
 
-    /// Untrained densities of the given types; *requires* one type for each set. A binomial density has the
-    /// maximum of its set's first measurement, 1.0 if that is invalid or not there. For the sets in turn throws
-    /// tkClassifierDefs::NotImplemented for ePoisson and eUniform, tkClassifierDefs::BadParams for an unknown
-    /// type, and tkClassifierDefs::BadIndex for a negative index in a binomial set.
+    /// Untrained densities of the given types; *requires* one type for each set. Throws for the sets in turn what
+    /// tk_ProbabilityDensityFunction::create throws.
     tk_CategoryModelBayesian(long categoryLabel, const std::vector<std::vector<long>>& dependencySets,
                              const std::vector<tkClassifierDistributionTypes::DistributionType>& types,
                              const tkFeaturePattern& maxMeasurementValues);
@@ -53,11 +52,12 @@ public:
 private:
     void watchDensities_();
 
-    TK_FACTORY_RECORD; // throws tkArchive::Errors, in both directions, unless the number of measurements is the sets'
-                       // size
+    /// The sets, then the densities. Throws tkArchive::Errors, in both directions, unless there is a density for each
+    /// set and the number of measurements is that of all sets; a failed loading leaves neither sets nor densities.
+    TK_FACTORY_RECORD;
 
-    std::vector<std::vector<long>> dependencySets_;
-    std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel
+    std::vector<std::vector<long>> dependencySets_;                     // in the order of evaluation
+    std::vector<tkPtrHandle<tk_ProbabilityDensityFunction>> densities_; // parallel, none null
     tkPtrHandle<tkNMChangeNumber> changeNumber_;
 };
 

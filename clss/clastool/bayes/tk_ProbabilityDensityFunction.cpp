@@ -134,6 +134,20 @@ void learnAll(tkNMNormal& normal, const std::vector<tkFeaturePattern>& patterns,
     normal = std::move(updated);
 }
 
+/// What a binomial density learns and evaluates is a single measurement.
+void requireOneMeasurement(long numMeasurements)
+{
+    if (numMeasurements != 1)
+        throw tkClassifierDefs::NotImplemented(L"Multivariate Binomial Distributions are not implemented");
+}
+
+void requireAtMost(double maxValue, const tkFeaturePattern& pattern, long index)
+{
+    if (pattern.isValid(index) && pattern.featureMeasurement(index, true) > maxValue)
+        throw tkClassifierDefs::BadParams(
+            L"Train data measurement cannot exceed its maximum value when using binomial distribution");
+}
+
 /// Truncates toward zero; what does not fit becomes the nearest value that does, and NaN becomes 0.
 std::int64_t saturated(double value)
 {
@@ -175,6 +189,28 @@ tkFeaturePattern tk_ProbabilityDensityFunction::restriction(const tkFeaturePatte
         values.push_back(isValid ? pattern.featureMeasurement(index, true) : 0.0);
     }
     return tkFeaturePattern(values, invalid);
+}
+
+tkPtrHandle<tk_ProbabilityDensityFunction>
+tk_ProbabilityDensityFunction::create(tkClassifierDistributionTypes::DistributionType type,
+                                      const std::vector<long>& set, const tkFeaturePattern& maxMeasurementValues)
+{
+    using Handle = tkPtrHandle<tk_ProbabilityDensityFunction>;
+    switch (type)
+    {
+    case tkClassifierDistributionTypes::eNormal:
+        return Handle(new tk_PDFMultivariateNormal);
+    case tkClassifierDistributionTypes::eBinomial:
+    {
+        const tkFeaturePattern maxima = restriction(maxMeasurementValues, set);
+        return Handle(new tk_PDFBinomial(maxima.isValid(0) ? maxima : tkFeaturePattern({1.0})));
+    }
+    case tkClassifierDistributionTypes::ePoisson:
+        throw tkClassifierDefs::NotImplemented(L"Poisson distribution is not implemented");
+    case tkClassifierDistributionTypes::eUniform:
+        throw tkClassifierDefs::NotImplemented(L"Uniform distribution is not implemented");
+    }
+    throw tkClassifierDefs::BadParams(L"Unknown distribution type");
 }
 
 double tk_ProbabilityDensityFunction::logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const
@@ -336,10 +372,10 @@ void tk_PDFBinomial::updateWithData(const std::vector<tkFeaturePattern>& pattern
 {
     if (patterns.empty())
         return;
-    requireOneMeasurement_(patterns.front().numMeasurements());
+    requireOneMeasurement(patterns.front().numMeasurements());
     for (const tkFeaturePattern& pattern : patterns)
         for (long i = 0; i < pattern.numMeasurements(); ++i)
-            requireTrainable_(pattern, i);
+            requireAtMost(maxValue_, pattern, i);
     learnAll(*accumulator_, patterns, maxValue_);
     estimate_();
 }
@@ -359,8 +395,8 @@ double tk_PDFBinomial::logValueOfSet(const tkFeaturePattern& pattern, const std:
 void tk_PDFBinomial::updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set)
 {
     requireIndices(pattern, set);
-    requireOneMeasurement_(static_cast<long>(set.size()));
-    requireTrainable_(pattern, set.front());
+    requireOneMeasurement(static_cast<long>(set.size()));
+    requireAtMost(maxValue_, pattern, set.front());
     learn(*accumulator_, Measurements(pattern, set), maxValue_);
     estimate_();
 }
@@ -370,19 +406,6 @@ bool tk_PDFBinomial::operator==(const tk_PDFBinomial& other) const
     const auto differ = [](double a, double b) { return a < b || a > b; };
     return typeid(*this) == typeid(other) && numTrials_ == other.numTrials_ &&
            !differ(probability_, other.probability_) && !differ(maxValue_, other.maxValue_);
-}
-
-void tk_PDFBinomial::requireOneMeasurement_(long numMeasurements)
-{
-    if (numMeasurements != 1)
-        throw tkClassifierDefs::NotImplemented(L"Multivariate Binomial Distributions are not implemented");
-}
-
-void tk_PDFBinomial::requireTrainable_(const tkFeaturePattern& pattern, long index) const
-{
-    if (pattern.isValid(index) && pattern.featureMeasurement(index, true) > maxValue_)
-        throw tkClassifierDefs::BadParams(
-            L"Train data measurement cannot exceed its maximum value when using binomial distribution");
 }
 
 void tk_PDFBinomial::estimate_()
@@ -400,7 +423,7 @@ double tk_PDFBinomial::logValueOf_(long numMeasurements, const tkFeaturePattern&
 {
     if (numTrials_ == 0)
         throw tkClassifierDefs::InsufficientTrainData(L"Insufficient data has been used to train the distribution");
-    requireOneMeasurement_(numMeasurements);
+    requireOneMeasurement(numMeasurements);
     if (!pattern.isValid(index))
         return 0.0;
     const double x = pattern.featureMeasurement(index, true);

@@ -1,10 +1,10 @@
 #ifndef CLSS_CLASTOOL_BAYES_TK_PROBABILITYDENSITYFUNCTION_H
 #define CLSS_CLASTOOL_BAYES_TK_PROBABILITYDENSITYFUNCTION_H
 
+#include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
 #include "foundation/tkPersistent.h"
 #include "foundation/tkPtrHandle.h"
-#include "foundation/tkRepBase.h"
 #include "numerics/tkNMMatrix.h"
 
 #include <memory>
@@ -25,6 +25,12 @@ public:
     /// The measurements of `pattern` at the indices `set`, in this order. One that is invalid, or beyond the end,
     /// is 0.0 and invalid. Throws tkClassifierDefs::BadIndex for a negative index.
     static tkFeaturePattern restriction(const tkFeaturePattern& pattern, const std::vector<long>& set);
+    /// An untrained density of the type for the measurements of `set`. A binomial one has the maximum of the first of
+    /// them, 1.0 if that is invalid or not there, and throws what restriction() throws. Throws
+    /// tkClassifierDefs::NotImplemented for ePoisson and eUniform, tkClassifierDefs::BadParams for an unknown type.
+    static tkPtrHandle<tk_ProbabilityDensityFunction> create(tkClassifierDistributionTypes::DistributionType type,
+                                                             const std::vector<long>& set,
+                                                             const tkFeaturePattern& maxMeasurementValues);
 
     /// Natural logarithm of the density (or probability) at `pattern`.
     virtual double logValue(const tkFeaturePattern& pattern) const = 0;
@@ -34,7 +40,6 @@ public:
     virtual void updateWithData(const std::vector<tkFeaturePattern>& patterns) = 0;
     /// Forgets what was learned.
     virtual void clear() = 0;
-
     /// logValue(restriction(pattern, set)).
     virtual double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const;
     /// updateWithData({restriction(pattern, set)}).
@@ -69,7 +74,6 @@ public:
     /// updateWithDataNormalize(patterns, 1.0).
     void updateWithData(const std::vector<tkFeaturePattern>& patterns) override;
     void clear() override;
-
     double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const override;
     void updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set) override;
 
@@ -82,12 +86,9 @@ public:
     /// The means, a column, and the covariance with divisor count - 1; as they are, never regularised.
     tkNMMatrix mean() const;
     tkNMMatrix covariance() const;
-
     /// Whether a usable pattern was learned.
     bool isValid() const;
-
     const tkNMNormal& normal() const { return *normal_; }
-
     /// See tkNMNormal.
     void referenceDeviations(const std::vector<double>& deviations);
     void changeNumber(const tkPtrHandle<tkNMChangeNumber>& number);
@@ -99,7 +100,6 @@ public:
 
 private:
     TK_FACTORY_RECORD;
-
     std::unique_ptr<tkNMNormal> normal_; // never null
 };
 
@@ -118,7 +118,6 @@ public:
 
     /// n; 0 while it has not been estimated.
     long numTrials() const { return numTrials_; }
-
     /// Throws tkClassifierDefs::InsufficientTrainData if n is 0, then tkClassifierDefs::NotImplemented unless
     /// there is one measurement, then, if it is valid, tkClassifierDefs::BadParams if it exceeds M. *Requires*
     /// a measurement >= 0 then. 0.0 for an invalid one. Minus infinity or NaN where p is 0 or 1.
@@ -130,7 +129,6 @@ public:
     void updateWithData(const std::vector<tkFeaturePattern>& patterns) override;
     /// Forgets the patterns and n; p and M stay.
     void clear() override;
-
     double logValueOfSet(const tkFeaturePattern& pattern, const std::vector<long>& set) const override;
     void updateWithSet(const tkFeaturePattern& pattern, const std::vector<long>& set) override;
 
@@ -139,13 +137,10 @@ public:
     bool operator!=(const tk_PDFBinomial& other) const { return !(*this == other); }
 
 private:
-    static void requireOneMeasurement_(long numMeasurements);
-    void requireTrainable_(const tkFeaturePattern& pattern, long index) const;
     void estimate_();
     double logValueOf_(long numMeasurements, const tkFeaturePattern& pattern, long index) const;
 
     TK_FACTORY_RECORD;
-
     long numTrials_;
     double probability_;
     double maxValue_;

@@ -65,6 +65,11 @@ std::uint64_t getNumber(const unsigned char* bytes, std::size_t count)
     return number;
 }
 
+const unsigned char* bytesOf(const std::string& name)
+{
+    return reinterpret_cast<const unsigned char*>(name.data());
+}
+
 /// The class's name as every compiler writes it, or nothing: a template's arguments are written in many ways.
 std::string nameIn(const std::type_info& type)
 {
@@ -587,6 +592,7 @@ private:
     File file_;
     bool created_ = false;
 };
+
 /// A file that is being loaded: what stands in front of the archive, and the archive's place.
 struct Head
 {
@@ -594,6 +600,27 @@ struct Head
     std::string name;         // of the class; empty: none is told
     std::uint64_t start = 0;  // of the archive
 };
+
+/// Writes what stands in front of the archive, as far as it is known before: its length is not.
+bool writeHead(File& file, const std::string& name)
+{
+    unsigned char head[headSize] = {};
+    std::memcpy(head, mark, sizeof mark);
+    putNumber(head + sizeof mark, versionSize, name.empty() ? namelessFormat : namedFormat);
+    const unsigned char nameSize = static_cast<unsigned char>(name.size());
+    return file.write(head, headSize) &&
+           (name.empty() || (file.write(&nameSize, 1) && file.write(bytesOf(name), nameSize)));
+}
+
+/// Writes the checksum after the archive, and the length into the head.
+bool writeEnd(File& file, const Sink& sink)
+{
+    unsigned char length[lengthSize];
+    unsigned char checksum[checksumSize];
+    putNumber(length, lengthSize, sink.length());
+    putNumber(checksum, checksumSize, sink.checksum());
+    return file.write(checksum, checksumSize) && file.seek(headSize - lengthSize) && file.write(length, lengthSize);
+}
 
 /// Reads a file and names it in its errors.
 class Reader
@@ -627,6 +654,9 @@ public:
     void checkArchive(const Head& head);
 
 private:
+    std::uint64_t readLength_(std::uint64_t& version);
+    std::string readName_();
+
     const fs::path& path_;
     File file_;
 };
@@ -635,6 +665,25 @@ Head Reader::readHead()
 {
     const std::uint64_t size = file_.size();
     requireNoError();
+    Head head;
+    std::uint64_t version = 0;
+    head.length = readLength_(version);
+    head.start = headSize;
+    if (version == namedFormat)
+    {
+        head.name = readName_();
+        head.start += 1 + head.name.size();
+    }
+    if (size < head.start + checksumSize || size - head.start - checksumSize < head.length)
+        fail(path_, L"is truncated");
+    if (size - head.start - checksumSize > head.length)
+        fail(path_, L"is damaged: it goes on beyond its end");
+    return head;
+}
+
+/// The first bytes, which both formats have: gives the length of the archive.
+std::uint64_t Reader::readLength_(std::uint64_t& version)
+{
     unsigned char head[headSize];
     const std::size_t headRead = read(head, headSize);
     if (headRead < markNameSize || std::memcmp(head, mark, markNameSize) != 0)
@@ -643,36 +692,28 @@ Head Reader::readHead()
         fail(path_, L"is damaged, as by a transfer in text mode");
     if (headRead < headSize)
         fail(path_, L"is truncated");
-    const std::uint64_t version = getNumber(head + sizeof mark, versionSize);
+    version = getNumber(head + sizeof mark, versionSize);
     if (version != namelessFormat && version != namedFormat)
         fail(path_, L"has the format version " + std::to_wstring(version) + L"; only " +
                         std::to_wstring(namelessFormat) + L" and " + std::to_wstring(namedFormat) + L" are known");
+    return getNumber(head + headSize - lengthSize, lengthSize);
+}
 
-    Head found;
-    found.length = getNumber(head + headSize - lengthSize, lengthSize);
-    found.start = headSize;
-    if (version == namedFormat)
-    {
-        unsigned char nameSize = 0;
-        unsigned char name[largestName];
-        if (read(&nameSize, 1) < 1 || read(name, nameSize) < nameSize)
-            fail(path_, L"is truncated");
-        if (nameSize == 0)
-            fail(path_, L"is damaged: it names no class");
-        found.name.assign(name, name + nameSize);
-        found.start += 1 + found.name.size();
-    }
-    if (size < found.start + checksumSize || size - found.start - checksumSize < found.length)
+std::string Reader::readName_()
+{
+    unsigned char nameSize = 0;
+    unsigned char name[largestName];
+    if (read(&nameSize, 1) < 1 || read(name, nameSize) < nameSize)
         fail(path_, L"is truncated");
-    if (size - found.start - checksumSize > found.length)
-        fail(path_, L"is damaged: it goes on beyond its end");
-    return found;
+    if (nameSize == 0)
+        fail(path_, L"is damaged: it names no class");
+    return std::string(name, name + nameSize);
 }
 
 void Reader::checkArchive(const Head& head)
 {
     Checksum checksum;
-    checksum.add(reinterpret_cast<const unsigned char*>(head.name.data()), head.name.size());
+    checksum.add(bytesOf(head.name), head.name.size());
     std::vector<unsigned char> buffer(bufferSize);
     for (std::uint64_t left = head.length; left > 0;)
     {
@@ -700,17 +741,11 @@ void tkArchiveFile::save_(const fs::path& path, long nestingLimit, const Type_& 
     File& file = replacement.file();
 
     const std::string name = type.isClass ? nameIn(type.info) : std::string();
-    const auto* const nameBytes = reinterpret_cast<const unsigned char*>(name.data());
-    const unsigned char nameSize = static_cast<unsigned char>(name.size());
-    unsigned char head[headSize] = {};
-    std::memcpy(head, mark, sizeof mark);
-    putNumber(head + sizeof mark, versionSize, name.empty() ? namelessFormat : namedFormat);
-    if (!file.write(head, headSize) ||
-        (!name.empty() && (!file.write(&nameSize, 1) || !file.write(nameBytes, nameSize))))
+    if (!writeHead(file, name))
         replacement.failWriting(file.error());
 
     Checksum checksumOfName;
-    checksumOfName.add(nameBytes, name.size());
+    checksumOfName.add(bytesOf(name), name.size());
     Sink sink(file, checksumOfName);
     try
     {
@@ -727,13 +762,7 @@ void tkArchiveFile::save_(const fs::path& path, long nestingLimit, const Type_& 
         fail(path, L"cannot be written: " + thrown.message());
     }
 
-    unsigned char length[lengthSize];
-    unsigned char checksum[checksumSize];
-    const bool written = sink.finish();
-    putNumber(length, lengthSize, sink.length());
-    putNumber(checksum, checksumSize, sink.checksum());
-    if (!written || !file.write(checksum, checksumSize) || !file.seek(headSize - lengthSize) ||
-        !file.write(length, lengthSize) || !file.flush())
+    if (!sink.finish() || !writeEnd(file, sink) || !file.flush())
         replacement.failWriting(file.error());
     replacement.commit();
 }

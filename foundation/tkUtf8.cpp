@@ -57,19 +57,25 @@ CodePoint unit(wchar_t w)
 {
     return static_cast<CodePoint>(w) & (utf16 ? 0xFFFFUL : 0xFFFFFFFFUL);
 }
-/// The character that begins at byte `start`, and of how many bytes it consists; 0 if these are not valid. The lead
-/// byte tells the length; C0 and C1 would begin overlong forms, F5 and above characters beyond the largest.
+
+/// Of how many bytes the sequence consists that begins with `lead`; 0 if none does. C0 and C1 would begin overlong
+/// forms, F5 and above characters beyond the largest.
+std::size_t sequenceLength(CodePoint lead)
+{
+    if (lead < 0x80)
+        return 1;
+    if (lead < 0xC2 || lead > 0xF4)
+        return 0;
+    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+/// The character that begins at byte `start`, and of how many bytes it consists; 0 if these are not valid.
 std::size_t decodeOne(const std::string& bytes, std::size_t start, CodePoint& c)
 {
     const auto byteAt = [&](std::size_t k)
     { return static_cast<CodePoint>(static_cast<unsigned char>(bytes[start + k])); };
     const CodePoint lead = byteAt(0);
-    const std::size_t length = lead < 0x80   ? 1
-                               : lead < 0xC2 ? 0
-                               : lead < 0xE0 ? 2
-                               : lead < 0xF0 ? 3
-                               : lead < 0xF5 ? 4
-                                             : 0;
+    const std::size_t length = sequenceLength(lead);
     if (length == 0 || bytes.size() - start < length)
         return 0;
     c = length == 1 ? lead : lead & (0x7FUL >> length);

@@ -48,6 +48,25 @@ Role roleOf(long count, double mean, double variance, const double* referenceOrN
     return Role::eConstant;
 }
 
+/// The role of a measurement, its unit u, in which its deviation is in [1, 2), and its variance in it.
+Measurement measurementOf(long count, double mean, double variance, const double* referenceOrNull,
+                          double& scaledVariance)
+{
+    double deviation = 0.0;
+    const Role role = roleOf(count, mean, variance, referenceOrNull, deviation);
+    if (role == Role::eSameEverywhere)
+    {
+        scaledVariance = 1.0; // whose logarithm is 0
+        return {role, 0};
+    }
+    int exponent = 0; // deviation in [2^(exponent - 1), 2^exponent)
+    if (std::isfinite(deviation))
+        std::frexp(deviation, &exponent);
+    const double u = std::ldexp(1.0, 1 - exponent);
+    scaledVariance = role == Role::eVaries ? variance * u * u : (deviation * u) * (deviation * u);
+    return {role, 1 - exponent};
+}
+
 /// The floor of the eigenvalues of a correlation matrix, for `count` patterns of d measurements. No more patterns than
 /// measurements have a singular covariance for certain, and say the less the fewer they are.
 double eigenvalueFloor(long count, std::size_t d)
@@ -83,9 +102,37 @@ bool exceeds(std::size_t d, std::vector<double> a, double shift)
     return true;
 }
 
-/// Raises the eigenvalues l_i of the correlation matrix R of the measurements `varying` to `floor`. With eigenvectors
-/// v_i and deviations D:
-///     C'_ab = C_ab + D_a D_b (sum over l_i < floor of (floor - l_i) v_ia v_ib).
+/// The correlation matrix R_ab = C_ab / (D_a D_b) of the measurements `varying`, which have the deviations D.
+std::vector<double> correlationsOf(const tkNMTriangle& c, const std::vector<std::size_t>& varying,
+                                   const std::vector<double>& deviations)
+{
+    const std::size_t d = varying.size();
+    std::vector<double> r(d * d, 1.0);
+    for (std::size_t a = 0; a < d; ++a)
+        for (std::size_t b = 0; b < a; ++b)
+            r[a * d + b] = r[b * d + a] = c(varying[a], varying[b]) / (deviations[a] * deviations[b]);
+    return r;
+}
+
+/// What raises the eigenvalues l_i with eigenvectors v_i, row i of `vectors`, to `floor`:
+///     sum over l_i < floor of (floor - l_i) v_ia v_ib, for b <= a.
+std::vector<double> raiseOf(const std::vector<double>& values, const std::vector<double>& vectors, double floor)
+{
+    const std::size_t d = values.size();
+    std::vector<double> raise(d * d);
+    for (std::size_t i = 0; i < d; ++i)
+        if (values[i] < floor)
+            for (std::size_t a = 0; a < d; ++a)
+            {
+                const double factor = (floor - values[i]) * vectors[i * d + a];
+                for (std::size_t b = 0; b <= a; ++b)
+                    raise[a * d + b] += factor * vectors[i * d + b];
+            }
+    return raise;
+}
+
+/// Raises the eigenvalues of the correlation matrix of the measurements `varying` to `floor`: with deviations D,
+///     C'_ab = C_ab + D_a D_b raise_ab.
 /// False, and nothing done, if the eigenvalues did not converge.
 bool raiseEigenvalues(tkNMTriangle& c, const std::vector<std::size_t>& varying, double floor, bool isSingular)
 {
@@ -96,28 +143,17 @@ bool raiseEigenvalues(tkNMTriangle& c, const std::vector<std::size_t>& varying, 
     deviations.reserve(d);
     for (const std::size_t j : varying)
         deviations.push_back(std::sqrt(c(j, j)));
-    std::vector<double> r(d * d, 1.0);
-    for (std::size_t a = 0; a < d; ++a)
-        for (std::size_t b = 0; b < a; ++b)
-            r[a * d + b] = r[b * d + a] = c(varying[a], varying[b]) / (deviations[a] * deviations[b]);
+    std::vector<double> r = correlationsOf(c, varying, deviations);
     if (!isSingular && exceeds(d, r, floor))
         return true;
 
     std::vector<double> values(d);
-    if (!tkNMSymmetricEigen(d, r.data(), values.data()))
+    if (!tkNMSymmetricEigen(d, r.data(), values.data())) // r becomes the eigenvectors
         return false;
-    std::vector<double> added(d * d);
-    for (std::size_t i = 0; i < d; ++i)
-        if (values[i] < floor)
-            for (std::size_t a = 0; a < d; ++a)
-            {
-                const double factor = (floor - values[i]) * r[i * d + a];
-                for (std::size_t b = 0; b <= a; ++b)
-                    added[a * d + b] += factor * r[i * d + b];
-            }
+    const std::vector<double> raise = raiseOf(values, r, floor);
     for (std::size_t a = 0; a < d; ++a)
         for (std::size_t b = 0; b <= a; ++b)
-            c(varying[a], varying[b]) += deviations[a] * deviations[b] * added[a * d + b];
+            c(varying[a], varying[b]) += deviations[a] * deviations[b] * raise[a * d + b];
     return true;
 }
 
@@ -128,8 +164,8 @@ void makeIndependent(tkNMTriangle& c)
             c(i, j) = 0.0;
 }
 
-/// sums_i += factor a_ij for the rows from i = `first` >= j on and those before it in its block, whose sums mean
-/// nothing. Sums of different rows do not wait for one another.
+/// sums_i += factor a_ij for the rows from i = `first` >= j on and those before it in its block, whose sums are
+/// undefined. Sums of different rows do not wait for one another.
 void addColumn(const tkNMTriangle& a, std::size_t j, std::size_t first, double factor, double* sums)
 {
     for (std::size_t block = first / 8; 8 * block < a.dimension(); ++block)
@@ -185,7 +221,32 @@ tkNMTriangle inverseOf(const tkNMTriangle& l)
     return inverse;
 }
 
-/// Columns of rows by eights, of which those up to a multiple of eight are zeros.
+/// The measurements with a term: how many are valid and invalid, and the sum of the valid ones' exponents.
+struct Terms
+{
+    std::size_t numValid = 0;
+    std::size_t numInvalid = 0;
+    long exponents = 0;
+};
+
+/// The indices of the invalid ones go into `invalid`, ascending.
+Terms termsOf(const std::vector<Measurement>& measurements, const bool* valid, std::size_t* invalid)
+{
+    Terms terms;
+    for (std::size_t j = 0; j < measurements.size(); ++j)
+        if (measurements[j].role == Role::eSameEverywhere)
+            continue;
+        else if (!valid[j])
+            invalid[terms.numInvalid++] = j;
+        else
+        {
+            ++terms.numValid;
+            terms.exponents += measurements[j].exponent;
+        }
+    return terms;
+}
+
+/// Columns whose number of rows is rounded up to a multiple of eight; the further rows are zeros.
 class Columns
 {
 public:
@@ -268,23 +329,14 @@ tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>
     std::size_t numTerms = 0;
     for (std::size_t i = 0; i < d; ++i)
     {
-        const double variance = squares(i, i) / divisor;
         const double* const referenceOrNull = i < references.size() ? &references[i] : nullptr;
-        double deviation = 0.0;
-        const Role role = roleOf(count, mean[i], variance, referenceOrNull, deviation);
-        int exponent = 0; // deviation in [2^(exponent - 1), 2^exponent)
-        if (std::isfinite(deviation))
-            std::frexp(deviation, &exponent);
-        measurements[i] = {role, role == eSameEverywhere ? 0 : 1 - exponent};
-        const double u = units[i] = std::ldexp(1.0, measurements[i].exponent);
-        c(i, i) = role == eVaries     ? variance * u * u
-                  : role == eConstant ? (deviation * u) * (deviation * u)
-                                      : 1.0; // whose logarithm is 0
-        numTerms += role == eSameEverywhere ? 0 : 1;
-        if (role != eVaries)
+        measurements[i] = measurementOf(count, mean[i], squares(i, i) / divisor, referenceOrNull, c(i, i));
+        units[i] = std::ldexp(1.0, measurements[i].exponent);
+        numTerms += measurements[i].role == eSameEverywhere ? 0 : 1;
+        if (measurements[i].role != eVaries)
             continue;
         for (const std::size_t j : varying)
-            c(i, j) = squares(i, j) / divisor * u * units[j];
+            c(i, j) = squares(i, j) / divisor * units[i] * units[j];
         varying.push_back(i);
     }
 
@@ -294,7 +346,7 @@ tkNMCovarianceFactor::tkNMCovarianceFactor(long count, const std::vector<double>
     tkNMTriangle l(c);
     if (!factor(l, lnDeterminant))
     {
-        makeIndependent(c); // as stored statistics that nobody learned may demand
+        makeIndependent(c); // needed only for loaded statistics that no patterns have
         l = c;
         if (!factor(l, lnDeterminant))
         {
@@ -327,20 +379,9 @@ tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, c
 {
     const std::size_t d = w.dimension();
     tkScratch<std::size_t, 256> invalid(d);
-    std::size_t numInvalid = 0;
-    std::size_t numTerms = 0;
-    long exponents = 0;
-    for (std::size_t j = 0; j < d; ++j)
-        if (measurements[j].role == eSameEverywhere)
-            continue;
-        else if (!valid[j])
-            invalid[numInvalid++] = j;
-        else
-        {
-            ++numTerms;
-            exponents += measurements[j].exponent;
-        }
-    if (numTerms == 0)
+    const Terms terms = termsOf(measurements, valid, invalid.data());
+    const std::size_t numInvalid = terms.numInvalid;
+    if (terms.numValid == 0)
         return {0.0, 0.0};
 
     tkScratch<double, 256> known((d + 7) / 8 * 8);
@@ -357,5 +398,5 @@ tkNMCovarianceFactor::Marginal tkNMCovarianceFactor::marginal(const double* v, c
     double ln = lnDeterminant;
     for (std::size_t k = numInvalid; k-- > 0;)
         ln += squares[k];
-    return {logPeakOf(numTerms, ln, exponents), square};
+    return {logPeakOf(terms.numValid, ln, terms.exponents), square};
 }

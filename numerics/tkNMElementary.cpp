@@ -250,35 +250,54 @@ double positiveCube(double x)
     return result == cube.high + (low + error) ? result : exactCube(x);
 }
 
-/// x^y where x is 0, infinite, negative or 1, or y is infinite, 0, huge or tiny; neither is NaN.
+enum class Parity
+{
+    eNone, // a fraction
+    eEven,
+    eOdd
+};
+
+/// Doubles from 2^53 on, infinity included, are even.
+Parity parityOf(double y)
+{
+    if (std::fabs(y) >= 0x1p53)
+        return Parity::eEven;
+    const auto integer = static_cast<std::int64_t>(y);
+    if (static_cast<double>(integer) != y)
+        return Parity::eNone;
+    return integer % 2 == 0 ? Parity::eEven : Parity::eOdd;
+}
+
+/// x^y for x >= 0, infinity included, and any y but 0.
+double powOfMagnitude(double x, double y)
+{
+    if (x == 1.0)
+        return 1.0;
+    if (x == 0.0 || x == infinity || std::fabs(y) >= hugeExponent)
+        return (x > 1.0) == (y > 0.0) ? infinity : 0.0;
+    if (std::fabs(y) <= tinyExponent)
+        return 1.0;
+    return y == 3.0 ? positiveCube(x) : positivePow(x, y);
+}
+
+/// x^y where x or y is 0 or infinite, x is negative, or y is huge or tiny; neither is NaN.
 double specialPow(double x, double y)
 {
     if (x == 1.0 || y == 0.0)
         return 1.0;
-    const double magnitude = std::fabs(x);
-    const bool isGrowing = (magnitude > 1.0) == (y > 0.0);
-    if (std::fabs(y) == infinity)
-        return magnitude == 1.0 ? 1.0 : isGrowing ? infinity : 0.0;
-    const bool isEven = std::fabs(y) >= 0x1p53;
-    const std::int64_t integer = isEven ? 0 : static_cast<std::int64_t>(y);
-    const bool isInteger = isEven || static_cast<double>(integer) == y;
-    const bool isOdd = isInteger && integer % 2 != 0;
-    double result;
-    if (magnitude == 0.0 || magnitude == infinity)
-        result = isGrowing ? infinity : 0.0;
-    else if (x < 0.0 && !isInteger)
+    const Parity parity = parityOf(y);
+    if (x < 0.0 && x > -infinity && parity == Parity::eNone)
         return notANumber;
-    else if (magnitude == 1.0)
-        result = 1.0;
-    else if (std::fabs(y) >= hugeExponent)
-        result = isGrowing ? infinity : 0.0;
-    else if (std::fabs(y) <= tinyExponent)
-        result = 1.0;
-    else if (y == 3.0)
-        result = positiveCube(magnitude);
-    else
-        result = positivePow(magnitude, y);
-    return isOdd && std::signbit(x) ? -result : result;
+    const double result = powOfMagnitude(std::fabs(x), y);
+    return parity == Parity::eOdd && std::signbit(x) ? -result : result;
+}
+
+/// x^0.5, which is not the root where x is -0.0 or minus infinity.
+double powOfHalf(double x)
+{
+    if (x >= 0.0)
+        return std::sqrt(x + 0.0); // -0.0 gives 0.0
+    return x == -infinity ? infinity : notANumber;
 }
 } // namespace
 
@@ -307,12 +326,9 @@ double tkNMElementary::pow(double x, double y)
         return x * x;
     if (y == 1.0)
         return x;
-    if (y == 0.5 && x >= 0.0)
-        return std::sqrt(x + 0.0); // -0.0 gives 0.0
     if (y == 0.5)
-        return x == -infinity ? -x : notANumber;
-    const bool isOrdinary = x > 0.0 && x < infinity && std::fabs(y) > tinyExponent && std::fabs(y) < hugeExponent;
-    if (!isOrdinary)
-        return specialPow(x, y);
-    return y == 3.0 ? positiveCube(x) : positivePow(x, y);
+        return powOfHalf(x);
+    if (x > 0.0 && x < infinity && std::fabs(y) > tinyExponent && std::fabs(y) < hugeExponent)
+        return y == 3.0 ? positiveCube(x) : positivePow(x, y);
+    return specialPow(x, y);
 }

@@ -30,7 +30,7 @@ double sumOf(const Member& member, std::size_t i, std::size_t j)
 /// The Cholesky factor of a covariance, row by row, and the logarithm of its determinant.
 struct Factor
 {
-    bool isSound = false;
+    bool isPositiveDefinite = false;
     double logDeterminant = 0.0;
     std::vector<double> rows;
 
@@ -68,7 +68,7 @@ Factor factorOf(std::size_t d, const Element& element)
             factor.rows[i * d + j] = i == j ? std::sqrt(rest) : rest / factor.rows[j * d + j];
             factor.logDeterminant += i == j ? tkNMElementary::log(rest) : 0.0;
         }
-    factor.isSound = true;
+    factor.isPositiveDefinite = true;
     return factor;
 }
 
@@ -119,9 +119,9 @@ public:
         for (std::size_t m = 0; m < group_.members.size(); ++m)
         {
             const std::size_t model = group_.members[m].model;
-            if (isAlone_() && !plain_[m].isSound)
+            if (isAlone_() && !plain_[m].isPositiveDefinite)
                 competes[model] = false;
-            if (countOf(group_.members[m]) < 2.0 || (isAlone_() && !own_[m].isSound))
+            if (countOf(group_.members[m]) < 2.0 || (isAlone_() && !own_[m].isPositiveDefinite))
                 isJudged[model] = false;
         }
     }
@@ -137,7 +137,7 @@ public:
     Outcome add(const tkFeaturePattern& pattern, std::size_t truth, std::vector<double>& logLikelihoods) const
     {
         const std::size_t own = ofModel_[truth];
-        if (isAlone_() && own == none_ && !plain_[0].isSound)
+        if (isAlone_() && own == none_ && !plain_[0].isPositiveDefinite)
             return Outcome::eAdded; // to a model that does not compete
         std::vector<double> u;
         double n = 0.0;
@@ -151,7 +151,7 @@ public:
         for (std::size_t m = 0; m < group_.members.size(); ++m)
         {
             const Factor& factor = own == none_ ? plain_[m] : m == own ? own_[m] : others_[m];
-            if (!factor.isSound)
+            if (!factor.isPositiveDefinite)
                 return Outcome::eSingular;
             fillDifference_(m, pattern, v);
             factor.solve(v);
@@ -218,6 +218,32 @@ private:
     std::vector<Factor> others_; // when a pattern of another member is left out; before its part is taken
     std::vector<Factor> own_;    // when one of its own is; before its part is taken
 };
+
+/// Adds the log densities of all groups, as far as they are judged.
+GroupJudge::Outcome addAll(const std::vector<GroupJudge>& judges, const tkFeaturePattern& pattern, std::size_t truth,
+                           std::vector<double>& logLikelihoods)
+{
+    for (const GroupJudge& judge : judges)
+    {
+        const GroupJudge::Outcome outcome = judge.add(pattern, truth, logLikelihoods);
+        if (outcome != GroupJudge::Outcome::eAdded)
+            return outcome;
+    }
+    return GroupJudge::Outcome::eAdded;
+}
+
+/// Counts a pattern of model `truth`: whether another is more likely, and the logarithm of its posterior probability.
+void count(tk_CovariancePool::Figures& figures, const std::vector<double>& logLikelihoods, std::size_t truth)
+{
+    const double best = *std::max_element(logLikelihoods.begin(), logLikelihoods.end());
+    double sum = 0.0;
+    for (const double each : logLikelihoods)
+        sum += tkNMElementary::exp(each - best);
+    const double score = tkNMElementary::exp(logLikelihoods[truth] - best) / sum;
+    figures.areValid = true;
+    figures.errors += logLikelihoods[truth] < best ? 1 : 0;
+    figures.logLoss -= tkNMElementary::log(std::max(score, std::numeric_limits<double>::epsilon()));
+}
 
 bool isComplete(const tkFeaturePattern& pattern)
 {
@@ -290,25 +316,11 @@ tk_CovariancePool::Figures tk_CovariancePool::judge(const tk_LabelledPatterns& d
         if (!competes[truth] || !isJudged[truth] || !isComplete(*data.patterns[i]))
             continue;
         std::vector<double> logLikelihoods = logFrequencies;
-        GroupJudge::Outcome outcome = GroupJudge::Outcome::eAdded;
-        for (const GroupJudge& judge : judges)
-        {
-            outcome = judge.add(*data.patterns[i], truth, logLikelihoods);
-            if (outcome != GroupJudge::Outcome::eAdded)
-                break;
-        }
+        const GroupJudge::Outcome outcome = addAll(judges, *data.patterns[i], truth, logLikelihoods);
         if (outcome == GroupJudge::Outcome::eSingular)
             return {false, 0, 0.0};
-        if (outcome == GroupJudge::Outcome::eNotJudged)
-            continue;
-        const double best = *std::max_element(logLikelihoods.begin(), logLikelihoods.end());
-        double sum = 0.0;
-        for (const double each : logLikelihoods)
-            sum += tkNMElementary::exp(each - best);
-        const double score = tkNMElementary::exp(logLikelihoods[truth] - best) / sum;
-        figures.isSound = true;
-        figures.errors += logLikelihoods[truth] < best ? 1 : 0;
-        figures.logLoss -= tkNMElementary::log(std::max(score, std::numeric_limits<double>::epsilon()));
+        if (outcome == GroupJudge::Outcome::eAdded)
+            count(figures, logLikelihoods, truth);
     }
     return figures;
 }
@@ -320,9 +332,9 @@ double tk_CovariancePool::choose(const tk_LabelledPatterns& data, const tkClassi
     for (const double amount : {0.0, 0.01, 0.03, 0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9, 1.0})
     {
         const Figures figures = judge(data, frequencies, amount);
-        if (!figures.isSound)
+        if (!figures.areValid)
             continue;
-        if (!best.isSound || figures.errors < best.errors ||
+        if (!best.areValid || figures.errors < best.errors ||
             (figures.errors == best.errors && figures.logLoss < best.logLoss))
         {
             best = figures;

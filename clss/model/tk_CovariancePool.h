@@ -22,7 +22,7 @@ public:
     /// What leave-one-out says of an amount.
     struct Figures
     {
-        bool isSound;   // no covariance is singular, and a pattern was judged; else the others are 0
+        bool areValid;  // no covariance is singular, and a pattern was judged; else the others are 0
         long errors;    // patterns of which another category is the most probable one
         double logLoss; // sum of -ln of the class score of the right category, 36.04 at most for each pattern
     };

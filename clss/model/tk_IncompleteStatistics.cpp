@@ -45,34 +45,38 @@ struct Regression
     Matrix rest;
 };
 
-/// By sweeping the measurements of O (Goodnight, The American Statistician 33, 1979, 149-158); one that the others of O
-/// determine is left out.
+/// Sweeps measurement k (Goodnight, The American Statistician 33, 1979, 149-158).
+void sweep(Matrix& swept, std::size_t k)
+{
+    const std::size_t d = swept.size();
+    const double pivot = swept[k][k];
+    for (std::size_t i = 0; i < d; ++i)
+    {
+        if (i == k)
+            continue;
+        const double factor = swept[i][k] / pivot;
+        for (std::size_t j = 0; j < d; ++j)
+            if (j != k)
+                swept[i][j] -= factor * swept[k][j];
+        swept[i][k] = factor;
+    }
+    for (std::size_t j = 0; j < d; ++j)
+        if (j != k)
+            swept[k][j] /= pivot;
+    swept[k][k] = -1.0 / pivot;
+}
+
+/// By sweeping the measurements of O; one that the others of O determine is left out.
 Regression regressionOf(const Group& group, const Matrix& covariance)
 {
     constexpr double dependent = 0x1p-28;
-    const std::size_t d = covariance.size();
     Matrix swept = covariance;
-    std::vector<bool> isSwept(d, false);
+    std::vector<bool> isSwept(covariance.size(), false);
     for (const std::size_t k : group.has)
     {
-        const double pivot = swept[k][k];
-        if (!(pivot > dependent * covariance[k][k]))
-            continue;
-        isSwept[k] = true;
-        for (std::size_t i = 0; i < d; ++i)
-        {
-            if (i == k)
-                continue;
-            const double factor = swept[i][k] / pivot;
-            for (std::size_t j = 0; j < d; ++j)
-                if (j != k)
-                    swept[i][j] -= factor * swept[k][j];
-            swept[i][k] = factor;
-        }
-        for (std::size_t j = 0; j < d; ++j)
-            if (j != k)
-                swept[k][j] /= pivot;
-        swept[k][k] = -1.0 / pivot;
+        isSwept[k] = swept[k][k] > dependent * covariance[k][k];
+        if (isSwept[k])
+            sweep(swept, k);
     }
     Regression regression;
     for (const std::size_t m : group.lacks)
@@ -116,12 +120,25 @@ public:
             covariance[j][j] = 1.0;
     }
 
-    /// One step; returns the largest change of a mean or covariance.
+    /// One step of the EM algorithm; returns the largest change of a mean or covariance.
     double step()
     {
         const std::size_t d = mean.size();
         Row sum(d, 0.0); // of what the filled rows differ from the mean
         Matrix products(d, Row(d, 0.0));
+        expect_(sum, products);
+        return maximise_(sum, products);
+    }
+
+    Row mean;
+    Matrix covariance;
+
+private:
+    /// What the sums of the rows, and of their products, are expected to be with the present estimate: each measurement
+    /// that is missing is what the regression on the others of its row says, and varies by what that leaves.
+    void expect_(Row& sum, Matrix& products) const
+    {
+        const std::size_t d = mean.size();
         Row filled(d);
         for (const Group& group : groups_)
         {
@@ -149,6 +166,12 @@ public:
                 for (std::size_t l = 0; l <= m; ++l)
                     products[group.lacks[m]][group.lacks[l]] += count * regression.rest[m][l];
         }
+    }
+
+    /// The mean and covariance that make these sums most likely; returns the largest change.
+    double maximise_(const Row& sum, const Matrix& products)
+    {
+        const std::size_t d = mean.size();
         double change = 0.0;
         for (std::size_t i = 0; i < d; ++i)
             for (std::size_t j = 0; j <= i; ++j)
@@ -166,10 +189,6 @@ public:
         return change;
     }
 
-    Row mean;
-    Matrix covariance;
-
-private:
     double n_;
     std::vector<Group> groups_;
 };

@@ -44,9 +44,27 @@ bool hasTerm(const tkNMCovarianceFactor::Measurement& measurement)
     return measurement.role != tkNMCovarianceFactor::eSameEverywhere;
 }
 
+/// Whether R - limit I has a Cholesky factor, so that no eigenvalue of the correlation matrix R is less than `limit`.
+template <class Correlation>
+bool areEigenvaluesAbove(double limit, std::size_t d, const Correlation& r)
+{
+    std::vector<std::vector<double>> factor(d, std::vector<double>(d));
+    for (std::size_t i = 0; i < d; ++i)
+        for (std::size_t j = 0; j <= i; ++j)
+        {
+            double rest = i == j ? 1.0 - limit : r(i, j);
+            for (std::size_t k = 0; k < j; ++k)
+                rest -= factor[i][k] * factor[j][k];
+            if (i == j && !(rest > 0.0))
+                return false;
+            factor[i][j] = i == j ? std::sqrt(rest) : rest / factor[j][j];
+        }
+    return true;
+}
+
 /// Whether the covariance is far from being repaired, also when one pattern that makes up at most 3/4 of any variance
 /// is left out, and well enough conditioned for distances up to `largestDistance` to be right to 1e-10.
-bool isSound(const tkNMNormal& normal)
+bool isFarFromRepair(const tkNMNormal& normal)
 {
     if (normal.count() < normal.dimension() + 3)
         return false;
@@ -66,19 +84,8 @@ bool isSound(const tkNMNormal& normal)
         if (!(deviation > 0x1p-450 && deviation < 0x1p450 && deviation > 0x1p-40 * std::abs(normal.mean(places[j]))))
             return false;
     }
-    // The Cholesky factor of R - 2^-12 I exists: no eigenvalue of the correlation matrix is less.
-    std::vector<std::vector<double>> factor(d, std::vector<double>(d));
-    for (std::size_t i = 0; i < d; ++i)
-        for (std::size_t j = 0; j <= i; ++j)
-        {
-            double rest = i == j ? 1.0 - 0x1p-12 : c(i, j) / std::sqrt(c(i, i)) / std::sqrt(c(j, j));
-            for (std::size_t k = 0; k < j; ++k)
-                rest -= factor[i][k] * factor[j][k];
-            if (i == j && !(rest > 0.0))
-                return false;
-            factor[i][j] = i == j ? std::sqrt(rest) : rest / factor[j][j];
-        }
-    return true;
+    return areEigenvaluesAbove(
+        0x1p-12, d, [&](std::size_t i, std::size_t j) { return c(i, j) / std::sqrt(c(i, i)) / std::sqrt(c(j, j)); });
 }
 
 /// Whether a measurement is constant in the category, but not in all: its deviation then depends on the patterns of all
@@ -144,7 +151,7 @@ public:
         for (const tkPtrHandle<tk_CategoryModel>& handle : classifier_.categoryModels())
         {
             const auto& model = static_cast<const tk_CategoryModelBayesian&>(*handle);
-            isSound_[model.categoryLabel()] = isSoundModel_(model);
+            areFarFromRepair_[model.categoryLabel()] = isFarFromRepair_(model);
             hasConstants_ = hasConstants_ || hasConstants(model);
         }
     }
@@ -153,7 +160,7 @@ public:
     {
         std::vector<long> labels;
         std::vector<double> logLikelihoods;
-        if (hasConstants_ || !isSound_.at(data_.labels[i]) || !fillLogLikelihoods_(i, labels, logLikelihoods))
+        if (hasConstants_ || !areFarFromRepair_.at(data_.labels[i]) || !fillLogLikelihoods_(i, labels, logLikelihoods))
             return judgeAnew(data_, params_, i);
         const double best = *std::max_element(logLikelihoods.begin(), logLikelihoods.end());
         std::vector<tkClassifierCategoryResult> scores;
@@ -164,7 +171,7 @@ public:
     }
 
 private:
-    static bool isSoundModel_(const tk_CategoryModelBayesian& model)
+    static bool isFarFromRepair_(const tk_CategoryModelBayesian& model)
     {
         for (std::size_t s = 0; s < model.densities().size(); ++s)
         {
@@ -172,7 +179,7 @@ private:
             if (typeid(density) != typeid(tk_PDFMultivariateNormal))
                 return false;
             const tkNMNormal& normal = static_cast<const tk_PDFMultivariateNormal&>(density).normal();
-            if (normal.dimension() != static_cast<long>(model.dependencySets()[s].size()) || !isSound(normal))
+            if (normal.dimension() != static_cast<long>(model.dependencySets()[s].size()) || !isFarFromRepair(normal))
                 return false;
         }
         return true;
@@ -210,7 +217,7 @@ private:
     const tk_LabelledPatterns& data_;
     const tkClassifierTrainParamsBayesian& params_;
     tk_ClassifierBayesian classifier_;
-    std::map<long, bool> isSound_; // by category
+    std::map<long, bool> areFarFromRepair_; // by category
     bool hasConstants_ = false;
 };
 

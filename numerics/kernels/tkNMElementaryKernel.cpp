@@ -272,6 +272,36 @@ struct Pow
 /// No more arguments of the last register are computed one by one: filling and emptying it takes longer.
 constexpr std::size_t few = 4;
 
+/// Loads `count` arguments, and 1.0 into the other lanes. *Requires* count > few or a whole register.
+template <std::size_t width>
+TK_ALWAYS_INLINE void loadArguments(DoublesOf<width>& argument, const double* x, std::size_t count)
+{
+    argument = DoublesOf<width>{} + 1.0;
+    if (count == width)
+        loadRegister(argument, x);
+    else if constexpr (width > few + 1)
+    {
+        double some[width];
+        storeRegister(argument, some);
+        copyFew(x, count, some);
+        loadRegister(argument, some);
+    }
+}
+
+/// Stores the first `count` lanes. *Requires* count > few or a whole register.
+template <std::size_t width>
+TK_ALWAYS_INLINE void storeResults(const DoublesOf<width>& result, double* results, std::size_t count)
+{
+    if (count == width)
+        storeRegister(result, results);
+    else if constexpr (width > few + 1)
+    {
+        double some[width];
+        storeRegister(result, some);
+        copyFew(some, count, results);
+    }
+}
+
 /// The arguments of a block are kept until it is known whether plain() has to compute some, as results may be x.
 template <std::size_t width, class Function>
 TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double* results, std::size_t count)
@@ -295,30 +325,15 @@ TK_ALWAYS_INLINE void compute(const Function& function, const double* x, double*
                 }
                 break;
             }
-            DoublesOf<width> argument = DoublesOf<width>{} + 1.0;
-            if (rest == width)
-                loadRegister(argument, x + first + i);
-            else if constexpr (width > few + 1)
-            {
-                double some[width];
-                storeRegister(argument, some);
-                copyFew(x + first + i, rest, some);
-                loadRegister(argument, some);
-            }
+            DoublesOf<width> argument;
+            loadArguments<width>(argument, x + first + i, rest);
             DoublesOf<width> result;
             BitsOf<width> isValid;
             function.template compute<width>(argument, result, isValid);
             storeRegister(argument, arguments + i);
             storeRegister(isValid, valid + i);
             allValid = allValid & isValid;
-            if (rest == width)
-                storeRegister(result, results + first + i);
-            else if constexpr (width > few + 1)
-            {
-                double some[width];
-                storeRegister(result, some);
-                copyFew(some, rest, results + first + i);
-            }
+            storeResults<width>(result, results + first + i, rest);
         }
         Bits all = allValid[0];
         for (std::size_t l = 1; l < width; ++l)

@@ -129,13 +129,11 @@ tkNMNormalTrainer::tkNMNormalTrainer(tkNMNormalTrainer&& other) noexcept
 {
 }
 
-bool tkNMNormalTrainer::start(const std::vector<Part>& parts)
+bool tkNMNormalTrainer::canTrain_(const std::vector<Part>& parts) const
 {
-    TK_ASSERT(!isStarted());
     if (parts.empty() || size_ > largestSize)
         return false;
     std::vector<bool> isTaken(size_, false);
-    bool haveAllOne = true;
     for (const Part& part : parts)
     {
         const tkNMStatistics& statistics = *part.statistics;
@@ -149,9 +147,17 @@ bool tkNMNormalTrainer::start(const std::vector<Part>& parts)
                 return false;
             isTaken[j] = true;
         }
-        haveAllOne = haveAllOne && d == 1;
     }
+    return true;
+}
 
+bool tkNMNormalTrainer::start(const std::vector<Part>& parts)
+{
+    TK_ASSERT(!isStarted());
+    if (!canTrain_(parts))
+        return false;
+    const bool haveAllOne =
+        std::all_of(parts.begin(), parts.end(), [](const Part& part) { return part.statistics->dimension() == 1; });
     const std::size_t groupCount = (size_ + 7) / 8;
     groups_.resize(groupCount);
     capacity_ = haveAllOne ? 0 : std::min(largestBuffer, largestSize / (8 * groupCount));

@@ -58,6 +58,7 @@ private:
 
     static bool addToMeans_(Group_* groups, std::size_t size, const double* x, double* deviationsOrNull,
                             tkNMInstructions instructions);
+    bool canTrain_(const std::vector<Part>& parts) const;
     void load_();
     void addCrossProducts_() noexcept;
 

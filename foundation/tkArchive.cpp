@@ -307,7 +307,8 @@ tkPersistent* tkArchive::loadPointer_()
     if (number != state_->objects.size() + 1)
         fail(L"Object " + std::to_wstring(number) + L" is not known");
 
-    // What nobody counts belongs to the caller once it is whole, and to nobody else before.
+    // An object that is not reference-counted is the caller's once it is loaded whole. Until then this function owns
+    // it.
     std::unique_ptr<tkPersistent> uncounted;
     tkPersistent* const object = create_(uncounted);
     const long height = exchangeObject_(*object);

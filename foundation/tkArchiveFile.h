@@ -15,6 +15,9 @@
 /// a checksum. The name is left out where it depends on the compiler: that of a template's instance. Whatever goes
 /// wrong with a file throws tkArchive::Errors with its path and the cause; exceptions of the object's own record that
 /// are not tkArchive::Errors pass on unchanged.
+///
+/// On POSIX systems several threads and processes may save and load one path at the same time: who loads gets the whole
+/// object of one of the savings, and the one that was put in its place last stays. docs/records.md has the bytes.
 class TK_EXPORT tkArchiveFile
 {
 public:
@@ -23,6 +26,10 @@ public:
     /// failure removes the file beside; a crash may leave it (".tk-*.tmp"). Only a regular file that may be
     /// written is replaced, and its permissions are kept (on Windows the new file has those of its folder);
     /// where `path` is a symbolic link, the file that it leads to is replaced.
+    ///
+    /// Throws in this order: for links in a ring, for a directory, for what else is no regular file, for a folder or
+    /// file that may not be written; then what the record of `object` throws; then for a disk that takes no more.
+    /// Takes 128 KiB of memory besides what the record needs, and waits for the disk.
     template <class Object>
     static void save(const std::filesystem::path& path, const Object& object,
                      long nestingLimit = tkArchive::defaultNestingLimit)
@@ -36,6 +43,11 @@ public:
     /// and swaps it with `object`, which keeps its value if anything throws. A file that holds an object of another
     /// class is refused and its class named; files without a name are loaded as what is asked for. *Requires*, when
     /// compiled, an object that has a default constructor and a swap that cannot throw. `nestingLimit`: see tkArchive.
+    ///
+    /// Throws in this order: for a path that is no regular file or cannot be read; for a file that is no archive, that
+    /// a transfer in text mode has changed, that is cut short or of an unknown format, that is too long, or whose
+    /// checksum does not match; for another class; what the record throws; for bytes that the record leaves over.
+    /// Reads the file twice.
     template <class Object>
     static void load(const std::filesystem::path& path, Object& object,
                      long nestingLimit = tkArchive::defaultNestingLimit)

@@ -10,14 +10,18 @@
 /// Root of the exceptions: carries a wide message and a number, can be stored in an archive, and is a std::exception
 /// for hosts that know no other. What fails by a bug of the calling code is no tkException (tkAssertionFailure); nor is
 /// std::bad_alloc, which passes through all operations.
+///
+/// Objects of the concrete classes can be copied, as throwing needs. A handler for tkException catches all errors of
+/// the library; those of a subsystem have a root of their own (tkArchive::Errors, tkClassifierDefs::Errors).
 class TK_EXPORT tkException : public tkPersistent, public std::exception
 {
 public:
-    /// Number that identifies the class of the error, the same in every release.
+    /// Number that identifies the class of the error, the same in every release. No two classes of the library share
+    /// one: the foundation has 0x10001000 to 0x10001003, the classifiers 0x10004200 to 0x10004207.
     virtual long errorNumber() const = 0;
 
-    /// For a holder of an exception on the heap: deletes the object and throws a copy of its own class. *Requires* an
-    /// object from `new`.
+    /// For a holder of an exception on the heap, loaded from an archive for instance: deletes the object and throws a
+    /// copy of its own class, never returns. *Requires* an object from `new`.
     virtual void suicideAndRethrow() = 0;
 
     /// The message, as message_() writes it: English text, for people.
@@ -26,7 +30,7 @@ public:
 protected:
     TK_RECORD;
 
-    /// Writes the message to `stream`.
+    /// Writes the message to `stream`, an empty one of message()'s own.
     virtual void message_(std::wostream& stream) const = 0;
 };
 
@@ -40,13 +44,16 @@ public:
     tkExceptionWithString& operator=(const tkExceptionWithString& other);
     tkExceptionWithString& operator=(tkExceptionWithString&&) = default;
 
-    /// The message in UTF-8. Lasts until the object is changed or destroyed.
+    /// The message in UTF-8; what is no character of Unicode is U+FFFD. Lasts until the object is changed or destroyed.
     const char* what() const noexcept override;
 
 protected:
+    /// Any text; it is neither checked nor cut.
     tkExceptionWithString(const std::wstring& message = L"");
 
+    /// The text. Storing throws tkArchive::Errors for one that holds what is no character of Unicode.
     TK_RECORD;
+    /// Writes the stored text.
     void message_(std::wostream& stream) const override;
 
 private:
@@ -58,10 +65,12 @@ private:
 class TK_EXPORT tkFailure : public tkExceptionWithString
 {
 public:
+    /// With this message, as it is.
     tkFailure(const std::wstring& message = L"");
 
-    /// As in tkException.
+    /// 0x10001000.
     long errorNumber() const override;
+    /// As in tkException.
     void suicideAndRethrow() override;
 
 private:
@@ -75,8 +84,9 @@ public:
     /// With a fixed message.
     tkBadPointer();
 
-    /// As in tkException.
+    /// 0x10001003.
     long errorNumber() const override;
+    /// As in tkException.
     void suicideAndRethrow() override;
 
 private:

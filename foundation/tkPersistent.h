@@ -76,13 +76,15 @@ public:
     };
 
 protected:
-    /// The record entry of the most derived class; this root's record is one version byte.
+    /// The record entry of the most derived class; this root's record is one version byte. Throws what the fields'
+    /// operators throw: tkArchive::Errors for an archive that fails, tkArchive::UnknownVersion among them.
     virtual void dispatchSerialize(tkArchive& archive);
 
     /// Called when a record has been loaded whole, to rebuild what is not stored. Does nothing.
     virtual void reInit();
 
-    /// Loads the record of this very object, then calls reInit().
+    /// Loads the record of this very object, then calls reInit(). If the record throws, reInit() is not called and the
+    /// object is partly loaded.
     virtual void loadSimple(tkArchive& archive);
 
     /// The record of one level: nothing if the level was visited, else version byte, fields, mark. Storing writes
@@ -109,14 +111,15 @@ private:
     static void setVisitedLevel_(void* object, std::size_t classExtent, const std::type_info* type);
 };
 
-/// Declares the record of a class that archives do not create; what follows is protected. The class defines
-/// `void serialize_(tkArchive& archive, unsigned char version)`: the base's dispatchSerialize(), then the fields.
+/// Declares the record of a class that archives do not create, an abstract one for instance; what follows is protected.
+/// The class defines `void serialize_(tkArchive& archive, unsigned char version)`: the base's dispatchSerialize(), by
+/// its qualified name, then the fields in a fixed order. Storing, `version` is the newest; loading, what was stored.
 #define TK_RECORD                                                                                                      \
 protected:                                                                                                             \
     void dispatchSerialize(tkArchive& archive) override;                                                               \
     void serialize_(tkArchive& archive, unsigned char version)
 
-/// The same for a concrete class; what follows is private.
+/// The same for a concrete class, which archives create by make(); what follows is private.
 #define TK_FACTORY_RECORD                                                                                              \
     TK_RECORD;                                                                                                         \
                                                                                                                        \

@@ -13,19 +13,24 @@
 class TK_EXPORT tkRepBase
 {
 public:
+    /// Without holders: an object that no handle ever takes, such as one on the stack, is destroyed as any other.
     tkRepBase() noexcept = default;
     /// Copies start without holders; assignment keeps those of this object.
     tkRepBase(const tkRepBase&) noexcept {}
     tkRepBase& operator=(const tkRepBase&) noexcept { return *this; }
+    /// Does not look at the count. To destroy an object that handles hold leaves them dangling.
     virtual ~tkRepBase() = 0;
 
     /// Number of handles that hold the object; exact only while no other thread changes it.
     long referenceCount() const noexcept { return count_.load(std::memory_order_acquire); }
 
-    /// Counts one more holder, who removes the reference some day. Handles do both; hosts seldom call these.
+    /// Counts one more holder, who removes the reference some day. Handles do both; hosts seldom call these. One
+    /// atomic addition, which orders no other memory access.
     void addReference() const noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
 
-    /// The same for a plain pointer, which may be the first to be held. *Requires* an object from `new`.
+    /// The same for a plain pointer, which may be the first to be held. *Requires* an object from `new`: where the
+    /// system tells the bounds of the thread's stack (Linux), an assertion fails for the first reference to an object
+    /// there, which then has none.
     void addFirstReference() const
     {
         if (referenceCount() == 0)
@@ -34,7 +39,7 @@ public:
     }
 
     /// Counts one holder less; deletes the object if it was the last. *Requires* an earlier addReference(), and an
-    /// object from `new`.
+    /// object from `new`. What other holders did to the object before they let go happens before its destruction.
     void removeReference() const noexcept
     {
         if (dropReference())

@@ -28,7 +28,8 @@ public:
     double compensation(long i, long j) const;
     void compensation(long i, long j, double value);
 
-    /// Equality of the sizes, elements and compensations; a NaN equals nothing.
+    /// Equality of the sizes, elements and compensations; a NaN equals nothing, 0.0 equals -0.0. Linear in the number
+    /// of elements.
     bool operator==(const tkNMMatrix& other) const;
     bool operator!=(const tkNMMatrix& other) const { return !(*this == other); }
 

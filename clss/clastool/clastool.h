@@ -7,6 +7,25 @@
 /// (tkClassifierTrainParamsBayesian, tkClassifierTrainParamsKNN or a tkDecisionTree), tkFeaturePattern,
 /// tkClassifierDataProviderMemory, tkClassifierResult and, to save and load, tkArchiveFile. Rule tables
 /// (tkClassifierRuleTable) stand beside them. tkClassifierDefs has the errors.
+///
+/// Which header has what:
+///
+///     the measurements of one object        tkFeaturePattern
+///     labelled patterns to learn from       tkClassifierDataProvider; tk_DataGenerator makes synthetic ones
+///     training, running, saving             tkClassifierTool
+///     the ranked categories of a pattern    tkClassifierResult
+///     costs of wrong decisions, priors      tkClassifierCosts, tkClassifierFrequencies
+///     Bayesian classification               tkClassifierTrainParamsBayesian, tkClassifierDistributionTypes
+///       with few patterns, with gaps        tkCovariancePooling, tkIncompleteTraining
+///     nearest neighbours                    tkClassifierTrainParamsKNN, tkPatternDistanceMetric
+///     trees built by hand                   tkDecisionTree, tkPredicateFunction
+///     rules and membership functions        tkClassifierRuleTable, tkClassifierFeatureScore, tkClsFtSc
+///     different units made comparable       tkPatternScaler
+///     how good a training is                tkAssessment, tkConfusionMatrix
+///     when to decide for no category        tkDecisionRule
+///     archives and files                    tkArchiveFile, tkArchiveOperators, tkArchiveErrors
+///     ranges, random numbers, assertions    tkRange, tkRandom, tkAssert
+///     a method of one's own                 tkClassifierTrainParams, tk_Classifier, tk_CategoryModel
 
 #include "clss/clastool/bayes/tkClassifierDistributionTypes.h"
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"

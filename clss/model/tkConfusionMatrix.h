@@ -7,7 +7,7 @@
 
 class tkDecisionRule;
 
-/// How often something was so, and between which rates the true one lies.
+/// The share of hits, with a confidence interval for the true rate.
 struct TK_EXPORT tkRate
 {
     /// `hits` of `total`, with the interval of Wilson (J. Am. Stat. Assoc. 22, 1927, 209-212) to `z` standard

@@ -21,6 +21,7 @@ public:
     static constexpr long noneOfThese = -1;
     static constexpr long cannotTell = -2;
 
+    /// Equal frequencies and unit costs, unless given; nothing is refused.
     tkDecisionRule(const tkClassifierFrequencies& frequencies = tkClassifierFrequencies(),
                    const tkClassifierCosts& costs = tkClassifierCosts());
     /// The frequencies and costs of the parameters of a Bayesian or nearest-neighbour training; others have none, and
@@ -60,8 +61,8 @@ private:
 
     tkClassifierFrequencies frequencies_;
     tkClassifierCosts costs_;
-    double refusalCost_ = std::numeric_limits<double>::infinity();
-    double alpha_ = 0.0;
+    double refusalCost_ = std::numeric_limits<double>::infinity(); // >= 0, unless loaded
+    double alpha_ = 0.0;                                           // in [0, 1], unless loaded
 };
 
 /// The record is a version byte, the frequencies, the costs, the refusal's cost, alpha. Loading checks no values.

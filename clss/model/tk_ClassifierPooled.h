@@ -10,6 +10,7 @@
 class TK_EXPORT tk_ClassifierPooled : public tk_ClassifierBayesian
 {
 public:
+    /// Shares the category models, as all copies of a Bayesian classifier do.
     tkPtrHandle<tk_Classifier> clone() const override;
 
 protected:

@@ -110,7 +110,7 @@ std::size_t peakOfLoading(std::string bytes)
 
 /// Expects a peak of at most `factor` times the bytes read and 64 KiB.
 template <class Object>
-void expectModest(const std::string& bytes, const char* what, std::size_t factor = 16)
+void expectPeakInProportion(const std::string& bytes, const char* what, std::size_t factor = 16)
 {
     EXPECT_LE(peakOfLoading<Object>(bytes), factor * bytes.size() + 65536) << what << ": " << bytes.size() << " bytes";
 }
@@ -135,14 +135,14 @@ using NodeHandle = tkPtrHandle<ArchiveNode>;
 
 TEST(tkArchiveMemory, claimsOfHugeCountsCostLittle)
 {
-    expectModest<std::vector<double>>(hugeCount, "doubles");
-    expectModest<std::vector<long>>(hugeCount, "longs");
-    expectModest<std::vector<bool>>(hugeCount, "bools");
-    expectModest<std::vector<std::wstring>>(hugeCount, "texts");
-    expectModest<std::vector<std::vector<std::vector<double>>>>(hugeCount + hugeCount + hugeCount, "nested");
-    expectModest<std::vector<NodeHandle>>(hugeCount, "handles");
-    expectModest<std::wstring>(word(0xFFFFFFFF), "text");
-    expectModest<NodeHandle>(word(1) + word(1) + word(0xFFFFFFFF), "type name");
+    expectPeakInProportion<std::vector<double>>(hugeCount, "doubles");
+    expectPeakInProportion<std::vector<long>>(hugeCount, "longs");
+    expectPeakInProportion<std::vector<bool>>(hugeCount, "bools");
+    expectPeakInProportion<std::vector<std::wstring>>(hugeCount, "texts");
+    expectPeakInProportion<std::vector<std::vector<std::vector<double>>>>(hugeCount + hugeCount + hugeCount, "nested");
+    expectPeakInProportion<std::vector<NodeHandle>>(hugeCount, "handles");
+    expectPeakInProportion<std::wstring>(word(0xFFFFFFFF), "text");
+    expectPeakInProportion<NodeHandle>(word(1) + word(1) + word(0xFFFFFFFF), "type name");
 }
 
 TEST(tkArchiveMemory, countsThatAreKeptForAWhileCostInProportion)
@@ -151,25 +151,25 @@ TEST(tkArchiveMemory, countsThatAreKeptForAWhileCostInProportion)
     {
         const std::string data(size * 8, '\0');
         const std::string ones(size, '\1');
-        expectModest<std::vector<double>>(hugeCount + data, "doubles");
-        expectModest<std::vector<long>>(hugeCount + data, "longs");
-        expectModest<std::vector<bool>>(hugeCount + ones, "bools");
-        expectModest<std::vector<tkRange>>(hugeCount + repeated(storeToBytes(tkRange()), size), "ranges");
-        expectModest<std::vector<std::vector<double>>>(hugeCount + repeated(vectorVersion + word(0), size),
-                                                       "empty vectors");
-        expectModest<std::vector<std::vector<double>>>(
+        expectPeakInProportion<std::vector<double>>(hugeCount + data, "doubles");
+        expectPeakInProportion<std::vector<long>>(hugeCount + data, "longs");
+        expectPeakInProportion<std::vector<bool>>(hugeCount + ones, "bools");
+        expectPeakInProportion<std::vector<tkRange>>(hugeCount + repeated(storeToBytes(tkRange()), size), "ranges");
+        expectPeakInProportion<std::vector<std::vector<double>>>(hugeCount + repeated(vectorVersion + word(0), size),
+                                                                 "empty vectors");
+        expectPeakInProportion<std::vector<std::vector<double>>>(
             hugeCount + repeated(vectorVersion + word(1) + std::string(8, '\0'), size), "vectors of one");
-        expectModest<std::vector<NodeHandle>>(hugeCount + repeated(word(0), size), "null handles");
-        expectModest<std::vector<std::wstring>>(hugeCount + repeated(word(9) + "some text", size), "texts");
+        expectPeakInProportion<std::vector<NodeHandle>>(hugeCount + repeated(word(0), size), "null handles");
+        expectPeakInProportion<std::vector<std::wstring>>(hugeCount + repeated(word(9) + "some text", size), "texts");
         // Elements that take more memory than six times their shortest record: two and a half times their size.
-        expectModest<std::vector<std::wstring>>(hugeCount + repeated(word(0), size), "empty texts",
-                                                sizeof(std::wstring) * 5 / 2 / 4);
-        expectModest<std::wstring>(word(0xFFFFFFFF) + std::string(size, 'a'), "text cut off");
-        expectModest<std::wstring>(word(size) + std::string(size, 'a'), "text");
-        expectModest<std::wstring>(word(size) + std::string(size - 1, 'a') + '\xff', "text that ends badly");
-        expectModest<tkFailure>(std::string(4, '\0') + word(size) + std::string(size, 'a'), "exception");
-        expectModest<NodeHandle>(word(1) + word(1) + word(size) + std::string(size, 'a'), "type name");
-        expectModest<NodeHandle>(word(1) + word(1) + word(size) + std::string(size, '\xff'), "bad type name");
+        expectPeakInProportion<std::vector<std::wstring>>(hugeCount + repeated(word(0), size), "empty texts",
+                                                          sizeof(std::wstring) * 5 / 2 / 4);
+        expectPeakInProportion<std::wstring>(word(0xFFFFFFFF) + std::string(size, 'a'), "text cut off");
+        expectPeakInProportion<std::wstring>(word(size) + std::string(size, 'a'), "text");
+        expectPeakInProportion<std::wstring>(word(size) + std::string(size - 1, 'a') + '\xff', "text that ends badly");
+        expectPeakInProportion<tkFailure>(std::string(4, '\0') + word(size) + std::string(size, 'a'), "exception");
+        expectPeakInProportion<NodeHandle>(word(1) + word(1) + word(size) + std::string(size, 'a'), "type name");
+        expectPeakInProportion<NodeHandle>(word(1) + word(1) + word(size) + std::string(size, '\xff'), "bad type name");
     }
 }
 
@@ -184,10 +184,10 @@ TEST(tkArchiveMemory, manySmallObjectsCostInProportion)
             counted += word(i) + word(1) + (i == 1 ? word(11) + "ArchiveNode" : "") + storeToBytes(ArchiveNode());
             uncounted += word(i) + word(1) + (i == 1 ? word(12) + "ArchivePlain" : "") + storeToBytes(ArchivePlain());
         }
-        expectModest<std::vector<NodeHandle>>(counted, "objects");
-        expectModest<std::vector<NodeHandle>>(uncounted, "objects of the wrong type");
-        expectModest<std::vector<ArchivePlain>>(hugeCount + repeated(storeToBytes(ArchivePlain()), count),
-                                                "objects in place");
+        expectPeakInProportion<std::vector<NodeHandle>>(counted, "objects");
+        expectPeakInProportion<std::vector<NodeHandle>>(uncounted, "objects of the wrong type");
+        expectPeakInProportion<std::vector<ArchivePlain>>(hugeCount + repeated(storeToBytes(ArchivePlain()), count),
+                                                          "objects in place");
     }
     EXPECT_EQ(0, ArchiveNode::alive());
     EXPECT_EQ(0, ArchivePlain::alive());
@@ -216,7 +216,7 @@ TEST(tkArchiveMemory, nestedObjectsThatClaimHugeCountsCostInProportion)
     const std::string open = std::string(2, '\0') + word(0) + word(0) + hugeCount;
     for (unsigned long i = 2; i <= 1024; ++i)
         bytes += open + word(i) + word(1);
-    expectModest<NodeHandle>(bytes + open, "nested objects");
+    expectPeakInProportion<NodeHandle>(bytes + open, "nested objects");
     EXPECT_EQ(0, ArchiveNode::alive());
 }
 

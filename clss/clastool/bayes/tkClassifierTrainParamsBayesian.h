@@ -12,11 +12,14 @@
 ///
 /// The distribution types and maximum values shape the models when they are trained and cannot change in a
 /// retraining; frequencies and costs take part in each decision and can.
+///
+/// The object owns its four values, and setters replace them whole. Nothing is checked here that the values have not
+/// checked themselves. Several threads may read one object.
 class TK_EXPORT tkClassifierTrainParamsBayesian : public tkClassifierTrainParams
 {
 public:
-    /// By default normal distributions of independent measurements, equal frequencies, unit costs. Nothing is checked
-    /// here that the arguments have not checked themselves.
+    /// By default normal distributions of independent measurements, equal frequencies, unit costs and no maximum
+    /// values.
     tkClassifierTrainParamsBayesian(const tkClassifierDistributionTypes& distributionTypes =
                                         tkClassifierDistributionTypes(tkClassifierDistributionTypes::eNormal),
                                     const tkClassifierFrequencies& categoryFrequencies = tkClassifierFrequencies(),
@@ -31,7 +34,8 @@ public:
     }
     tkClassifierTrainParamsBayesian& operator=(tkClassifierTrainParamsBayesian&&) = default;
 
-    /// Distribution of every measurement of every category, and the dependency sets.
+    /// Distribution of every measurement of every category, and the dependency sets. A type that cannot be trained
+    /// shows itself in the training. Strong exception guarantee, as of all setters here.
     const tkClassifierDistributionTypes& distributionTypes() const { return distributionTypes_; }
     void distributionTypes(const tkClassifierDistributionTypes& types) { distributionTypes_ = types; }
 
@@ -39,7 +43,8 @@ public:
     const tkClassifierFrequencies& categoryFrequencies() const { return categoryFrequencies_; }
     void categoryFrequencies(const tkClassifierFrequencies& frequencies) { categoryFrequencies_ = frequencies; }
 
-    /// Costs of deciding for one category when another is true, in a unit of the host's.
+    /// Costs of deciding for one category when another is true, in a unit of the host's; the results' expected costs
+    /// have the same unit.
     const tkClassifierCosts& misclassificationCosts() const { return misclassificationCosts_; }
     void misclassificationCosts(const tkClassifierCosts& costs) { misclassificationCosts_ = costs; }
 
@@ -56,13 +61,16 @@ public:
     bool operator!=(const tkClassifierTrainParams& other) const { return !(*this == other); }
 
 protected:
+    /// As operator ==.
     bool isEqual_(const tkClassifierTrainParams& other) const override;
-    /// Bayesian parameters, derived ones included.
+    /// Whether they are Bayesian parameters, derived classes included; their values do not matter. A retraining throws
+    /// for other distribution types or maximum values later.
     bool isSameTechnique_(const tkClassifierTrainParams& other) const override;
     /// A tk_ClassifierBayesian.
     tk_Classifier* newClassifier_() const override;
 
 private:
+    /// The distribution types, the costs, the frequencies, the maximum values, in this order.
     TK_FACTORY_RECORD;
 
     tkClassifierDistributionTypes distributionTypes_;

@@ -11,11 +11,10 @@
 /// Computes tk_CategoryModelBayesian::matchScore for all categories of a classifier.
 ///
 /// It copies the factorisations of the trained normal densities over consecutive measurements, and evaluates those of
-/// all categories side by side; other densities are evaluated one by one, in between where they stand between normal
-/// ones. It notes the change number of each category and compares it when a pattern is scored: a category that has
-/// changed goes by its model, as does a pattern with a missing measurement. Nothing is written after
-/// construction, so that copies of a classifier share one and several threads may use it. tk_BayesAccelerator_test.cpp
-/// holds it to the bits.
+/// all categories side by side; other densities are evaluated one by one, in the order of the sets. It notes the change
+/// number of each category and compares it when a pattern is scored: a category that has changed is evaluated by its
+/// model, and so are all categories for a pattern that is too short. Nothing is written after construction, so that
+/// copies of a classifier share one and several threads may use it. tk_BayesAccelerator_test.cpp holds it to the bits.
 class TK_EXPORT tk_BayesAccelerator
 {
 public:

@@ -10,9 +10,9 @@
 /// Computes tk_CategoryModelBayesian::adapt for the patterns of a training, whose categories it finds by label.
 ///
 /// It takes the statistics of the normal densities over consecutive measurements out and lets a trainer add the
-/// patterns; other densities learn by themselves. Every pattern that the normal densities might skip or refuse goes by
-/// the model. Exceptions are thrown for the pattern that causes them. The destructor brings all statistics back.
-/// tk_BayesTrainer_test.cpp holds it to the bits.
+/// patterns; other densities learn by themselves. Every pattern that the normal densities might skip or refuse is
+/// learned by the model. Exceptions are thrown for the pattern that causes them. The destructor brings all statistics
+/// back. tk_BayesTrainer_test.cpp holds it to the bits.
 class tk_BayesTrainer
 {
 public:

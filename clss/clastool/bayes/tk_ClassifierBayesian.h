@@ -40,7 +40,7 @@ protected:
     void trainStart_(const tkClassifierTrainParams& params) override;
     /// This method cannot learn incrementally: an assertion that fails.
     void trainIncremental_(const tkFeaturePattern& pattern, long label) override;
-    /// Lets the models go. The list of labels stays until the next training.
+    /// Releases the models. The list of labels stays until the next training.
     void untrain_() override;
     bool isTrained_() const override;
     /// Throws tkClassifierDefs::InsufficientTrainData without a category, then what run_() throws for a pattern

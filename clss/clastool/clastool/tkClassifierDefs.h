@@ -9,7 +9,8 @@
 ///
 /// Every failure of the classifiers is one of the eight classes below; a handler for Errors catches them all, one for
 /// tkException the foundation's as well (tkArchive::Errors, tkBadPointer, tkFailure). The messages are fixed English
-/// texts.
+/// texts; that of InsufficientTrainData can end with a category's label. Which operation throws what, and in which
+/// order, stands at the operation.
 class TK_EXPORT tkClassifierDefs
 {
 public:
@@ -23,7 +24,9 @@ public:
         void suicideAndRethrow() override = 0;
 
     protected:
+        /// With this message, as it is.
         Errors(const std::wstring& message = L"");
+        /// The message. Of an unknown version throws tkArchive::UnknownVersion with the qualified name of the class.
         TK_RECORD;
     };
 
@@ -40,15 +43,16 @@ public:
         TK_FACTORY_RECORD;                                                                                             \
     }
 
-    /// A parameter's value is out of its domain; errorNumber() 0x10004200.
+    /// A parameter's value is out of its domain: a score outside of [0, 1], a negative cost, k below 1, parameters that
+    /// a retraining may not change; errorNumber() 0x10004200.
     TK_CLASSIFIER_ERROR(BadParams);
     /// The operation needs a trained classifier or tool; 0x10004201.
     TK_CLASSIFIER_ERROR(NotTrained);
     /// The index of a measurement, pattern or label is out of range; 0x10004202.
     TK_CLASSIFIER_ERROR(BadIndex);
-    /// A category label is not allowed where it stands; 0x10004203.
+    /// A category label is not allowed where it stands: a negative one, or two that are equal; 0x10004203.
     TK_CLASSIFIER_ERROR(BadLabel);
-    /// The trained method does not have what was asked for; 0x10004204.
+    /// The trained method does not have what was asked for: a tree, parameters, such a retraining; 0x10004204.
     TK_CLASSIFIER_ERROR(BadMethod);
     /// A method or distribution is declared but not provided; 0x10004205.
     TK_CLASSIFIER_ERROR(NotImplemented);

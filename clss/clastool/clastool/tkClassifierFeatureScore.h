@@ -63,12 +63,12 @@ private:
     /// The score where x1 is known not to lie outside of x0 and xc.
     double scoreInOrder_(double value) const;
 
-    double x0_ = 0.0;
-    double x1_ = 1.0;
+    double x0_ = 0.0; // the x have the unit of the measurement
+    double x1_ = 1.0; // between x0_ and xc_, unless a single setter or a record says otherwise
     double xc_ = 1.0;
-    double y0_ = 1.0;
-    double y1_ = 0.0;
-    tkFeatureScoreSupport support_;
+    double y0_ = 1.0;               // in [0, 1], unless loaded
+    double y1_ = 0.0;               // in [0, 1], unless loaded
+    tkFeatureScoreSupport support_; // of the five above
 };
 
 /// Two one-sided functions back to back, usually a trapezoid: Low runs towards smaller values, High towards
@@ -109,6 +109,7 @@ public:
     double y1h() const { return high_.y1(); }
     void y1h(double y1h);
 
+    /// The two functions, which change with the fields of this object.
     const tkClassifierFeatureScoreOneSided& Low() const { return low_; }
     const tkClassifierFeatureScoreOneSided& High() const { return high_; }
 
@@ -120,6 +121,7 @@ public:
     /// leaves the first two open, tells the assertion handler and returns 0.
     double score(double value) const override;
     tkPtrHandle<tkClsFtSc> clone() const override;
+    /// Low and High are equal, field by field as above.
     bool operator==(const tkClsFtSc& other) const override;
 
 private:
@@ -130,7 +132,7 @@ private:
     /// score() as it is defined.
     double scoreAnyShape_(double value) const;
 
-    tkFeatureScoreSupport support_;
+    tkFeatureScoreSupport support_; // of the two below
     tkClassifierFeatureScoreOneSided low_;
     tkClassifierFeatureScoreOneSided high_;
 };

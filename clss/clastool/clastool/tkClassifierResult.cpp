@@ -16,7 +16,7 @@
 
 namespace
 {
-/// Where labels stand, to find them without a linear search.
+/// Positions of labels, found without a linear search.
 class LabelIndex
 {
 public:
@@ -42,8 +42,8 @@ public:
 
     bool hasNegativeLabel() const { return !isAscending_ && entries_[0].label < 0; }
 
-    /// Where this label stands, `none` if nowhere. Labels without gaps, as most are, are found at once. *Requires* that
-    /// none is negative.
+    /// The position of this label, `none` if it is not there. Labels without gaps, as most are, are found at once.
+    /// *Requires* that none is negative.
     std::size_t find(long label) const
     {
         if (label < 0 || size_ == 0)

@@ -105,7 +105,7 @@ public:
 private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkClassifierResult& result);
 
-    /// Writes the categories by ascending expected cost. There are costs up to tkNMDecision::roundUp(n).
+    /// Writes the categories by ascending expected cost. Reads costs up to tkNMDecision::roundUp(n).
     void fillRanked_(const long* labels, const double* matchScores, const double* classScores,
                      const double* expectedCosts, std::size_t n, bool labelsAscend);
     void sort_();

@@ -35,8 +35,10 @@ struct tkFeatureScoreSupport
 class TK_EXPORT tkClassifierFeatureScoreIgnore : public tkClsFtSc
 {
 public:
+    /// -1.0.
     double score(double value) const override;
     tkPtrHandle<tkClsFtSc> clone() const override;
+    /// Same class.
     bool operator==(const tkClsFtSc& other) const override;
 };
 

@@ -18,7 +18,7 @@ class TK_EXPORT tkFeaturePattern : public tkPersistent, public tkRepBase
 public:
     /// Takes the measurements; those at `invalidIndices` (in any order, repeated or not) are invalid.
     /// For each index in turn throws tkClassifierDefs::BadIndex if it is negative, then if it is not below
-    /// the number of measurements.
+    /// the number of measurements. Values are not checked. Linear in the number of measurements.
     tkFeaturePattern(const std::vector<double>& measurements = {}, const std::vector<long>& invalidIndices = {});
     tkFeaturePattern(const tkFeaturePattern&) = default;
     tkFeaturePattern(tkFeaturePattern&&) = default;
@@ -26,10 +26,11 @@ public:
     tkFeaturePattern& operator=(const tkFeaturePattern& other) { return *this = tkFeaturePattern(other); }
     tkFeaturePattern& operator=(tkFeaturePattern&&) = default;
 
-    /// Number of measurements, valid or not.
+    /// Number of measurements, valid or not. Constant time.
     long numMeasurements() const { return static_cast<long>(measurements_.size()); }
 
-    /// All stored values. Throws tkClassifierDefs::BadFeatures if `requireAllValid` and one is invalid.
+    /// All stored values, which last until the pattern is assigned to or destroyed. Throws
+    /// tkClassifierDefs::BadFeatures if `requireAllValid` and one is invalid.
     const std::vector<double>& featureMeasurements(bool requireAllValid) const
     {
         if (requireAllValid && numInvalid() > 0)
@@ -64,8 +65,10 @@ public:
     bool operator!=(const tkFeaturePattern& other) const { return !(*this == other); }
 
 private:
+    // Out of line, so that callers of the operations above contain no code that builds messages.
     [[noreturn]] static void failNegativeIndex_();
     [[noreturn]] static void failInvalid_();
+    /// The measurements, then a flag for each. Throws tkArchive::Errors if there are not as many flags.
     TK_FACTORY_RECORD;
 
     std::vector<double> measurements_;

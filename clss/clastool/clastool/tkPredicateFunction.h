@@ -42,7 +42,7 @@ protected:
 class TK_EXPORT tkRangePredicate : public tkPredicateFunction
 {
 public:
-    /// Whether measurement 0 is valid: the full range accepts every value.
+    /// Whether measurement 0 is valid: the full range accepts every value, NaN included.
     tkRangePredicate();
 
     /// Throws tkClassifierDefs::BadIndex if an index is negative. How many measurements a pattern has is not known
@@ -74,6 +74,7 @@ public:
     bool isEqual(const tkPredicateFunction& other) const override;
 
 private:
+    /// The range, then the indices. Loading checks neither: a negative index shows itself in outcome().
     TK_FACTORY_RECORD;
 
     tkRange range_;
@@ -118,7 +119,8 @@ public:
     long index1() const { return index1_; }
     long index2() const { return index2_; }
 
-    /// False where a measurement is invalid, beyond the end or NaN. Throws as that of tkRangePredicate.
+    /// False where a measurement is invalid, beyond the end or NaN, and where the two are equal. Throws as that of
+    /// tkRangePredicate; index2 is looked at only where measurement index1 is valid.
     bool outcome(const tkFeaturePattern& pattern) const override;
     tkPtrHandle<tkPredicateFunction> clone() const override;
 

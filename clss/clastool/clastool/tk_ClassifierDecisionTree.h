@@ -33,7 +33,7 @@ protected:
     void retrain_(const tkClassifierTrainParams& params) override;
     void trainStart_(const tkClassifierTrainParams& params) override;
     void trainIncremental_(const tkFeaturePattern& pattern, long label) override;
-    /// Lets the tree go.
+    /// Releases the tree.
     void untrain_() override;
     /// Whether there is a tree.
     bool isTrained_() const override;

@@ -162,8 +162,9 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
         if (index->covers(patterns))
             return index->nearest(patterns, pattern, static_cast<const tkPatternDistanceMetricNorm&>(metric).order(), k,
                                   asSet, indices, distances);
-        if (index->firstIrregular() >= 0) // the first distance that fails, after any number that are of no use
-            static_cast<void>(metric.distance(pattern, *patterns[static_cast<std::size_t>(index->firstIrregular())]));
+        if (index->firstNotComparable() >= 0) // its distance throws; those before it are not needed
+            static_cast<void>(
+                metric.distance(pattern, *patterns[static_cast<std::size_t>(index->firstNotComparable())]));
     }
 
     tkNMNeighborList list(k, indices, distances);

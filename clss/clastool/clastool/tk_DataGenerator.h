@@ -7,7 +7,9 @@
 #include <vector>
 
 /// Draws the patterns of one category from independent normal distributions, one per feature. The seed is
-/// fixed: equal parameters give equal data.
+/// fixed: equal parameters give equal data, on every platform.
+///
+/// Drawing changes the generator: one object is used by one thread at a time.
 class TK_EXPORT tk_ClassDataGenerator
 {
 public:
@@ -26,18 +28,20 @@ public:
     /// The data, all labelled 0: patterns one after the other, the features of each in their order. They are drawn at
     /// the first call and kept, with copies of the generator as well; what is returned shares their patterns.
     /// Without features every call appends `count` more patterns, as data without measurements count as not drawn.
+    /// Costs one deviate of tkRandomGaussian for each measurement. Strong exception guarantee.
     tkClassifierDataProviderMemory generateData();
 
 private:
-    std::vector<tkPair<double>> featureDistributions_;
+    std::vector<tkPair<double>> featureDistributions_; // mean and standard deviation, in the unit of the feature
     long count_;
-    tkClassifierDataProviderMemory generatedData_;
+    tkClassifierDataProviderMemory generatedData_; // without measurements: not drawn yet
 };
 
 /// Merges the data of several categories and shuffles them; the generator at position g gives category g.
 ///
 /// With n_m the number of measurements of a pattern: the first n_m patterns of each category in turn, then the first
-/// n_m of all these, shuffled. So the data are n_m patterns of the first category that has any.
+/// n_m of all these, shuffled: positions 0 to n_m - 1 in turn are each swapped with one drawn from all of them. So
+/// the data are n_m patterns of the first category that has any.
 class TK_EXPORT tk_TotalDataGenerator
 {
 public:
@@ -58,7 +62,7 @@ public:
     tkClassifierDataProviderMemory generateData();
 
 private:
-    std::vector<tk_ClassDataGenerator> classGenerators_;
+    std::vector<tk_ClassDataGenerator> classGenerators_; // the position is the label
     tkClassifierDataProviderMemory generatedData_;
 };
 

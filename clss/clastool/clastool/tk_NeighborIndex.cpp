@@ -46,7 +46,7 @@ private:
     long numMeasurements_;
 };
 
-/// Where the object of each pattern stands first.
+/// Of each pattern the first one that is the same object.
 std::vector<std::size_t> originalsOf(const tk_NeighborIndex::Patterns& patterns)
 {
     std::vector<std::size_t> order(patterns.size());
@@ -65,12 +65,12 @@ std::vector<std::size_t> originalsOf(const tk_NeighborIndex::Patterns& patterns)
 bool areFew(const tk_NeighborIndex::Patterns& patterns)
 {
     if (patterns.empty() || patterns.front().isNull())
-        return true; // irregular
+        return true; // not comparable
     const auto numMeasurements = static_cast<std::size_t>(std::max(patterns.front()->numMeasurements(), 1L));
     return patterns.size() <= static_cast<std::size_t>(tkNMNeighborSearch::mostScanned) / numMeasurements;
 }
 
-bool isRegular(const tk_NeighborIndex::Patterns& patterns, std::size_t i)
+bool isComparable(const tk_NeighborIndex::Patterns& patterns, std::size_t i)
 {
     return !patterns[i].isNull() && patterns[i]->numInvalid() == 0 &&
            patterns[i]->numMeasurements() == patterns.front()->numMeasurements();
@@ -95,11 +95,11 @@ tk_NeighborIndex::tk_NeighborIndex(const Patterns& patterns)
 
 void tk_NeighborIndex::update(const Patterns& patterns)
 {
-    for (auto i = static_cast<std::size_t>(numPatterns_); firstIrregular_ < 0 && i < patterns.size(); ++i)
-        if (original_(i) == i && !isRegular(patterns, i))
-            firstIrregular_ = static_cast<long>(i);
+    for (auto i = static_cast<std::size_t>(numPatterns_); firstNotComparable_ < 0 && i < patterns.size(); ++i)
+        if (original_(i) == i && !isComparable(patterns, i))
+            firstNotComparable_ = static_cast<long>(i);
     numPatterns_ = static_cast<long>(patterns.size());
-    if (firstIrregular_ >= 0 || patterns.empty() || !originals_.empty())
+    if (firstNotComparable_ >= 0 || patterns.empty() || !originals_.empty())
         return;
     const long numMeasurements = patterns.front()->numMeasurements();
     search_.update(PatternRows(patterns, numMeasurements), numPatterns_, numMeasurements);
@@ -107,7 +107,7 @@ void tk_NeighborIndex::update(const Patterns& patterns)
 
 bool tk_NeighborIndex::covers(const Patterns& patterns) const
 {
-    return firstIrregular_ < 0 && numPatterns_ == static_cast<long>(patterns.size());
+    return firstNotComparable_ < 0 && numPatterns_ == static_cast<long>(patterns.size());
 }
 
 long tk_NeighborIndex::nearest(const Patterns& patterns, const tkFeaturePattern& query, double order, long k,

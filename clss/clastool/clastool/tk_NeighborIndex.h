@@ -11,8 +11,8 @@
 /// Finds the patterns of a memory provider that are nearest in a norm distance, with the result of comparing
 /// all of them one by one. It stands beside the patterns and is given them with each call.
 ///
-/// A pattern is *irregular* if it is a null handle, has an invalid measurement, or has not as many as the first one:
-/// its distance fails. Searching only reads, so that threads may share an index.
+/// A pattern is *not comparable* if it is a null handle, has an invalid measurement, or has not as many as the first
+/// one: its distance fails. Searching only reads, so that threads may share an index.
 class TK_EXPORT tk_NeighborIndex
 {
 public:
@@ -27,14 +27,14 @@ public:
     /// out of memory costs later queries time, but nothing else.
     void update(const Patterns& patterns);
 
-    /// Whether the index can answer for `patterns`: it has taken in all of them, and none is irregular.
+    /// Whether the index can answer for `patterns`: it has taken in all of them, and all are comparable.
     bool covers(const Patterns& patterns) const;
 
     /// Bytes that it occupies beside itself.
     std::size_t memory() const { return originals_.capacity() * sizeof originals_[0] + search_.memory(); }
 
-    /// The first irregular pattern, -1 if there is none.
-    long firstIrregular() const { return firstIrregular_; }
+    /// The first pattern that is not comparable, -1 if all are.
+    long firstNotComparable() const { return firstNotComparable_; }
 
     /// Writes the neighbours of `query` and returns their number, as tkNMNeighborSearch::nearest() does or, if `asSet`,
     /// nearestSet(). *Requires* covers(patterns) and a wholly valid query of their length.
@@ -46,8 +46,8 @@ private:
     std::size_t original_(std::size_t i) const { return i < originals_.size() ? originals_[i] : i; }
 
     long numPatterns_ = 0;               // taken in
-    long firstIrregular_ = -1;           // of those taken in
-    std::vector<std::size_t> originals_; // empty, or by pattern: where the same object stands first
+    long firstNotComparable_ = -1;       // of those taken in
+    std::vector<std::size_t> originals_; // empty, or by pattern: the first pattern that is the same object
     tkNMNeighborSearch search_;          // of all patterns; of none if there are originals_
 };
 

@@ -1,0 +1,35 @@
+#!/usr/bin/env python3
+"""Counts the lines of the kernels and their tests anew and writes them into the table of docs/architecture.md."""
+
+import pathlib
+import re
+
+root = pathlib.Path(__file__).resolve().parent.parent
+document = root / "docs/architecture.md"
+kernels = root / "numerics/kernels"
+# Tests that do not have the kernel's name, see "Tests" in CONTRIBUTING.md.
+tests_of = {
+    "tkNMNeighborScan": ["tests/numerics/tkNMNeighborSearch_test.cpp"],
+    "tkNMNeighborFilter": ["tests/numerics/tkNMNeighborSearch_test.cpp"],
+    "tkNMRiskKernel": ["tests/numerics/tkNMDecision_test.cpp"],
+    "tkNMMarginalLanes": ["tests/numerics/kernels/tkNMNormalBatch_test.cpp"],
+}
+
+
+def files_of(kernel):
+    sources = sorted(kernels.glob(kernel + ".*"))
+    if not sources:
+        raise SystemExit(f"{document} names {kernel}, which is no kernel")
+    own = f"tests/numerics/kernels/{kernel}_test.cpp"
+    return sources + [root / test for test in tests_of.get(kernel, [own])]
+
+
+def counted(row):
+    names = re.findall(r"`(\w+)`", row[1])
+    files = {file for name in names for file in files_of(name)}
+    lines = sum(len(file.read_text(encoding="utf-8").splitlines()) for file in files)
+    return f"{row[1]}| {lines:,} |"
+
+
+text = document.read_text(encoding="utf-8")
+document.write_text(re.sub(r"^(\| `tkNM[^|]*)\| [\d,]+ \|", counted, text, flags=re.MULTILINE), encoding="utf-8")

@@ -5,6 +5,13 @@
 #include "clss/clastool/clastool/tkClassifierRuleTable.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/clastool/clastool/tkFeaturePattern.h"
+#include "clss/model/tkAssessment.h"
+#include "clss/model/tkConfusionMatrix.h"
+#include "clss/model/tkCovariancePooling.h"
+#include "clss/model/tkDecisionRule.h"
+#include "clss/model/tkIncompleteTraining.h"
+#include "clss/model/tkPatternScaler.h"
+#include "clss/model/tkTrainingReport.h"
 #include "foundation/archiveTestObjects.h"
 #include "foundation/tkRange.h"
 
@@ -81,6 +88,13 @@ void (*const types[])(const std::string& bytes) = {
     &loadHostile<tkClassifierFrequencies>,
     &loadHostile<tkClassifierRuleTable>,
     &loadHostile<tkClassifierTool>,
+    &loadHostile<tkPatternScaler>,
+    &loadHostile<tkDecisionRule>,
+    &loadHostile<tkAssessment>,
+    &loadHostile<tkPtrHandle<tkCovariancePooling>>,
+    &loadHostile<tkPtrHandle<tkIncompleteTraining>>,
+    &loadHostile<tkTrainingReport>,
+    &loadHostile<tkConfusionMatrix>,
 };
 } // namespace
 

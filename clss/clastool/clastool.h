@@ -59,6 +59,7 @@
 #include "clss/model/tkIncompleteTraining.h"
 #include "clss/model/tkJudgement.h"
 #include "clss/model/tkPatternScaler.h"
+#include "clss/model/tkTrainingReport.h"
 #include "clss/model/tk_ClassifierIncomplete.h"
 #include "clss/model/tk_ClassifierPooled.h"
 #include "foundation/tkArchiveErrors.h"

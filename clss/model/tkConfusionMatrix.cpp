@@ -1,11 +1,14 @@
 #include "clss/model/tkConfusionMatrix.h"
 
 #include "clss/model/tkDecisionRule.h"
+#include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numeric>
+#include <utility>
 
 tkRate::tkRate(long hits, long total, double z) : hits(hits), total(total), value(0.0), low(0.0), high(1.0)
 {
@@ -118,4 +121,29 @@ std::size_t tkConfusionMatrix::column_(long label) const
         return categories_.size() + 1;
     const std::size_t row = row_(label);
     return row == categories_.size() ? row + 2 : row;
+}
+
+tkArchive& operator||(tkArchive& archive, tkConfusionMatrix& matrix)
+{
+    tkConfusionMatrix loaded; // a failed loading changes nothing
+    tkConfusionMatrix& exchanged = archive.isLoading() ? loaded : matrix;
+    archive.exchangeVersion();
+    archive || exchanged.categories_ || exchanged.counts_;
+    if (archive.isStoring())
+        return archive;
+    const std::vector<long>& categories = loaded.categories_;
+    if (std::adjacent_find(categories.begin(), categories.end(), std::greater_equal<long>()) != categories.end() ||
+        (!categories.empty() && categories.front() < 0))
+        archive.fail(L"The categories of a confusion matrix do not ascend from 0 on");
+    if (loaded.counts_.size() != categories.size() * (categories.size() + 2))
+        archive.fail(L"A confusion matrix has not the counts of its categories");
+    constexpr long most = 0x7fffffff;
+    for (const long count : loaded.counts_)
+    {
+        if (count < 0 || count > most - loaded.numPatterns_)
+            archive.fail(L"A confusion matrix has negative counts, or too many patterns");
+        loaded.numPatterns_ += count;
+    }
+    matrix = std::move(loaded);
+    return archive;
 }

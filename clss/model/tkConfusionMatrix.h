@@ -5,6 +5,7 @@
 
 #include <vector>
 
+class tkArchive;
 class tkDecisionRule;
 
 /// The share of hits, with a confidence interval for the true rate.
@@ -24,12 +25,20 @@ struct TK_EXPORT tkRate
 
 /// How often patterns of each category were taken for each: what an assessment makes of a decision rule.
 ///
-/// Rows are the true categories; columns are the categories decided for, and the two refusals of tkDecisionRule.
+/// Rows are the true categories; columns are the categories decided for, and the two refusals of tkDecisionRule. A new
+/// matrix has no patterns.
 class TK_EXPORT tkConfusionMatrix
 {
 public:
+    tkConfusionMatrix() = default;
     /// Counts pairs. *Requires* as many decisions as true labels, which are >= 0.
     tkConfusionMatrix(const std::vector<long>& truths, const std::vector<long>& decisions);
+
+    tkConfusionMatrix(const tkConfusionMatrix&) = default;
+    tkConfusionMatrix(tkConfusionMatrix&&) = default;
+    /// Strong exception guarantee.
+    tkConfusionMatrix& operator=(const tkConfusionMatrix& other) { return *this = tkConfusionMatrix(other); }
+    tkConfusionMatrix& operator=(tkConfusionMatrix&&) = default;
 
     /// All labels that were true or decided for, ascending.
     const std::vector<long>& categories() const { return categories_; }
@@ -60,12 +69,19 @@ public:
     bool operator!=(const tkConfusionMatrix& other) const { return !(*this == other); }
 
 private:
+    friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkConfusionMatrix& matrix);
+
     std::size_t row_(long label) const;    // of a category; categories_.size() if it is none
     std::size_t column_(long label) const; // of a category or refusal; categories_.size() + 2 if it is none
 
     std::vector<long> categories_;
     std::vector<long> counts_; // row by row; in each one for every category, none of these, cannot tell
-    long numPatterns_;
+    long numPatterns_ = 0;
 };
+
+/// The record is a version byte, the categories, the counts. Loading throws tkArchive::Errors unless the categories
+/// ascend and are >= 0, and the counts are those of their rows, >= 0, with a sum that a record can hold; a failed
+/// loading changes nothing.
+TK_EXPORT tkArchive& operator||(tkArchive& archive, tkConfusionMatrix& matrix);
 
 #endif

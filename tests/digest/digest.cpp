@@ -467,6 +467,63 @@ void generatedData(Hash& hash)
     hash.add(stored(total.generateData()));
 }
 
+/// What is learned, chosen and said beyond the tools: scalers, pooled covariances, densities learned from gaps,
+/// leave-one-out and cross-validation with their figures, reports.
+void models(Hash& hash)
+{
+    Numbers numbers(10);
+    tkClassifierDataProviderMemory whole;
+    tkClassifierDataProviderMemory gappy;
+    for (long i = 0; i < 200; ++i)
+    {
+        const std::vector<double> x = row(numbers, i % numCategories);
+        std::vector<long> invalid;
+        for (long j = 0; j < numMeasurements; ++j)
+            if (numbers.next() < 0.125)
+                invalid.push_back(j);
+        whole.addData(x, i % numCategories);
+        gappy.addData(tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(x, invalid)), i % numCategories);
+    }
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    for (long category = 0; category < numCategories; ++category)
+        types.setDependent(category, {1, 2, 3, 4});
+    tkClassifierFrequencies frequencies(1.0);
+    frequencies.categoryFrequencyOverride(2, 0.3);
+    const tkClassifierTrainParamsBayesian joint(types, frequencies, costs());
+    const tkClassifierTrainParamsKNN neighbors(7, tkPatternDistanceMetricNorm(1.5), costs());
+
+    for (const auto method : {tkPatternScaler::eDeviation, tkPatternScaler::eQuartiles, tkPatternScaler::eRange})
+        hash.add(stored(tkPatternScaler(gappy, method)));
+    tkClassifierTool tool;
+    tool.train(whole, tkCovariancePooling(joint));
+    hash.add(stored(tool));
+    hash.add(tkCovariancePooling::choose(whole, joint));
+    tool.train(gappy, tkIncompleteTraining(joint));
+    hash.add(stored(tool));
+    for (const tkAssessment& assessment :
+         {tkAssessment::leaveOneOut(whole, joint), tkAssessment::leaveOneOut(whole, neighbors),
+          tkAssessment::crossValidate(gappy, tkIncompleteTraining(joint), tkAssessment::stratifiedFolds(gappy, 5))})
+    {
+        hash.add(stored(assessment));
+        tkDecisionRule rule(joint);
+        rule.refusalCost(0.2);
+        hash.add(stored(rule));
+        for (const long decision : assessment.decisions(rule))
+            hash.add(static_cast<std::uint64_t>(decision));
+        hash.add(assessment.logLoss(rule));
+        hash.add(assessment.calibrationError(rule));
+        hash.add(assessment.confusion(rule).expectedCost(rule));
+        const tkRate accuracy = assessment.confusion(rule).accuracy();
+        hash.add(accuracy.low);
+        hash.add(accuracy.high);
+        for (const tkAssessment::RefusalPoint& point : assessment.costAgainstRefusals(rule))
+            hash.add(std::vector<double>{point.refusalCost, point.refused, point.cost});
+    }
+    hash.add(stored(tkTrainingReport(whole, joint)));
+    hash.add(stored(tkTrainingReport(gappy, tkClassifierTrainParamsBayesian())));
+    hash.add(stored(tkTrainingReport(whole, neighbors)));
+}
+
 /// 10^6 arguments of each function: most where results are usual, some of any bits.
 void elementary(Hash& hash, tkNMInstructions set)
 {
@@ -533,17 +590,19 @@ std::string ofAllSets(const std::function<void(Hash&, tkNMInstructions)>& subjec
 
 std::string digest()
 {
-    Hash archived, matches, scores, rules, generated;
+    Hash archived, matches, scores, rules, generated, modelled;
     archives(archived);
     results(matches, scores);
     ruleScores(rules);
     generatedData(generated);
+    models(modelled);
     std::ostringstream text;
     text << "archives " << archived.text() << '\n';
     text << "match_scores " << matches.text() << '\n';
     text << "class_scores_and_costs " << scores.text() << '\n';
     text << "rule_scores " << rules.text() << '\n';
     text << "generated_data " << generated.text() << '\n';
+    text << "models " << modelled.text() << '\n';
     text << "statistics " << ofAllSets(statistics) << '\n';
     text << "log_densities " << ofAllSets(logDensities) << '\n';
     text << "neighbor_lists " << ofAllSets(neighborLists) << '\n';

@@ -87,10 +87,12 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkPatternScaler.v0.bin", storeToBytes(golden::scaler())},
         {"tkDecisionRule.v0.bin", storeToBytes(golden::decisionRule())},
         {"tkAssessment.v0.bin", storeToBytes(golden::assessment())},
+        {"tkConfusionMatrix.v0.bin", storeToBytes(golden::confusionMatrix())},
         {"tkCovariancePooling.v0.bin", handleBytes(golden::covariancePooling())},
         {"tkClassifierTool.pooled.v0.bin", storeToBytes(golden::pooledTool())},
         {"tkIncompleteTraining.v0.bin", handleBytes(golden::incompleteTraining())},
         {"tkClassifierTool.incomplete.v0.bin", storeToBytes(golden::incompleteTool())},
+        {"tkTrainingReport.v0.bin", storeToBytes(golden::trainingReport())},
     };
 }
 } // namespace

@@ -3,10 +3,12 @@
 
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/model/tkAssessment.h"
+#include "clss/model/tkConfusionMatrix.h"
 #include "clss/model/tkCovariancePooling.h"
 #include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkIncompleteTraining.h"
 #include "clss/model/tkPatternScaler.h"
+#include "clss/model/tkTrainingReport.h"
 #include "tests/golden/bayes.h"
 #include "tests/golden/dataModel.h"
 
@@ -24,6 +26,12 @@ inline tkDecisionRule decisionRule()
     rule.refusalCost(0.5);
     rule.alpha(0.015625);
     return rule;
+}
+
+/// Two patterns of category 7, one of them refused; three of category 258.
+inline tkConfusionMatrix confusionMatrix()
+{
+    return {{7, 7, 258, 258, 258}, {7, tkDecisionRule::noneOfThese, 258, 7, tkDecisionRule::cannotTell}};
 }
 
 inline tkCovariancePooling covariancePooling()
@@ -79,6 +87,28 @@ inline tkAssessment assessment()
                                                 ? tkJudgement(result(), 0.25)
                                                 : tkJudgement(tkClassifierResult());
                                  });
+}
+
+/// Patterns of which a person should know: in category 4 measurements 0 and 1 nearly agree and measurement 2 is
+/// constant; category 9 has one of its patterns as well, and one with a gap.
+inline tkClassifierDataProviderMemory doubtfulData()
+{
+    tkClassifierDataProviderMemory data;
+    for (const double x : {1.0, 2.0, 3.0, 4.0, 5.0})
+        data.addData({x, x == 3.0 ? 3.0625 : x, 8.0}, 4);
+    data.addData({0.0, 0.0, 0.0}, -1);
+    for (const double x : {-3.0, -1.0, 1.0, 3.0})
+        data.addData({100.0 + x, x * x, 8.5 - x / 4.0}, 9);
+    data.addData({3.0, 3.0625, 8.0}, 9);
+    data.addData(tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern({101.0, 1.0, 0.0}, {2})), 9);
+    return data;
+}
+
+inline tkTrainingReport trainingReport()
+{
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    types.setDependent(4, {0, 1});
+    return tkTrainingReport(doubtfulData(), tkClassifierTrainParamsBayesian(types));
 }
 } // namespace golden
 

@@ -1,9 +1,12 @@
 #include "clss/model/tkConfusionMatrix.h"
 
 #include "modelTestData.h"
+#include "tests/golden/model.h"
+#include "tkAllocations.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/model/tkDecisionRule.h"
+#include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
 
 #include <limits>
@@ -104,6 +107,78 @@ TEST(tkConfusionMatrix, equalityIsThatOfTheCounts)
     EXPECT_TRUE(tkConfusionMatrix({1, 2}, {1, 1}) == tkConfusionMatrix({2, 1}, {1, 1}));
     EXPECT_TRUE(tkConfusionMatrix({1, 2}, {1, 1}) != tkConfusionMatrix({1, 2}, {2, 1}));
     EXPECT_TRUE(tkConfusionMatrix({1}, {1}) != tkConfusionMatrix({2}, {2}));
+}
+
+TEST(tkConfusionMatrix, newOneHasNoPatterns)
+{
+    const tkConfusionMatrix matrix;
+    EXPECT_EQ(0, matrix.numPatterns());
+    EXPECT_TRUE(matrix.categories().empty());
+    EXPECT_EQ(0, matrix.count(noneOfThese, cannotTell));
+    EXPECT_TRUE(matrix == tkConfusionMatrix({}, {}));
+}
+
+TEST(tkConfusionMatrix, assigningWithoutMemoryChangesNothing)
+{
+    const tkConfusionMatrix other = example();
+    expectUnchangedWithoutMemory(golden::confusionMatrix(), [&](tkConfusionMatrix& matrix) { matrix = other; });
+    EXPECT_TRUE(other == example());
+}
+
+TEST(tkConfusionMatrix, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
+{
+    const std::string bytes = goldenBytes("tkConfusionMatrix.v0.bin");
+    tkConfusionMatrix loaded = example();
+    loadFromBytes(bytes, loaded);
+    EXPECT_TRUE(loaded == golden::confusionMatrix());
+    EXPECT_EQ(5, loaded.numPatterns());
+    EXPECT_EQ(0.4, loaded.accuracy().value);
+    EXPECT_EQ(bytes, storeToBytes(loaded));
+    EXPECT_EQ(bytes, storeToBytes(golden::confusionMatrix()));
+}
+
+TEST(tkConfusionMatrix, failedLoadingChangesNothing)
+{
+    tkConfusionMatrix loaded = example();
+    EXPECT_THROW(loadFromBytes("\1", loaded), tkArchive::UnknownVersion);
+    const std::string bytes = goldenBytes("tkConfusionMatrix.v0.bin");
+    for (std::size_t length = 1; length < bytes.size(); ++length)
+        EXPECT_THROW(loadFromBytes(bytes.substr(0, length), loaded), tkArchive::Errors) << length;
+    EXPECT_TRUE(loaded == example());
+}
+
+TEST(tkConfusionMatrix, recordsThatAreNoneAreRefused)
+{
+    const auto expectRefused = [](std::vector<long> categories, std::vector<long> counts, const wchar_t* message)
+    {
+        std::ostringstream stream;
+        {
+            tkArchive archive(stream);
+            archive.exchangeVersion();
+            archive || categories || counts;
+        }
+        tkConfusionMatrix loaded = example();
+        try
+        {
+            loadFromBytes(stream.str(), loaded);
+            ADD_FAILURE() << "was loaded";
+        }
+        catch (const tkArchive::Errors& error)
+        {
+            EXPECT_EQ(0u, error.message().find(std::wstring(message) + L" (reading, at byte "));
+        }
+        EXPECT_TRUE(loaded == example());
+    };
+    const wchar_t* const order = L"The categories of a confusion matrix do not ascend from 0 on";
+    expectRefused({4, 4}, std::vector<long>(8), order);
+    expectRefused({5, 4}, std::vector<long>(8), order);
+    expectRefused({-1}, std::vector<long>(3), order);
+    const wchar_t* const size = L"A confusion matrix has not the counts of its categories";
+    expectRefused({4}, {1, 2}, size);
+    expectRefused({}, {1}, size);
+    const wchar_t* const counts = L"A confusion matrix has negative counts, or too many patterns";
+    expectRefused({4}, {1, -1, 0}, counts);
+    expectRefused({4}, {0x7fffffff, 0, 1}, counts);
 }
 
 TEST(tkRate, intervalsAreThoseOfSciPy)

@@ -116,6 +116,7 @@ clss/model/tk_IncompleteStatistics
 clss/model/tk_ClassifierIncomplete
 clss/model/tk_NoveltyEvidence
 clss/model/tkNovelty
+clss/model/tkTrainingReport
 clss/clastool/clastool
 )";
 

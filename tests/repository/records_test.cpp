@@ -66,4 +66,10 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
     EXPECT_EQ(1u, seen.count("tkPatternScaler.v0.bin"));
     EXPECT_EQ(1u, seen.count("tkDecisionRule.v0.bin"));
     EXPECT_EQ(1u, seen.count("tkAssessment.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkConfusionMatrix.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkCovariancePooling.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierTool.pooled.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkIncompleteTraining.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkClassifierTool.incomplete.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkTrainingReport.v0.bin"));
 }

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 source scripts/support.sh
 
 levels=(O0 O2 O3 Os v3 v4)
-platforms=("${levels[@]/#/g++-}" "${levels[@]/#/clang++-}" i686 aarch64 armhf riscv64 s390x windows windows-dll)
+platforms=("${levels[@]/#/g++-}" "${levels[@]/#/clang++-}" i686 aarch64 armhf riscv64 s390x windows windows-dll wasm)
 
 # describe PLATFORM: sets what the functions below read. False for a platform that is not known. What computes, the
 # library and the digest, is built by the options `level`. Test programs are built by `options` alone: they take the
@@ -18,7 +18,7 @@ platforms=("${levels[@]/#/g++-}" "${levels[@]/#/clang++-}" i686 aarch64 armhf ri
 describe()
 {
     title= system=Linux compiler= options=-O1 level=-O2 linkage=(-DCMAKE_EXE_LINKER_FLAGS=-static) emulator= packages=()
-    folder= suffix= runtime=()
+    cross=() folder= suffix= runtime=()
     case $1 in
     g++-O? | clang++-O?) compiler=${1%-*} level=-${1##*-} ;;
     g++-v? | clang++-v?) compiler=${1%-*} level="-O2;-march=x86-64-${1##*-}" ;;
@@ -29,13 +29,21 @@ describe()
     riscv64) cross_compiler riscv64-linux-gnu "64 bits" qemu-riscv64-static ;;
     s390x) cross_compiler s390x-linux-gnu "64 bits, big-endian" qemu-s390x-static ;;
     windows*)
+        system=Windows
         cross_compiler x86_64-w64-mingw32 'Windows, `long` of 32 and `wchar_t` of 16 bits' /usr/lib/wine/wine64
-        system=Windows suffix=.exe
+        suffix=.exe
         packages=(g++-mingw-w64-x86-64-posix=x86_64-w64-mingw32-g++ wine64=/usr/lib/wine/wine64)
         if [[ $1 == windows-dll ]]; then
             title+=', DLL' linkage=(-DBUILD_SHARED_LIBS=ON) folder=build/cross/windows-dll
             runtime=(libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
         fi
+        ;;
+    wasm)
+        title='WebAssembly, 32 bits' compiler=em++ options='-O1 -fwasm-exceptions' emulator=node suffix=.js
+        packages=(emscripten=em++ nodejs=node)
+        # Files are those of the machine. Loaded at once, since Node.js does not fetch a file as a browser does.
+        linkage=(-DCMAKE_EXE_LINKER_FLAGS='-sNODERAWFS=1 -sWASM_ASYNC_COMPILATION=0 -sEXIT_RUNTIME=1 -sALLOW_MEMORY_GROWTH=1')
+        cross=(-DCMAKE_TOOLCHAIN_FILE=/usr/share/emscripten/cmake/Modules/Platform/Emscripten.cmake)
         ;;
     *) return 1 ;;
     esac
@@ -52,30 +60,28 @@ cross_compiler()
     compiler=$1-g++ emulator=$3 packages=("g++-$1=$1-g++")
     title="${1%%-*}, $2"
     [[ -z $emulator ]] || packages+=("qemu-user-static=$emulator")
+    cross=(-DCMAKE_SYSTEM_NAME="$system" -DCMAKE_SYSTEM_PROCESSOR="${1%%-*}" -DCMAKE_CROSSCOMPILING_EMULATOR="$emulator"
+        -DCMAKE_FIND_ROOT_PATH="/usr/$1"
+        -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER -DCMAKE_FIND_ROOT_PATH_MODE_LIBRARY=ONLY
+        -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=ONLY)
 }
 
 # configure SOURCES FOLDER [option...]: everything is found among the platform's own files, and linked statically, so
 # that no program needs a root file system of its platform. What a compiler warns of at one level only is no error.
 configure()
 {
-    local sources=$1 folder=$2 cross=()
+    local sources=$1 folder=$2
     shift 2
-    if [[ $compiler == *-*-* ]]; then
-        cross=(-DCMAKE_SYSTEM_NAME="$system" -DCMAKE_SYSTEM_PROCESSOR="${compiler%%-*}"
-            -DCMAKE_CROSSCOMPILING_EMULATOR="$emulator"
-            -DCMAKE_FIND_ROOT_PATH="/usr/${compiler%-g++};$prefix"
-            -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER -DCMAKE_FIND_ROOT_PATH_MODE_LIBRARY=ONLY
-            -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=ONLY)
-    fi
     cmake --compile-no-warning-as-error -S "$sources" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_COMPILER="$compiler" \
-        -DCMAKE_C_COMPILER="$(sed 's/clang++$/clang/; s/g++$/gcc/' <<< "$compiler")" \
-        -DCMAKE_CXX_FLAGS="$options" -DCMAKE_PREFIX_PATH="$prefix" "${linkage[@]}" "${cross[@]}" "$@"
+        -DCMAKE_C_COMPILER="$(sed 's/^em++$/emcc/; s/clang++$/clang/; s/g++$/gcc/' <<< "$compiler")" \
+        -DCMAKE_CXX_FLAGS="$options" -DGTest_DIR="$prefix/lib/cmake/GTest" \
+        "${linkage[@]}" "${cross[@]}" "$@"
 }
 
 build_googletest()
 {
     configure /usr/src/googletest "$folder/googletest" -DBUILD_GMOCK=OFF -DBUILD_SHARED_LIBS=OFF \
-        -DCMAKE_INSTALL_PREFIX="$prefix" &&
+        -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib &&
         cmake --build "$folder/googletest" && cmake --install "$folder/googletest"
 }
 

@@ -4,14 +4,17 @@
 #include <cstddef>
 #include <cstdlib>
 
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
+#if defined(__GLIBC__)
+#if __GLIBC_PREREQ(2, 33)
 #include <malloc.h>
+#define TK_HAS_MALLINFO2 1
+#endif
 #endif
 
 /// Bytes that the program has allocated; 0 where the platform does not tell.
 inline std::size_t tkAllocatedBytes()
 {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
+#if defined(TK_HAS_MALLINFO2)
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
 #else

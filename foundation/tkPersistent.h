@@ -75,6 +75,14 @@ public:
         Registration* next_;
     };
 
+    /// The registration of a class with TK_FACTORY_RECORD. A program that refers to it contains the class, also where
+    /// it comes from a static library; typeid(Class) brings it on some platforms only.
+    template <class Class>
+    static const Registration& registrationOf()
+    {
+        return Class::registration_;
+    }
+
 protected:
     /// The record entry of the most derived class; this root's record is one version byte. Throws what the fields'
     /// operators throw: tkArchive::Errors for an archive that fails, tkArchive::UnknownVersion among them.
@@ -124,6 +132,7 @@ protected:                                                                      
     TK_RECORD;                                                                                                         \
                                                                                                                        \
 private:                                                                                                               \
+    friend class tkPersistent;                                                                                         \
     static tkPersistent* make();                                                                                       \
     static const tkPersistent::Registration registration_
 

@@ -1,13 +1,12 @@
 #ifndef CLSS_CLASTOOL_CLASTOOL_TK_PERSISTENTCLASSES_H
 #define CLSS_CLASTOOL_CLASTOOL_TK_PERSISTENTCLASSES_H
 
-#include "foundation/tkExport.h"
+#include "foundation/tkPersistent.h"
 
-#include <typeinfo>
 #include <vector>
 
 /// Every class of the library that an archive can create.
-TK_EXPORT const std::vector<const std::type_info*>& tk_persistentClasses();
+TK_EXPORT const std::vector<const tkPersistent::Registration*>& tk_persistentClasses();
 
 /// Makes every program that uses the caller contain all of these classes. A linker takes from a static library only
 /// the object files that are referred to, and nothing refers to a class that is created by name alone: without this

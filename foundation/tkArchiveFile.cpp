@@ -175,7 +175,28 @@ std::wstring shown(const fs::path& path)
 constexpr wchar_t cannotBeRead[] = L"cannot be read";
 constexpr wchar_t cannotBeWritten[] = L"cannot be written";
 
-/// An open file of the operating system; error() is that of the latest operation.
+#if defined(_WIN32)
+/// The path as the system takes it: one of MAX_PATH characters and more must be absolute and have a prefix.
+fs::path systemPath(const fs::path& path)
+{
+    constexpr DWORD longest = 32767;
+    std::wstring full(longest + 1, L'\0');
+    const DWORD size = GetFullPathNameW(path.c_str(), longest + 1, full.data(), nullptr);
+    if (size < MAX_PATH || size > longest)
+        return path;
+    full.resize(size);
+    if (full.substr(0, 4) == LR"(\\?\)")
+        return full;
+    return full[0] == L'\\' ? LR"(\\?\UNC)" + full.substr(1) : LR"(\\?\)" + full;
+}
+#else
+const fs::path& systemPath(const fs::path& path)
+{
+    return path;
+}
+#endif
+
+/// An open file of the operating system; error() is that of the latest operation. Paths are systemPath()s.
 class File
 {
 public:
@@ -207,6 +228,7 @@ public:
 
     /// Puts the file `from` in the place of `to`, at one stroke and so that it outlasts a crash.
     static std::error_code replace(const fs::path& from, const fs::path& to);
+    static void remove(const fs::path& path);
 
 private:
     bool check_(bool succeeded);
@@ -309,6 +331,11 @@ std::error_code File::replace(const fs::path& from, const fs::path& to)
 {
     const BOOL moved = MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
     return moved ? std::error_code() : latestError();
+}
+
+void File::remove(const fs::path& path)
+{
+    DeleteFileW(path.c_str());
 }
 
 #else
@@ -426,6 +453,11 @@ std::error_code File::replace(const fs::path& from, const fs::path& to)
         ::close(descriptor);
     }
     return std::error_code();
+}
+
+void File::remove(const fs::path& path)
+{
+    ::unlink(path.c_str());
 }
 
 #endif
@@ -549,7 +581,7 @@ public:
         do
         {
             const std::uint64_t number = std::uint64_t{random()} << 32 | random();
-            temporary_ = target.parent_path() / (".tk-" + std::to_string(number) + ".tmp");
+            temporary_ = systemPath(target.parent_path() / (".tk-" + std::to_string(number) + ".tmp"));
         } while (!file_.create(temporary_, replaces) && file_.error() == std::errc::file_exists);
         created_ = !file_.error();
         if (!created_ || (replaces && !file_.takePermissions(target)))
@@ -569,7 +601,7 @@ public:
     void commit()
     {
         file_.close();
-        const std::error_code error = File::replace(temporary_, target_);
+        const std::error_code error = File::replace(temporary_, systemPath(target_));
         if (error)
             failWriting(error);
         created_ = false;
@@ -581,9 +613,8 @@ private:
     void discard_()
     {
         file_.close();
-        std::error_code ignored;
         if (created_)
-            fs::remove(temporary_, ignored);
+            File::remove(temporary_);
         created_ = false;
     }
 
@@ -629,7 +660,7 @@ public:
     explicit Reader(const fs::path& path) : path_(path)
     {
         isThere(path, cannotBeRead);
-        if (!file_.open(path))
+        if (!file_.open(systemPath(path)))
             fail(path, cannotBeRead, file_.error());
     }
 

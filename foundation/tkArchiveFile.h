@@ -28,8 +28,9 @@ public:
     /// where `path` is a symbolic link, the file that it leads to is replaced.
     ///
     /// Throws in this order: for links in a ring, for a directory, for what else is no regular file, for a folder or
-    /// file that may not be written; then what the record of `object` throws; then for a disk that takes no more.
-    /// Takes 128 KiB of memory besides what the record needs, and waits for the disk.
+    /// file that may not be written; then what the record of `object` throws; then for a disk that takes no more, and
+    /// on Windows for an old file that somebody has open. Takes 128 KiB of memory besides what the record needs, and
+    /// waits for the disk.
     template <class Object>
     static void save(const std::filesystem::path& path, const Object& object,
                      long nestingLimit = tkArchive::defaultNestingLimit)

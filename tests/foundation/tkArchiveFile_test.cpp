@@ -14,7 +14,12 @@
 #include <set>
 #include <system_error>
 
-#if !defined(_WIN32)
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -66,11 +71,33 @@ protected:
 
     std::wstring about(const std::wstring& cause) const { return about(path, cause); }
 
-    static std::wstring cause(std::errc code)
+    static std::wstring cause(std::error_code code)
     {
-        const std::string text = std::make_error_code(code).message();
+        const std::string text = code.message();
         return L": " + std::wstring(text.begin(), text.end());
     }
+
+    static std::wstring cause(std::errc code) { return cause(std::make_error_code(code)); }
+
+#if defined(_WIN32) // has a text for each
+    static std::wstring noFile()
+    {
+        return cause(std::error_code(ERROR_FILE_NOT_FOUND, std::system_category()));
+    }
+    static std::wstring noFolder()
+    {
+        return cause(std::error_code(ERROR_PATH_NOT_FOUND, std::system_category()));
+    }
+#else
+    static std::wstring noFile()
+    {
+        return cause(std::errc::no_such_file_or_directory);
+    }
+    static std::wstring noFolder()
+    {
+        return noFile();
+    }
+#endif
 
     /// Loads a vector, which must fail with this cause and leave the vector alone.
     void expectRefused(const std::wstring& expected) const
@@ -198,8 +225,44 @@ TEST_F(tkArchiveFileInFolder, pathsMayHoldAnyCharacter)
     EXPECT_EQ(5, loaded);
     fs::remove(path);
     EXPECT_TK_THROW(tkArchiveFile::load(path, loaded), tkArchive::Errors,
-                    L"The file \"" + folder.wstring() + L"/Pr\u00fcfling \u20ac.tka\" cannot be read" +
-                        cause(std::errc::no_such_file_or_directory));
+                    L"The file \"" + folder.wstring() + static_cast<wchar_t>(fs::path::preferred_separator) +
+                        L"Pr\u00fcfling \u20ac.tka\" cannot be read" + noFile());
+}
+
+TEST_F(tkArchiveFileInFolder, pathsMayBeLong)
+{
+    // Each part may be, and so may all of it: beyond 260 characters, where some functions of Windows end.
+    fs::create_directory(folder / std::string(100, 'f'));
+    path = folder / std::string(100, 'f') / std::string(200, 'p');
+    tkArchiveFile::save(path, 5L);
+    tkArchiveFile::save(path, 6L);
+    long loaded = 0;
+    tkArchiveFile::load(path, loaded);
+    EXPECT_EQ(6, loaded);
+#if defined(_WIN32)
+    EXPECT_TRUE(::DeleteFileW((LR"(\\?\)" + fs::absolute(path).wstring()).c_str()));
+#endif
+}
+
+TEST_F(tkArchiveFileInFolder, fileThatSomebodyReadsStaysAsItIsForHim)
+{
+    tkArchiveFile::save(path, 4L);
+    const std::string before = read(path);
+    std::ifstream open(path, std::ios::binary);
+    std::string readBySomebody(1, static_cast<char>(open.get()));
+#if defined(_WIN32)
+    EXPECT_THROW(tkArchiveFile::save(path, 5L), tkArchive::Errors);
+    EXPECT_EQ(before, read(path));
+#else
+    tkArchiveFile::save(path, 5L);
+    EXPECT_EQ(frame(storeToBytes(5L)), read(path));
+#endif
+    EXPECT_EQ((std::set<std::string>{"object.tka"}), names());
+    readBySomebody.append(std::istreambuf_iterator<char>(open), std::istreambuf_iterator<char>());
+    EXPECT_EQ(before, readBySomebody);
+    open.close();
+    tkArchiveFile::save(path, 6L);
+    EXPECT_EQ(frame(storeToBytes(6L)), read(path));
 }
 
 TEST_F(tkArchiveFileInFolder, relativePathWithoutFolderIsInTheCurrentOne)
@@ -218,7 +281,7 @@ TEST_F(tkArchiveFileInFolder, relativePathWithoutFolderIsInTheCurrentOne)
 
 TEST_F(tkArchiveFileInFolder, missingFileIsNamed)
 {
-    expectRefused(L"cannot be read" + cause(std::errc::no_such_file_or_directory));
+    expectRefused(L"cannot be read" + noFile());
 }
 
 TEST_F(tkArchiveFileInFolder, directoryIsNamed)
@@ -356,8 +419,7 @@ TEST_F(tkArchiveFileInFolder, failingRecordLeavesTheOldFile)
 TEST_F(tkArchiveFileInFolder, missingFolderIsNamed)
 {
     path = folder / "none" / "object.tka";
-    EXPECT_TK_THROW(tkArchiveFile::save(path, 1L), tkArchive::Errors,
-                    about(L"cannot be written" + cause(std::errc::no_such_file_or_directory)));
+    EXPECT_TK_THROW(tkArchiveFile::save(path, 1L), tkArchive::Errors, about(L"cannot be written" + noFolder()));
 }
 
 TEST_F(tkArchiveFileInFolder, emptyPathIsRefused)
@@ -553,8 +615,7 @@ TEST_F(tkArchiveFileInFolder, pathThatIsNoUnicodeIsShownReadably)
     path = folder / "a\xff";
     long number = 0;
     EXPECT_TK_THROW(tkArchiveFile::load(path, number), tkArchive::Errors,
-                    L"The file \"" + folder.wstring() + L"/a\xfffd\" cannot be read" +
-                        cause(std::errc::no_such_file_or_directory));
+                    L"The file \"" + folder.wstring() + L"/a\xfffd\" cannot be read" + noFile());
 }
 
 #endif

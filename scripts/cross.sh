@@ -41,8 +41,8 @@ describe()
     wasm)
         title='WebAssembly, 32 bits' compiler=em++ options='-O1 -fwasm-exceptions' emulator=node suffix=.js
         packages=(emscripten=em++ nodejs=node)
-        # Files are those of the machine. Loaded at once, since Node.js does not fetch a file as a browser does.
-        linkage=(-DCMAKE_EXE_LINKER_FLAGS='-sNODERAWFS=1 -sWASM_ASYNC_COMPILATION=0 -sEXIT_RUNTIME=1 -sALLOW_MEMORY_GROWTH=1')
+        # Files are those of the machine. Programs are loaded at once: Node.js fetches no file as a browser does.
+        linkage=(-DCMAKE_EXE_LINKER_FLAGS='-sNODERAWFS -sWASM_ASYNC_COMPILATION=0 -sEXIT_RUNTIME -sALLOW_MEMORY_GROWTH')
         cross=(-DCMAKE_TOOLCHAIN_FILE=/usr/share/emscripten/cmake/Modules/Platform/Emscripten.cmake)
         ;;
     *) return 1 ;;
@@ -72,7 +72,8 @@ configure()
 {
     local sources=$1 folder=$2
     shift 2
-    cmake --compile-no-warning-as-error -S "$sources" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_COMPILER="$compiler" \
+    cmake --compile-no-warning-as-error -S "$sources" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=None \
+        -DCMAKE_CXX_COMPILER="$compiler" \
         -DCMAKE_C_COMPILER="$(sed 's/^em++$/emcc/; s/clang++$/clang/; s/g++$/gcc/' <<< "$compiler")" \
         -DCMAKE_CXX_FLAGS="$options" -DGTest_DIR="$prefix/lib/cmake/GTest" \
         "${linkage[@]}" "${cross[@]}" "$@"

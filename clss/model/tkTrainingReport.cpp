@@ -36,6 +36,7 @@ using ScarceSet = tkTrainingReport::ScarceSet;
 using NearDependency = tkTrainingReport::NearDependency;
 using DoubtfulLabel = tkTrainingReport::DoubtfulLabel;
 
+constexpr double smallest = std::numeric_limits<double>::denorm_min();
 constexpr double largest = std::numeric_limits<double>::max();
 
 /// Whether measurement j of the pattern, which has one, is valid and finite.
@@ -112,7 +113,7 @@ Measurement measurementOf(const tk_LabelledPatterns& data, long j)
     const Spread total(all);
     if (!total.varies())
         return measurement;
-    measurement.deviation = std::min(std::ldexp(total.deviation(), total.exponent), largest);
+    measurement.deviation = std::clamp(std::ldexp(total.deviation(), total.exponent), smallest, largest);
     double within = 0.0; // sum of squares
     for (const auto& [label, values] : ofCategories)
     {
@@ -141,13 +142,14 @@ std::vector<std::vector<long>> contradictionsOf(const tk_LabelledPatterns& data)
     }
     std::vector<std::vector<long>> contradictions;
     for (const auto& [values, group] : groups)
-        if (std::any_of(group.begin(), group.end(),
-                        [&](std::size_t i) { return data.labels[i] != data.labels[group.front()]; }))
-        {
-            contradictions.emplace_back();
-            for (const std::size_t i : group)
-                contradictions.back().push_back(data.indices[i]);
-        }
+    {
+        const long first = data.labels[group.front()];
+        if (std::all_of(group.begin(), group.end(), [&](std::size_t i) { return data.labels[i] == first; }))
+            continue;
+        contradictions.emplace_back();
+        for (const std::size_t i : group)
+            contradictions.back().push_back(data.indices[i]);
+    }
     std::sort(contradictions.begin(), contradictions.end());
     return contradictions;
 }
@@ -303,10 +305,8 @@ void writeDirection(std::wostream& stream, const NearDependency& dependency)
         const double weight = dependency.weights[j];
         if (std::abs(weight) < 0.1 * longest)
             continue;
-        stream << (isFirst        ? (weight < 0.0 ? L"-" : L"")
-                   : weight < 0.0 ? L" - "
-                                  : L" + ")
-               << std::abs(weight) << L" m" << dependency.measurements[j];
+        const wchar_t* const sign = weight < 0.0 ? (isFirst ? L"-" : L" - ") : (isFirst ? L"" : L" + ");
+        stream << sign << std::abs(weight) << L" m" << dependency.measurements[j];
         isFirst = false;
     }
 }

@@ -232,6 +232,7 @@ TEST(tkTrainingReport, separationAndDeviationNeitherOverflowNorVanish)
         EXPECT_NEAR(std::sqrt(6.0), std::ldexp(measurement.deviation, -exponent), 1e-9) << exponent;
     }
     EXPECT_EQ(largest, reportOf({-largest}, {largest}).measurements()[0].deviation);
+    EXPECT_EQ(5e-324, reportOf({0.0, 0.0, 0.0, 0.0, 0.0}, {5e-324}).measurements()[0].deviation);
     // What varies little in one category is not constant because it is far away in the other.
     const tkTrainingReport::Measurement far = reportOf({1e-200, 2e-200}, {1e200, 2e200}).measurements()[0];
     EXPECT_TRUE(far.constantIn.empty());

@@ -10,6 +10,7 @@
 #include "clss/model/tkCovariancePooling.h"
 #include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkIncompleteTraining.h"
+#include "clss/model/tkNovelty.h"
 #include "clss/model/tkPatternScaler.h"
 #include "clss/model/tkTrainingReport.h"
 #include "foundation/archiveTestObjects.h"
@@ -95,6 +96,7 @@ void (*const types[])(const std::string& bytes) = {
     &loadHostile<tkPtrHandle<tkIncompleteTraining>>,
     &loadHostile<tkTrainingReport>,
     &loadHostile<tkConfusionMatrix>,
+    &loadHostile<tkNovelty>,
 };
 } // namespace
 

@@ -58,6 +58,7 @@
 #include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkIncompleteTraining.h"
 #include "clss/model/tkJudgement.h"
+#include "clss/model/tkNovelty.h"
 #include "clss/model/tkPatternScaler.h"
 #include "clss/model/tkTrainingReport.h"
 #include "clss/model/tk_ClassifierIncomplete.h"

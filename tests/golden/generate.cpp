@@ -93,6 +93,8 @@ std::vector<std::pair<std::string, std::string>> archives()
         {"tkIncompleteTraining.v0.bin", handleBytes(golden::incompleteTraining())},
         {"tkClassifierTool.incomplete.v0.bin", storeToBytes(golden::incompleteTool())},
         {"tkTrainingReport.v0.bin", storeToBytes(golden::trainingReport())},
+        {"tkNovelty.v0.bin", storeToBytes(golden::novelty())},
+        {"tkNovelty.KNN.v0.bin", storeToBytes(golden::noveltyOfNeighbors())},
     };
 }
 } // namespace

@@ -2,11 +2,13 @@
 #define TESTS_GOLDEN_MODEL_H
 
 #include "clss/clastool/clastool/tkClassifierTool.h"
+#include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
 #include "clss/model/tkAssessment.h"
 #include "clss/model/tkConfusionMatrix.h"
 #include "clss/model/tkCovariancePooling.h"
 #include "clss/model/tkDecisionRule.h"
 #include "clss/model/tkIncompleteTraining.h"
+#include "clss/model/tkNovelty.h"
 #include "clss/model/tkPatternScaler.h"
 #include "clss/model/tkTrainingReport.h"
 #include "tests/golden/bayes.h"
@@ -109,6 +111,29 @@ inline tkTrainingReport trainingReport()
     tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
     types.setDependent(4, {0, 1});
     return tkTrainingReport(doubtfulData(), tkClassifierTrainParamsBayesian(types));
+}
+
+/// Two categories of two measurements.
+inline tkClassifierDataProviderMemory noveltyData()
+{
+    tkClassifierDataProviderMemory data;
+    const std::vector<std::vector<double>> rows = {{1, 5}, {2, 4}, {4, 4}, {3, 1}, {2, 1}};
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        data.addData(rows[i], i < 3 ? 4 : 258);
+    return data;
+}
+
+/// The measurements are joint in the first category.
+inline tkNovelty novelty()
+{
+    tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
+    types.setDependent(4, {0, 1});
+    return tkNovelty(noveltyData(), tkClassifierTrainParamsBayesian(types));
+}
+
+inline tkNovelty noveltyOfNeighbors()
+{
+    return tkNovelty(noveltyData(), tkClassifierTrainParamsKNN(2));
 }
 } // namespace golden
 

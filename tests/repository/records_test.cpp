@@ -72,4 +72,5 @@ TEST(records, bytesExplainedInTheDocumentAreThoseOfTheFiles)
     EXPECT_EQ(1u, seen.count("tkIncompleteTraining.v0.bin"));
     EXPECT_EQ(1u, seen.count("tkClassifierTool.incomplete.v0.bin"));
     EXPECT_EQ(1u, seen.count("tkTrainingReport.v0.bin"));
+    EXPECT_EQ(1u, seen.count("tkNovelty.v0.bin"));
 }

@@ -37,8 +37,11 @@ double stirlingRemainder(double z)
 {
     double product = 1.0;
     double x = z;
-    for (; x < 16.0; x += 1.0)
+    while (x < 16.0)
+    {
         product *= x;
+        x += 1.0;
+    }
     const double r = 1.0 / (x * x);
     const double series =
         (1.0 / 12.0 +
@@ -70,13 +73,14 @@ double betaFraction(double w, double b, double a)
 {
     constexpr double tiny = 0x1p-1000;
     constexpr double precision = std::numeric_limits<double>::epsilon();
-    constexpr double mostSteps = 1e6; // about the square root of the largest degrees that make sense
+    constexpr long mostSteps = 1000000; // about the square root of the largest degrees that make sense
     const auto orTiny = [](double x) { return std::fabs(x) < tiny ? tiny : x; };
     double up = 1.0;
     double down = 1.0 / orTiny(1.0 - (a + b) / (b + 1.0) * w);
     double fraction = down;
-    for (double m = 1.0; m < mostSteps; m += 1.0)
+    for (long step = 1; step < mostSteps; ++step)
     {
+        const auto m = static_cast<double>(step);
         const double even = m / (b + 2.0 * m - 1.0) * ((a - m) / (b + 2.0 * m)) * w;
         down = 1.0 / orTiny(1.0 + even * down);
         up = orTiny(1.0 + even / up);

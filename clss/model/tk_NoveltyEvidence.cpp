@@ -132,14 +132,15 @@ public:
     {
         if (!(square < bound()))
             return;
-        std::size_t place = count_ < numNear ? count_++ : count_ - 1;
+        count_ = std::min(count_ + 1, numNear);
+        std::size_t place = numNear - 1;
         for (; place > 0 && square < squares_[place - 1]; --place)
             squares_[place] = squares_[place - 1];
         squares_[place] = square;
     }
 
     /// What is not less is not added.
-    double bound() const { return count_ == numNear ? squares_[numNear - 1] : infinity; }
+    double bound() const { return squares_[numNear - 1]; }
 
     bool isEmpty() const { return count_ == 0; }
 
@@ -152,7 +153,7 @@ public:
     }
 
 private:
-    double squares_[numNear]; // ascending
+    double squares_[numNear] = {infinity, infinity, infinity}; // ascending
     std::size_t count_ = 0;
 };
 

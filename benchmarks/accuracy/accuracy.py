@@ -182,4 +182,5 @@ def main():
                                      for i in range(0, len(mean), 4)))
 
 
-main()
+if __name__ == "__main__":
+    main()

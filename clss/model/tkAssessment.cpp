@@ -2,6 +2,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
+#include "clss/clastool/clastool/tk_DecisionTerms.h"
 #include "clss/model/tk_LabelledPatterns.h"
 #include "clss/model/tk_LeaveOneOut.h"
 #include "foundation/tkArchiveOperators.h"
@@ -17,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -65,20 +67,182 @@ std::size_t binOf(double score, long numBins)
     return static_cast<std::size_t>(bin);
 }
 
-/// The class score; 0.0 for NaN.
-double scoreOf(const tkClassifierCategoryResult& category)
+/// What a rule makes of the match scores of a pattern.
+struct Decided
 {
-    return std::isnan(category.classScore()) ? 0.0 : category.classScore();
+    std::size_t n;
+    const long* labels;
+    const double* classScores; // every `stride`-th
+    const double* expectedCosts;
+    std::size_t stride;
+    std::size_t first; // of the ranking, if there are any
+
+    double classScore(std::size_t i) const { return classScores[i * stride]; }
+    double expectedCost(std::size_t i) const { return expectedCosts[i * stride]; }
+};
+
+/// Applies a rule to patterns whose match scores stand one after the other, a block of those with equal labels at a
+/// time. What depends on the labels alone is computed where they change. Has the bits of tkClassifierResult::decide(),
+/// and throws what that throws.
+class Decider
+{
+public:
+    /// The most patterns of a block.
+    static constexpr std::size_t block = 8;
+
+    explicit Decider(const tkDecisionRule& rule) : rule_(rule) {}
+
+    /// Takes `count` patterns with these n labels each. *Requires* 0 < count <= block.
+    void take(const long* labels, const double* matchScores, std::size_t n, std::size_t count)
+    {
+        labels_ = labels;
+        matchScores_ = matchScores;
+        n_ = n;
+        std::fill_n(isDecided_, block, false);
+        if (n > 0 && n <= mostCategories_ && count >= leastPatterns_ && takeTerms_())
+            decideAll_(count);
+    }
+
+    /// The pattern of this number in the block. Valid until the next call.
+    Decided decided(std::size_t pattern)
+    {
+        if (isDecided_[pattern])
+            return {n_, labels_, classScores_ + pattern, expectedCosts_ + pattern, block, first_[pattern]};
+        return decideOne_(matchScores_ + pattern * n_);
+    }
+
+private:
+    /// With more categories or fewer patterns it takes less time to decide for one after the other.
+    static constexpr std::size_t mostCategories_ = 16;
+    static constexpr std::size_t leastPatterns_ = 3;
+
+    /// False if the labels do not ascend: their ranking is another one then.
+    bool takeTerms_()
+    {
+        if (!terms_ || !std::equal(labels_, labels_ + n_, termsLabels_.begin(), termsLabels_.end()))
+        {
+            terms_.reset(); // until all is done
+            termsLabels_.assign(labels_, labels_ + n_);
+            terms_.emplace(labels_, n_, rule_.frequencies(), rule_.costs());
+            std::fill_n(costs_, n_ * n_, terms_->cost);
+            for (std::size_t o = 0; o < terms_->overrides.size(); ++o) // of several for a pair the last counts
+                costs_[terms_->overrides[o].decision * n_ + terms_->overrides[o].state] = terms_->overrides[o].cost;
+        }
+        return terms_->labelsAscend;
+    }
+
+    /// The formulas of tkNMDecision::compute(), each sum with its terms in the same order, for the patterns side by
+    /// side. Leaves those undecided that have an error.
+    void decideAll_(std::size_t count)
+    {
+        constexpr double infinity = std::numeric_limits<double>::infinity();
+        double scores[mostCategories_ * block];
+        for (std::size_t p = 0; p < block; ++p) // those that are missing repeat the first one
+            for (std::size_t i = 0; i < n_; ++i)
+                scores[i * block + p] = matchScores_[(p < count ? p : 0) * n_ + i];
+
+        double joints[mostCategories_ * block];
+        double sum[block] = {};
+        for (std::size_t i = 0; i < n_; ++i)
+        {
+            const double weight = terms_->weights[i];
+            const double weightSum = terms_->weightSum;
+            for (std::size_t p = 0; p < block; ++p)
+            {
+                joints[i * block + p] = scores[i * block + p] * weight / weightSum;
+                sum[p] += joints[i * block + p];
+            }
+        }
+        double least[block] = {};
+        std::size_t first[block] = {};
+        bool isWrong[block] = {};
+        for (std::size_t i = 0; i < n_; ++i)
+        {
+            double risk[block] = {};
+            for (std::size_t j = 0; j < n_; ++j)
+                if (j != i)
+                {
+                    const double cost = costs_[i * n_ + j];
+                    for (std::size_t p = 0; p < block; ++p)
+                        risk[p] += cost * joints[j * block + p];
+                }
+            for (std::size_t p = 0; p < block; ++p)
+            {
+                const double m = scores[i * block + p];
+                const double c = joints[i * block + p] / sum[p];
+                const double r = risk[p] / sum[p];
+                classScores_[i * block + p] = c;
+                expectedCosts_[i * block + p] = r;
+                isWrong[p] = isWrong[p] | (m < 0.0) | (m > 1.0) | (c < 0.0) | (c > 1.0) | (r < 0.0);
+                // NaN last, equal ones in their order.
+                const bool isBefore = (i == 0) | (!(r >= least[p]) & (r <= infinity));
+                least[p] = isBefore ? r : least[p];
+                first[p] = isBefore ? i : first[p];
+            }
+        }
+        for (std::size_t p = 0; p < block; ++p)
+        {
+            isDecided_[p] = sum[p] != 0.0 && !isWrong[p];
+            first_[p] = first[p];
+        }
+    }
+
+    Decided decideOne_(const double* matchScores)
+    {
+        if (n_ == 0)
+            return {0, nullptr, nullptr, nullptr, 1, 0};
+        tkScratch<double> scores(tkNMDecision::roundUp(n_)); // decide() reads whole groups
+        std::fill(scores.begin() + n_, scores.end(), 0.0);
+        std::copy_n(matchScores, n_, scores.data());
+        result_.decide(labels_, scores.data(), n_, rule_.frequencies(), rule_.costs(), 0.0);
+        rankedLabels_.clear();
+        rankedScores_.clear();
+        rankedCosts_.clear();
+        for (const tkClassifierCategoryResult& category : result_.categoryResults())
+        {
+            rankedLabels_.push_back(category.categoryLabel());
+            rankedScores_.push_back(category.classScore());
+            rankedCosts_.push_back(category.expectedCost());
+        }
+        return {n_, rankedLabels_.data(), rankedScores_.data(), rankedCosts_.data(), 1, 0};
+    }
+
+    const tkDecisionRule& rule_;
+
+    const long* labels_ = nullptr; // of the block
+    const double* matchScores_ = nullptr;
+    std::size_t n_ = 0;
+
+    std::vector<long> termsLabels_;
+    std::optional<tk_DecisionTerms> terms_;
+    double costs_[mostCategories_ * mostCategories_]; // of deciding for i while j is the case: at i * n + j
+
+    double classScores_[mostCategories_ * block]; // category by category, those of the patterns side by side
+    double expectedCosts_[mostCategories_ * block];
+    std::size_t first_[block];
+    bool isDecided_[block];
+
+    tkClassifierResult result_; // of a single pattern
+    std::vector<long> rankedLabels_;
+    std::vector<double> rankedScores_; // parallel
+    std::vector<double> rankedCosts_;  // parallel
+};
+
+/// The class score; 0.0 for NaN.
+double scoreOf(const Decided& decided, std::size_t i)
+{
+    return std::isnan(decided.classScore(i)) ? 0.0 : decided.classScore(i);
 }
 
 /// The category of the largest class score, the one of the lowest label among equals.
-const tkClassifierCategoryResult& mostProbable(const tkClassifierResult& result)
+std::size_t mostProbable(const Decided& decided)
 {
-    return *std::min_element(result.categoryResults().begin(), result.categoryResults().end(),
-                             [](const tkClassifierCategoryResult& a, const tkClassifierCategoryResult& b) {
-                                 return scoreOf(a) > scoreOf(b) ||
-                                        (scoreOf(a) == scoreOf(b) && a.categoryLabel() < b.categoryLabel());
-                             });
+    std::size_t best = 0;
+    for (std::size_t i = 1; i < decided.n; ++i)
+        if (scoreOf(decided, i) > scoreOf(decided, best) ||
+            (scoreOf(decided, i) == scoreOf(decided, best) && decided.labels[i] < decided.labels[best]))
+            best = i;
+    return best;
 }
 } // namespace
 
@@ -196,6 +360,7 @@ tkAssessment tkAssessment::heldOut(const tkClassifierDataProvider& data, const t
 void tkAssessment::add_(long index, long label, const tkJudgement& judgement)
 {
     std::vector<std::pair<long, double>> scores;
+    scores.reserve(judgement.result.categoryResults().size());
     for (const tkClassifierCategoryResult& category : judgement.result.categoryResults())
         scores.emplace_back(category.categoryLabel(), category.matchScore());
     std::sort(scores.begin(), scores.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -211,52 +376,60 @@ void tkAssessment::add_(long index, long label, const tkJudgement& judgement)
     indices_.push_back(index);
 }
 
-void tkAssessment::resultOf_(std::size_t i, const tkDecisionRule& rule, tkClassifierResult& result) const
+std::size_t tkAssessment::begin_(std::size_t i) const
 {
-    const auto begin = static_cast<std::size_t>(i == 0 ? 0 : ends_[i - 1]);
-    const std::size_t n = static_cast<std::size_t>(ends_[i]) - begin;
-    if (n == 0)
-    {
-        result = tkClassifierResult();
-        return;
-    }
-    tkScratch<double, 64> scores(tkNMDecision::roundUp(n)); // decide() reads whole groups
-    std::fill(scores.begin() + n, scores.end(), 0.0);
-    std::copy_n(&matchScores_[begin], n, scores.data());
-    result.decide(&categories_[begin], scores.data(), n, rule.frequencies(), rule.costs(), matchScoreFactorLogs_[i]);
+    return i == 0 ? 0 : static_cast<std::size_t>(ends_[i - 1]);
 }
 
 template <class Visit>
-void tkAssessment::forEachResult_(const tkDecisionRule& rule, Visit visit) const
+void tkAssessment::forEachDecided_(const tkDecisionRule& rule, Visit visit) const
 {
-    tkClassifierResult result;
-    for (std::size_t i = 0; i < labels_.size(); ++i)
+    Decider decider(rule);
+    const std::size_t numPatterns = labels_.size();
+    for (std::size_t i = 0; i < numPatterns;)
     {
-        resultOf_(i, rule, result);
-        visit(i, result);
+        const std::size_t begin = begin_(i);
+        const std::size_t n = begin_(i + 1) - begin;
+        const long* const labels = categories_.data() + begin;
+        std::size_t count = 1; // of patterns with these labels, one after the other
+        while (count < Decider::block && i + count < numPatterns && begin_(i + count + 1) - begin_(i + count) == n &&
+               std::equal(labels, labels + n, labels + count * n))
+            ++count;
+        decider.take(labels, matchScores_.data() + begin, n, count);
+        for (std::size_t p = 0; p < count; ++p)
+            visit(i + p, decider.decided(p));
+        i += count;
     }
 }
 
 tkClassifierResult tkAssessment::result(long i, const tkDecisionRule& rule) const
 {
     TK_ASSERT(i >= 0 && i < numPatterns());
+    const auto place = static_cast<std::size_t>(i);
+    const std::size_t begin = begin_(place);
+    const std::size_t n = begin_(place + 1) - begin;
     tkClassifierResult result;
-    resultOf_(static_cast<std::size_t>(i), rule, result);
+    if (n == 0)
+        return result;
+    tkScratch<double, 64> scores(tkNMDecision::roundUp(n)); // decide() reads whole groups
+    std::fill(scores.begin() + n, scores.end(), 0.0);
+    std::copy_n(&matchScores_[begin], n, scores.data());
+    result.decide(&categories_[begin], scores.data(), n, rule.frequencies(), rule.costs(),
+                  matchScoreFactorLogs_[place]);
     return result;
 }
 
 std::vector<long> tkAssessment::decisions(const tkDecisionRule& rule) const
 {
     std::vector<long> decisions(labels_.size());
-    forEachResult_(rule,
-                   [&](std::size_t i, const tkClassifierResult& result)
-                   {
-                       const auto& categories = result.categoryResults();
-                       decisions[i] = pValues_[i] < rule.alpha() ? tkDecisionRule::noneOfThese
-                                      : categories.empty() || categories.front().expectedCost() > rule.refusalCost()
-                                          ? tkDecisionRule::cannotTell
-                                          : categories.front().categoryLabel();
-                   });
+    forEachDecided_(rule,
+                    [&](std::size_t i, const Decided& decided)
+                    {
+                        decisions[i] = pValues_[i] < rule.alpha() ? tkDecisionRule::noneOfThese
+                                       : decided.n == 0 || decided.expectedCost(decided.first) > rule.refusalCost()
+                                           ? tkDecisionRule::cannotTell
+                                           : decided.labels[decided.first];
+                    });
     return decisions;
 }
 
@@ -264,15 +437,15 @@ double tkAssessment::logLoss(const tkDecisionRule& rule) const
 {
     constexpr double least = std::numeric_limits<double>::epsilon();
     double sum = 0.0;
-    forEachResult_(rule,
-                   [&](std::size_t i, const tkClassifierResult& result)
-                   {
-                       double score = least;
-                       for (const tkClassifierCategoryResult& category : result.categoryResults())
-                           if (category.categoryLabel() == labels_[i] && category.classScore() > least)
-                               score = category.classScore();
-                       sum -= tkNMElementary::log(score);
-                   });
+    forEachDecided_(rule,
+                    [&](std::size_t i, const Decided& decided)
+                    {
+                        double score = least;
+                        for (std::size_t c = 0; c < decided.n; ++c)
+                            if (decided.labels[c] == labels_[i] && decided.classScore(c) > least)
+                                score = decided.classScore(c);
+                        sum -= tkNMElementary::log(score);
+                    });
     return labels_.empty() ? 0.0 : sum / static_cast<double>(labels_.size());
 }
 
@@ -281,22 +454,22 @@ std::vector<tkAssessment::ReliabilityBin> tkAssessment::reliability(const tkDeci
     if (numBins < 1)
         throw tkClassifierDefs::BadParams(L"A reliability diagram needs at least 1 bin.");
     std::vector<ReliabilityBin> bins(static_cast<std::size_t>(numBins), ReliabilityBin{0, 0.0, 0.0});
-    forEachResult_(rule,
-                   [&](std::size_t i, const tkClassifierResult& result)
-                   {
-                       double score = 0.0;
-                       bool isRight = false;
-                       if (!result.categoryResults().empty())
-                       {
-                           const tkClassifierCategoryResult& category = mostProbable(result);
-                           score = scoreOf(category);
-                           isRight = category.categoryLabel() == labels_[i];
-                       }
-                       ReliabilityBin& bin = bins[binOf(score, numBins)];
-                       ++bin.count;
-                       bin.meanScore += score;
-                       bin.shareRight += isRight ? 1.0 : 0.0;
-                   });
+    forEachDecided_(rule,
+                    [&](std::size_t i, const Decided& decided)
+                    {
+                        double score = 0.0;
+                        bool isRight = false;
+                        if (decided.n > 0)
+                        {
+                            const std::size_t best = mostProbable(decided);
+                            score = scoreOf(decided, best);
+                            isRight = decided.labels[best] == labels_[i];
+                        }
+                        ReliabilityBin& bin = bins[binOf(score, numBins)];
+                        ++bin.count;
+                        bin.meanScore += score;
+                        bin.shareRight += isRight ? 1.0 : 0.0;
+                    });
     for (ReliabilityBin& bin : bins)
     {
         const double count = static_cast<double>(std::max(bin.count, 1L));
@@ -325,38 +498,37 @@ std::vector<tkAssessment::RefusalPoint> tkAssessment::costAgainstRefusals(const 
     for (auto& [label, weight] : weights)
         weight = rule.frequencies().categoryFrequency(label) / (frequencySum * weight);
 
-    struct Decided
+    struct Outcome
     {
         double expectedCost;
         double weight;
         double cost; // that came of it
     };
-    std::vector<Decided> decided;
-    forEachResult_(
-        rule,
-        [&](std::size_t i, const tkClassifierResult& result)
-        {
-            if (pValues_[i] < rule.alpha() || result.categoryResults().empty())
-                return;
-            const tkClassifierCategoryResult& best = result.categoryResults().front();
-            const bool isRight = best.categoryLabel() == labels_[i];
-            decided.push_back(
-                {std::isnan(best.expectedCost()) ? 0.0 : best.expectedCost(), // which no refusal's cost is below
-                 weights[labels_[i]],
-                 isRight ? 0.0 : rule.costs().misclassificationCost(labels_[i], best.categoryLabel())});
-        });
-    std::stable_sort(decided.begin(), decided.end(),
-                     [](const Decided& a, const Decided& b) { return a.expectedCost < b.expectedCost; });
+    std::vector<Outcome> outcomes;
+    forEachDecided_(rule,
+                    [&](std::size_t i, const Decided& decided)
+                    {
+                        if (pValues_[i] < rule.alpha() || decided.n == 0)
+                            return;
+                        const double expected = decided.expectedCost(decided.first);
+                        const long label = decided.labels[decided.first];
+                        outcomes.push_back(
+                            {std::isnan(expected) ? 0.0 : expected, // which no refusal's cost is below
+                             weights[labels_[i]],
+                             label == labels_[i] ? 0.0 : rule.costs().misclassificationCost(labels_[i], label)});
+                    });
+    std::stable_sort(outcomes.begin(), outcomes.end(),
+                     [](const Outcome& a, const Outcome& b) { return a.expectedCost < b.expectedCost; });
     std::vector<RefusalPoint> points;
     double weight = 0.0;
     double cost = 0.0;
-    for (std::size_t i = 0; i < decided.size(); ++i)
+    for (std::size_t i = 0; i < outcomes.size(); ++i)
     {
-        weight += decided[i].weight;
-        cost += decided[i].weight * decided[i].cost;
+        weight += outcomes[i].weight;
+        cost += outcomes[i].weight * outcomes[i].cost;
         const double refused = 1.0 - weight; // less than nothing by rounding
-        if (i + 1 == decided.size() || decided[i + 1].expectedCost != decided[i].expectedCost)
-            points.push_back({decided[i].expectedCost, refused < 0.0 ? 0.0 : refused, cost / weight});
+        if (i + 1 == outcomes.size() || outcomes[i + 1].expectedCost != outcomes[i].expectedCost)
+            points.push_back({outcomes[i].expectedCost, refused < 0.0 ? 0.0 : refused, cost / weight});
     }
     return points;
 }

@@ -129,9 +129,9 @@ private:
     friend TK_EXPORT tkArchive& operator||(tkArchive& archive, tkAssessment& assessment);
 
     void add_(long index, long label, const tkJudgement& judgement);
+    std::size_t begin_(std::size_t i) const; // where the pattern's categories begin
     template <class Visit>
-    void forEachResult_(const tkDecisionRule& rule, Visit visit) const;
-    void resultOf_(std::size_t i, const tkDecisionRule& rule, tkClassifierResult& result) const;
+    void forEachDecided_(const tkDecisionRule& rule, Visit visit) const;
 
     std::vector<long> indices_;
     std::vector<long> labels_;                 // parallel to indices_

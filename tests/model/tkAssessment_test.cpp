@@ -11,8 +11,12 @@
 #include "clss/model/tkPatternScaler.h"
 #include "foundation/tkArchiveOperators.h"
 #include "foundation/tkAssert.h"
+#include "foundation/tkRandom.h"
+#include "numerics/tkNMElementary.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <limits>
 #include <map>
 #include <numeric>
@@ -204,6 +208,101 @@ TEST(tkAssessment, costAgainstRefusalsIsThatOfThePlainFormulas)
         EXPECT_NEAR(points[i].refused * points[i].refusalCost + (1.0 - points[i].refused) * points[i].cost,
                     wine().confusion(rule).expectedCost(rule), 1e-12);
     }
+}
+
+TEST(tkAssessment, figuresOfManyPatternsAreThoseOfTheirResults)
+{
+    tkRandomUniform uniform(41);
+    tkClassifierFrequencies frequencies(0.5);
+    tkClassifierCosts costs(2.0);
+    for (long k = 0; k < 60; ++k)
+    {
+        const long first = static_cast<long>(uniform.next(0.0, 30.0));
+        const long second = static_cast<long>(uniform.next(0.0, 30.0));
+        frequencies.categoryFrequencyOverride(first, uniform.next(0.1, 3.0));
+        if (first != second)
+            costs.misclassificationCostOverride(first, second, k % 20 == 0 ? notANumber : uniform.next(0.0, 4.0));
+    }
+    std::vector<long> truths;
+    std::vector<Judgement> judgements;
+    while (truths.size() < 3000)
+    {
+        // 1 to 20 patterns with the same 0 to 20 categories, whose scores are often equal, seldom NaN
+        const double count = uniform.next(1.0, 21.0);
+        const double share = uniform.next(0.0, 1.0);
+        std::vector<long> labels;
+        for (long label = 0; label < 30 && labels.size() < 20; ++label)
+            if (uniform.next(0.0, 1.0) < share)
+                labels.push_back(label);
+        for (double i = 1.0; i <= count; i += 1.0)
+        {
+            std::vector<tkClassifierCategoryResult> scores;
+            for (const long label : labels)
+                scores.emplace_back(label, uniform.next(0.0, 1.0) < 0.002 ? notANumber
+                                                                          : std::ceil(uniform.next(0.0, 4.0)) / 4.0);
+            truths.push_back(static_cast<long>(uniform.next(0.0, 30.0)));
+            judgements.emplace_back(labels.empty() ? tkClassifierResult() : resultOf(scores));
+        }
+    }
+    const tkAssessment assessment = judged(truths, judgements);
+    const tkClassifierCosts equal(1.0);
+    for (const tkClassifierCosts& someCosts : {equal, costs})
+    {
+        tkDecisionRule rule(frequencies, someCosts);
+        rule.refusalCost(0.75);
+        const std::vector<long> decisions = assessment.decisions(rule);
+        double loss = 0.0;
+        std::vector<double> scoreSums(10);
+        for (std::size_t i = 0; i < truths.size(); ++i)
+        {
+            const tkClassifierResult result = assessment.result(static_cast<long>(i), rule);
+            const auto& categories = result.categoryResults();
+            ASSERT_EQ(categories.empty() || categories[0].expectedCost() > 0.75 ? tkDecisionRule::cannotTell
+                                                                                : categories[0].categoryLabel(),
+                      decisions[i])
+                << i;
+            double score = 0x1p-52;
+            double largest = 0.0;
+            for (const tkClassifierCategoryResult& category : categories)
+            {
+                if (category.categoryLabel() == truths[i] && category.classScore() > score)
+                    score = category.classScore();
+                if (category.classScore() > largest)
+                    largest = category.classScore();
+            }
+            loss -= tkNMElementary::log(score);
+            scoreSums[static_cast<std::size_t>(std::max(std::ceil(largest * 10.0), 1.0)) - 1] += largest;
+        }
+        EXPECT_EQ(loss / static_cast<double>(truths.size()), assessment.logLoss(rule));
+        const auto bins = assessment.reliability(rule, 10);
+        for (std::size_t b = 0; b < 10; ++b)
+            EXPECT_NEAR(scoreSums[b], bins[b].meanScore * static_cast<double>(bins[b].count), 1e-9) << b;
+    }
+}
+
+TEST(tkAssessment, errorOfTheFirstPatternThatHasOneIsThrown)
+{
+    std::vector<Judgement> judgements(9, resultOf({{0, 1.0}, {1, 0.5}}));
+    tkAssessment assessment = judged(std::vector<long>(9, 0), judgements);
+    std::string bytes = storeToBytes(assessment);
+    const auto replace = [&](std::size_t pattern, double score)
+    {
+        const std::size_t place = bytes.size() - 8 * 2 * (judgements.size() - pattern);
+        std::memcpy(&bytes[place], &score, sizeof score);
+    };
+    tkClassifierFrequencies frequencies(1.0);
+    frequencies.categoryFrequencyOverride(1, std::numeric_limits<double>::denorm_min());
+    replace(7, 1.5);
+    loadFromBytes(bytes, assessment);
+    EXPECT_TK_THROW(assessment.decisions(frequencies), tkClassifierDefs::BadParams,
+                    L"Scores must be >= 0.0 and <= 1.0");
+    replace(5, 0.0);
+    loadFromBytes(bytes, assessment);
+    EXPECT_TK_THROW(assessment.decisions(frequencies), tkClassifierDefs::BadParams,
+                    L"At least one of the resulting classification scores must be > 0.");
+    replace(2, -0.5);
+    loadFromBytes(bytes, assessment);
+    EXPECT_TK_THROW(assessment.logLoss(frequencies), tkClassifierDefs::BadParams, L"Scores must be >= 0.0 and <= 1.0");
 }
 
 TEST(tkAssessment, decisionsAreThoseOfTheTrainedTools)

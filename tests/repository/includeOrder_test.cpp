@@ -79,6 +79,7 @@ clss/clastool/clastool/tk_NeighborIndex
 clss/clastool/clastool/tkClassifierDataProvider
 clss/clastool/clastool/tkClassifierCosts
 clss/clastool/clastool/tkClassifierFrequencies
+clss/clastool/clastool/tk_DecisionTerms
 clss/clastool/clastool/tkClassifierResult
 clss/clastool/clastool/tkClassifierTrainParams
 clss/clastool/clastool/tk_Classifier

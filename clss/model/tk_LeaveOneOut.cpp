@@ -1,11 +1,16 @@
 #include "clss/model/tk_LeaveOneOut.h"
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
+#include "clss/clastool/bayes/tk_BayesAccelerator.h"
 #include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
 #include "clss/clastool/bayes/tk_ClassifierBayesian.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "clss/clastool/clastool/tkClassifierTrainParamsKNN.h"
 #include "clss/clastool/clastool/tk_ClassifierKNN.h"
+#include "foundation/tkScratch.h"
+#include "numerics/kernels/tkNMElementaryKernel.h"
+#include "numerics/tkNMBestInstructions.h"
+#include "numerics/tkNMDecision.h"
 #include "numerics/tkNMElementary.h"
 #include "numerics/tkNMFactorisation.h"
 #include "numerics/tkNMNeighborList.h"
@@ -151,23 +156,30 @@ public:
         for (const tkPtrHandle<tk_CategoryModel>& handle : classifier_.categoryModels())
         {
             const auto& model = static_cast<const tk_CategoryModelBayesian&>(*handle);
-            areFarFromRepair_[model.categoryLabel()] = isFarFromRepair_(model);
+            labels_.push_back(model.categoryLabel());
+            areFarFromRepair_.push_back(isFarFromRepair_(model));
             hasConstants_ = hasConstants_ || hasConstants(model);
         }
+        accelerator_ = std::make_unique<const tk_BayesAccelerator>(classifier_.categoryModels());
     }
 
     tkClassifierResult judge(std::size_t i) const
     {
-        std::vector<long> labels;
-        std::vector<double> logLikelihoods;
-        if (hasConstants_ || !areFarFromRepair_.at(data_.labels[i]) || !fillLogLikelihoods_(i, labels, logLikelihoods))
+        const std::size_t n = labels_.size();
+        const auto own =
+            static_cast<std::size_t>(std::find(labels_.begin(), labels_.end(), data_.labels[i]) - labels_.begin());
+        tkScratch<double> scores(tkNMDecision::roundUp(n)); // decide() reads whole groups
+        if (hasConstants_ || !areFarFromRepair_[own] || !fillLogLikelihoods_(i, own, scores.data()))
             return judgeAnew(data_, params_, i);
-        const double best = *std::max_element(logLikelihoods.begin(), logLikelihoods.end());
-        std::vector<tkClassifierCategoryResult> scores;
-        for (std::size_t m = 0; m < labels.size(); ++m)
-            scores.emplace_back(labels[m], tkNMElementary::exp(logLikelihoods[m] - best));
-        return tkClassifierResult(std::move(scores), params_.categoryFrequencies(), params_.misclassificationCosts(),
-                                  0.0 - best);
+        const double best = *std::max_element(scores.begin(), scores.begin() + n);
+        for (std::size_t m = 0; m < n; ++m)
+            scores[m] -= best;
+        tkNMElementaryKernel::exp(scores.data(), scores.data(), n, tkNMBestInstructions());
+        std::fill(scores.begin() + n, scores.end(), 0.0);
+        tkClassifierResult result;
+        result.decide(labels_.data(), scores.data(), n, params_.categoryFrequencies(), params_.misclassificationCosts(),
+                      0.0 - best);
+        return result;
     }
 
 private:
@@ -185,39 +197,35 @@ private:
         return true;
     }
 
-    /// False if it is not sure that they are those of a classifier trained without pattern i.
-    bool fillLogLikelihoods_(std::size_t i, std::vector<long>& labels, std::vector<double>& logLikelihoods) const
+    /// False if it is not sure that they are those of a classifier trained without pattern i of model `own`.
+    bool fillLogLikelihoods_(std::size_t i, std::size_t own, double* logLikelihoods) const
     {
+        const auto& models = classifier_.categoryModels();
         const tkFeaturePattern& pattern = *data_.patterns[i];
-        for (const tkPtrHandle<tk_CategoryModel>& handle : classifier_.categoryModels())
+        accelerator_->matchScores(models, pattern, logLikelihoods);
+        const auto& model = static_cast<const tk_CategoryModelBayesian&>(*models[own]);
+        double sum = 0.0;
+        for (std::size_t s = 0; s < model.densities().size(); ++s)
         {
-            const auto& model = static_cast<const tk_CategoryModelBayesian&>(*handle);
-            double sum = 0.0;
-            if (model.categoryLabel() != data_.labels[i])
-                sum = model.matchScore(pattern);
-            else
-                for (std::size_t s = 0; s < model.densities().size(); ++s)
-                {
-                    const std::vector<long>& set = model.dependencySets()[s];
-                    const tk_ProbabilityDensityFunction& density = *model.densities()[s];
-                    const std::vector<double> x = learnedMeasurements(pattern, set);
-                    if (x.empty())
-                        sum += density.logValueOfSet(pattern, set);
-                    else if (!addLeftOut(static_cast<const tk_PDFMultivariateNormal&>(density).normal(), x.data(), sum))
-                        return false;
-                }
-            if (!std::isfinite(sum))
+            const std::vector<long>& set = model.dependencySets()[s];
+            const tk_ProbabilityDensityFunction& density = *model.densities()[s];
+            const std::vector<double> x = learnedMeasurements(pattern, set);
+            if (x.empty())
+                sum += density.logValueOfSet(pattern, set);
+            else if (!addLeftOut(static_cast<const tk_PDFMultivariateNormal&>(density).normal(), x.data(), sum))
                 return false;
-            labels.push_back(model.categoryLabel());
-            logLikelihoods.push_back(sum);
         }
-        return true;
+        logLikelihoods[own] = sum;
+        return std::all_of(logLikelihoods, logLikelihoods + models.size(),
+                           [](double each) { return std::isfinite(each); });
     }
 
     const tk_LabelledPatterns& data_;
     const tkClassifierTrainParamsBayesian& params_;
     tk_ClassifierBayesian classifier_;
-    std::map<long, bool> areFarFromRepair_; // by category
+    std::unique_ptr<const tk_BayesAccelerator> accelerator_; // of its models
+    std::vector<long> labels_;                               // of its models
+    std::vector<bool> areFarFromRepair_;                     // parallel
     bool hasConstants_ = false;
 };
 

@@ -30,6 +30,7 @@ int main(int argc, char** argv)
         {"RULES", &ruleTables},
         {"TREE", &decisionTrees},
         {"RESULT", &results},
+        {"ASSESSMENT", &assessments},
         {"ARCHIVE", &archives},
         {"KERNELS", &kernels},
     };

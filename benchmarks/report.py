@@ -52,6 +52,8 @@ WORKLOADS = {
     "RULES": "50 rules of 12 trapezoids",
     "TREE": "a complete tree of depth 10",
     "RESULT": "1,000 categories with 1,000 overridden costs",
+    "ASSESSMENT": "what tkAssessment keeps, decided again by other frequencies, costs and a refusal; and leave-one-out of "
+                  "10,000 patterns in 10 classes, one normal distribution over 16 measurements each",
     "SAVE": "KNN-A's classifier into a stream in memory, and into a new file of the temporary directory",
     "LOAD": "KNN-A's classifier from a stream in memory, and from a file that the system has in its cache",
 }

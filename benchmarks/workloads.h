@@ -38,6 +38,7 @@ void invalidMeasurements(Harness& harness);
 void ruleTables(Harness& harness);
 void decisionTrees(Harness& harness);
 void results(Harness& harness);
+void assessments(Harness& harness);
 void archives(Harness& harness);
 void kernels(Harness& harness);
 

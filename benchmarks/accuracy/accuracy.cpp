@@ -6,10 +6,9 @@
 // "pooled": the same with covariances pooled by an amount that leave-one-out chooses; "gaps": as "joint", but it learns
 // also from patterns with missing measurements, which are "nan" in DATA; "neighbours": the 5 nearest ones, and
 // "scaled": the same with measurements divided by their deviations, both without regard to FREQUENCIES. With LIMIT,
-// only so many patterns of each category are learned, the first ones. Prints the share of right decisions, and the mean
-// of -ln of the class score of the right category (at most 700 for a pattern, so that one at a score of 0 does not hide
-// the others; a category without training patterns has a score of 0), both averaged over the folds. accuracy.py makes
-// folds and data.
+// only so many patterns of each category are learned, the first ones. Prints a line for each fold: the share of right
+// decisions, and the mean of -ln of the class score of the right category, where a score below 2^-52 counts as 2^-52
+// (a category without training patterns has a score of 0). accuracy.py makes folds and data.
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
@@ -26,6 +25,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -76,10 +76,11 @@ struct Figures
 /// -ln of the class score of a category.
 double lossOf(const tkClassifierResult& result, long label)
 {
+    constexpr double least = std::numeric_limits<double>::epsilon();
     for (const tkClassifierCategoryResult& each : result.categoryResults())
-        if (each.categoryLabel() == label && each.classScore() > 0.0)
-            return std::min(-std::log(each.classScore()), 700.0);
-    return 700.0;
+        if (each.categoryLabel() == label && each.classScore() > least)
+            return -std::log(each.classScore());
+    return -std::log(least);
 }
 
 struct Way
@@ -179,16 +180,11 @@ int main(int argc, char** argv)
                       argc > 5 ? std::stod(argv[5]) : HUGE_VAL};
         if (std::set<std::string>{"joint", "pooled", "gaps", "neighbours", "scaled"}.count(way.method) == 0)
             throw std::runtime_error("there is no method " + way.method);
-        Figures sum;
-        const std::set<long> tested(folds.begin(), folds.end());
-        for (const long fold : tested)
+        for (const long fold : std::set<long>(folds.begin(), folds.end()))
         {
             const Figures figures = figuresOf(data, folds, fold, way);
-            sum.right += figures.right;
-            sum.loss += figures.loss;
+            std::printf("%.6f %.6f\n", figures.right, figures.loss);
         }
-        const double n = static_cast<double>(tested.size());
-        std::printf("%.4f %.3f\n", sum.right / n, sum.loss / n);
     }
     catch (const std::exception& error)
     {

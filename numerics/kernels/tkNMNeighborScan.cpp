@@ -13,18 +13,25 @@
 #include <cstring>
 #include <limits>
 
-// How the k smallest keys are found. Rows are taken in chunks. Of each group of four rows the smallest key is kept; a
-// key that k groups do not exceed bounds the k-th smallest key, and is found by bisection. The rows up to this bound
-// are the candidates. If just k candidates are left within the rounding of the k-th key, they are the set. Otherwise
-// the definition decides among them.
+// How the k smallest keys are found. Rows are taken in chunks. Of each group of four rows the smallest key is kept.
+//
+// For a set of few neighbours in one chunk, minima are taken of minima until 32 are left. Of these the k smallest are
+// sorted out, then of their four entries each the k smallest, and so on down to the rows. What is sorted carries its
+// position in its last bits. If the rows that were left out at any level are farther by more than these bits and the
+// roundings, the k rows are the set.
+//
+// Otherwise a key that k groups do not exceed bounds the k-th smallest key, and is found by bisection. The rows up to
+// this bound are the candidates. If just k candidates are left within the rounding of the k-th key, they are the set.
+// Otherwise the definition decides among them.
 
 namespace
 {
 using Bits = std::uint64_t;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double beyond = 1e91;      // farther from any query than a row can be
-constexpr double largestKey = 1e300; // larger ones may have overflowed
+constexpr double beyond = 1e91;          // farther from any query than a row can be
+constexpr double largestKey = 1e300;     // larger ones may have overflowed
+constexpr double smallestKey = 0x1p-960; // tkNMNormPower::upperKey() distinguishes no smaller ones
 constexpr long lanes = 8;
 constexpr long groupRows = 4;
 constexpr long blockRows = lanes * groupRows; // rows l, l + 8, l + 16, l + 24 are a group
@@ -33,13 +40,18 @@ constexpr long chunkRows = chunkBlocks * blockRows;
 constexpr long mostCandidates = 1024;
 constexpr long mostSelected = 128; // larger k are left to the list
 constexpr long fewBlocks = 4;
+constexpr long mostSorted = 7; // neighbours
+constexpr Bits positionBits = chunkRows - 1;
 
 /// The keys of one chunk.
 struct Chunk
 {
     alignas(64) double keys[chunkRows];
-    alignas(64) double minima[chunkRows / groupRows]; // of block b and lane l at 8 b + l
+    alignas(64) double minima[chunkRows / groupRows];                     // of block b and lane l at 8 b + l
+    alignas(64) double minimaOfMinima[chunkRows / groupRows / groupRows]; // of those, likewise
+    alignas(64) double highest[chunkRows / groupRows / groupRows / groupRows];
 };
+static_assert(sizeof Chunk::highest == blockRows * sizeof(double));
 
 long roundUp(long count)
 {
@@ -67,6 +79,15 @@ TK_ALWAYS_INLINE void takeMinima(const double* keys, double* minima)
 }
 
 template <std::size_t width, tkNMNormPower::Kind kind>
+TK_ALWAYS_INLINE void takeTerm(const tkNMNormPower& power, const double* measurements, double query,
+                               typename RegisterOf<double, width>::Type& term)
+{
+    loadRegister(term, measurements);
+    term = term - query;
+    raiseDifference<width, kind>(power, term);
+}
+
+template <std::size_t width, tkNMNormPower::Kind kind>
 TK_ALWAYS_INLINE void fillChunk(const double* block, long count, const double* query, long n,
                                 const tkNMNormPower& power, Chunk& chunk)
 {
@@ -77,15 +98,15 @@ TK_ALWAYS_INLINE void fillChunk(const double* block, long count, const double* q
         double* const keys = chunk.keys + b * blockRows;
         for (long first = 0; first < blockRows; first += atOnce)
         {
-            Register sums[atOnce / width] = {};
-            for (long c = 0; c < n; ++c)
+            Register sums[atOnce / width];
+            for (std::size_t i = 0; i < atOnce / width; ++i)
+                takeTerm<width, kind>(power, block + first + i * width, query[0], sums[i]); // 0.0 and it are it
+            for (long c = 1; c < n; ++c)
                 for (std::size_t i = 0; i < atOnce / width; ++i)
                 {
-                    Register difference;
-                    loadRegister(difference, block + c * blockRows + first + i * width);
-                    difference = difference - query[c];
-                    raiseDifference<width, kind>(power, difference);
-                    sums[i] = sums[i] + difference;
+                    Register term;
+                    takeTerm<width, kind>(power, block + c * blockRows + first + i * width, query[c], term);
+                    sums[i] = sums[i] + term;
                 }
             for (std::size_t i = 0; i < atOnce / width; ++i)
                 storeRegister(sums[i], keys + first + i * width);
@@ -171,10 +192,188 @@ TK_ALWAYS_INLINE double limitOf(const double* keys, long count, long k, long mos
     return high;
 }
 
+/// Ascending order of both in each lane, where they are not equal.
+template <class Register>
+TK_ALWAYS_INLINE void sortPair(Register& a, Register& b)
+{
+    const Register smaller = b < a ? b : a;
+    b = a < b ? b : a; // the same comparison would not become an instruction for the larger one
+    a = smaller;
+}
+
+/// Batcher's bitonic merge of a list of `size` registers, lane by lane; the list must be a bitonic one.
+template <long size, class Register>
+TK_ALWAYS_INLINE void mergeBitonic(Register* list)
+{
+    for (long distance = size / 2; distance > 0; distance /= 2)
+        for (long i = 0; i < size; ++i)
+            if ((i & distance) == 0)
+                sortPair(list[i], list[i + distance]);
+}
+
+/// Of two ascending lists in each lane, the smaller half, ascending.
+template <long size, class Register>
+TK_ALWAYS_INLINE void keepSmaller(Register* list, const Register* other)
+{
+    for (long i = 0; i < size; ++i)
+        list[i] = other[size - 1 - i] < list[i] ? other[size - 1 - i] : list[i];
+    mergeBitonic<size>(list);
+}
+
+template <long size, class Register>
+TK_ALWAYS_INLINE void sortList(Register* list)
+{
+    if constexpr (size > 1)
+    {
+        sortList<size / 2>(list);
+        sortList<size / 2>(list + size / 2);
+        for (long i = 0; i < size / 2; ++i)
+            sortPair(list[i], list[size - 1 - i]);
+        mergeBitonic<size / 2>(list);
+        mergeBitonic<size / 2>(list + size / 2);
+    }
+}
+
+/// The `kept` smallest of all lanes of `count` registers, ascending, in each lane of the first registers.
+template <std::size_t width, long kept, long count>
+TK_ALWAYS_INLINE void sortSmallest(typename RegisterOf<double, width>::Type* registers)
+{
+    using Register = typename RegisterOf<double, width>::Type;
+    static_assert(count % kept == 0 && width <= 4);
+    for (long first = 0; first < count; first += kept)
+        sortList<kept>(registers + first);
+    for (long size = kept; size < count; size *= 2)
+        for (long first = 0; first + size < count; first += 2 * size)
+            keepSmaller<kept>(registers + first, registers + first + size);
+    if constexpr (width >= 2)
+    {
+        Register others[kept];
+        for (long i = 0; i < kept; ++i)
+            if constexpr (width == 4)
+                others[i] = __builtin_shufflevector(registers[i], registers[i], 1, 0, 3, 2);
+            else
+                others[i] = __builtin_shufflevector(registers[i], registers[i], 1, 0);
+        keepSmaller<kept>(registers, others);
+        if constexpr (width == 4)
+        {
+            for (long i = 0; i < kept; ++i)
+                others[i] = __builtin_shufflevector(registers[i], registers[i], 2, 3, 0, 1);
+            keepSmaller<kept>(registers, others);
+        }
+    }
+}
+
+/// Replaces the last bits of keys by the positions of their entries, so that no two are equal. A key above largestKey
+/// becomes that one, and one below smallestKey that one: a host may have denormal numbers compared as zeros.
+template <std::size_t width>
+TK_ALWAYS_INLINE void mark(typename RegisterOf<double, width>::Type& key,
+                           const typename RegisterOf<Bits, width>::Type& positions)
+{
+    using Register = typename RegisterOf<double, width>::Type;
+    typename RegisterOf<Bits, width>::Type bits;
+    const Register smallest = smallestKey - Register{};
+    const Register largest = largestKey - Register{};
+    key = key < smallest ? smallest : key;
+    key = key < largest ? key : largest;
+    std::memcpy(&bits, &key, sizeof bits);
+    bits = (bits & ~positionBits) | positions;
+    std::memcpy(&key, &bits, sizeof key);
+}
+
+/// The four entries of a level from which the one at `position` of the next level was made are at firstEntry(position),
+/// and 8, 16 and 24 behind it.
+TK_ALWAYS_INLINE long firstEntry(long position)
+{
+    return position / lanes * blockRows + position % lanes;
+}
+
+/// The k rows with the smallest keys but for their last bits, by descending through minima of minima, without branches
+/// that could not be foreseen. The keys of all other rows are at least `next`, and none of these above `last`.
+template <std::size_t width, long kept>
+TK_ALWAYS_INLINE void selectRows(Chunk& chunk, long numBlocks, long k, long* indices, double& last, double& next)
+{
+    using Register = typename RegisterOf<double, width>::Type;
+    using Positions = typename RegisterOf<Bits, width>::Type;
+    constexpr long perGroup = groupRows / width;
+    constexpr long numRegisters = blockRows / width;
+    static_assert(kept <= lanes && width <= 4);
+    alignas(64) static constexpr Bits ascending[blockRows] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10,
+                                                              11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
+                                                              22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
+    alignas(64) static constexpr Bits strides[groupRows] = {0, lanes, 2 * lanes, 3 * lanes};
+
+    double* const levels[] = {chunk.keys, chunk.minima, chunk.minimaOfMinima, chunk.highest};
+    long level = 0;
+    for (long blocks = numBlocks; blocks > 1; ++level)
+    {
+        if (level > 0)
+            for (long b = 0; b < blocks; ++b)
+                takeMinima<width>(levels[level] + b * blockRows, levels[level + 1] + b * lanes);
+        const long count = blocks * lanes;
+        blocks = (count + blockRows - 1) / blockRows;
+        std::fill(levels[level + 1] + count, levels[level + 1] + blocks * blockRows, infinity);
+    }
+
+    Register keys[numRegisters];
+    Positions positions;
+    for (long i = 0; i < numRegisters; ++i)
+    {
+        loadRegister(keys[i], levels[level] + i * width);
+        loadRegister(positions, ascending + i * width);
+        mark<width>(keys[i], positions);
+    }
+    sortSmallest<width, kept, numRegisters>(keys);
+    Bits smallest[kept];
+    double rest = infinity;
+    for (;;)
+    {
+        double lowest[kept];
+        for (long i = 0; i < kept; ++i)
+            if constexpr (width == 1)
+                lowest[i] = keys[i];
+            else
+                lowest[i] = keys[i][0];
+        std::memcpy(smallest, lowest, sizeof smallest);
+        rest = std::min(rest, lowest[k]);
+        if (--level < 0)
+            break;
+        constexpr long numChildren = kept * perGroup;
+        for (long i = 0; i < numChildren; ++i)
+            keys[i] = largestKey - Register{};
+        for (long j = 0; j < k; ++j)
+        {
+            const long first = firstEntry(static_cast<long>(smallest[j] & positionBits));
+            const double* const entries = levels[level] + first;
+            for (long i = 0; i < perGroup; ++i)
+            {
+                Register& children = keys[j * perGroup + i];
+                if constexpr (width == 4)
+                    children = Register{entries[0], entries[lanes], entries[2 * lanes], entries[3 * lanes]};
+                else if constexpr (width == 2)
+                    children = Register{entries[2 * i * lanes], entries[(2 * i + 1) * lanes]};
+                else
+                    children = entries[i * lanes];
+                loadRegister(positions, strides + i * width);
+                mark<width>(children, positions + static_cast<Bits>(first));
+            }
+        }
+        sortSmallest<width, kept, numChildren>(keys);
+    }
+    for (long j = 0; j < k; ++j)
+        indices[j] = static_cast<long>(smallest[j] & positionBits);
+    const Bits upper = smallest[k - 1] | positionBits;
+    std::memcpy(&last, &upper, sizeof last);
+    Bits lower;
+    std::memcpy(&lower, &rest, sizeof lower);
+    lower &= ~positionBits;
+    std::memcpy(&next, &lower, sizeof next);
+}
+
 // ---- chosen once per query ------------------------------------------------------------------------------------------
 
 using FillFunction = void (*)(const double*, long, const double*, long, const tkNMNormPower&, Chunk&);
 using LimitFunction = double (*)(const double*, long, long, long, double);
+using SelectFunction = void (*)(Chunk&, long, long, long*, double&, double&);
 
 template <tkNMNormPower::Kind kind>
 void fill(const double* block, long count, const double* query, long n, const tkNMNormPower& power, Chunk& chunk)
@@ -184,6 +383,13 @@ void fill(const double* block, long count, const double* query, long n, const tk
 double limit(const double* keys, long count, long k, long most, double highest)
 {
     return limitOf<plainWidth>(keys, count, k, most, highest);
+}
+void select(Chunk& chunk, long numBlocks, long k, long* indices, double& last, double& next)
+{
+    if (k == 1)
+        selectRows<plainWidth, 2>(chunk, numBlocks, k, indices, last, next);
+    else
+        selectRows<plainWidth, 8>(chunk, numBlocks, k, indices, last, next);
 }
 
 #if TK_HAS_X86_TARGETS
@@ -197,6 +403,13 @@ TK_TARGET_AVX2 double limitAvx2(const double* keys, long count, long k, long mos
 {
     return limitOf<4>(keys, count, k, most, highest);
 }
+TK_TARGET_AVX2 void selectAvx2(Chunk& chunk, long numBlocks, long k, long* indices, double& last, double& next)
+{
+    if (k == 1)
+        selectRows<4, 2>(chunk, numBlocks, k, indices, last, next);
+    else
+        selectRows<4, 8>(chunk, numBlocks, k, indices, last, next);
+}
 template <tkNMNormPower::Kind kind>
 TK_TARGET_AVX512 void fillAvx512(const double* block, long count, const double* query, long n,
                                  const tkNMNormPower& power, Chunk& chunk)
@@ -206,6 +419,13 @@ TK_TARGET_AVX512 void fillAvx512(const double* block, long count, const double* 
 TK_TARGET_AVX512 double limitAvx512(const double* keys, long count, long k, long most, double highest)
 {
     return limitOf<8>(keys, count, k, most, highest);
+}
+TK_TARGET_AVX512 void selectAvx512(Chunk& chunk, long numBlocks, long k, long* indices, double& last, double& next)
+{
+    if (k == 1)
+        selectRows<4, 2>(chunk, numBlocks, k, indices, last, next);
+    else
+        selectRows<4, 8>(chunk, numBlocks, k, indices, last, next);
 }
 #endif
 
@@ -236,6 +456,7 @@ struct Kernel
 {
     FillFunction fill[5]; // by tkNMNormPower::Kind
     LimitFunction limit;
+    SelectFunction select;
 };
 
 const Kernel& kernelOf(tkNMInstructions instructions)
@@ -243,14 +464,17 @@ const Kernel& kernelOf(tkNMInstructions instructions)
     using Power = tkNMNormPower;
     static constexpr Kernel plain = {{fill<Power::First>, fill<Power::Second>, fill<Power::Third>, fill<Power::Halves>,
                                       fillByPowers<tkNMInstructions::Portable>},
-                                     limit};
+                                     limit,
+                                     select};
 #if TK_HAS_X86_TARGETS
     static constexpr Kernel avx2 = {{fillAvx2<Power::First>, fillAvx2<Power::Second>, fillAvx2<Power::Third>,
                                      fillAvx2<Power::Halves>, fillByPowers<tkNMInstructions::Avx2>},
-                                    limitAvx2};
+                                    limitAvx2,
+                                    selectAvx2};
     static constexpr Kernel avx512 = {{fillAvx512<Power::First>, fillAvx512<Power::Second>, fillAvx512<Power::Third>,
                                        fillAvx512<Power::Halves>, fillByPowers<tkNMInstructions::Avx512>},
-                                      limitAvx512};
+                                      limitAvx512,
+                                      selectAvx512};
     if (instructions == tkNMInstructions::Avx512)
         return avx512;
     if (instructions == tkNMInstructions::Avx2)
@@ -357,6 +581,16 @@ void tkNMNeighborScan::search(const Rows& rows, const double* query, double orde
         kernel.fill[power.kind](blocks_.data() + firstRow * n, numBlocks, query, n, power, chunk);
         return numBlocks;
     };
+
+    if (asSet && k <= mostSorted && numRows_ <= chunkRows)
+    {
+        double last = 0.0;
+        double next = 0.0;
+        kernel.select(chunk, fillFrom(0), k, indices, last, next);
+        const double bound = power.upperKey(last, n);
+        if (bound < next && bound < largestKey)
+            return;
+    }
 
     double bound = infinity; // on the keys of the k nearest rows
     Candidates candidates;

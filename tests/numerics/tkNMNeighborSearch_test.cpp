@@ -417,6 +417,48 @@ TEST(tkNMNeighborSearch, smallAndLargeSetsHaveTheBitsOfTheDefinition)
             }
 }
 
+// As many rows as one, two or three levels of minima have room for, and one less and more; kinds whose keys are
+// all different, equal, zero, denormal or as large as can be.
+TEST(tkNMNeighborSearch, fewNeighboursAtTheLimitsOfTheLevelsOfMinima)
+{
+    Random random(31);
+    for (const long numRows : {8, 9, 31, 32, 33, 127, 128, 129, 511, 512, 513, 1500, 2047, 2048, 2049})
+        for (const std::size_t kind : {0u, 2u, 9u, 11u, 13u, 16u, 18u})
+        {
+            const Table table = tableOf(kinds()[kind], random, numRows, 2, 0);
+            const Search search = searchOf(table);
+            for (const double order : {2.0, 1.0, 3.0, 2.5, 64.0, 1.7})
+            {
+                const Row query = queryOf(kinds()[kind], random, table);
+                const std::vector<double> all = distancesOf(table, query, order);
+                for (const long k : {1, 2, 6, 7, 8})
+                {
+                    compareSearch(search, table, query, order, k, all, kinds()[kind].name);
+                    if (search.haveKernels(query, order, k))
+                        compareKernel(*search.scan, table, query, order, k, all, kinds()[kind].name);
+                }
+            }
+        }
+}
+
+// The nearest rows side by side, in one group of every level, and in one place of successive groups.
+TEST(tkNMNeighborSearch, fewNeighboursThatStandTogether)
+{
+    Random random(32);
+    for (const long stride : {1, 8, 32, 128, 200, 512})
+    {
+        Table table = tableOf(kinds()[0], random, 2048, 3, 0);
+        const long first = below(random, 32);
+        for (long i = 0; i < 4; ++i)
+            table.rows[static_cast<std::size_t>((first + i * stride) % 2048)] = {50.0 + gaussian(random), 50.0, 50.0};
+        const Search search = searchOf(table);
+        const Row query = {50.0, 51.0, 50.0};
+        const std::vector<double> all = distancesOf(table, query, 2.0);
+        for (const long k : {1, 2, 3, 4, 5, 7})
+            compareSearch(search, table, query, 2.0, k, all, "together");
+    }
+}
+
 TEST(tkNMNeighborSearch, rowsThatArriveOneByOneOrFarOutsideTheFirstOnesChangeNothing)
 {
     for (const bool oneByOne : {true, false})

@@ -76,7 +76,7 @@ double tkNMDecision::compute(const double* scores, double* weights, double weigh
 
 void tkNMDecision::rank(const double* risks, std::uint64_t* ranks, std::size_t n)
 {
-    tkNMRiskKernel::rank(risks, ranks, n, tkNMBestInstructions());
+    rank(risks, ranks, n, n <= few ? tkNMInstructions::Definition : tkNMBestInstructions());
 }
 
 void tkNMDecision::rank(const double* risks, std::uint64_t* ranks, std::size_t n, tkNMInstructions instructions)

@@ -615,7 +615,7 @@ TEST(tk_ClassifierKNN, aHugeKCostsNothing)
 TEST(tk_ClassifierKNN, labelsOfAnySizeVote)
 {
     std::mt19937_64 random(5);
-    for (const long largest : {0L, 1L, 63L, 64L, 65L, 1000L, 2147483647L, std::numeric_limits<long>::max()})
+    for (const long largest : {0L, 1L, 15L, 16L, 63L, 64L, 65L, 1000L, 2147483647L, std::numeric_limits<long>::max()})
     {
         knnOracle::Data data;
         for (int i = 0; i < 300; ++i)
@@ -625,7 +625,7 @@ TEST(tk_ClassifierKNN, labelsOfAnySizeVote)
             data.labels.push_back(i % 3 == 0 ? largest : i % 3 == 1 ? largest / 2 : std::min(some, largest));
         }
         tk_ClassifierKNN classifier;
-        for (const long k : {1, 2, 7, 8, 30, 300})
+        for (const long k : {1, 2, 7, 8, 9, 30, 300})
         {
             classifier.train(providerOf(data), Params(k));
             const tkClassifierResult result = run(classifier, {17.0, 21.5});

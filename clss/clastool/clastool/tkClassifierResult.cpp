@@ -87,7 +87,7 @@ void tkClassifierResult::decide(const long* labels, const double* matchScores, s
 void tkClassifierResult::fillRanked_(const long* labels, const double* matchScores, const double* classScores,
                                      const double* expectedCosts, std::size_t n, bool labelsAscend)
 {
-    const bool isRanked = n <= tkNMDecision::mostRanked && labelsAscend;
+    const bool isRanked = n > 1 && n <= tkNMDecision::mostRanked && labelsAscend;
     tkScratch<std::uint64_t, tkNMDecision::mostRanked> ranks(isRanked ? tkNMDecision::roundUp(n) : 0);
     if (isRanked)
         tkNMDecision::rank(expectedCosts, ranks.data(), n);
@@ -100,7 +100,7 @@ void tkClassifierResult::fillRanked_(const long* labels, const double* matchScor
         result.classScore_ = classScores[i];
         result.expectedCost_ = expectedCosts[i];
     }
-    if (!isRanked)
+    if (!isRanked && n > 1)
         sort_();
 }
 

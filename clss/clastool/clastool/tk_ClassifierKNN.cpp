@@ -11,6 +11,7 @@
 #include "numerics/tkNMNeighborList.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace
 {
@@ -107,7 +108,7 @@ bool tk_ClassifierKNN::isTrained_() const
 
 void tk_ClassifierKNN::checkRunnable_() const
 {
-    if (trainingData_->numPatterns() == 0)
+    if (trainingData_->patterns().empty())
         throw tkClassifierDefs::InsufficientTrainData(tk_Messages::noValidTrainData);
 }
 
@@ -115,7 +116,7 @@ void tk_ClassifierKNN::requireQuery_(const tkFeaturePattern& pattern) const
 {
     TK_ASSERT(isTrained());
     checkRunnable_();
-    if (pattern.numInvalid() != 0 || pattern.numMeasurements() != trainingData_->numMeasurements())
+    if (pattern.numInvalid() != 0 || pattern.numMeasurements() != trainingData_->patterns().front()->numMeasurements())
         throw tkClassifierDefs::BadFeatures(tk_Messages::knnInvalidMeasurements);
 }
 
@@ -139,7 +140,7 @@ void tk_ClassifierKNN::run_(const tkFeaturePattern& pattern, tkClassifierResult&
     requireQuery_(pattern);
 
     // More neighbours than patterns are never found, so a huge k needs no more room.
-    const auto room = static_cast<std::size_t>(std::min(params_.k(), trainingData_->numPatterns()));
+    const auto room = std::min(static_cast<std::size_t>(params_.k()), trainingData_->patterns().size());
     constexpr std::size_t usual = 128; // that many take no memory from the heap
     tkScratch<long, usual + 1> indices(room + 1);
     tkScratch<double, 2 * usual> distances(2 * room);
@@ -176,8 +177,17 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
 
 std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, double* scores) const
 {
+    // Without branches that could not be foreseen: neither on votes nor, mostly, on how many labels there are.
+    constexpr long fewVotes = 8;
+    constexpr unsigned long fewLabels = 16;
     long* const labels = indices;
     labels[0] = trainingData_->labels()[static_cast<std::size_t>(indices[0])];
+    std::fill(scores, scores + tkNMDecision::group, 0.0);
+    if (count == 1)
+    {
+        scores[0] = 1.0;
+        return 1;
+    }
     long smallest = labels[0];
     long largest = labels[0];
     for (long j = 1; j < count; ++j)
@@ -186,11 +196,27 @@ std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, doubl
         smallest = std::min(smallest, labels[j]);
         largest = std::max(largest, labels[j]);
     }
-    constexpr unsigned long counted = 64; // labels no farther apart, as nearly all are, need no sorting
-    std::size_t numLabels = 0;            // scores are numbers of votes at first
-    if (static_cast<unsigned long>(largest) - static_cast<unsigned long>(smallest) < counted)
+    const unsigned long range = static_cast<unsigned long>(largest) - static_cast<unsigned long>(smallest);
+    std::size_t numLabels = 0;
+    if (count <= fewVotes && range < fewLabels)
     {
-        // Without branches that could not be foreseen: neither on votes nor, mostly, on how many labels there are.
+        double shares[fewVotes + 1]; // of votes not yet known, so that no vote waits for a division
+        for (long i = 0; i <= fewVotes; ++i)
+            shares[i] = static_cast<double>(i) / static_cast<double>(count);
+        std::uint64_t votes = 0; // four bits a label
+        for (long j = 0; j < count; ++j)
+            votes += std::uint64_t{1} << 4 * (labels[j] - smallest);
+        for (unsigned long i = 0; i < fewLabels; ++i, votes >>= 4)
+        {
+            labels[numLabels] = static_cast<long>(static_cast<unsigned long>(smallest) + i); // may pass the largest
+            scores[numLabels] = shares[votes & 15];
+            numLabels += (votes & 15) != 0;
+        }
+        return numLabels;
+    }
+    constexpr unsigned long counted = 64; // labels no farther apart, as nearly all are, need no sorting
+    if (range < counted)
+    {
         constexpr unsigned long together = 16;
         const unsigned long numCounted = (static_cast<unsigned long>(largest - smallest) / together + 1) * together;
         long votes[counted];
@@ -201,7 +227,7 @@ std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, doubl
         {
             labels[numLabels] =
                 static_cast<long>(static_cast<unsigned long>(smallest) + i); // may pass the largest long
-            scores[numLabels] = static_cast<double>(votes[i]);
+            scores[numLabels] = static_cast<double>(votes[i]);               // their number at first
             numLabels += votes[i] > 0;
         }
     }

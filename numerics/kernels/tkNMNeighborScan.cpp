@@ -20,9 +20,11 @@
 // position in its last bits. If the rows that were left out at any level are farther by more than these bits and the
 // roundings, the k rows are the set.
 //
-// Otherwise a key that k groups do not exceed bounds the k-th smallest key, and is found by bisection. The rows up to
-// this bound are the candidates. If just k candidates are left within the rounding of the k-th key, they are the set.
-// Otherwise the definition decides among them.
+// For lists, more neighbours and more rows, a key that k groups do not exceed bounds the k-th smallest key, and is
+// found by bisection. The rows up to this bound are the candidates. If just k candidates are left within the rounding
+// of the k-th key, they are the set.
+//
+// What is not decided so, the definition decides among the rows up to the k-th key and its rounding.
 
 namespace
 {
@@ -550,6 +552,87 @@ private:
         count += chunk.keys[row] <= bound;
     }
 };
+
+/// What one search looks for, and in what.
+struct Query
+{
+    const double* blocks;
+    long numRows;
+    long n; // columns
+    const double* measurements;
+    long k;
+    tkNMNormPower power;
+    const Kernel& kernel;
+
+    /// Computes the keys from firstRow on and returns the number of their blocks.
+    long fill(long firstRow, Chunk& chunk) const
+    {
+        const long numBlocks = (std::min(chunkRows, numRows - firstRow) + blockRows - 1) / blockRows;
+        kernel.fill[power.kind](blocks + firstRow * n, numBlocks, measurements, n, power, chunk);
+        return numBlocks;
+    }
+
+    /// A bound on the keys of the k nearest rows, if k of these keys belong to rows or are minima of different ones.
+    double limitUpTo(double highest, const double* keys, long count, long most) const
+    {
+        return std::min(highest, power.upperKey(kernel.limit(keys, count, k, most, highest), n));
+    }
+};
+
+// Both return whether `indices` is the set; `bound` becomes one on the keys of the k nearest rows. They leave the keys
+// of the last chunk.
+
+/// For few neighbours in one chunk.
+bool findBySorting(const Query& query, Chunk& chunk, long* indices, double& bound)
+{
+    double last = 0.0;
+    double next = 0.0;
+    query.kernel.select(chunk, query.fill(0, chunk), query.k, indices, last, next);
+    bound = query.power.upperKey(last, query.n);
+    return bound < next && bound < largestKey;
+}
+
+bool findByBisection(const Query& query, bool asSet, Chunk& chunk, long* indices, double& bound)
+{
+    const long k = query.k;
+    Candidates candidates;
+    bool hasRoom = k <= mostSelected;
+    for (long firstRow = 0; firstRow < query.numRows; firstRow += chunkRows)
+    {
+        const long numBlocks = query.fill(firstRow, chunk);
+        const long numGroups = numBlocks * lanes;
+        const long numRows = std::min(chunkRows, query.numRows - firstRow);
+        const bool byGroups = k == 1 || (2 * k <= numGroups && numGroups > 2 * lanes);
+        if (k <= numRows)
+        {
+            if (roundUp(k) > numRows) // otherwise the bisection would begin with the distance of an unused place
+                bound =
+                    std::min(bound, query.power.upperKey(*std::max_element(chunk.keys, chunk.keys + numRows), query.n));
+            bound = byGroups ? query.limitUpTo(bound, chunk.minima, numGroups, k + k / 4 + 2)
+                             : query.limitUpTo(bound, chunk.keys, numBlocks * blockRows, k);
+        }
+        hasRoom = hasRoom &&
+                  (byGroups || numBlocks > fewBlocks ? candidates.addByGroups(chunk, numGroups, firstRow, bound)
+                                                     : candidates.add(chunk, numBlocks * blockRows, firstRow, bound));
+        if (hasRoom && candidates.count > mostCandidates / 4)
+        {
+            const long padded = candidates.pad();
+            bound = query.limitUpTo(bound, candidates.keys, padded, k);
+            candidates.keepUpTo(bound);
+        }
+    }
+    const bool isSelected = hasRoom && bound < largestKey;
+    if (isSelected && candidates.count > k)
+    {
+        const long padded = candidates.pad();
+        bound = query.limitUpTo(bound, candidates.keys, padded, k);
+        candidates.keepUpTo(bound);
+    }
+    if (!isSelected || !asSet || candidates.count != k)
+        return false;
+    std::copy_n(candidates.indices, k, indices);
+    return true;
+}
 } // namespace
 
 void tkNMNeighborScan::update(const Rows& rows, long numRows)
@@ -571,81 +654,34 @@ void tkNMNeighborScan::update(const Rows& rows, long numRows)
 void tkNMNeighborScan::search(const Rows& rows, const double* query, double order, long k, bool asSet, long* indices,
                               double* distances, tkNMInstructions instructions) const
 {
-    const tkNMNormPower power(order);
-    const Kernel& kernel = kernelOf(std::min(instructions, tkNMBestInstructions()));
-    const long n = numColumns_;
+    const Query all{blocks_.data(),
+                    numRows_,
+                    numColumns_,
+                    query,
+                    k,
+                    tkNMNormPower(order),
+                    kernelOf(std::min(instructions, tkNMBestInstructions()))};
     Chunk chunk;
-    const auto fillFrom = [&](long firstRow)
-    {
-        const long numBlocks = (std::min(chunkRows, numRows_ - firstRow) + blockRows - 1) / blockRows;
-        kernel.fill[power.kind](blocks_.data() + firstRow * n, numBlocks, query, n, power, chunk);
-        return numBlocks;
-    };
-
-    if (asSet && k <= mostSorted && numRows_ <= chunkRows)
-    {
-        double last = 0.0;
-        double next = 0.0;
-        kernel.select(chunk, fillFrom(0), k, indices, last, next);
-        const double bound = power.upperKey(last, n);
-        if (bound < next && bound < largestKey)
-            return;
-    }
-
-    double bound = infinity; // on the keys of the k nearest rows
-    Candidates candidates;
-    bool hasRoom = k <= mostSelected;
-    for (long firstRow = 0; firstRow < numRows_; firstRow += chunkRows)
-    {
-        const long numBlocks = fillFrom(firstRow);
-        const long numGroups = numBlocks * lanes;
-        const long numRows = std::min(chunkRows, numRows_ - firstRow);
-        const bool byGroups = k == 1 || (2 * k <= numGroups && numGroups > 2 * lanes);
-        if (k <= numRows)
-        {
-            if (roundUp(k) > numRows) // otherwise the bisection would begin with the distance of an unused place
-                bound = std::min(bound, power.upperKey(*std::max_element(chunk.keys, chunk.keys + numRows), n));
-            const double found = byGroups ? kernel.limit(chunk.minima, numGroups, k, k + k / 4 + 2, bound)
-                                          : kernel.limit(chunk.keys, numBlocks * blockRows, k, k, bound);
-            bound = std::min(bound, power.upperKey(found, n));
-        }
-        hasRoom = hasRoom &&
-                  (byGroups || numBlocks > fewBlocks ? candidates.addByGroups(chunk, numGroups, firstRow, bound)
-                                                     : candidates.add(chunk, numBlocks * blockRows, firstRow, bound));
-        if (hasRoom && candidates.count > mostCandidates / 4)
-        {
-            const long padded = candidates.pad();
-            bound = std::min(bound, power.upperKey(kernel.limit(candidates.keys, padded, k, k, bound), n));
-            candidates.keepUpTo(bound);
-        }
-    }
-    const bool isBounded = bound < largestKey;
-    if (hasRoom && isBounded && candidates.count > k)
-    {
-        const long padded = candidates.pad();
-        bound = std::min(bound, power.upperKey(kernel.limit(candidates.keys, padded, k, k, bound), n));
-        candidates.keepUpTo(bound);
-    }
-    if (hasRoom && isBounded && asSet && candidates.count == k)
-    {
-        std::copy_n(candidates.indices, k, indices);
+    double bound = infinity;
+    const bool isSorted = asSet && k <= mostSorted && numRows_ <= chunkRows;
+    if (isSorted ? findBySorting(all, chunk, indices, bound) : findByBisection(all, asSet, chunk, indices, bound))
         return;
-    }
+    const bool isBounded = bound < largestKey;
 
     tkNMNeighborList list(k, indices, distances);
     list.clear();
     const auto offer = [&](long index, double key)
     {
         const double* row = nullptr;
-        if (!power.isExact())
+        if (!all.power.isExact())
             rows.fetch(&index, 1, &row);
-        list.add(index,
-                 power.isExact() ? tkNMElementary::pow(key, 1.0 / order) : tkNMNormDistance(query, row, n, order));
+        list.add(index, all.power.isExact() ? tkNMElementary::pow(key, 1.0 / order)
+                                            : tkNMNormDistance(query, row, numColumns_, order));
     };
     for (long firstRow = 0; firstRow < numRows_; firstRow += chunkRows)
     {
         if (numRows_ > chunkRows)
-            fillFrom(firstRow);
+            all.fill(firstRow, chunk);
         const long count = std::min(chunkRows, numRows_ - firstRow);
         for (long i = 0; i < count; ++i)
             if (!isBounded || chunk.keys[i] <= bound)

@@ -4,6 +4,7 @@
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 
 namespace
@@ -22,6 +23,22 @@ tkPtrHandle<tkDecisionTree> treeFrom(long level, long leaf)
         new tkDecisionTreeNode(predicate, *treeFrom(level + 1, 2 * leaf + 1), *treeFrom(level + 1, 2 * leaf)));
 }
 
+/// Arithmetic in registers, about as long as a run: whatever delays some of its runs is the machine.
+Tool fixedLoop()
+{
+    return {"a loop of arithmetic", Role::Limit,
+            [](long first, long count)
+            {
+                for (long i = first; i < first + count; ++i)
+                {
+                    auto x = static_cast<std::uint64_t>(i);
+                    for (int step = 0; step < 200; ++step)
+                        x = x * 6364136223846793005u + 1442695040888963407u;
+                    keep(x);
+                }
+            }};
+}
+
 /// The library's tool, and those of the peers that a person would call for one pattern.
 template <class AddPeers>
 void compare(Harness& harness, const std::string& operation, const tkClassifierTool& classifier,
@@ -38,6 +55,7 @@ void compare(Harness& harness, const std::string& operation, const tkClassifierT
         addPeers(*peer, tools);
     tools.erase(std::remove_if(tools.begin(), tools.end(), [](const Tool& tool) { return tool.batch != 1; }),
                 tools.end());
+    tools.push_back(fixedLoop());
     harness.latency("LATENCY", operation, tools);
 }
 } // namespace
@@ -106,5 +124,6 @@ void latencies(Harness& harness)
                              }}};
     for (Peer* peer : peers())
         peer->addRules(tools, trapezoids, columns, threshold, inputs);
+    tools.push_back(fixedLoop());
     harness.latency("LATENCY", "rule table", tools);
 }

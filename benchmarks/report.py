@@ -36,7 +36,8 @@ WORKLOADS = {
     "KNN grid": "Sets from small to large, order 2, one query: clastool's time, and as multiples of it those of the others",
     "KNN orders": "Sets from small to large, k = 5: the time of one query of order 2, and as multiples of it other orders",
     "LATENCY": "384 patterns of 6 measurements in 4 classes, single runs: clastool's time that half of them, 99 % and "
-               "99.9 % keep, and as multiples of it those of the others",
+               "99.9 % keep, and as multiples of it those of the others; the loop of arithmetic, which nothing but "
+               "the machine delays, shows how much of the last two is the machine's",
     "KNN before AVX2": "KNN-A's search restricted to the instructions that every x86-64 processor has",
     "KNN with Cauchy tails": "300,000 stored patterns of 16 measurements without mean and variance, k = 5",
     "KNN with far queries": "300,000 stored patterns of 16 measurements, queries a million standard deviations away, k = 5",

@@ -36,7 +36,6 @@ public:
     /// Whether a level of size `classExtent` at `object` was marked in the running outermost exchange of
     /// this thread. False when none is running.
     static bool haveVisited(void* object, std::size_t classExtent);
-
     /// Marks that level. The mark lasts until the object's record ends, at the latest until the outermost
     /// exchange does, also by an exception; an object whose record is done is marked as a whole.
     static void setVisited(void* object, std::size_t classExtent);
@@ -58,13 +57,10 @@ public:
 
         /// The latest registration under this name, or null.
         static const Registration* find(const std::string& typeName);
-
         /// Whether objects of this very class come from create().
         bool isFor(const std::type_info& type) const;
-
         /// The names of all registrations, the latest first.
         static std::vector<std::string> typeNames();
-
         /// A new default-constructed object, owned by the caller.
         tkPersistent* create() const;
 
@@ -72,7 +68,7 @@ public:
         const std::type_info* type_;
         std::string typeName_;
         tkPersistent* (*make_)();
-        Registration* next_;
+        Registration* next_; // the one registered before this, or null
     };
 
     /// The registration of a class with TK_FACTORY_RECORD. A program that refers to it contains the class, also where
@@ -87,10 +83,8 @@ protected:
     /// The record entry of the most derived class; this root's record is one version byte. Throws what the fields'
     /// operators throw: tkArchive::Errors for an archive that fails, tkArchive::UnknownVersion among them.
     virtual void dispatchSerialize(tkArchive& archive);
-
     /// Called when a record has been loaded whole, to rebuild what is not stored. Does nothing.
     virtual void reInit();
-
     /// Loads the record of this very object, then calls reInit(). If the record throws, reInit() is not called and the
     /// object is partly loaded.
     virtual void loadSimple(tkArchive& archive);

@@ -258,7 +258,7 @@ public:
     double* operator[](std::size_t k) { return elements_.data() + k * rows_; }
 
     /// The sum of a_i b_i from the eight rows of row `first` on: q_l is that of rows l, l + 8, ...
-    double product(const double* a, const double* b, std::size_t first) const
+    double dot(const double* a, const double* b, std::size_t first) const
     {
         double q[8] = {};
         for (std::size_t i = first / 8 * 8; i < rows_; i += 8)
@@ -306,12 +306,12 @@ double project(const tkNMCovarianceFactor& f, const double* v, const std::size_t
     {
         const std::size_t first = invalid[k];
         const double* const column = columns[k];
-        const double square = squares[k] = columns.product(column, column, first);
+        const double square = squares[k] = columns.dot(column, column, first);
         for (std::size_t other = 0; other < k; ++other)
-            columns.subtract(columns[other], column, columns.product(column, columns[other], first) / square, first);
-        columns.subtract(residual, column, columns.product(column, residual, first) / square, first);
+            columns.subtract(columns[other], column, columns.dot(column, columns[other], first) / square, first);
+        columns.subtract(residual, column, columns.dot(column, residual, first) / square, first);
     }
-    return columns.product(residual, residual, 0);
+    return columns.dot(residual, residual, 0);
 }
 } // namespace
 

@@ -36,10 +36,10 @@ double reflect(std::size_t n, double* a, std::size_t k, double* p, double& h)
         for (std::size_t j = k + 1; j < n; ++j)
             p[j] += factor * row[j];
     }
-    double product = 0.0;
+    double dot = 0.0;
     for (std::size_t i = k + 1; i < n; ++i)
-        product += v[i] * p[i];
-    const double part = product / (2.0 * h);
+        dot += v[i] * p[i];
+    const double part = dot / (2.0 * h);
     for (std::size_t i = k + 1; i < n; ++i)
         p[i] -= part * v[i];
     for (std::size_t i = k + 1; i < n; ++i)
@@ -64,10 +64,10 @@ void collectReflections(std::size_t n, double* a, const double* halves, double* 
             for (std::size_t i = k + 1; i < n; ++i)
             {
                 double* const row = a + i * n;
-                double product = 0.0;
+                double dot = 0.0;
                 for (std::size_t j = k + 1; j < n; ++j)
-                    product += row[j] * w[j];
-                const double part = product / halves[k];
+                    dot += row[j] * w[j];
+                const double part = dot / halves[k];
                 for (std::size_t j = k + 1; j < n; ++j)
                     row[j] -= part * w[j];
             }

@@ -72,7 +72,7 @@ Factor factorOf(std::size_t d, const Element& element)
     return factor;
 }
 
-double product(const std::vector<double>& a, const std::vector<double>& b)
+double dot(const std::vector<double>& a, const std::vector<double>& b)
 {
     double sum = 0.0;
     for (std::size_t j = 0; j < a.size(); ++j)
@@ -155,7 +155,7 @@ public:
                 return Outcome::eSingular;
             fillDifference_(m, pattern, v);
             factor.solve(v);
-            double square = product(v, v);
+            double square = dot(v, v);
             double left = 1.0; // of the determinant
             if (own != none_)
             {
@@ -163,10 +163,10 @@ public:
                 factor.solve(y);
                 const double ofOwn = m == own ? (1.0 - amount_) * inverse(n - 2.0) : 0.0;
                 const double taken = n / (n - 1.0) * (ofOwn + amount_ * inverse(group_.degrees - 1.0));
-                left = 1.0 - taken * product(y, y);
+                left = 1.0 - taken * dot(y, y);
                 if (!(left > singular))
                     return isAlone_() ? Outcome::eNotJudged : Outcome::eSingular;
-                const double mixed = product(v, y);
+                const double mixed = dot(v, y);
                 square += taken * mixed * mixed / left;
                 if (m == own) // x less the mean without x is n / (n - 1) u
                     square *= n / (n - 1.0) * (n / (n - 1.0));

@@ -89,7 +89,7 @@ struct StoreRows
 
 /// The sum of a_i b_i.
 template <class Eight>
-TK_ALWAYS_INLINE double product(const double* a, const double* b, std::size_t blocks)
+TK_ALWAYS_INLINE double dot(const double* a, const double* b, std::size_t blocks)
 {
     Eight sum;
     sum.clear();
@@ -108,7 +108,7 @@ TK_ALWAYS_INLINE double product(const double* a, const double* b, std::size_t bl
 template <class Eight>
 TK_ALWAYS_INLINE void project(const double* column, double square, std::size_t blocks, double* other)
 {
-    const double factor = product<Eight>(column, other, blocks) / square;
+    const double factor = dot<Eight>(column, other, blocks) / square;
     for (std::size_t i = 0; i < 8 * blocks; i += 8)
     {
         Eight x;
@@ -157,7 +157,7 @@ struct Projections
         {
             const std::size_t blocks = blocksOf(invalid[k]);
             column -= 8 * blocks;
-            squares[k] = product<Eight>(column, column, blocks);
+            squares[k] = dot<Eight>(column, column, blocks);
             double* end = columns; // of the columns before: all end with the last row
             for (std::size_t other = 0; other < k; ++other)
             {
@@ -166,7 +166,7 @@ struct Projections
             }
             project<Eight>(column, squares[k], blocks, residual + 8 * (blocksOf(0) - blocks));
         }
-        residualSquare = product<Eight>(residual, residual, blocksOf(0));
+        residualSquare = dot<Eight>(residual, residual, blocksOf(0));
     }
 };
 

@@ -131,7 +131,7 @@ tkNMNormalTrainer::tkNMNormalTrainer(tkNMNormalTrainer&& other) noexcept
 
 bool tkNMNormalTrainer::canTrain_(const std::vector<Part>& parts) const
 {
-    if (parts.empty() || size_ > largestSize)
+    if (parts.empty() || size_ == 0 || size_ > largestSize)
         return false;
     std::vector<bool> isTaken(size_, false);
     for (const Part& part : parts)

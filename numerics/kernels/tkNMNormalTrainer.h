@@ -31,9 +31,9 @@ public:
     tkNMNormalTrainer& operator=(tkNMNormalTrainer&&) = delete;
     ~tkNMNormalTrainer() { finish(); }
 
-    /// Takes these parts, which stay where they are. False, and nothing done, if there is none, unless each measurement
-    /// of a pattern is in one of them at most, they have a count > 0, and can count all patterns to come; and for
-    /// patterns of no or more than 1,024 measurements. *Requires* that it is not started.
+    /// Takes these parts, which stay where they are. False, and nothing done, if there is none, if one reaches beyond
+    /// the pattern or into another, has a count of 0 or cannot count all patterns to come, and for patterns of no or
+    /// more than 1,024 measurements. *Requires* that it is not started.
     bool start(const std::vector<Part>& parts);
     bool isStarted() const { return !parts_.empty(); }
 

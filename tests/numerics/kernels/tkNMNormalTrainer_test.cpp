@@ -243,6 +243,9 @@ TEST(tkNMNormalTrainer, startsOnlyWhereEveryPatternCanBeLearned)
     EXPECT_FALSE(tkNMNormalTrainer(2, 5).start({{&one, 0}, {&two, 3}}));                 // begins beyond it
     EXPECT_FALSE(tkNMNormalTrainer(1, 5).start({{&one, static_cast<std::size_t>(-1)}})); // the end would wrap
     EXPECT_FALSE(tkNMNormalTrainer(0, 5).start({}));
+    tkNMStatistics ofNone(0);
+    ofNone.count = 1;
+    EXPECT_FALSE(tkNMNormalTrainer(0, 5).start({{&ofNone, 0}}));
     EXPECT_FALSE(tkNMNormalTrainer(2, 5).start({}));
 
     tkNMStatistics large = learned(1024);

@@ -58,6 +58,7 @@ std::vector<Category> categoriesOf(const tk_LabelledPatterns& data)
         category.numComplete += isComplete ? 1 : 0;
     }
     std::vector<Category> ascending;
+    ascending.reserve(categories.size());
     for (const auto& [label, category] : categories)
         ascending.push_back(category);
     return ascending;

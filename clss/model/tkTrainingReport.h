@@ -40,9 +40,9 @@ public:
 
     struct Category
     {
-        long label;
-        long numPatterns;
-        long numComplete; // of which all measurements count
+        long label = 0;
+        long numPatterns = 0;
+        long numComplete = 0; // of which all measurements count
     };
     /// The categories, ascending, and the number of patterns without a label.
     const std::vector<Category>& categories() const { return categories_; }
@@ -50,16 +50,16 @@ public:
 
     struct Measurement
     {
-        long numInvalid;
-        long numNonFinite; // of the valid ones
+        long numInvalid = 0;
+        long numNonFinite = 0; // of the valid ones
         /// The standard deviation over all categories, with divisor count - 1; 0.0 if the measurement is constant: it
         /// differs from its mean by rounding at most.
-        double deviation;
+        double deviation = 0.0;
         /// How well it alone separates the categories: the correlation ratio eta squared (Pearson, Drapers' Company
         /// Research Memoirs, Biometric Series II, 1905), the share of its variance that lies between the means of the
         /// categories. 0.0: all means are equal; 1.0: it is constant in each category and not in all. It does not see
         /// what differs in spread alone. 0.0 for a constant one.
-        double separation;
+        double separation = 0.0;
         /// If it varies: the categories in which it is constant over two patterns or more, ascending.
         std::vector<long> constantIn;
     };
@@ -71,9 +71,9 @@ public:
     /// 2000, 4-37). With no more patterns than measurements its covariance is singular.
     struct ScarceSet
     {
-        long label;
+        long label = 0;
         std::vector<long> measurements;
-        long numPatterns; // as the density counts them
+        long numPatterns = 0; // as the density counts them
     };
     /// For Bayesian parameters, in the order of categories and sets; pooled covariances count what they borrow.
     const std::vector<ScarceSet>& scarceSets() const { return scarceSets_; }
@@ -83,10 +83,10 @@ public:
     /// (Belsley, Kuh and Welsch, Regression Diagnostics, 1980: a condition index above 30).
     struct NearDependency
     {
-        long label;
+        long label = 0;
         std::vector<long> measurements;
         std::vector<double> weights; // parallel, of length 1; the one of largest magnitude is > 0.0
-        double deviation;
+        double deviation = 0.0;
     };
     /// For Bayesian parameters, of normal densities with more patterns than measurements; those of one set in ascending
     /// order of the deviations. Measurements that are constant in the category are not looked at.
@@ -100,10 +100,10 @@ public:
     /// 0.99. With k neighbours this is the share of their votes; up to k = 99 all must be of that category.
     struct DoubtfulLabel
     {
-        long pattern;
-        long label;
-        long decided;
-        double score;
+        long pattern = 0;
+        long label = 0;
+        long decided = 0;
+        double score = 0.0;
     };
     /// In the order of the patterns; and the number of those that could not be judged, because a training without them,
     /// or running it, throws a tkException.

@@ -8,7 +8,7 @@
 /// Parameters of Bayesian classification that learns from patterns with gaps, where a normal density skips a training
 /// pattern with an invalid measurement whole: the more measurements a dependency set has, the less is left.
 ///
-/// Mean and covariance of each set become those of maximum likelihood for the measurements that are there, by the
+/// Mean and covariance of each set approach those of maximum likelihood for the measurements that are there, by the
 /// EM algorithm (Dempster, Laird and Rubin, J. R. Stat. Soc. B 39, 1977, 1-38; Little and Rubin, Statistical Analysis
 /// with Missing Data, 1987, section 8.2). That a measurement is missing must not depend on its value. Sets without
 /// gaps, and binomial densities, learn as ever. All else is as in tkClassifierTrainParamsBayesian.
@@ -21,10 +21,12 @@ public:
 
     /// Throws as maxSteps(long) does.
     tkIncompleteTraining(const tkClassifierTrainParamsBayesian& params = tkClassifierTrainParamsBayesian(),
-                         long maxSteps = 200);
+                         long maxSteps = 10);
 
     /// The most steps for a density; it ends earlier where no mean moves and no covariance changes by more than 10^-6
-    /// of the deviations. Throws tkClassifierDefs::BadParams if maxSteps < 1.
+    /// of the deviations. The algorithm starts from independent measurements, and what the patterns tell little about
+    /// takes it the longest: where they are few, the maximum of the likelihood fits them much better than others, and
+    /// some steps classify better than many. Throws tkClassifierDefs::BadParams if maxSteps < 1.
     long maxSteps() const { return maxSteps_; }
     void maxSteps(long maxSteps);
 
@@ -43,7 +45,7 @@ protected:
 private:
     TK_FACTORY_RECORD;
 
-    long maxSteps_ = 200; // >= 1, unless loaded
+    long maxSteps_ = 10; // >= 1, unless loaded
     Progress progress_;
 };
 

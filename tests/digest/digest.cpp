@@ -498,11 +498,12 @@ void models(Hash& hash)
     tool.train(whole, tkCovariancePooling(joint));
     hash.add(stored(tool));
     hash.add(tkCovariancePooling::choose(whole, joint));
-    tool.train(gappy, tkIncompleteTraining(joint));
+    tool.train(gappy, tkIncompleteTraining(joint, 200));
     hash.add(stored(tool));
     for (const tkAssessment& assessment :
          {tkAssessment::leaveOneOut(whole, joint), tkAssessment::leaveOneOut(whole, neighbors),
-          tkAssessment::crossValidate(gappy, tkIncompleteTraining(joint), tkAssessment::stratifiedFolds(gappy, 5))})
+          tkAssessment::crossValidate(gappy, tkIncompleteTraining(joint, 200),
+                                      tkAssessment::stratifiedFolds(gappy, 5))})
     {
         hash.add(stored(assessment));
         tkDecisionRule rule(joint);

@@ -71,7 +71,7 @@ inline tkClassifierTool incompleteTool()
     tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
     types.setDependent(4, {0, 1});
     tkClassifierTool tool;
-    tool.train(data, tkIncompleteTraining(tkClassifierTrainParamsBayesian(types)));
+    tool.train(data, tkIncompleteTraining(tkClassifierTrainParamsBayesian(types), 200));
     return tool;
 }
 

@@ -5,6 +5,7 @@
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
+#include "clss/model/tkAssessment.h"
 #include "clss/model/tk_ClassifierIncomplete.h"
 #include "clss/model/tk_IncompleteStatistics.h"
 #include "foundation/tkArchiveOperators.h"
@@ -169,7 +170,7 @@ TEST(tk_IncompleteStatistics, measurementsThatDetermineOneAnotherAreFilledExactl
 
 TEST(tkIncompleteTraining, stepsAreCounted)
 {
-    EXPECT_EQ(200, tkIncompleteTraining().maxSteps());
+    EXPECT_EQ(10, tkIncompleteTraining().maxSteps());
     tkIncompleteTraining params(jointParams(), 5);
     for (const long steps : {0L, -1L})
     {
@@ -239,6 +240,44 @@ TEST(tkIncompleteTraining, learnsWhereAPlainTrainingHasNothing)
     tool.train(data, tkIncompleteTraining(params));
     EXPECT_EQ(0, tool.run(tkFeaturePattern({1.0, 1.5})).categoryResults().front().categoryLabel());
     EXPECT_EQ(1, tool.run(tkFeaturePattern({0.0, 6.0}, {0})).categoryResults().front().categoryLabel());
+}
+
+TEST(tkIncompleteTraining, wherePatternsAreFewSomeStepsClassifyBetterThanMany)
+{
+    constexpr long numMeasurements = 12;
+    tkRandomGaussian gaussian(8);
+    tkRandomUniform uniform(9);
+    const auto data = [&](long count, double missing)
+    {
+        Data drawn;
+        for (long i = 0; i < count; ++i)
+        {
+            std::vector<double> x;
+            std::vector<long> invalid;
+            const double common = gaussian.next(0.0, 0.5);
+            for (long j = 0; j < numMeasurements; ++j)
+            {
+                x.push_back((i % 2 == j % 2 ? 0.5 : -0.5) + common + gaussian.next(0.0, 1.0));
+                if (uniform.next(0.0, 1.0) < missing)
+                    invalid.push_back(j);
+            }
+            drawn.addData(tkPtrHandle_const<tkFeaturePattern>(new tkFeaturePattern(x, invalid)), i % 2);
+        }
+        return drawn;
+    };
+    Types types(Types::eNormal);
+    for (const long label : {0L, 1L})
+        types.setDependent(label, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
+    const tkClassifierTrainParamsBayesian params(types);
+    const Data training = data(80, 0.3);
+    const Data judged = data(1000, 0.0);
+    const auto accuracy = [&](const tkIncompleteTraining& incomplete)
+    {
+        tkClassifierTool tool;
+        tool.train(training, incomplete);
+        return tkAssessment::heldOut(judged, tool).confusion(params).accuracy().value;
+    };
+    EXPECT_GT(accuracy(tkIncompleteTraining(params)), accuracy(tkIncompleteTraining(params, 1000)) + 0.02);
 }
 
 TEST(tkIncompleteTraining, binomialMeasurementsLearnAsEver)

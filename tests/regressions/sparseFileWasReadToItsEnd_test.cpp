@@ -16,7 +16,7 @@ namespace
 {
 namespace fs = std::filesystem;
 
-std::string number(unsigned long long value, int count)
+[[maybe_unused]] std::string number(unsigned long long value, int count)
 {
     std::string bytes;
     for (int i = 0; i < count; ++i)
@@ -25,6 +25,7 @@ std::string number(unsigned long long value, int count)
 }
 } // namespace
 
+#if !defined(_WIN32) // there a file has holes only where a program asks for them
 TEST(sparseFileWasReadToItsEnd, eightTerabytesOfNothingAreRefusedAtOnce)
 {
     const tkFolder folder;
@@ -46,6 +47,7 @@ TEST(sparseFileWasReadToItsEnd, eightTerabytesOfNothingAreRefusedAtOnce)
     EXPECT_EQ(std::vector<double>{1.0}, values);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
+#endif
 
 TEST(sparseFileWasReadToItsEnd, holesInAFileAreTheZerosThatWereSaved)
 {

@@ -219,26 +219,12 @@ void elementaryFunctions(Harness& harness)
 /// By tkNMNeighborScan or tkNMNeighborFilter, as the search chooses.
 void neighbours(Harness& harness)
 {
-    class Rows : public tkNMNeighborSearch::Rows
-    {
-    public:
-        explicit Rows(const Table& table) : table_(table) {}
-        void fetch(const long* indices, long count, const double** rows) const override
-        {
-            for (long i = 0; i < count; ++i)
-                rows[i] = table_.row(indices[i]);
-        }
-
-    private:
-        const Table& table_;
-    };
-
     constexpr long k = 5;
     for (const long count : {30L, 400L, 4000L, 10000L, 1000000L})
     {
         const Table table = gaussianTable(std::min(count, harness.size(count, 400)), 16, 10, 88);
         const Table queries = gaussianTable(16, 16, 10, 89);
-        const Rows rows(table);
+        const RowsOf rows(table);
         tkNMNeighborSearch search;
         search.update(rows, table.rows, table.columns);
         std::vector<long> indices(k);

@@ -219,24 +219,10 @@ void neighbourGrid(Harness& harness, long patterns)
 
 void neighboursBeforeAvx2(Harness& harness)
 {
-    class Rows : public tkNMNeighborSearch::Rows
-    {
-    public:
-        explicit Rows(const Table& table) : table_(table) {}
-        void fetch(const long* indices, long count, const double** rows) const override
-        {
-            for (long i = 0; i < count; ++i)
-                rows[i] = table_.row(indices[i]);
-        }
-
-    private:
-        const Table& table_;
-    };
-
     constexpr long k = 5;
     const Table table = gaussianTable(harness.size(1000000, 5000), 16, 10, 1);
     const Table queryTable = gaussianTable(harness.size(64, 8), table.columns, 10, 77);
-    const Rows rows(table);
+    const RowsOf rows(table);
     tkNMNeighborSearch search;
     search.update(rows, table.rows, table.columns);
     std::vector<long> indices(k);

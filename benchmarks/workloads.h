@@ -3,6 +3,7 @@
 
 #include "clss/clastool/clastool.h"
 #include "harness.h"
+#include "numerics/tkNMNeighborSearch.h"
 
 #include <vector>
 
@@ -16,6 +17,21 @@ struct Table
 
     const double* row(long i) const { return &values[static_cast<std::size_t>(i * columns)]; }
     tkFeaturePattern pattern(long i) const { return tkFeaturePattern({row(i), row(i) + columns}); }
+};
+
+/// The rows of a table, which must outlive it, for a search.
+class RowsOf : public tkNMNeighborSearch::Rows
+{
+public:
+    explicit RowsOf(const Table& table) : table_(table) {}
+    void fetch(const long* indices, long count, const double** rows) const override
+    {
+        for (long i = 0; i < count; ++i)
+            rows[i] = table_.row(indices[i]);
+    }
+
+private:
+    const Table& table_;
 };
 
 /// Rows around one centre for each class, the classes in turn; with `spread` of the centres and correlated noise.

@@ -14,7 +14,7 @@
 /// A vector-approximation file (Weber, Schek and Blott, VLDB 1998): the rows stand a second time quantised to a byte
 /// per measurement, in blocks of 64 rows as tkNMByteDistances has them. What bytes do not rule out is ranked again by
 /// doubles and by the definition. A query reads all quantised rows and few rows of doubles; one far outside the rows
-/// costs up to two plain scans of their doubles. tests/numerics/tkNMNeighborSearch_test.cpp holds it to the bits;
+/// costs up to two plain scans of their doubles. tkNMNeighborFilter_test.cpp holds it to the bits;
 /// docs/numerics.md has the proof.
 class TK_EXPORT tkNMNeighborFilter
 {

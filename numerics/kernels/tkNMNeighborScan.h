@@ -11,7 +11,7 @@
 ///
 /// The rows stand a second time as doubles, in blocks of 32: first column 0 of each, then column 1, and so on. Rows
 /// are compared side by side, a row to a lane, by keys that ascend with the distance (tkNMNormPower). Takes 8 bytes and
-/// a few operations per measurement. tests/numerics/tkNMNeighborSearch_test.cpp holds it to the bits.
+/// a few operations per measurement. tkNMNeighborScan_test.cpp holds it to the bits.
 class TK_EXPORT tkNMNeighborScan
 {
 public:

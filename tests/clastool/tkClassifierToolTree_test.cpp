@@ -1,4 +1,5 @@
-#include "plainTrees.h"
+#include "tests/clastool/treeTestData.h"
+#include "tests/definition/trees.h"
 #include "tests/golden/trees.h"
 #include "tkTest.h"
 
@@ -16,9 +17,9 @@
 
 namespace
 {
-using plain::asNode;
-using plain::leaf;
-using plain::Tree;
+using treeTest::asNode;
+using treeTest::leaf;
+using treeTest::Tree;
 
 const wchar_t runUntrained[] = L"Classifier tool must be trained before running.";
 const wchar_t retrainUntrained[] = L"Classifier tool must be trained before retraining.";
@@ -285,7 +286,7 @@ TEST(tkClassifierToolTree, runsAndHandsOutTheTree)
     tkClassifierResult result;
     const tkFeaturePattern pattern(std::vector<double>(300, 1.0));
     tool.run(pattern, result);
-    EXPECT_TRUE(result == plain::run(tree, pattern));
+    EXPECT_TRUE(result == definition::classifyByTree(tree, pattern));
 
     tree.falseTree(*leaf({6}));
     EXPECT_TRUE(*tool.decisionTree() == golden::node()) << "a clone";
@@ -347,7 +348,7 @@ TEST(tkClassifierToolTree, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 
 TEST(tkClassifierToolTree, oneToolIsRunByManyThreadsWhileTreesThatShareItsSubtreesGo)
 {
-    plain::Random random(9);
+    treeTest::Random random(9);
     const std::vector<Tree> trees = random.trees(12);
     tkClassifierTool tool;
     tool.train(*trees.back());
@@ -364,9 +365,10 @@ TEST(tkClassifierToolTree, oneToolIsRunByManyThreadsWhileTreesThatShareItsSubtre
                     {
                         tkClassifierResult result;
                         tool.run(pattern, result);
-                        EXPECT_TRUE(result == plain::run(*trees.back(), pattern));
+                        EXPECT_TRUE(result == definition::classifyByTree(*trees.back(), pattern));
                         tkClassifierTool copy(tool);
-                        const Tree other = plain::node(plain::range(0.0, 1.0, {0}), copy.decisionTree(), trees[5]);
+                        const Tree other =
+                            treeTest::node(treeTest::range(0.0, 1.0, {0}), copy.decisionTree(), trees[5]);
                         EXPECT_GT(other->numCategories(), -1);
                     }
             });

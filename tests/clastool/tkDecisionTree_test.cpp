@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tkDecisionTree.h"
 
-#include "plainTrees.h"
+#include "tests/clastool/treeTestData.h"
+#include "tests/definition/trees.h"
 #include "tests/golden/trees.h"
 #include "tkAllocations.h"
 #include "tkSmallStack.h"
@@ -20,11 +21,11 @@
 
 namespace
 {
-using plain::asNode;
-using plain::leaf;
-using plain::node;
-using plain::Predicate;
-using plain::Tree;
+using treeTest::asNode;
+using treeTest::leaf;
+using treeTest::node;
+using treeTest::Predicate;
+using treeTest::Tree;
 using Labels = std::vector<long>;
 
 const double notANumber = std::numeric_limits<double>::quiet_NaN();
@@ -171,10 +172,10 @@ TEST(tkDecisionTreeLeaf, holdsTheResultItWasGiven)
     tkDecisionTreeLeaf held(golden::leaf());
     EXPECT_TRUE(held.classifierResult() == golden::leaf().classifierResult());
     EXPECT_EQ(&held.classifierResult(), &held.classifierResult());
-    held.classifierResult(plain::resultOf({4}));
-    EXPECT_TRUE(held.classifierResult() == plain::resultOf({4}));
+    held.classifierResult(treeTest::resultOf({4}));
+    EXPECT_TRUE(held.classifierResult() == treeTest::resultOf({4}));
     held.classifierResult(held.classifierResult());
-    EXPECT_TRUE(held.classifierResult() == plain::resultOf({4}));
+    EXPECT_TRUE(held.classifierResult() == treeTest::resultOf({4}));
 }
 
 TEST(tkDecisionTreeLeaf, labelsAreThoseOfTheResultInItsOrderRepeatedOnesIncluded)
@@ -214,7 +215,7 @@ TEST(tkDecisionTreeLeaf, copiesAndClonesAreEqualAndIndependent)
 
 TEST(tkDecisionTreeLeaf, newResultWithoutMemoryChangesNothing)
 {
-    const tkDecisionTreeLeaf other(plain::resultOf(Labels(50, 1)));
+    const tkDecisionTreeLeaf other(treeTest::resultOf(Labels(50, 1)));
     expectUnchangedWithoutMemory(golden::leaf(), [&](tkDecisionTreeLeaf& held) { held = other; });
     expectUnchangedWithoutMemory(golden::leaf(),
                                  [&](tkDecisionTreeLeaf& held) { held.classifierResult(other.classifierResult()); });
@@ -224,12 +225,12 @@ TEST(tkDecisionTreeLeaf, recordIsItsBaseRecordsAndTheResult)
 {
     const std::string record = std::string(3, '\0') + storeToBytes(golden::leaf().classifierResult());
     EXPECT_EQ(record, storeToBytes(golden::leaf()));
-    tkDecisionTreeLeaf loaded(plain::resultOf({1, 2, 3}));
+    tkDecisionTreeLeaf loaded(treeTest::resultOf({1, 2, 3}));
     loadFromBytes(record, loaded);
     EXPECT_TRUE(loaded == golden::leaf());
     for (const std::size_t level : {0, 1, 2})
     {
-        tkDecisionTreeLeaf unchanged(plain::resultOf({1}));
+        tkDecisionTreeLeaf unchanged(treeTest::resultOf({1}));
         expectUnknownVersionAt(record, level, unchanged);
         EXPECT_TRUE(unchanged == *leaf({1})) << level;
     }
@@ -384,17 +385,17 @@ TEST(tkDecisionTreeNode, repeatedLabelsStayOnlyInTheLeafFurthestOnTheFalseSide)
 
 TEST(tkDecisionTreeNode, equalOnesHaveEqualPredicatesAndEqualSubtreesOnBothSides)
 {
-    const Tree tree = node(plain::range(0.0, 1.0, {0}), leaf({1}), leaf({2}));
-    EXPECT_TRUE(*tree == *node(plain::range(0.0, 1.0, {0}), leaf({1}), leaf({2})));
-    EXPECT_FALSE(*tree != *node(plain::range(0.0, 1.0, {0}), leaf({1}), leaf({2})));
-    EXPECT_TRUE(*tree != *node(plain::range(0.0, 1.0, {0}), leaf({2}), leaf({1}))) << "swapped subtrees";
-    EXPECT_TRUE(*tree != *node(plain::range(0.0, 1.0, {1}), leaf({1}), leaf({2})));
-    EXPECT_TRUE(*tree != *node(plain::range(0.0, 1.0, {0}), leaf({3}), leaf({2})));
-    EXPECT_TRUE(*tree != *node(plain::range(0.0, 1.0, {0}), leaf({1}), leaf({3})));
+    const Tree tree = node(treeTest::range(0.0, 1.0, {0}), leaf({1}), leaf({2}));
+    EXPECT_TRUE(*tree == *node(treeTest::range(0.0, 1.0, {0}), leaf({1}), leaf({2})));
+    EXPECT_FALSE(*tree != *node(treeTest::range(0.0, 1.0, {0}), leaf({1}), leaf({2})));
+    EXPECT_TRUE(*tree != *node(treeTest::range(0.0, 1.0, {0}), leaf({2}), leaf({1}))) << "swapped subtrees";
+    EXPECT_TRUE(*tree != *node(treeTest::range(0.0, 1.0, {1}), leaf({1}), leaf({2})));
+    EXPECT_TRUE(*tree != *node(treeTest::range(0.0, 1.0, {0}), leaf({3}), leaf({2})));
+    EXPECT_TRUE(*tree != *node(treeTest::range(0.0, 1.0, {0}), leaf({1}), leaf({3})));
     EXPECT_TRUE(*tree != *leaf({1}));
     EXPECT_TRUE(*leaf({1}) != *tree);
-    EXPECT_TRUE(*tree != *node(plain::range(0.0, 1.0, {0}), tree, leaf({2})));
-    EXPECT_TRUE(*node(plain::range(0.0, 1.0, {0}), tree, leaf({2})) != *tree);
+    EXPECT_TRUE(*tree != *node(treeTest::range(0.0, 1.0, {0}), tree, leaf({2})));
+    EXPECT_TRUE(*node(treeTest::range(0.0, 1.0, {0}), tree, leaf({2})) != *tree);
 }
 
 TEST(tkDecisionTreeNode, treeThatHoldsANaNDoesNotEqualItself)
@@ -403,7 +404,7 @@ TEST(tkDecisionTreeNode, treeThatHoldsANaNDoesNotEqualItself)
     const Tree tree = node(anyPredicate(), leaf({1}), withNaN);
     EXPECT_FALSE(*tree == *tree);
     EXPECT_FALSE(*node(anyPredicate(), withNaN, withNaN) == *node(anyPredicate(), withNaN, withNaN));
-    const Tree asking = node(plain::range(0.0, notANumber, {0}), leaf({1}), leaf({1}));
+    const Tree asking = node(treeTest::range(0.0, notANumber, {0}), leaf({1}), leaf({1}));
     EXPECT_FALSE(*asking == *asking);
     EXPECT_FALSE(*node(anyPredicate(), asking, asking) == *node(anyPredicate(), asking, asking));
 }
@@ -458,7 +459,7 @@ TEST(tkDecisionTreeNode, missingSubtreeOrPredicateIsABadPointerWhereItIsNeeded)
 TEST(tkDecisionTreeNode, firstDifferenceIsFoundBeforeWhatIsMissingBehindIt)
 {
     const Tree a = node(anyPredicate(), leaf({1}), Tree());
-    EXPECT_FALSE(a->isEqual(*node(plain::range(0.0, 1.0, {0}), leaf({1}), Tree())));
+    EXPECT_FALSE(a->isEqual(*node(treeTest::range(0.0, 1.0, {0}), leaf({1}), Tree())));
     EXPECT_FALSE(a->isEqual(*node(anyPredicate(), leaf({2}), Tree())));
     EXPECT_THROW(a->isEqual(*node(anyPredicate(), leaf({1}), leaf({2}))), tkBadPointer);
     EXPECT_THROW(node(anyPredicate(), Tree(), leaf({1}))->isEqual(*node(anyPredicate(), Tree(), leaf({2}))),
@@ -517,7 +518,7 @@ TEST(tkDecisionTreeNode, truncatedRecordIsRefused)
 
 TEST(tkDecisionTree, sharedSubtreesAreStoredOnceAndComeBackShared)
 {
-    plain::Random random(3);
+    treeTest::Random random(3);
     for (int i = 0; i < 30; ++i)
     {
         const std::vector<Tree> stored = random.trees(8);
@@ -615,11 +616,11 @@ TEST(tkDecisionTree, fileIsLeftAsItIsWhenATreeIsTooDeepForIt)
 
 TEST(tkDecisionTree, labelsAreThoseOfThePlainDefinition)
 {
-    plain::Random random(4);
+    treeTest::Random random(4);
     for (int i = 0; i < 200; ++i)
         for (const Tree& tree : random.trees(8))
         {
-            const Labels labels = plain::categoryLabels(*tree);
+            const Labels labels = definition::categoryLabels(*tree);
             EXPECT_EQ(labels, tree->categoryLabels());
             EXPECT_EQ(static_cast<long>(labels.size()), tree->numCategories());
         }
@@ -627,7 +628,7 @@ TEST(tkDecisionTree, labelsAreThoseOfThePlainDefinition)
 
 TEST(tkDecisionTree, equalityIsThatOfThePlainDefinition)
 {
-    plain::Random random(5);
+    treeTest::Random random(5);
     long equalPairs = 0;
     long pairs = 0;
     for (int i = 0; i < 100; ++i)
@@ -640,7 +641,7 @@ TEST(tkDecisionTree, equalityIsThatOfThePlainDefinition)
         for (const Tree& a : trees)
             for (const Tree& b : trees)
             {
-                const bool expected = plain::isEqual(*a, *b);
+                const bool expected = definition::isEqual(*a, *b);
                 EXPECT_EQ(expected, a->isEqual(*b));
                 equalPairs += expected && a != b;
                 ++pairs;
@@ -803,7 +804,7 @@ TEST(tkDecisionTree, destructionTakesWhatNobodyElseHoldsAndNothingMore)
         }
     };
 
-    plain::Random random(6);
+    treeTest::Random random(6);
     for (int round = 0; round < 20; ++round)
     {
         std::vector<Tree> trees = {leaf({1})};

@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tkPredicateFunction.h"
 
-#include "plainTrees.h"
+#include "tests/clastool/treeTestData.h"
+#include "tests/definition/trees.h"
 #include "tests/golden/trees.h"
 #include "tkAllocations.h"
 #include "tkTest.h"
@@ -100,13 +101,13 @@ TEST(tkPredicateFunction, predicatesOfTwoClassesAreNeverEqual)
 
 TEST(tkPredicateFunction, outcomesAreThoseOfThePlainDefinition)
 {
-    plain::Random random(1);
+    treeTest::Random random(1);
     int trueOutcomes = 0;
     for (int i = 0; i < 5000; ++i)
     {
-        const plain::Predicate predicate = random.predicate(true);
+        const treeTest::Predicate predicate = random.predicate(true);
         const tkFeaturePattern pattern = random.pattern();
-        const bool expected = plain::outcome(*predicate, pattern);
+        const bool expected = definition::outcome(*predicate, pattern);
         EXPECT_EQ(expected, predicate->outcome(pattern)) << i;
         EXPECT_EQ(expected, predicate->clone()->outcome(pattern)) << i;
         trueOutcomes += expected;
@@ -425,10 +426,10 @@ TEST(tkComparisonPredicate, goldenArchiveComesBackEqualAndStoresToTheSameBytes)
 
 TEST(tkPredicateFunction, sharedPredicateIsStoredOnceAndComesBackShared)
 {
-    std::vector<plain::Predicate> stored = {plain::range(0.0, 1.0, {1}), plain::Predicate(new tkValidityPredicate),
-                                            plain::Predicate()};
+    std::vector<treeTest::Predicate> stored = {treeTest::range(0.0, 1.0, {1}),
+                                               treeTest::Predicate(new tkValidityPredicate), treeTest::Predicate()};
     stored.push_back(stored[0]);
-    std::vector<plain::Predicate> loaded;
+    std::vector<treeTest::Predicate> loaded;
     loadFromBytes(storeToBytes(stored), loaded);
     ASSERT_EQ(4u, loaded.size());
     EXPECT_EQ(loaded[0].get(), loaded[3].get());

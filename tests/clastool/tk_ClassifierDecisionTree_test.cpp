@@ -1,6 +1,7 @@
 #include "clss/clastool/clastool/tk_ClassifierDecisionTree.h"
 
-#include "plainTrees.h"
+#include "tests/clastool/treeTestData.h"
+#include "tests/definition/trees.h"
 #include "tests/golden/trees.h"
 #include "tkAllocations.h"
 #include "tkSmallStack.h"
@@ -19,11 +20,11 @@
 
 namespace
 {
-using plain::asNode;
-using plain::leaf;
-using plain::node;
-using plain::Predicate;
-using plain::Tree;
+using treeTest::asNode;
+using treeTest::leaf;
+using treeTest::node;
+using treeTest::Predicate;
+using treeTest::Tree;
 
 const wchar_t noAutomaticTraining[] = L"Automatic decision tree training is not implemented.";
 const wchar_t noIncrementalTraining[] = L"Incremental decision tree training is not implemented.";
@@ -152,10 +153,10 @@ TEST(tk_ClassifierDecisionTree, isUntrainedAtFirst)
     const tk_ClassifierDecisionTree classifier;
     EXPECT_FALSE(classifier.isTrained());
     EXPECT_THROW(classifier.decisionTree(), tkAssertionFailure);
-    tkClassifierResult result = plain::resultOf({5});
+    tkClassifierResult result = treeTest::resultOf({5});
     EXPECT_TK_THROW(classifier.run(tkFeaturePattern(), result), tkClassifierDefs::NotTrained,
                     L"Classifier tool must be trained before running.");
-    EXPECT_TRUE(result == plain::resultOf({5}));
+    EXPECT_TRUE(result == treeTest::resultOf({5}));
     EXPECT_THROW(Classifier().run_(tkFeaturePattern(), result), tkAssertionFailure);
     EXPECT_TK_THROW(classifier.trainParams(), tkClassifierDefs::NotTrained,
                     L"Classifier tool must be trained before requesting the training parameters.");
@@ -219,7 +220,7 @@ TEST(tk_ClassifierDecisionTree, asksForTheRecordingDestinationOnceTheTreeIsInsta
     classifier.run(tkFeaturePattern(), result, &diag, 6);
     EXPECT_EQ(2, diag.asked);
     EXPECT_EQ(6u, diag.flags);
-    EXPECT_TRUE(result == plain::resultOf({3}));
+    EXPECT_TRUE(result == treeTest::resultOf({3}));
 
     diag.fails = true;
     EXPECT_TK_THROW(classifier.trainManual(*leaf({4}), &diag), tkClassifierDefs::BadParams, L"no recording");
@@ -286,21 +287,21 @@ TEST(tk_ClassifierDecisionTree, singleLeafGivesEveryPatternItsResult)
 TEST(tk_ClassifierDecisionTree, followsTheOutcomeToTheTrueOrTheFalseSide)
 {
     const tk_ClassifierDecisionTree classifier = classifierOf(*node(comparison(), leaf({1}), leaf({0})));
-    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({1.0, 2.0})) == plain::resultOf({0}));
-    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0, 1.0})) == plain::resultOf({1}));
-    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0})) == plain::resultOf({0}));
-    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0, 1.0}, {1})) == plain::resultOf({0}));
+    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({1.0, 2.0})) == treeTest::resultOf({0}));
+    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0, 1.0})) == treeTest::resultOf({1}));
+    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0})) == treeTest::resultOf({0}));
+    EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0, 1.0}, {1})) == treeTest::resultOf({0}));
 }
 
 TEST(tk_ClassifierDecisionTree, givesTheLeafsResultUnchanged)
 {
-    const tkClassifierResult odd = plain::resultOf({4, 4, 2}, 0.875);
+    const tkClassifierResult odd = treeTest::resultOf({4, 4, 2}, 0.875);
     EXPECT_TRUE(resultFor(classifierOf(tkDecisionTreeLeaf(odd)), tkFeaturePattern()) == odd);
 }
 
 TEST(tk_ClassifierDecisionTree, resultsAreThoseOfThePlainDefinition)
 {
-    plain::Random random(7);
+    treeTest::Random random(7);
     for (int i = 0; i < 100; ++i)
         for (const Tree& tree : random.trees(8))
         {
@@ -308,7 +309,7 @@ TEST(tk_ClassifierDecisionTree, resultsAreThoseOfThePlainDefinition)
             for (int k = 0; k < 5; ++k)
             {
                 const tkFeaturePattern pattern = random.pattern();
-                EXPECT_TRUE(resultFor(classifier, pattern) == plain::run(*tree, pattern));
+                EXPECT_TRUE(resultFor(classifier, pattern) == definition::classifyByTree(*tree, pattern));
             }
         }
 }
@@ -370,14 +371,14 @@ TEST(tk_ClassifierDecisionTree, runAllocatesNothingButTheResultsCategories)
         allocations = watch.count();
     }
     EXPECT_EQ(1u, allocations) << "the vector of categories";
-    EXPECT_TRUE(result == plain::resultOf({1, 2, 3}));
+    EXPECT_TRUE(result == treeTest::resultOf({1, 2, 3}));
     {
         const tkAllocations watch;
         classifier.run(pattern, result);
         allocations = watch.count();
     }
     EXPECT_EQ(0u, allocations) << "the result has room already";
-    expectUnchangedWithoutMemory(plain::resultOf({9}), [&](tkClassifierResult& r) { classifier.run(pattern, r); });
+    expectUnchangedWithoutMemory(treeTest::resultOf({9}), [&](tkClassifierResult& r) { classifier.run(pattern, r); });
 }
 
 TEST(tk_ClassifierDecisionTree, runDoesNotCountReferences)
@@ -403,7 +404,7 @@ TEST(tk_ClassifierDecisionTree, runDoesNotCountReferences)
         const tkDecisionTree* tree_;
         long& count_;
     };
-    Tree inner(new tkDecisionTreeNode(Watching(shared, count), plain::AsIs(shared), plain::AsIs(shared)));
+    Tree inner(new tkDecisionTreeNode(Watching(shared, count), treeTest::AsIs(shared), treeTest::AsIs(shared)));
     const tk_ClassifierDecisionTree classifier = classifierOf(*inner);
     inner = Tree();
     resultFor(classifier, tkFeaturePattern());
@@ -415,34 +416,34 @@ TEST(tk_ClassifierDecisionTree, whatAPredicateThrowsPassesAndLeavesTheResult)
 {
     const tk_ClassifierDecisionTree classifier =
         classifierOf(*node(Predicate(new FailingPredicate), leaf({1}), leaf({2})));
-    tkClassifierResult result = plain::resultOf({5});
+    tkClassifierResult result = treeTest::resultOf({5});
     EXPECT_TK_THROW(classifier.run(tkFeaturePattern(), result), tkClassifierDefs::BadFeatures, L"no outcome");
-    EXPECT_TRUE(result == plain::resultOf({5}));
+    EXPECT_TRUE(result == treeTest::resultOf({5}));
 }
 
 TEST(tk_ClassifierDecisionTree, treeOfAnUnknownClassIsAProgrammingError)
 {
-    tkClassifierResult result = plain::resultOf({5});
+    tkClassifierResult result = treeTest::resultOf({5});
     EXPECT_THROW(classifierOf(UnknownTree()).run(tkFeaturePattern(), result), tkAssertionFailure);
     const tk_ClassifierDecisionTree below = classifierOf(tkDecisionTreeNode(*comparison(), *leaf({1}), UnknownTree()));
     EXPECT_THROW(below.run(tkFeaturePattern(), result), tkAssertionFailure);
-    EXPECT_TRUE(result == plain::resultOf({5}));
-    EXPECT_TRUE(resultFor(below, tkFeaturePattern({2.0, 1.0})) == plain::resultOf({1}));
+    EXPECT_TRUE(result == treeTest::resultOf({5}));
+    EXPECT_TRUE(resultFor(below, tkFeaturePattern({2.0, 1.0})) == treeTest::resultOf({1}));
 }
 
 TEST(tk_ClassifierDecisionTree, missingSubtreeOrPredicateIsABadPointerWhenItIsReached)
 {
-    tkClassifierResult result = plain::resultOf({5});
+    tkClassifierResult result = treeTest::resultOf({5});
     const tkFeaturePattern toTrue({2.0, 1.0});
     const tkFeaturePattern toFalse({1.0, 2.0});
     const tk_ClassifierDecisionTree noTrueTree = classifierOf(*node(comparison(), Tree(), leaf({0})));
     EXPECT_THROW(noTrueTree.run(toTrue, result), tkBadPointer);
-    EXPECT_TRUE(resultFor(noTrueTree, toFalse) == plain::resultOf({0}));
+    EXPECT_TRUE(resultFor(noTrueTree, toFalse) == treeTest::resultOf({0}));
     const tk_ClassifierDecisionTree noFalseTree = classifierOf(*node(comparison(), leaf({1}), Tree()));
     EXPECT_THROW(noFalseTree.run(toFalse, result), tkBadPointer);
-    EXPECT_TRUE(resultFor(noFalseTree, toTrue) == plain::resultOf({1}));
+    EXPECT_TRUE(resultFor(noFalseTree, toTrue) == treeTest::resultOf({1}));
     EXPECT_THROW(classifierOf(*node(Predicate(), leaf({1}), leaf({2}))).run(toTrue, result), tkBadPointer);
-    EXPECT_TRUE(result == plain::resultOf({5}));
+    EXPECT_TRUE(result == treeTest::resultOf({5}));
 }
 
 TEST(tk_ClassifierDecisionTree, treeDeeperThanTheStackIsRunCopiedComparedAndDestroyed)
@@ -457,7 +458,7 @@ TEST(tk_ClassifierDecisionTree, treeDeeperThanTheStackIsRunCopiedComparedAndDest
                 tree = node(predicate, tree, side);
             tk_ClassifierDecisionTree classifier = classifierOf(*tree);
             tree = Tree();
-            EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0, 1.0})) == plain::resultOf({1}));
+            EXPECT_TRUE(resultFor(classifier, tkFeaturePattern({2.0, 1.0})) == treeTest::resultOf({1}));
             tk_ClassifierDecisionTree copy(classifier);
             EXPECT_TRUE(copy == classifier);
             classifier.untrain();
@@ -467,7 +468,7 @@ TEST(tk_ClassifierDecisionTree, treeDeeperThanTheStackIsRunCopiedComparedAndDest
 
 TEST(tk_ClassifierDecisionTree, isRunByManyThreadsAtOnce)
 {
-    plain::Random random(8);
+    treeTest::Random random(8);
     const std::vector<Tree> trees = random.trees(10);
     const tk_ClassifierDecisionTree classifier = classifierOf(*trees.back());
     std::vector<tkFeaturePattern> patterns;
@@ -480,7 +481,8 @@ TEST(tk_ClassifierDecisionTree, isRunByManyThreadsAtOnce)
             {
                 for (int round = 0; round < 100; ++round)
                     for (const tkFeaturePattern& pattern : patterns)
-                        EXPECT_TRUE(resultFor(classifier, pattern) == plain::run(*trees.back(), pattern));
+                        EXPECT_TRUE(resultFor(classifier, pattern) ==
+                                    definition::classifyByTree(*trees.back(), pattern));
             });
     for (std::thread& thread : threads)
         thread.join();
@@ -585,7 +587,7 @@ TEST(tk_ClassifierDecisionTree, goldenArchiveComesBackEqualAndStoresToTheSameByt
     EXPECT_EQ(bytes, storeToBytes(loaded));
     tkClassifierResult result;
     loaded->run(tkFeaturePattern(std::vector<double>(300, 1.0)), result);
-    EXPECT_TRUE(result == plain::run(golden::node(), tkFeaturePattern(std::vector<double>(300, 1.0))));
+    EXPECT_TRUE(result == definition::classifyByTree(golden::node(), tkFeaturePattern(std::vector<double>(300, 1.0))));
 }
 
 TEST(tk_ClassifierDecisionTree, theDetailsOfATrainingGoToTheCallersObjectAndTheRestToItsDestination)
@@ -620,13 +622,13 @@ TEST(tk_ClassifierDecisionTree, nodesAndLeavesOfDerivedClassesAreFollowed)
             return tkPtrHandle<tkDecisionTree>(new DerivedNode(*this));
         }
     };
-    const DerivedNode root(tkComparisonPredicate(0, 1), DerivedLeaf(plain::resultOf({7})),
-                           tkDecisionTreeLeaf(plain::resultOf({8})));
+    const DerivedNode root(tkComparisonPredicate(0, 1), DerivedLeaf(treeTest::resultOf({7})),
+                           tkDecisionTreeLeaf(treeTest::resultOf({8})));
     Classifier classifier;
     classifier.trainManual(root);
     tkClassifierResult result;
     classifier.run(tkFeaturePattern({2.0, 1.0}), result);
-    EXPECT_TRUE(result == plain::resultOf({7}));
+    EXPECT_TRUE(result == treeTest::resultOf({7}));
     classifier.run(tkFeaturePattern({1.0, 2.0}), result);
-    EXPECT_TRUE(result == plain::resultOf({8}));
+    EXPECT_TRUE(result == treeTest::resultOf({8}));
 }

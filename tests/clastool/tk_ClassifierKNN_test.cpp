@@ -1,5 +1,5 @@
-#include "knnOracle.h"
 #include "scriptedMethod.h"
+#include "tests/definition/neighbours.h"
 #include "tests/golden/nearestNeighbors.h"
 #include "tkAllocations.h"
 #include "tkTest.h"
@@ -35,7 +35,7 @@ Handle patternOf(const std::vector<double>& measurements, const std::vector<long
     return Handle(new tkFeaturePattern(measurements, invalid));
 }
 
-Memory providerOf(const knnOracle::Data& data)
+Memory providerOf(const definition::LabelledRows& data)
 {
     Memory provider;
     for (std::size_t i = 0; i < data.patterns.size(); ++i)
@@ -566,7 +566,7 @@ TEST(tk_ClassifierKNN, refusesAnInvalidMeasurementOrAWrongLengthWithOneText)
 
 TEST(tk_ClassifierKNN, scoresLabelsByTheirShareOfTheNeighbours)
 {
-    const knnOracle::Data data = {{{0.0}, {1.0}, {2.0}, {50.0}}, {5, 0, 5, 9}};
+    const definition::LabelledRows data = {{{0.0}, {1.0}, {2.0}, {50.0}}, {5, 0, 5, 9}};
     tk_ClassifierKNN classifier;
     classifier.train(providerOf(data), Params(3));
     const tkClassifierResult result = run(classifier, {0.0});
@@ -577,11 +577,11 @@ TEST(tk_ClassifierKNN, scoresLabelsByTheirShareOfTheNeighbours)
 
 TEST(tk_ClassifierKNN, givesTheCostsOfItsParametersToTheResult)
 {
-    const knnOracle::Data data = {{{0.0}, {1.0}, {2.0}}, {0, 0, 1}};
+    const definition::LabelledRows data = {{{0.0}, {1.0}, {2.0}}, {0, 0, 1}};
     tk_ClassifierKNN classifier;
     classifier.train(providerOf(data), Params(3, tkPatternDistanceMetricNorm(), someCosts()));
     const tkClassifierResult result = run(classifier, {0.0});
-    EXPECT_TRUE(result == knnOracle::classify(data, {0.0}, 2.0, 3, someCosts()));
+    EXPECT_TRUE(result == definition::classifyByNeighbours(data, {0.0}, 2.0, 3, someCosts()));
     EXPECT_EQ(result.categoryResults()[1].expectedCost(), 20.0 * (2.0 / 3.0 * 1.0 / 2.0) / (1.0 / 2.0));
 }
 
@@ -617,7 +617,7 @@ TEST(tk_ClassifierKNN, labelsOfAnySizeVote)
     std::mt19937_64 random(5);
     for (const long largest : {0L, 1L, 15L, 16L, 63L, 64L, 65L, 1000L, 2147483647L, std::numeric_limits<long>::max()})
     {
-        knnOracle::Data data;
+        definition::LabelledRows data;
         for (int i = 0; i < 300; ++i)
         {
             data.patterns.push_back({static_cast<double>(random() % 40), static_cast<double>(random() % 40)});
@@ -629,7 +629,8 @@ TEST(tk_ClassifierKNN, labelsOfAnySizeVote)
         {
             classifier.train(providerOf(data), Params(k));
             const tkClassifierResult result = run(classifier, {17.0, 21.5});
-            EXPECT_TRUE(result == knnOracle::classify(data, {17.0, 21.5}, 2.0, k)) << largest << ", k " << k;
+            EXPECT_TRUE(result == definition::classifyByNeighbours(data, {17.0, 21.5}, 2.0, k))
+                << largest << ", k " << k;
         }
     }
 }
@@ -752,7 +753,7 @@ TEST(tk_ClassifierKNN, findsTheDefinedNeighboursForEverySmallTableOfDistances)
             for (long k = 1; k <= static_cast<long>(n) + 3; ++k)
             {
                 classifier.retrain(Params(k, metric, tkClassifierCosts()));
-                const std::vector<long> expected = knnOracle::neighbours(distances, k);
+                const std::vector<long> expected = definition::neighbours(distances, k).indices();
                 ASSERT_EQ(labelsOf(run(classifier, {-1.0})), std::set<long>(expected.begin(), expected.end()))
                     << ::testing::PrintToString(distances) << " k " << k;
             }
@@ -769,7 +770,7 @@ TEST(tk_ClassifierKNN, findsTheDefinedNeighboursForEverySmallTableOfDistances)
 namespace
 {
 /// Classifies every query with every order and k from 1 to n + 3, by the classifier and by the oracle.
-void expectAsDefined(const knnOracle::Data& data, const std::vector<std::vector<double>>& queries)
+void expectAsDefined(const definition::LabelledRows& data, const std::vector<std::vector<double>>& queries)
 {
     const tkClassifierCosts costs = someCosts();
     tkClassifierTool tool;
@@ -779,7 +780,7 @@ void expectAsDefined(const knnOracle::Data& data, const std::vector<std::vector<
         {
             tool.retrain(Params(k, tkPatternDistanceMetricNorm(order), costs));
             for (const std::vector<double>& query : queries)
-                ASSERT_TRUE(run(tool, query) == knnOracle::classify(data, query, order, k, costs))
+                ASSERT_TRUE(run(tool, query) == definition::classifyByNeighbours(data, query, order, k, costs))
                     << "order " << order << " k " << k << " query " << ::testing::PrintToString(query) << " data "
                     << ::testing::PrintToString(data.patterns);
         }
@@ -803,7 +804,7 @@ void expectAsDefinedOn(const std::vector<double>& values, unsigned seed)
         for (const std::size_t dimensions : {std::size_t{1}, std::size_t{2}, std::size_t{5}})
             for (const std::size_t n : {std::size_t{1}, std::size_t{4}, std::size_t{17}})
             {
-                knnOracle::Data data;
+                definition::LabelledRows data;
                 std::vector<std::vector<double>> queries;
                 for (std::size_t i = 0; i < n; ++i)
                 {
@@ -836,7 +837,7 @@ TEST(tk_ClassifierKNN, distancesThatRoundToOneValueAreTiesThoughTheirSumsDiffer)
     const double tiny = std::ldexp(1.0, -26);
     ASSERT_NE(1.0 + tiny * tiny, 1.0);
     ASSERT_EQ(std::sqrt(1.0 + tiny * tiny), 1.0);
-    const knnOracle::Data data = {{{1.0, tiny}, {1.0, 0.0}}, {0, 1}};
+    const definition::LabelledRows data = {{{1.0, tiny}, {1.0, 0.0}}, {0, 1}};
     tk_ClassifierKNN classifier;
     classifier.train(providerOf(data), Params(1));
     EXPECT_EQ(labelsOf(run(classifier, {0.0, 0.0})), std::set<long>{0});
@@ -848,7 +849,7 @@ TEST(tk_ClassifierKNN, findsTheDefinedNeighboursAfterIncrementalTraining)
 {
     std::mt19937 random(6);
     const std::vector<double> values = {0.0, 1.0, 2.0};
-    knnOracle::Data data;
+    definition::LabelledRows data;
     tk_ClassifierKNN classifier;
     classifier.train(Memory(), Params());
     const tkPtrHandle<tk_Classifier> clone = classifier.clone();
@@ -860,8 +861,8 @@ TEST(tk_ClassifierKNN, findsTheDefinedNeighboursAfterIncrementalTraining)
             .trainIncremental(tkFeaturePattern(data.patterns.back()), i);
         classifier.retrain(Params(1 + i % 7));
         const std::vector<double> query = draw(random, values, 3);
-        ASSERT_TRUE(run(classifier, query) == knnOracle::classify(data, query, 2.0, 1 + i % 7)) << i;
-        ASSERT_TRUE(run(*clone, query) == knnOracle::classify(data, query, 2.0, 1)) << i;
+        ASSERT_TRUE(run(classifier, query) == definition::classifyByNeighbours(data, query, 2.0, 1 + i % 7)) << i;
+        ASSERT_TRUE(run(*clone, query) == definition::classifyByNeighbours(data, query, 2.0, 1)) << i;
     }
 }
 
@@ -881,7 +882,7 @@ TEST(tk_ClassifierKNN, agreesWithTheOracleOnManyPatterns)
     std::vector<double> values;
     for (int i = 0; i < 60; ++i)
         values.push_back(i * 0.37);
-    knnOracle::Data data;
+    definition::LabelledRows data;
     for (int i = 0; i < 1500; ++i)
     {
         data.patterns.push_back(draw(random, values, 7));
@@ -896,7 +897,8 @@ TEST(tk_ClassifierKNN, agreesWithTheOracleOnManyPatterns)
             for (int i = 0; i < 3; ++i)
             {
                 const std::vector<double> query = draw(random, values, 7);
-                ASSERT_TRUE(run(tool, query) == knnOracle::classify(data, query, order, k)) << order << " " << k;
+                ASSERT_TRUE(run(tool, query) == definition::classifyByNeighbours(data, query, order, k))
+                    << order << " " << k;
             }
         }
 }
@@ -904,7 +906,7 @@ TEST(tk_ClassifierKNN, agreesWithTheOracleOnManyPatterns)
 TEST(tk_ClassifierKNN, aToolMayBeRunFromManyThreadsAtOnce)
 {
     std::mt19937 random(8);
-    knnOracle::Data data;
+    definition::LabelledRows data;
     std::vector<std::vector<double>> queries;
     for (int i = 0; i < 60; ++i)
     {
@@ -970,7 +972,7 @@ namespace
 long expectAsInTable(const std::string& fileName)
 {
     std::ifstream table(CLASTOOL_REFERENCE_DIR "/" + fileName);
-    knnOracle::Data data;
+    definition::LabelledRows data;
     std::vector<std::vector<double>> queries;
     tkClassifierTool tool;
     std::vector<double> trainedWith;
@@ -1077,18 +1079,18 @@ TEST(tk_ClassifierKNN, refusesAnUnknownVersionAtEachLevel)
 TEST(tk_ClassifierKNN, aLoadedToolIsEqualButRunsWithDefaultsUntilItIsRetrainedWithItsOwnParameters)
 {
     // Three changes against the defaults, each visible by itself: k, metric, costs.
-    const knnOracle::Data data = {{{0.0, 3.0}, {2.2, 2.2}, {2.9, 0.0}, {9.0, 9.0}}, {0, 1, 2, 3}};
+    const definition::LabelledRows data = {{{0.0, 3.0}, {2.2, 2.2}, {2.9, 0.0}, {9.0, 9.0}}, {0, 1, 2, 3}};
     const std::vector<double> query = {0.0, 0.0};
     tkClassifierTool tool;
     tool.train(providerOf(data), Params(2, tkPatternDistanceMetricNorm(7.5), someCosts()));
     const tkClassifierResult trained = run(tool, query);
-    EXPECT_TRUE(trained == knnOracle::classify(data, query, 7.5, 2, someCosts()));
+    EXPECT_TRUE(trained == definition::classifyByNeighbours(data, query, 7.5, 2, someCosts()));
     EXPECT_EQ(labelsOf(trained), (std::set<long>{1, 2}));
 
     tkClassifierTool loaded;
     loadFromBytes(storeToBytes(tool), loaded);
     EXPECT_TRUE(loaded == tool);
-    EXPECT_TRUE(run(loaded, query) == knnOracle::classify(data, query, 2.0, 1));
+    EXPECT_TRUE(run(loaded, query) == definition::classifyByNeighbours(data, query, 2.0, 1));
     EXPECT_FALSE(run(loaded, query) == trained);
 
     loaded.retrain(*loaded.trainParams());
@@ -1098,7 +1100,7 @@ TEST(tk_ClassifierKNN, aLoadedToolIsEqualButRunsWithDefaultsUntilItIsRetrainedWi
 
 TEST(tk_ClassifierKNN, retrainingALoadedToolRestoresEachParameterByItself)
 {
-    const knnOracle::Data data = {{{0.0, 1.0}, {0.9, 0.9}, {2.0, 2.0}}, {0, 1, 2}};
+    const definition::LabelledRows data = {{{0.0, 1.0}, {0.9, 0.9}, {2.0, 2.0}}, {0, 1, 2}};
     const std::vector<double> query = {0.0, 0.0};
     struct Case
     {
@@ -1111,7 +1113,7 @@ TEST(tk_ClassifierKNN, retrainingALoadedToolRestoresEachParameterByItself)
     {
         tkClassifierTool tool;
         tool.train(providerOf(data), Params(c.k, tkPatternDistanceMetricNorm(c.order), c.costs));
-        const tkClassifierResult expected = knnOracle::classify(data, query, c.order, c.k, c.costs);
+        const tkClassifierResult expected = definition::classifyByNeighbours(data, query, c.order, c.k, c.costs);
         ASSERT_TRUE(run(tool, query) == expected);
         tkClassifierTool loaded;
         loadFromBytes(storeToBytes(tool), loaded);

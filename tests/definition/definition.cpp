@@ -1,10 +1,10 @@
 #include "tests/definition/definition.h"
 
 #include "numerics/tkNMElementary.h"
+#include "tests/definition/neighbours.h"
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <map>
 #include <stdexcept>
 
@@ -74,30 +74,13 @@ double NormMetric::distance(const tkFeaturePattern& a, const tkFeaturePattern& b
 std::vector<long> nearest(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,
                           const tkFeaturePattern& query)
 {
-    std::vector<long> indices(static_cast<std::size_t>(k), 0);
-    std::vector<double> distances(static_cast<std::size_t>(k), std::numeric_limits<double>::infinity());
-    std::size_t found = 0;
+    NeighbourList list(k);
     for (long i = 0; i < provider.numPatterns(); ++i)
     {
         const PatternHandle pattern = provider.featurePattern(i);
-        const double d = metric.distance(query, *pattern);
-        if (found >= indices.size() && d >= distances.back())
-            continue;
-        std::size_t position = 0;
-        while (d > distances[position])
-            ++position;
-        if (found < indices.size())
-            ++found;
-        for (std::size_t j = found - 1; j > position; --j)
-        {
-            indices[j] = indices[j - 1];
-            distances[j] = distances[j - 1];
-        }
-        indices[position] = i;
-        distances[position] = d;
+        list.offer(i, metric.distance(query, *pattern));
     }
-    indices.resize(found);
-    return indices;
+    return list.indices();
 }
 
 Result classifyByNeighbours(tkClassifierDataProviderMemory& provider, const Metric& metric, long k,

@@ -1,4 +1,4 @@
-#include "knnOracle.h"
+#include "tests/definition/neighbours.h"
 #include "tkTest.h"
 
 #include "clss/clastool/clastool/tkClassifierDefs.h"
@@ -35,9 +35,9 @@ tkClassifierDataProviderMemory repeated(long numPatterns, long numDistinct, long
     return data;
 }
 
-knnOracle::Data plainOf(const tkClassifierDataProviderMemory& data)
+definition::LabelledRows plainOf(const tkClassifierDataProviderMemory& data)
 {
-    knnOracle::Data plain;
+    definition::LabelledRows plain;
     for (const Handle& pattern : data.patterns())
         plain.patterns.push_back(pattern->featureMeasurements(false));
     plain.labels = data.labels();
@@ -67,14 +67,14 @@ TEST(repeatedPatternWasIndexedManyTimes, theNeighboursAreThoseOfAllPatterns)
             for (const double order : {0.5, 1.0, 2.0, 3.5})
             {
                 const tkClassifierDataProviderMemory data = repeated(numPatterns, numDistinct, 3, random);
-                const knnOracle::Data plain = plainOf(data);
+                const definition::LabelledRows plain = plainOf(data);
                 for (const long k : {1, 2, 7, 1000})
                 {
                     tk_ClassifierKNN classifier;
                     classifier.train(data, tkClassifierTrainParamsKNN(k, tkPatternDistanceMetricNorm(order), {}));
                     for (int added = 0; added < 3; ++added)
                     {
-                        knnOracle::Data now = plain;
+                        definition::LabelledRows now = plain;
                         for (int i = 0; i < added; ++i)
                         {
                             now.patterns.push_back({1.0 * i, 1.0, 0.0});
@@ -83,7 +83,7 @@ TEST(repeatedPatternWasIndexedManyTimes, theNeighboursAreThoseOfAllPatterns)
                         const std::vector<double> query = {0.5, -1.0, 2.0};
                         tkClassifierResult result;
                         classifier.run(tkFeaturePattern(query), result);
-                        EXPECT_TRUE(result == knnOracle::classify(now, query, order, k))
+                        EXPECT_TRUE(result == definition::classifyByNeighbours(now, query, order, k))
                             << numPatterns << " " << numDistinct << " " << order << " " << k;
                         classifier.trainIncremental(tkFeaturePattern({1.0 * added, 1.0, 0.0}), 1);
                     }

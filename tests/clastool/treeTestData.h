@@ -1,5 +1,5 @@
-#ifndef TESTS_CLASTOOL_PLAINTREES_H
-#define TESTS_CLASTOOL_PLAINTREES_H
+#ifndef TESTS_CLASTOOL_TREETESTDATA_H
+#define TESTS_CLASTOOL_TREETESTDATA_H
 
 #include "tkTest.h"
 
@@ -13,9 +13,8 @@
 #include <string>
 #include <vector>
 
-/// What decision trees are defined to do, written down plainly: recursive, path by path, without a thought for
-/// sharing. Small trees only.
-namespace plain
+/// Decision trees that share what they hold, and random ones.
+namespace treeTest
 {
 using Tree = tkPtrHandle_const<tkDecisionTree>;
 using Predicate = tkPtrHandle_const<tkPredicateFunction>;
@@ -79,69 +78,6 @@ inline Predicate range(double low, double high, const std::vector<long>& indices
 inline const tkDecisionTreeNode& asNode(const Tree& tree)
 {
     return dynamic_cast<const tkDecisionTreeNode&>(*tree);
-}
-
-inline bool outcome(const tkPredicateFunction& predicate, const tkFeaturePattern& pattern)
-{
-    const auto usable = [&pattern](long index) { return index < pattern.numMeasurements() && pattern.isValid(index); };
-    const std::vector<double>& values = pattern.featureMeasurements(false);
-    if (const auto* const inRange = dynamic_cast<const tkRangePredicate*>(&predicate))
-    {
-        bool answer = true;
-        for (const long index : inRange->indices())
-            answer = answer && usable(index) && inRange->range().isWithin(values[index]);
-        return answer;
-    }
-    if (const auto* const valid = dynamic_cast<const tkValidityPredicate*>(&predicate))
-    {
-        bool answer = true;
-        for (const long index : valid->indices())
-            answer = answer && usable(index);
-        return answer;
-    }
-    const auto& comparison = dynamic_cast<const tkComparisonPredicate&>(predicate);
-    const long first = comparison.index1();
-    const long second = comparison.index2();
-    return usable(first) && usable(second) && values[first] > values[second];
-}
-
-inline const tkClassifierResult& run(const tkDecisionTree& tree, const tkFeaturePattern& pattern)
-{
-    if (const auto* const leaf = dynamic_cast<const tkDecisionTreeLeaf*>(&tree))
-        return leaf->classifierResult();
-    const auto& node = dynamic_cast<const tkDecisionTreeNode&>(tree);
-    return outcome(*node.predicateFunction(), pattern) ? run(*node.trueTree(), pattern)
-                                                       : run(*node.falseTree(), pattern);
-}
-
-inline std::vector<long> categoryLabels(const tkDecisionTree& tree)
-{
-    std::vector<long> labels;
-    if (const auto* const leaf = dynamic_cast<const tkDecisionTreeLeaf*>(&tree))
-    {
-        for (const tkClassifierCategoryResult& category : leaf->classifierResult().categoryResults())
-            labels.push_back(category.categoryLabel());
-        return labels;
-    }
-    const auto& node = dynamic_cast<const tkDecisionTreeNode&>(tree);
-    labels = categoryLabels(*node.falseTree());
-    for (const long label : categoryLabels(*node.trueTree()))
-        if (std::find(labels.begin(), labels.end(), label) == labels.end())
-            labels.push_back(label);
-    return labels;
-}
-
-inline bool isEqual(const tkDecisionTree& a, const tkDecisionTree& b)
-{
-    const auto* const nodeA = dynamic_cast<const tkDecisionTreeNode*>(&a);
-    const auto* const nodeB = dynamic_cast<const tkDecisionTreeNode*>(&b);
-    if (nodeA && nodeB)
-        return nodeA->predicateFunction()->isEqual(*nodeB->predicateFunction()) &&
-               isEqual(*nodeA->trueTree(), *nodeB->trueTree()) && isEqual(*nodeA->falseTree(), *nodeB->falseTree());
-    if (nodeA || nodeB)
-        return false;
-    return dynamic_cast<const tkDecisionTreeLeaf&>(a).classifierResult() ==
-           dynamic_cast<const tkDecisionTreeLeaf&>(b).classifierResult();
 }
 
 /// Random trees, predicates and patterns, the same for the same seed. Trees are drawn from few leaves, few
@@ -234,6 +170,6 @@ public:
 private:
     std::mt19937 random_;
 };
-} // namespace plain
+} // namespace treeTest
 
 #endif

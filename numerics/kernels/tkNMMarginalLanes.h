@@ -15,7 +15,7 @@
 /// Each value stands `width` times, once per lane. Of each distribution are taken its terms, see putTerms; the columns
 /// of W at the invalid measurements in ascending order, each divided by its unit, from the eight rows on that have its
 /// diagonal to a multiple of eight rows, with zeros where W has no element; and W_A v_A as one more column, from row 0
-/// on. tkNMNormalBatch lays them out, and tkNMNormalBatch_test.cpp holds the results to the bits.
+/// on. tkNMNormalBatch lays them out. tkNMMarginalLanes_test.cpp holds the results to the bits.
 template <std::size_t width>
 struct tkNMMarginalLanes
 {

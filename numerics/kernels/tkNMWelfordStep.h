@@ -4,7 +4,7 @@
 #include "numerics/kernels/tkNMLanes.h"
 
 /// Computes the step of tkNMStatistics::add for one measurement, or for a register of measurements side by side: Real
-/// is a double or such a register. `n` is the count after the pattern. No memory is touched; tkNMNormalTrainer_test.cpp
+/// is a double or such a register. `n` is the count after the pattern. No memory is touched; tkNMWelfordStep_test.cpp
 /// holds it to the bits.
 template <class Real>
 TK_ALWAYS_INLINE void tkNMWelfordStep(const Real& x, const Real& n, Real& mean, Real& compensation, Real& before,

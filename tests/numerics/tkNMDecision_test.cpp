@@ -1,156 +1,8 @@
 #include "numerics/tkNMDecision.h"
 
-#include "instructionSets.h"
-#include "tkTest.h"
+#include "tests/numerics/decisions.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <iterator>
-#include <limits>
-#include <map>
-#include <random>
-#include <utility>
-#include <vector>
-
-namespace
-{
-using Overrides = std::vector<tkNMDecision::CostOverride>;
-using Values = std::vector<double>;
-
-const double infinity = std::numeric_limits<double>::infinity();
-const double notANumber = std::numeric_limits<double>::quiet_NaN();
-
-struct Decision
-{
-    double weights = 0.0;
-    double products = 0.0;
-    Values shares;
-    Values risks;
-};
-
-/// The product rounded on its own, also where the compiler may fuse it with an addition.
-double product(double a, double b)
-{
-    const volatile double rounded = a * b;
-    return rounded;
-}
-
-/// The definition: each sum on its own; of several overrides for one i and j the last counts.
-Decision plainDecision(const Values& scores, const Values& weights, double cost, const Overrides& overrides)
-{
-    std::map<std::pair<std::size_t, std::size_t>, double> other;
-    for (const tkNMDecision::CostOverride& e : overrides)
-        other[{e.decision, e.state}] = e.cost;
-    Decision decision;
-    const std::size_t n = scores.size();
-    for (const double weight : weights)
-        decision.weights += weight;
-    Values products;
-    for (std::size_t i = 0; i < n; ++i)
-        products.push_back(product(scores[i], weights[i]) / decision.weights);
-    for (const double q : products)
-        decision.products += q;
-    if (decision.products == 0.0)
-        return decision;
-    for (std::size_t i = 0; i < n; ++i)
-    {
-        double sum = 0.0;
-        for (std::size_t j = 0; j < n; ++j)
-        {
-            if (j == i)
-                continue;
-            const auto found = other.find({i, j});
-            sum += product(found != other.end() ? found->second : cost, products[j]);
-        }
-        decision.shares.push_back(products[i] / decision.products);
-        decision.risks.push_back(sum / decision.products);
-    }
-    return decision;
-}
-
-bool haveSameBits(double a, double b)
-{
-    return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-bool haveSameBits(const Values& a, const Values& b)
-{
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](double x, double y) { return haveSameBits(x, y); });
-}
-
-/// Whether every instruction set gives the values of the definition, and writes nothing behind them.
-void expectPlainDecision(Values scores, Values weights, double cost, Overrides overrides)
-{
-    constexpr std::size_t group = tkNMDecision::group;
-    const Decision expected = plainDecision(scores, weights, cost, overrides);
-    std::stable_sort(
-        overrides.begin(), overrides.end(),
-        [](const tkNMDecision::CostOverride& a, const tkNMDecision::CostOverride& b)
-        { return std::make_pair(a.state / group, a.decision) < std::make_pair(b.state / group, b.decision); });
-    const std::size_t n = scores.size();
-    const std::size_t room = tkNMDecision::roundUp(n);
-    scores.resize(room, notANumber);
-    weights.resize(room, 3.0);
-    weights.push_back(7.0);
-    for (const tkNMInstructions level : instructionSets())
-    {
-        Values shares = weights;
-        Values risks(room + 1, 7.0);
-        Overrides used = overrides;
-        const double products = tkNMDecision::compute(scores.data(), shares.data(), expected.weights, risks.data(), n,
-                                                      cost, used.data(), used.size(), level);
-        EXPECT_TRUE(haveSameBits(expected.products, products)) << n << " states by " << level;
-        EXPECT_EQ(7.0, shares.back());
-        EXPECT_EQ(7.0, risks.back());
-        if (products == 0.0)
-            continue;
-        shares.resize(n);
-        risks.resize(n);
-        EXPECT_TRUE(haveSameBits(expected.shares, shares)) << n << " states by " << level;
-        EXPECT_TRUE(haveSameBits(expected.risks, risks)) << n << " states by " << level;
-    }
-}
-
-/// Whether every instruction set gives the ranks of a stable sort, NaN last, and writes nothing behind them.
-void expectPlainRanks(Values risks)
-{
-    const std::size_t n = risks.size();
-    std::vector<std::size_t> order;
-    for (std::size_t i = 0; i < n; ++i)
-        order.push_back(i);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b)
-                     { return risks[a] < risks[b] || (std::isnan(risks[b]) && !std::isnan(risks[a])); });
-    std::vector<std::uint64_t> expected(n);
-    for (std::size_t rank = 0; rank < n; ++rank)
-        expected[order[rank]] = rank;
-    const std::size_t room = tkNMDecision::roundUp(n);
-    for (const double filling : {0.0, -1.0, notANumber})
-        for (const tkNMInstructions level : instructionSets())
-        {
-            Values given = risks;
-            given.resize(room, filling);
-            std::vector<std::uint64_t> ranks(room + 1, 77);
-            tkNMDecision::rank(given.data(), ranks.data(), n, level);
-            EXPECT_EQ(77u, ranks.back());
-            ranks.resize(n);
-            EXPECT_EQ(expected, ranks) << "by " << level << ": " << ::testing::PrintToString(risks);
-        }
-}
-
-const double hostile[] = {0.0, -0.0, 1.0, -1.0, 5e-324, -5e-324, 1e308, -1e308, infinity, -infinity, notANumber};
-
-/// Every number of states up to 70, and some beyond.
-std::vector<std::size_t> counts()
-{
-    std::vector<std::size_t> counts = {127, 128, 129, 200};
-    for (std::size_t n = 0; n <= 70; ++n)
-        counts.push_back(n);
-    return counts;
-}
-} // namespace
+using namespace decisions;
 
 TEST(tkNMDecision, everyInstructionSetHasTheBitsOfTheFormula)
 {
@@ -266,5 +118,133 @@ TEST(tkNMDecision, risksThatBreakTheRequirementStillGetDifferentRanks)
             std::sort(ranks, ranks + n);
             for (std::size_t i = 0; i < n; ++i)
                 ASSERT_EQ(i, ranks[i]);
+        }
+}
+
+namespace
+{
+struct Outcome
+{
+    double sum;
+    Values shares;
+    Values risks;
+};
+
+/// By the best instructions, with weights of 1.
+Outcome decide(Values scores, double cost, double weight = 1.0)
+{
+    const std::size_t n = scores.size();
+    Outcome outcome{0.0, Values(n, weight), Values(n)};
+    for (Values* values : {&scores, &outcome.shares, &outcome.risks})
+        values->resize(tkNMDecision::roundUp(n), 0.0);
+    outcome.sum = tkNMDecision::compute(scores.data(), outcome.shares.data(), weight * static_cast<double>(n),
+                                        outcome.risks.data(), n, cost, nullptr, 0);
+    outcome.shares.resize(n);
+    outcome.risks.resize(n);
+    return outcome;
+}
+} // namespace
+
+TEST(tkNMDecision, classScoresAddUpToOneAndRisksAreWhatTheOthersHave)
+{
+    std::mt19937_64 generator(6);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    for (std::size_t n = 1; n <= 100; ++n)
+    {
+        Values scores(n);
+        for (double& score : scores)
+            score = uniform(generator);
+        const Outcome outcome = decide(scores, 1.0);
+        double sum = 0.0;
+        for (const double share : outcome.shares)
+            sum += share;
+        EXPECT_NEAR(sum, 1.0, 1e-13) << n;
+        for (std::size_t i = 0; i < n; ++i)
+            EXPECT_NEAR(outcome.risks[i], 1.0 - outcome.shares[i], 1e-13) << n;
+        const Outcome dearer = decide(scores, 4.0);
+        for (std::size_t i = 0; i < n; ++i)
+            EXPECT_EQ(dearer.risks[i], 4.0 * outcome.risks[i]);
+    }
+}
+
+TEST(tkNMDecision, powersOfTwoInScoresAndWeightsCancel)
+{
+    std::mt19937_64 generator(7);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    for (const std::size_t n : {1u, 3u, 8u, 20u, 70u})
+    {
+        Values scores(n);
+        for (double& score : scores)
+            score = uniform(generator);
+        const Outcome expected = decide(scores, 1.0);
+        Values scaled(scores);
+        for (double& score : scaled)
+            score *= 0x1p-300;
+        for (const double weight : {1.0, 0x1p-200, 0x1p100})
+        {
+            const Outcome outcome = decide(scaled, 1.0, weight);
+            EXPECT_EQ(outcome.sum, expected.sum * 0x1p-300);
+            EXPECT_EQ(outcome.shares, expected.shares);
+            EXPECT_EQ(outcome.risks, expected.risks);
+        }
+    }
+}
+
+TEST(tkNMDecision, aCertainStateHasNoRiskAndTheOthersAllOfIt)
+{
+    for (std::size_t n = 2; n <= 20; ++n)
+        for (std::size_t certain = 0; certain < n; ++certain)
+        {
+            Values scores(n, 0.0);
+            scores[certain] = 0.3;
+            const Outcome outcome = decide(scores, 4.0);
+            for (std::size_t i = 0; i < n; ++i)
+            {
+                EXPECT_EQ(outcome.shares[i], i == certain ? 1.0 : 0.0);
+                EXPECT_EQ(outcome.risks[i], i == certain ? 0.0 : 4.0);
+            }
+        }
+}
+
+TEST(tkNMDecision, theOverloadsWithoutInstructionsGiveTheSameBits)
+{
+    std::mt19937_64 generator(8);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    for (std::size_t n = 1; n <= tkNMDecision::mostRanked; ++n)
+        for (std::size_t numOverrides = 0; numOverrides < (n > 1 ? 7u : 1u); ++numOverrides)
+        {
+            const std::size_t room = tkNMDecision::roundUp(n);
+            Values scores(room), risks(room), expectedRisks(room);
+            for (double& score : scores)
+                score = uniform(generator);
+            Overrides overrides;
+            for (std::size_t k = 0; k < numOverrides; ++k)
+                overrides.push_back({(k + 1) % n, 0, uniform(generator)});
+            overrides.erase(std::remove_if(overrides.begin(), overrides.end(),
+                                           [](const tkNMDecision::CostOverride& o) { return o.decision == 0; }),
+                            overrides.end());
+            std::stable_sort(overrides.begin(), overrides.end(),
+                             [](const tkNMDecision::CostOverride& a, const tkNMDecision::CostOverride& b)
+                             { return a.decision < b.decision; });
+            Overrides used(overrides);
+            Values shares(room, 0.25), expectedShares(room, 0.25);
+            const double sum = 0.25 * static_cast<double>(n);
+            const double actual = tkNMDecision::compute(scores.data(), shares.data(), sum, risks.data(), n, 0.5,
+                                                        used.data(), used.size());
+            const double expected =
+                tkNMDecision::compute(scores.data(), expectedShares.data(), sum, expectedRisks.data(), n, 0.5,
+                                      overrides.data(), overrides.size(), tkNMInstructions::Definition);
+            EXPECT_EQ(actual, expected);
+            for (std::size_t i = 0; i < n; ++i)
+            {
+                EXPECT_EQ(shares[i], expectedShares[i]) << n << ' ' << numOverrides;
+                EXPECT_EQ(risks[i], expectedRisks[i]) << n << ' ' << numOverrides;
+            }
+            std::vector<std::uint64_t> ranks(room), expectedRanks(room);
+            tkNMDecision::rank(risks.data(), ranks.data(), n);
+            tkNMDecision::rank(risks.data(), expectedRanks.data(), n, tkNMInstructions::Definition);
+            ranks.resize(n);
+            expectedRanks.resize(n);
+            EXPECT_EQ(ranks, expectedRanks);
         }
 }

@@ -361,3 +361,107 @@ TEST(tkNMElementary, errnoIsLeftAlone)
     Ours::pow(1e300, 1e300);
     EXPECT_EQ(0, errno);
 }
+
+namespace
+{
+/// Doubles between a and b, in units of the last place of the larger one.
+double unitsBetween(double a, double b)
+{
+    if (a == b)
+        return 0.0;
+    const double largerOne = std::fmax(std::fabs(a), std::fabs(b));
+    return std::fabs(a - b) / (std::nextafter(largerOne, infinity) - largerOne);
+}
+
+double uniform(std::mt19937_64& generator, double low, double high)
+{
+    return low + (high - low) * (static_cast<double>(generator() >> 11) * 0x1p-53);
+}
+} // namespace
+
+/// The C library's functions are off by about a unit.
+TEST(tkNMElementary, agreesWithTheCLibraryToTwoUnits)
+{
+    std::mt19937_64 generator(11);
+    for (int i = 0; i < 200000; ++i)
+    {
+        const double x = uniform(generator, -740.0, 709.0);
+        ASSERT_LE(unitsBetween(Ours::exp(x), std::exp(x)), 2.0) << x;
+        const double positive = std::ldexp(uniform(generator, 0.5, 1.0), static_cast<int>(generator() % 2000) - 1000);
+        ASSERT_LE(unitsBetween(Ours::log(positive), std::log(positive)), 2.0) << positive;
+        const double y = uniform(generator, -3.0, 3.0);
+        const double base = std::ldexp(uniform(generator, 0.5, 1.0), static_cast<int>(generator() % 600) - 300);
+        ASSERT_LE(unitsBetween(Ours::pow(base, y), std::pow(base, y)), 2.0) << base << ' ' << y;
+    }
+}
+
+TEST(tkNMElementary, expAndLogUndoOneAnother)
+{
+    std::mt19937_64 generator(12);
+    for (int i = 0; i < 100000; ++i)
+    {
+        const double x = uniform(generator, 1.0, 700.0);
+        ASSERT_LE(unitsBetween(Ours::log(Ours::exp(x)), x), 2.0) << x;
+        const double near = uniform(generator, 0.6, 1.6); // where the logarithm is small
+        ASSERT_LE(unitsBetween(Ours::exp(Ours::log(near)), near), 2.0) << near;
+    }
+}
+
+TEST(tkNMElementary, logOfAPowerOfTwoTimesXIsThatManyLn2More)
+{
+    std::mt19937_64 generator(13);
+    const double ln2 = 0.69314718055994530942;
+    for (int i = 0; i < 20000; ++i)
+    {
+        const double x = uniform(generator, 1.0, 2.0);
+        const int k = static_cast<int>(generator() % 2000) - 1000;
+        const double expected = Ours::log(x) + k * ln2;
+        ASSERT_NEAR(Ours::log(std::ldexp(x, k)), expected, 5e-16 * (1.0 + std::fabs(k * ln2))) << x << ' ' << k;
+    }
+}
+
+TEST(tkNMElementary, powersMultiply)
+{
+    std::mt19937_64 generator(14);
+    for (int i = 0; i < 50000; ++i)
+    {
+        const double x = uniform(generator, 0.01, 100.0);
+        const double a = uniform(generator, -8.0, 8.0);
+        const double b = uniform(generator, -8.0, 8.0);
+        const double product = Ours::pow(x, a) * Ours::pow(x, b);
+        // The sum of the exponents is rounded: up to 2^-50 ln 100 in relative terms.
+        ASSERT_NEAR(Ours::pow(x, a + b) / product, 1.0, 1e-14) << x << ' ' << a << ' ' << b;
+        ASSERT_LE(unitsBetween(Ours::pow(x, -1.0), 1.0 / x), 1.0) << x;
+        ASSERT_LE(unitsBetween(Ours::pow(x, 1.5), x * std::sqrt(x)), 2.0) << x;
+    }
+}
+
+TEST(tkNMElementary, powIsMonotonicInBothArguments)
+{
+    std::mt19937_64 generator(15);
+    for (const double y : {0.3, 1.5, 2.5, 7.0, -0.7})
+    {
+        const auto inBase = [y](double x) { return (y > 0.0 ? 1.0 : -1.0) * Ours::pow(x, y); };
+        EXPECT_EQ(0, inversions(inBase, 0.001, 1000.0, 200000)) << y;
+        EXPECT_EQ(0, inversionsAround(inBase, 1.0, 2000)) << y;
+    }
+    for (const double x : {0.3, 0.999, 1.5, 10.0})
+    {
+        const auto inExponent = [x](double y) { return (x > 1.0 ? 1.0 : -1.0) * Ours::pow(x, y); };
+        EXPECT_EQ(0, inversions(inExponent, -30.0, 30.0, 200000)) << x;
+        EXPECT_EQ(0, inversionsAround(inExponent, 1.0, 2000)) << x;
+        EXPECT_EQ(0, inversionsAround(inExponent, 2.0, 2000)) << x;
+    }
+}
+
+TEST(tkNMElementary, subnormalArgumentsAndResults)
+{
+    for (int k = 1; k <= 52; ++k)
+    {
+        const double x = std::ldexp(1.0, -1022 - k);
+        EXPECT_LE(unitsBetween(Ours::log(x), (-1022 - k) * 0.69314718055994530942), 1.0) << k;
+        EXPECT_BITS(x, Ours::pow(2.0, -1022.0 - k));
+        EXPECT_BITS(std::sqrt(x), Ours::pow(x, 0.5));
+        EXPECT_LE(std::fabs(Ours::exp((-1022 - k) * 0.69314718055994530942) - x), std::fmax(tiniest, 0x1p-42 * x)) << k;
+    }
+}

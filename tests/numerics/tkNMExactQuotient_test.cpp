@@ -121,3 +121,39 @@ TEST(tkNMExactQuotient, whatIsNotFiniteStaysSo)
         EXPECT_TRUE(std::isnan(tkNMExactQuotient::of(std::nan(""), divisor).times(divisor)));
     }
 }
+
+TEST(tkNMExactQuotient, dividendsOfEveryMagnitudeComeBack)
+{
+    std::mt19937_64 generator(3);
+    std::normal_distribution<double> deviate;
+    for (int i = 0; i < 200000; ++i)
+    {
+        const double dividend = std::ldexp(deviate(generator), static_cast<int>(generator() % 2090) - 1070);
+        const double divisor = static_cast<double>(1 + generator() % (std::uint64_t(1) << (1 + generator() % 31)));
+        const tkNMExactQuotient quotient = tkNMExactQuotient::of(dividend, divisor);
+        ASSERT_EQ(quotient.times(divisor), dividend) << std::hexfloat << dividend << " / " << divisor;
+        ASSERT_TRUE(haveSameBits(tkNMExactQuotient::of(-dividend, divisor).value, -quotient.value));
+        ASSERT_EQ(tkNMExactQuotient::of(-dividend, divisor).compensation, -quotient.compensation);
+    }
+}
+
+/// Where the unit of the compensation changes, and where value or dividend are powers of two.
+TEST(tkNMExactQuotient, dividendsAroundPowersOfTwoComeBack)
+{
+    for (int exponent = -1074; exponent<1023; exponent += exponent> - 960 && exponent < -900 ? 1 : 13)
+        for (const double divisor : {1.0, 2.0, 3.0, 10.0, 999.0, 2147483647.0})
+        {
+            const double power = std::ldexp(1.0, exponent);
+            for (const double dividend : {power, std::nextafter(power, 0.0), std::nextafter(power, infinity)})
+            {
+                EXPECT_EQ(tkNMExactQuotient::of(dividend, divisor).times(divisor), dividend)
+                    << exponent << ' ' << divisor;
+                const double multiple = dividend * divisor;
+                if (std::isfinite(multiple))
+                {
+                    EXPECT_EQ(tkNMExactQuotient::of(multiple, divisor).times(divisor), multiple)
+                        << exponent << ' ' << divisor;
+                }
+            }
+        }
+}

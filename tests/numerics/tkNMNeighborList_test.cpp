@@ -1,8 +1,12 @@
 #include "numerics/tkNMNeighborList.h"
 
+#include "tests/definition/neighbours.h"
+
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace
@@ -75,4 +79,48 @@ TEST(tkNMNeighborList, clearedItStartsAnew)
     list.add(4, 2.0);
     EXPECT_EQ(list.size(), 1);
     EXPECT_EQ(index, 4);
+}
+
+TEST(tkNMNeighborList, isTheListOfTheDefinitionWhateverTheDistances)
+{
+    std::mt19937 random(1);
+    const double values[] = {0.0, -0.0, 1.0, 1.0, 2.0, 3.0, 5e-324, 1e308, infinity, -infinity, -1.0, notANumber};
+    for (int round = 0; round < 3000; ++round)
+    {
+        std::vector<double> offered(random() % 40);
+        for (double& distance : offered)
+            distance = values[random() % std::size(values)];
+        const long k = 1 + static_cast<long>(random() % 45);
+        EXPECT_EQ(listOf(k, offered), definition::neighbours(offered, k).indices())
+            << k << " of " << ::testing::PrintToString(offered);
+    }
+}
+
+TEST(tkNMNeighborList, writesToItsPlacesAlone)
+{
+    std::vector<long> indices(5, -7);
+    std::vector<double> distances(5, -7.0);
+    tkNMNeighborList list(3, indices.data() + 1, distances.data() + 1);
+    list.clear();
+    for (const double distance : {4.0, 3.0, 2.0, 1.0, 0.0, 5.0, notANumber})
+        list.add(9, distance);
+    EXPECT_EQ(list.size(), 3);
+    for (const std::size_t outside : {0u, 4u})
+    {
+        EXPECT_EQ(indices[outside], -7);
+        EXPECT_EQ(distances[outside], -7.0);
+    }
+}
+
+TEST(tkNMNeighborList, placesThatAreNotTakenAreAtInfinity)
+{
+    std::vector<long> indices(4, -7);
+    std::vector<double> distances(4, -7.0);
+    tkNMNeighborList list(4, indices.data(), distances.data());
+    list.clear();
+    list.add(0, 2.0);
+    list.add(1, 1.0);
+    EXPECT_EQ(list.size(), 2);
+    EXPECT_EQ(distances, (std::vector<double>{1.0, 2.0, infinity, infinity}));
+    EXPECT_EQ(indices[2], -7);
 }

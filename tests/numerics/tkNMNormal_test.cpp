@@ -572,3 +572,144 @@ TEST(tkNMNormal, itsNumberStaysWithTheObjectAndWithEvaluations)
     sibling.clear(); // one number for both
     EXPECT_GT(number->value(), after);
 }
+
+TEST(tkNMNormal, movedFromItIsNewAndAssignedToItselfUnchanged)
+{
+    const Patterns patterns = randomPatterns(10, 3, 31);
+    tkNMNormal normal = trained(patterns);
+    normal.referenceDeviations({1.0, 2.0, 3.0});
+    const tkNMNormal expected(normal);
+    tkNMNormal& same = normal;
+    normal = same;
+    EXPECT_TRUE(normal == expected);
+    EXPECT_EQ(normal.referenceDeviations(), expected.referenceDeviations());
+    const tkNMNormal taken(std::move(normal));
+    EXPECT_TRUE(taken == expected);
+    EXPECT_EQ(taken.referenceDeviations(), (Pattern{1.0, 2.0, 3.0}));
+    EXPECT_EQ(normal.count(), 0); // NOLINT: what a moved-from distribution is, is stated here
+    EXPECT_EQ(normal.dimension(), 0);
+    EXPECT_TRUE(normal.referenceDeviations().empty());
+    EXPECT_EQ(normal.add(patterns[0].data(), 2), tkNMNormal::eOk);
+}
+
+TEST(tkNMNormal, copiesGoOnApart)
+{
+    const Patterns patterns = randomPatterns(12, 2, 32);
+    const tkNMNormal original = trained(patterns);
+    const double expected = logDensity(original, patterns[3]);
+    tkNMNormal copy(original);
+    EXPECT_EQ(logDensity(copy, patterns[3]), expected);
+    copy.add(patterns[0].data(), 2);
+    EXPECT_TRUE(copy != original);
+    EXPECT_NE(logDensity(copy, patterns[3]), expected);
+    EXPECT_EQ(logDensity(original, patterns[3]), expected);
+}
+
+TEST(tkNMNormal, equalityLooksAtWhatWasLearnedAlone)
+{
+    tkNMNormal a = trained({{1.0, 2.0}, {3.0, 5.0}});
+    const tkNMNormal b(a);
+    a.referenceDeviations({7.0, 8.0});
+    EXPECT_TRUE(a == b);
+    EXPECT_FALSE(a == trained({{1.0, 2.0}, {3.0, 5.5}}));
+    EXPECT_FALSE(a == trained({{1.0, 2.0}}));
+    EXPECT_FALSE(a == trained({{3.0, 5.0}, {1.0, 2.5}}));
+    EXPECT_TRUE(tkNMNormal() == tkNMNormal());
+    EXPECT_FALSE(a == tkNMNormal());
+}
+
+TEST(tkNMNormal, clearForgetsEverythingButTheNumber)
+{
+    tkNMNormal normal = trained({{1.0, 2.0}, {3.0, 5.0}});
+    normal.referenceDeviations({7.0, 8.0});
+    const tkPtrHandle<tkNMChangeNumber> number = newNumber();
+    normal.changeNumber(number);
+    normal.clear();
+    EXPECT_TRUE(normal == tkNMNormal());
+    EXPECT_TRUE(normal.referenceDeviations().empty());
+    EXPECT_EQ(normal.mean().rows(), 0);
+    EXPECT_EQ(normal.covariance().rows(), 0);
+    EXPECT_EQ(normal.changeNumber().get(), number.get());
+    const double x = 4.0;
+    EXPECT_EQ(normal.add(&x, 1), tkNMNormal::eOk); // of another dimension
+    EXPECT_EQ(normal.dimension(), 1);
+}
+
+TEST(tkNMNormal, checkSaysWhatAddWouldSay)
+{
+    tkNMNormal normal;
+    const double largest = tkNMNormal::largestMagnitude();
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double values[] = {0.0,      largest,   -largest,    std::nextafter(largest, infinity),
+                             infinity, -infinity, std::nan("")};
+    for (int round = 0; round < 2; ++round) // of a new distribution, and of one with patterns of two measurements
+    {
+        for (const double x : values)
+            for (const double y : values)
+                for (const long dimension : {0L, 1L, 2L})
+                {
+                    const double pattern[] = {x, y};
+                    tkNMNormal copy(normal);
+                    const tkNMNormal::Outcome outcome = normal.check(pattern, dimension);
+                    EXPECT_EQ(copy.add(pattern, dimension), outcome);
+                    EXPECT_EQ(copy.count(), normal.count() + (outcome == tkNMNormal::eOk ? 1 : 0));
+                    const bool fits = round == 0 || dimension == 2;
+                    const bool isInRange =
+                        (dimension < 1 || std::fabs(x) <= largest) && (dimension < 2 || std::fabs(y) <= largest);
+                    EXPECT_EQ(outcome, !fits       ? tkNMNormal::eSizeChanged
+                                       : isInRange ? tkNMNormal::eOk
+                                                   : tkNMNormal::eOutOfRange);
+                }
+        const double pattern[] = {1.0, 2.0};
+        normal.add(pattern, 2);
+    }
+}
+
+TEST(tkNMNormal, countsAsManyPatternsAsAnArchiveCanHold)
+{
+    tkNMNormal normal;
+    tkNMMatrix mean(1, 1);
+    tkNMMatrix covariance(1, 1);
+    covariance(0, 0) = 4.0;
+    ASSERT_TRUE(normal.restore(mean, covariance, 2147483646));
+    const double x = 1.0;
+    EXPECT_EQ(normal.add(&x, 1), tkNMNormal::eOk);
+    EXPECT_EQ(normal.count(), 2147483647L);
+    EXPECT_EQ(normal.check(&x, 1), tkNMNormal::eOutOfRange);
+    EXPECT_EQ(normal.add(&x, 1), tkNMNormal::eOutOfRange);
+    EXPECT_EQ(normal.count(), 2147483647L);
+    EXPECT_NEAR(normal.variance(0), 4.0, 1e-6);
+    EXPECT_TRUE(std::isfinite(logDensity(normal, {3.0})));
+}
+
+TEST(tkNMNormal, meansAndVariancesAreThoseOfItsMatrices)
+{
+    const tkNMNormal normal = trained(randomPatterns(17, 4, 33));
+    for (long j = 0; j < 4; ++j)
+    {
+        EXPECT_EQ(normal.mean(j), normal.mean()(j, 0));
+        EXPECT_EQ(normal.variance(j), normal.covariance()(j, j));
+        for (long i = 0; i < 4; ++i)
+        {
+            EXPECT_EQ(normal.covariance()(i, j), normal.covariance()(j, i));
+            EXPECT_EQ(normal.covariance().compensation(i, j), normal.covariance().compensation(j, i));
+        }
+    }
+    for (const long j : {-1L, 4L})
+    {
+        EXPECT_THROW(normal.mean(j), tkAssertionFailure);
+        EXPECT_THROW(normal.variance(j), tkAssertionFailure);
+    }
+}
+
+TEST(tkNMNormal, theDensityIntegratesToOne)
+{
+    const tkNMNormal normal = trained(randomPatterns(40, 2, 34));
+    const double steps[] = {std::sqrt(normal.variance(0)) / 8.0, std::sqrt(normal.variance(1)) / 8.0};
+    double integral = 0.0;
+    for (int i = -80; i <= 80; ++i)
+        for (int j = -80; j <= 80; ++j)
+            integral += steps[0] * steps[1] *
+                        std::exp(logDensity(normal, {normal.mean(0) + i * steps[0], normal.mean(1) + j * steps[1]}));
+    EXPECT_NEAR(integral, 1.0, 1e-9);
+}

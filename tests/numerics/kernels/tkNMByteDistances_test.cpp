@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <vector>
@@ -136,4 +139,87 @@ TEST(tkNMByteDistances, columnsAndPowerAreRequiredToBeInRange)
     EXPECT_THROW(Bytes(Bytes::maxColumns + 1, 2, tkNMInstructions::Portable), tkAssertionFailure);
     EXPECT_THROW(Bytes(4, 3, tkNMInstructions::Portable), tkAssertionFailure);
     EXPECT_NO_THROW(Bytes(Bytes::maxColumns, 1, tkNMInstructions::Portable));
+}
+
+TEST(tkNMByteDistances, differencesAreCutAt127)
+{
+    for (const tkNMInstructions set : instructionSets())
+        for (const int power : {1, 2})
+        {
+            Bytes::Line line;
+            const auto query = std::make_unique<Bytes::Query>();
+            query->bytes[0] = 127;
+            for (int row = 0; row < 64; ++row)
+                line.bytes[row] = static_cast<std::int8_t>(row * 4 - 127);
+            const Bytes bytes(1, power, set);
+            bytes.prepare(*query);
+            std::uint16_t sums[Bytes::blockRows];
+            bytes.sums(&line, *query, sums);
+            for (int row = 0; row < 64; ++row)
+            {
+                const int d = std::min(254 - 4 * row, 127);
+                EXPECT_EQ(sums[row], power == 1 ? d : d * d) << row << ' ' << set;
+            }
+        }
+}
+
+/// With all columns as far apart as can be, each group is full: the sum is the largest there is, and no step wraps.
+TEST(tkNMByteDistances, theFarthestRowHasTheLargestSum)
+{
+    for (const long columns : {16, 17, 18, 64, 1000, 4096})
+        for (const int power : {1, 2})
+            for (const tkNMInstructions set : instructionSets())
+            {
+                std::vector<Bytes::Line> block(static_cast<std::size_t>(columns));
+                const auto query = std::make_unique<Bytes::Query>();
+                for (long c = 0; c < columns; ++c)
+                {
+                    query->bytes[c] = c % 3 == 0 ? 127 : -127;
+                    for (long row = 0; row < Bytes::blockRows; ++row)
+                        block[0].bytes[Bytes::offset(columns, row, c)] =
+                            row == 5 ? query->bytes[c] : static_cast<std::int8_t>(-query->bytes[c]);
+                }
+                const Bytes bytes(columns, power, set);
+                bytes.prepare(*query);
+                std::uint16_t sums[Bytes::blockRows];
+                std::uint16_t smallest = 77;
+                bytes.sums(block.data(), *query, sums);
+                bytes.minima(block.data(), 1, *query, &smallest);
+                EXPECT_EQ(sums[5], 0);
+                EXPECT_EQ(smallest, 0);
+                const long group = std::min(65535L, 16L * (power == 1 ? 127 : 127 * 127));
+                EXPECT_GE(sums[6], columns / 16 * (group >> bytes.shift())) << columns << ' ' << power << ' ' << set;
+                EXPECT_EQ(*std::max_element(sums, sums + 64), sums[6]);
+            }
+}
+
+TEST(tkNMByteDistances, everyByteOfABlockHasAPlaceOfItsOwn)
+{
+    for (const long columns : {1, 2, 3, 8, 17, 64})
+    {
+        std::vector<bool> isTaken(static_cast<std::size_t>(64 * columns));
+        for (long row = 0; row < Bytes::blockRows; ++row)
+            for (long c = 0; c < columns; ++c)
+            {
+                const auto place = static_cast<std::size_t>(Bytes::offset(columns, row, c));
+                ASSERT_LT(place, isTaken.size());
+                EXPECT_FALSE(isTaken[place]) << columns << ' ' << row << ' ' << c;
+                isTaken[place] = true;
+            }
+    }
+}
+
+TEST(tkNMByteDistances, pairsOfAQueryHoldTwoColumnsTwice)
+{
+    const Bytes bytes(5, 2, tkNMInstructions::Portable);
+    const auto query = std::make_unique<Bytes::Query>();
+    const std::int8_t values[] = {1, -2, 127, -127, 9};
+    std::copy(std::begin(values), std::end(values), query->bytes);
+    bytes.prepare(*query);
+    for (int pair = 0; pair < 2; ++pair)
+    {
+        const std::uint32_t first = static_cast<std::uint8_t>(values[2 * pair]);
+        const std::uint32_t second = static_cast<std::uint8_t>(values[2 * pair + 1]);
+        EXPECT_EQ(query->pairs[pair], first | second << 8 | first << 16 | second << 24);
+    }
 }

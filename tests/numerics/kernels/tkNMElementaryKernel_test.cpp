@@ -164,3 +164,75 @@ TEST(tkNMElementaryKernel, anyNumberOfArgumentsIsComputedInPlaceAndNothingBehind
         }
     }
 }
+
+/// A special value costs its own register the plain function, and no other lane its bits.
+TEST(tkNMElementaryKernel, specialValuesInAnyLaneLeaveTheOthersAlone)
+{
+    const double specials[] = {0.0,          -0.0,      -1.0,  1.0,   std::numeric_limits<double>::infinity(),
+                               std::nan(""), 0x1p-1074, 710.0, -746.0};
+    const std::vector<double> usual = manyArguments(64);
+    for (const tkNMInstructions set : instructionSets())
+        for (const double special : specials)
+            for (std::size_t place = 0; place < 24; ++place)
+            {
+                std::vector<double> arguments(24);
+                for (std::size_t i = 0; i < arguments.size(); ++i)
+                    arguments[i] = std::fabs(usual[4 + i]) < 700.0 ? std::fabs(usual[4 + i]) : 2.5;
+                arguments[place] = special;
+                std::vector<double> exps(24), logs(24), powers(24), results(24);
+                for (std::size_t i = 0; i < 24; ++i)
+                {
+                    exps[i] = tkNMElementary::exp(arguments[i]);
+                    logs[i] = tkNMElementary::log(arguments[i]);
+                    powers[i] = tkNMElementary::pow(arguments[i], 1.7);
+                }
+                Kernel::exp(arguments.data(), results.data(), 24, set);
+                EXPECT_EQ(-1, firstDifference(exps, results)) << special << ' ' << place;
+                Kernel::log(arguments.data(), results.data(), 24, set);
+                EXPECT_EQ(-1, firstDifference(logs, results)) << special << ' ' << place;
+                Kernel::pow(arguments.data(), 1.7, results.data(), 24, set);
+                EXPECT_EQ(-1, firstDifference(powers, results)) << special << ' ' << place;
+            }
+}
+
+TEST(tkNMElementaryKernel, exponentsThatAreSpecialServeAllArguments)
+{
+    const std::vector<double> arguments = manyArguments(3000);
+    for (const double y :
+         {0.0, -0.0, 1.0, -1.0, 2.0, 3.0, 4.0, 0.5, -0.5, 0x1p65, -0x1p65, 0x1p-65, 1e300,
+          std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(), std::nan("")})
+    {
+        std::vector<double> expected(arguments.size());
+        std::transform(arguments.begin(), arguments.end(), expected.begin(),
+                       [y](double x) { return tkNMElementary::pow(x, y); });
+        for (const tkNMInstructions set : instructionSets())
+        {
+            std::vector<double> results(arguments.size());
+            Kernel::pow(arguments.data(), y, results.data(), arguments.size(), set);
+            EXPECT_EQ(-1, firstDifference(expected, results)) << y << ' ' << static_cast<int>(set);
+        }
+    }
+}
+
+TEST(tkNMElementaryKernel, argumentsAndResultsNeedNoAlignment)
+{
+    const std::vector<double> arguments = manyArguments(200);
+    for (const tkNMInstructions set : instructionSets())
+        for (std::size_t skipped = 0; skipped < 8; ++skipped)
+        {
+            const std::size_t count = 50 + skipped;
+            std::vector<double> expected(200, -7.0), results(200, -7.0);
+            std::transform(arguments.begin() + static_cast<long>(skipped),
+                           arguments.begin() + static_cast<long>(skipped + count), expected.begin() + 3,
+                           tkNMElementary::exp);
+            Kernel::exp(arguments.data() + skipped, results.data() + 3, count, set);
+            EXPECT_EQ(-1, firstDifference(expected, results)) << skipped;
+            std::fill(expected.begin(), expected.end(), -7.0);
+            std::fill(results.begin(), results.end(), -7.0);
+            std::transform(arguments.begin() + static_cast<long>(skipped),
+                           arguments.begin() + static_cast<long>(skipped + count), expected.begin() + 5,
+                           [](double x) { return tkNMElementary::pow(x, 0.3); });
+            Kernel::pow(arguments.data() + skipped, 0.3, results.data() + 5, count, set);
+            EXPECT_EQ(-1, firstDifference(expected, results)) << skipped;
+        }
+}

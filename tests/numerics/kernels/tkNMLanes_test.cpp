@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <random>
 #include <vector>
 
 namespace
@@ -94,5 +96,104 @@ TEST(tkNMLanes, fewDoublesAreCopiedAndNoMore)
         copyFew(from, count, to);
         for (std::size_t i = 0; i < 8; ++i)
             EXPECT_EQ(to[i], i < count ? from[i] : 0.0);
+    }
+}
+
+namespace
+{
+template <std::size_t width>
+void expectSums()
+{
+    std::mt19937_64 generator(1);
+    std::normal_distribution<double> deviate;
+    for (int round = 0; round < 200; ++round)
+    {
+        double a[8], b[8], c[8];
+        for (std::size_t l = 0; l < 8; ++l)
+        {
+            a[l] = deviate(generator) * std::exp2(static_cast<double>(generator() % 40));
+            b[l] = deviate(generator);
+            c[l] = deviate(generator);
+        }
+        LanesOf<width> lanes, x, y;
+        lanes.load(a);
+        EXPECT_EQ(lanes.sum(), ((a[0] + a[4]) + (a[2] + a[6])) + ((a[1] + a[5]) + (a[3] + a[7])));
+        x.load(b);
+        y.load(c);
+        lanes.addProducts(x, y);
+        std::vector<double> expected;
+        for (std::size_t l = 0; l < 8; ++l)
+            expected.push_back(a[l] + b[l] * c[l]);
+        EXPECT_EQ(elementsOf(lanes), expected);
+        lanes.subtractProduct(x, 0.3);
+        for (std::size_t l = 0; l < 8; ++l)
+            expected[l] = expected[l] - b[l] * 0.3;
+        EXPECT_EQ(elementsOf(lanes), expected);
+    }
+}
+
+/// NaN, infinity and zeros of either sign are dropped or kept with their bits.
+template <std::size_t width>
+void expectStrangeLanesKept()
+{
+    const double strange[8] = {std::nan(""), HUGE_VAL, -0.0, -HUGE_VAL, 5e-324, -std::nan(""), -0.0, 1e308};
+    for (std::size_t first = 0; first < 8; ++first)
+    {
+        LanesOf<width> lanes;
+        lanes.load(strange);
+        lanes.keepFrom(first);
+        double kept[8];
+        lanes.store(kept);
+        for (std::size_t l = 0; l < 8; ++l)
+        {
+            const double expected = l < first ? 0.0 : strange[l];
+            EXPECT_EQ(std::memcmp(&kept[l], &expected, sizeof expected), 0) << width << ' ' << first << ' ' << l;
+        }
+    }
+    for (std::size_t lane = 0; lane < 8; ++lane)
+    {
+        LanesOf<width> lanes;
+        lanes.clear();
+        lanes.addExcept(std::nan(""), lane);
+        for (std::size_t l = 0; l < 8; ++l)
+            EXPECT_EQ(std::isnan(lanes[l]), l != lane) << width << ' ' << lane;
+        EXPECT_FALSE(std::signbit(lanes[lane]));
+    }
+}
+} // namespace
+
+TEST(tkNMLanes, everyWidthSumsInTheSameOrder)
+{
+    expectSums<1>();
+#if defined(__GNUC__)
+    expectSums<2>();
+    expectSums<4>();
+    expectSums<8>();
+#endif
+}
+
+TEST(tkNMLanes, whatIsMaskedLeavesNoTrace)
+{
+    expectStrangeLanesKept<1>();
+#if defined(__GNUC__)
+    expectStrangeLanesKept<2>();
+    expectStrangeLanesKept<4>();
+    expectStrangeLanesKept<8>();
+#endif
+}
+
+TEST(tkNMLanes, loadAndStoreNeedNoAlignment)
+{
+    std::vector<double> memory(20);
+    for (std::size_t i = 0; i < memory.size(); ++i)
+        memory[i] = static_cast<double>(i);
+    for (std::size_t first = 0; first < 8; ++first)
+    {
+        std::vector<double> target(20, -1.0);
+        LanesOf<plainWidth> lanes;
+        lanes.load(memory.data() + first);
+        lanes.store(target.data() + 7 - first);
+        for (std::size_t i = 0; i < target.size(); ++i)
+            EXPECT_EQ(target[i], i >= 7 - first && i < 15 - first ? static_cast<double>(i + 2 * first) - 7.0 : -1.0);
     }
 }

@@ -59,3 +59,50 @@ TEST(tkNMWelfordStep, isThatOfTheStatisticsInEveryLane)
     compareSteps<1>(1);
     compareSteps<plainWidth>(2);
 }
+
+TEST(tkNMWelfordStep, widerRegistersHaveTheSameBits)
+{
+#if defined(__GNUC__)
+    compareSteps<4>(3); // wider ones than the target has are spilled
+    compareSteps<8>(4);
+#endif
+}
+
+TEST(tkNMWelfordStep, theFirstValueIsTheMeanAndEqualOnesLeaveIt)
+{
+    for (const double x : {0.0, -0.0, 0.1, 1e300, -5e-324, 0x1p490})
+    {
+        double mean = 0.0;
+        double compensation = 0.0;
+        for (double n = 1.0; n <= 100.0; n += 1.0)
+        {
+            double before = -1.0;
+            double after = -1.0;
+            tkNMWelfordStep(x, n, mean, compensation, before, after);
+            EXPECT_EQ(mean, x);
+            EXPECT_EQ(compensation, 0.0);
+            EXPECT_EQ(before, n == 1.0 ? x : 0.0);
+            EXPECT_EQ(after, 0.0);
+        }
+    }
+}
+
+TEST(tkNMWelfordStep, meanAndCompensationAreTheMeanOfWholeNumbers)
+{
+    double mean = 0.0;
+    double compensation = 0.0;
+    double sum = 0.0;
+    std::mt19937_64 generator(5);
+    for (int n = 1; n <= 3000; ++n)
+    {
+        const double x = 1e9 + static_cast<double>(generator() % 1000);
+        sum += x; // exact
+        double before = 0.0;
+        double after = 0.0;
+        tkNMWelfordStep(x, static_cast<double>(n), mean, compensation, before, after);
+        const double rest = (mean * n - sum) / n; // mean n is rounded
+        ASSERT_LE(std::fabs(rest), 1e-6) << n;
+        ASSERT_LE(std::fabs(compensation), 0x1p-24) << n; // half a unit of the mean's last place
+        ASSERT_NEAR((mean - 1e9) + compensation, (sum - 1e9 * n) / n, 1e-12) << n;
+    }
+}

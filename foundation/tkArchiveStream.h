@@ -14,7 +14,7 @@
 /// number does, and a file's stream passes more than 1 KiB on to the system at once. What is loaded is not buffered:
 /// the stream must lose no byte beyond what was asked for. All functions but position() and setFailed() throw
 /// tkArchive::Errors if an earlier one has failed or the stream does.
-class tkArchiveStream
+class TK_EXPORT tkArchiveStream
 {
 public:
     explicit tkArchiveStream(std::ostream& stream);

@@ -7,21 +7,13 @@ import re
 root = pathlib.Path(__file__).resolve().parent.parent
 document = root / "docs/architecture.md"
 kernels = root / "numerics/kernels"
-# Tests that do not have the kernel's name, see "Tests" in CONTRIBUTING.md.
-tests_of = {
-    "tkNMNeighborScan": ["tests/numerics/tkNMNeighborSearch_test.cpp"],
-    "tkNMNeighborFilter": ["tests/numerics/tkNMNeighborSearch_test.cpp"],
-    "tkNMRiskKernel": ["tests/numerics/tkNMDecision_test.cpp"],
-    "tkNMMarginalLanes": ["tests/numerics/kernels/tkNMNormalBatch_test.cpp"],
-}
 
 
 def files_of(kernel):
     sources = sorted(kernels.glob(kernel + ".*"))
     if not sources:
         raise SystemExit(f"{document} names {kernel}, which is no kernel")
-    own = f"tests/numerics/kernels/{kernel}_test.cpp"
-    return sources + [root / test for test in tests_of.get(kernel, [own])]
+    return sources + [root / f"tests/numerics/kernels/{kernel}_test.cpp"]
 
 
 def counted(row):

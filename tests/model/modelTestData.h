@@ -2,13 +2,18 @@
 #define TESTS_MODEL_MODELTESTDATA_H
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
+#include "clss/clastool/bayes/tk_CategoryModelBayesian.h"
+#include "clss/clastool/bayes/tk_ClassifierBayesian.h"
+#include "clss/clastool/bayes/tk_ProbabilityDensityFunction.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
 #include "clss/clastool/clastool/tkClassifierTool.h"
 #include "foundation/tkRandom.h"
+#include "numerics/tkNMNormal.h"
 #include "tkTest.h"
 
 #include <cmath>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -89,6 +94,22 @@ inline tkClassifierDataProviderMemory dataWithABinomial()
     for (int i = 0; i < 30; ++i)
         data.addData({uniform.next(-1.0, 1.0), std::floor(uniform.next(i % 2 ? 1.0 : 3.0, 8.0))}, i % 2);
     return data;
+}
+
+/// The classifier of a training.
+template <class Classifier>
+std::unique_ptr<Classifier> trained(const tkClassifierDataProviderMemory& data, const tkClassifierTrainParams& params)
+{
+    auto classifier = std::make_unique<Classifier>();
+    classifier->train(data, params);
+    return classifier;
+}
+
+/// The distribution of one dependency set of one category.
+inline const tkNMNormal& normalOf(const tk_ClassifierBayesian& classifier, std::size_t model, std::size_t set)
+{
+    const auto& bayesian = dynamic_cast<const tk_CategoryModelBayesian&>(*classifier.categoryModels()[model]);
+    return dynamic_cast<const tk_PDFMultivariateNormal&>(*bayesian.densities()[set]).normal();
 }
 
 /// Golden archives of parameters and of a tool trained with them come back equal and store to the same bytes.

@@ -71,7 +71,7 @@ TEST(tk_CovariancePool, singularCovariancesHaveNoFigures)
     {
         const tk_CovariancePool::Figures figures =
             pool.judge(tk_LabelledPatterns(data), tkClassifierFrequencies(), amount);
-        EXPECT_FALSE(figures.isSound);
+        EXPECT_FALSE(figures.areValid);
         EXPECT_EQ(0, figures.errors);
         EXPECT_EQ(0.0, figures.logLoss);
     }
@@ -91,8 +91,8 @@ TEST(tk_CovariancePool, patternsThatAreAloneInTheirCategoryAreNotJudged)
                                  .judge(tk_LabelledPatterns(data), params.categoryFrequencies(), amount);
         const auto same = tk_CovariancePool(other->categoryModels())
                               .judge(tk_LabelledPatterns(withOne), params.categoryFrequencies(), amount);
-        ASSERT_TRUE(figures.isSound);
-        ASSERT_TRUE(same.isSound);
+        ASSERT_TRUE(figures.areValid);
+        ASSERT_TRUE(same.areValid);
         EXPECT_EQ(figures.errors, same.errors);
         EXPECT_NEAR(figures.logLoss, same.logLoss, 1e-9);
     }
@@ -110,7 +110,7 @@ TEST(tk_CovariancePool, theLogLossOfAPatternIsLimited)
     const auto classifier = trained<tk_ClassifierBayesian>(data, tkClassifierTrainParamsBayesian());
     const auto figures = tk_CovariancePool(classifier->categoryModels())
                              .judge(tk_LabelledPatterns(data), tkClassifierFrequencies(), 0.0);
-    ASSERT_TRUE(figures.isSound);
+    ASSERT_TRUE(figures.areValid);
     EXPECT_EQ(1, figures.errors);
     EXPECT_GE(figures.logLoss, 36.04);
     EXPECT_LT(figures.logLoss, 37.0);

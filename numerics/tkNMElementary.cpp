@@ -295,9 +295,9 @@ double specialPow(double x, double y)
 /// x^0.5, which is not the root where x is -0.0 or minus infinity.
 double powOfHalf(double x)
 {
-    if (x >= 0.0)
-        return std::sqrt(x + 0.0); // -0.0 gives 0.0
-    return x == -infinity ? infinity : notANumber;
+    if (x == -infinity)
+        return infinity;
+    return x >= 0.0 ? std::sqrt(x + 0.0) : notANumber; // -0.0 gives 0.0
 }
 } // namespace
 

@@ -215,12 +215,12 @@ private:
 
     std::vector<long> termsLabels_;
     std::optional<tk_DecisionTerms> terms_;
-    double costs_[mostCategories_ * mostCategories_]; // of deciding for i while j is the case: at i * n + j
+    double costs_[mostCategories_ * mostCategories_] = {}; // of deciding for i while j is the case: at i * n + j
 
-    double classScores_[mostCategories_ * block]; // category by category, those of the patterns side by side
-    double expectedCosts_[mostCategories_ * block];
-    std::size_t first_[block];
-    bool isDecided_[block];
+    double classScores_[mostCategories_ * block] = {}; // category by category, those of the patterns side by side
+    double expectedCosts_[mostCategories_ * block] = {};
+    std::size_t first_[block] = {};
+    bool isDecided_[block] = {};
 
     tkClassifierResult result_; // of a single pattern
     std::vector<long> rankedLabels_;

@@ -24,6 +24,74 @@ tkClassifierTrainParamsKNN knnParams(const tkClassifierTrainParams& params)
     checked.k(knn->k());
     return checked;
 }
+
+// What follows turns `count` votes, one label each, into the labels without repetition, ascending, and a figure for
+// each in `scores`; it returns how many there are. `labels` has room for one more, and `scores` for a group.
+
+/// So many votes for labels so close together are counted without branches that could not be foreseen.
+constexpr long fewVotes = 8;
+constexpr unsigned long fewLabels = 16;
+/// Labels no farther apart, as nearly all are, need no sorting.
+constexpr unsigned long counted = 64;
+
+/// The i-th label from `smallest` on; it may pass the largest long.
+long labelAfter(long smallest, unsigned long i)
+{
+    return static_cast<long>(static_cast<unsigned long>(smallest) + i);
+}
+
+/// Shares of the votes. *Requires* count <= fewVotes, and labels below smallest + fewLabels.
+std::size_t fillShares(long count, long smallest, long* labels, double* scores)
+{
+    double shares[fewVotes + 1]; // of votes not yet known, so that no vote waits for a division
+    for (long i = 0; i <= fewVotes; ++i)
+        shares[i] = static_cast<double>(i) / static_cast<double>(count);
+    std::uint64_t votes = 0; // four bits a label
+    for (long j = 0; j < count; ++j)
+        votes += std::uint64_t{1} << 4 * (labels[j] - smallest);
+    std::size_t numLabels = 0;
+    for (unsigned long i = 0; i < fewLabels; ++i, votes >>= 4)
+    {
+        labels[numLabels] = labelAfter(smallest, i);
+        scores[numLabels] = shares[votes & 15];
+        numLabels += (votes & 15) != 0;
+    }
+    return numLabels;
+}
+
+/// Numbers of votes. *Requires* range < counted, the largest label less the smallest.
+std::size_t countVotes(long count, long smallest, unsigned long range, long* labels, double* scores)
+{
+    constexpr unsigned long together = 16;
+    const unsigned long numCounted = (range / together + 1) * together;
+    long votes[counted];
+    std::fill(votes, votes + numCounted, 0L);
+    for (long j = 0; j < count; ++j)
+        ++votes[labels[j] - smallest];
+    std::size_t numLabels = 0;
+    for (unsigned long i = 0; i < numCounted; ++i)
+    {
+        labels[numLabels] = labelAfter(smallest, i);
+        scores[numLabels] = static_cast<double>(votes[i]);
+        numLabels += votes[i] > 0;
+    }
+    return numLabels;
+}
+
+/// Numbers of votes for any labels.
+std::size_t sortVotes(long count, long* labels, double* scores)
+{
+    std::sort(labels, labels + count);
+    std::size_t numLabels = 0;
+    for (long *first = labels, *const end = labels + count; first != end;)
+    {
+        long* const last = std::upper_bound(first, end, *first);
+        labels[numLabels] = *first;
+        scores[numLabels++] = static_cast<double>(last - first);
+        first = last;
+    }
+    return numLabels;
+}
 } // namespace
 
 tk_ClassifierKNN& tk_ClassifierKNN::operator=(const tk_ClassifierKNN& other)
@@ -177,9 +245,6 @@ long tk_ClassifierKNN::findNearestNeighbors_(const tkFeaturePattern& pattern, lo
 
 std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, double* scores) const
 {
-    // Without branches that could not be foreseen: neither on votes nor, mostly, on how many labels there are.
-    constexpr long fewVotes = 8;
-    constexpr unsigned long fewLabels = 16;
     long* const labels = indices;
     labels[0] = trainingData_->labels()[static_cast<std::size_t>(indices[0])];
     std::fill(scores, scores + tkNMDecision::group, 0.0);
@@ -197,51 +262,10 @@ std::size_t tk_ClassifierKNN::fillMatchResults_(long count, long* indices, doubl
         largest = std::max(largest, labels[j]);
     }
     const unsigned long range = static_cast<unsigned long>(largest) - static_cast<unsigned long>(smallest);
-    std::size_t numLabels = 0;
     if (count <= fewVotes && range < fewLabels)
-    {
-        double shares[fewVotes + 1]; // of votes not yet known, so that no vote waits for a division
-        for (long i = 0; i <= fewVotes; ++i)
-            shares[i] = static_cast<double>(i) / static_cast<double>(count);
-        std::uint64_t votes = 0; // four bits a label
-        for (long j = 0; j < count; ++j)
-            votes += std::uint64_t{1} << 4 * (labels[j] - smallest);
-        for (unsigned long i = 0; i < fewLabels; ++i, votes >>= 4)
-        {
-            labels[numLabels] = static_cast<long>(static_cast<unsigned long>(smallest) + i); // may pass the largest
-            scores[numLabels] = shares[votes & 15];
-            numLabels += (votes & 15) != 0;
-        }
-        return numLabels;
-    }
-    constexpr unsigned long counted = 64; // labels no farther apart, as nearly all are, need no sorting
-    if (range < counted)
-    {
-        constexpr unsigned long together = 16;
-        const unsigned long numCounted = (static_cast<unsigned long>(largest - smallest) / together + 1) * together;
-        long votes[counted];
-        std::fill(votes, votes + numCounted, 0L);
-        for (long j = 0; j < count; ++j)
-            ++votes[labels[j] - smallest];
-        for (unsigned long i = 0; i < numCounted; ++i)
-        {
-            labels[numLabels] =
-                static_cast<long>(static_cast<unsigned long>(smallest) + i); // may pass the largest long
-            scores[numLabels] = static_cast<double>(votes[i]);               // their number at first
-            numLabels += votes[i] > 0;
-        }
-    }
-    else
-    {
-        std::sort(labels, labels + count);
-        for (long *first = labels, *const end = labels + count; first != end;)
-        {
-            long* const last = std::upper_bound(first, end, *first);
-            labels[numLabels] = *first;
-            scores[numLabels++] = static_cast<double>(last - first);
-            first = last;
-        }
-    }
+        return fillShares(count, smallest, labels, scores);
+    const std::size_t numLabels =
+        range < counted ? countVotes(count, smallest, range, labels, scores) : sortVotes(count, labels, scores);
     const std::size_t padded = tkNMDecision::roundUp(numLabels);
     std::fill(scores + numLabels, scores + padded, 0.0);
     for (std::size_t i = 0; i < padded; ++i)

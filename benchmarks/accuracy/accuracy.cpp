@@ -3,12 +3,13 @@
 // accuracy FREQUENCIES FOLDS DATA [METHOD [LIMIT]]: FREQUENCIES is "equal" or "shares" (of the training patterns),
 // FOLDS a file with the number of the fold in which each pattern is tested, DATA a file with a pattern on each line:
 // its measurements and its category, separated by commas. METHOD is "joint", as said above, if it is left out;
-// "pooled": the same with covariances pooled by an amount that leave-one-out chooses; "gaps": as "joint", but it learns
-// also from patterns with missing measurements, which are "nan" in DATA; "neighbours": the 5 nearest ones, and
-// "scaled": the same with measurements divided by their deviations, both without regard to FREQUENCIES. With LIMIT,
-// only so many patterns of each category are learned, the first ones. Prints a line for each fold: the share of right
-// decisions, and the mean of -ln of the class score of the right category, where a score below 2^-52 counts as 2^-52
-// (a category without training patterns has a score of 0). accuracy.py makes folds and data.
+// "independent": without dependency sets; "halves": the first half of the measurements is one set and the second half
+// another; "pooled": as "joint" with covariances pooled by an amount that leave-one-out chooses; "gaps": as "joint",
+// but it learns also from patterns with missing measurements, which are "nan" in DATA; "neighbours": the 5 nearest
+// ones, and "scaled": the same with measurements divided by their deviations, both without regard to FREQUENCIES. With
+// LIMIT, only so many patterns of each category are learned, the first ones. Prints a line for each fold: the share of
+// right decisions, and the mean of -ln of the class score of the right category, where a score below 2^-52 counts as
+// 2^-52 (a category without training patterns has a score of 0). accuracy.py makes folds and data.
 
 #include "clss/clastool/bayes/tkClassifierTrainParamsBayesian.h"
 #include "clss/clastool/clastool/tkClassifierDataProvider.h"
@@ -117,6 +118,19 @@ Judge trainedBayesian(const tkClassifierDataProviderMemory& training, const tkCl
     return [=](const tkFeaturePattern& pattern) { return tool->run(pattern); };
 }
 
+/// The dependency sets of every category.
+std::vector<std::vector<long>> dependencySets(long measurements, const std::string& method)
+{
+    std::vector<long> all(static_cast<std::size_t>(measurements));
+    std::iota(all.begin(), all.end(), 0L);
+    if (method == "independent")
+        return {};
+    if (method != "halves")
+        return {all};
+    const auto half = all.begin() + measurements / 2;
+    return {std::vector<long>(all.begin(), half), std::vector<long>(half, all.end())};
+}
+
 /// What is learned from the patterns of the other folds and judges those of one.
 Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, const Way& way)
 {
@@ -128,15 +142,16 @@ Figures figuresOf(const Data& data, const std::vector<long>& folds, long fold, c
             training.addData(data.patterns[i], data.labels[i]);
             counts[data.labels[i]] += 1.0;
         }
-    std::vector<long> all(static_cast<std::size_t>(training.numMeasurements()));
-    std::iota(all.begin(), all.end(), 0L);
+    const std::vector<std::vector<long>> sets = dependencySets(training.numMeasurements(), way.method);
     tkClassifierDistributionTypes types(tkClassifierDistributionTypes::eNormal);
     tkClassifierFrequencies frequencies;
     for (const auto& [label, count] : counts)
     {
         if (count == 0.0)
             continue;
-        types.setDependent(label, all);
+        for (const std::vector<long>& set : sets)
+            if (set.size() > 1)
+                types.setDependent(label, set);
         if (!way.hasEqualFrequencies)
             frequencies.categoryFrequencyOverride(label, count);
     }
@@ -163,7 +178,7 @@ int main(int argc, char** argv)
 {
     if (argc < 4 || argc > 6)
     {
-        std::cerr << "accuracy equal|shares FOLDS DATA [joint|pooled|gaps|neighbours|scaled [LIMIT]]\n";
+        std::cerr << "accuracy equal|shares FOLDS DATA [METHOD [LIMIT]]\n";
         return 2;
     }
     try
@@ -178,7 +193,8 @@ int main(int argc, char** argv)
             throw std::runtime_error("as many folds as patterns are needed");
         const Way way{std::string(argv[1]) == "equal", argc > 4 ? argv[4] : "joint",
                       argc > 5 ? std::stod(argv[5]) : HUGE_VAL};
-        if (std::set<std::string>{"joint", "pooled", "gaps", "neighbours", "scaled"}.count(way.method) == 0)
+        if (std::set<std::string>{"joint", "independent", "halves", "pooled", "gaps", "neighbours", "scaled"}.count(
+                way.method) == 0)
             throw std::runtime_error("there is no method " + way.method);
         for (const long fold : std::set<long>(folds.begin(), folds.end()))
         {

@@ -4,13 +4,14 @@
     accuracy.py PROGRAM [OTHER] [methods=METHOD,METHOD] [few] [gaps=SHARE] [sets=SET,SET]
                 [weka=FOLDER] [mlbench=FOLDER] [mass=FOLDER]
 
-PROGRAM is the program accuracy (-DCLASTOOL_BUILD_BENCHMARKS=ON), OTHER the same built with another state of the library
-to compare with. Methods are joint (if none are named), pooled, gaps, neighbours and scaled; see accuracy.cpp. With the word
-few, the patterns are shuffled once, and one pattern of each category more than there are measurements is learned. With
-gaps=0.1 a tenth of all measurements is removed at random, in training and testing, and two more columns have the shares of
-right decisions of scikit-learn's QuadraticDiscriminantAnalysis and GaussianNB with the means imputed, on the same folds and
-with the categories' shares as priors; the method gaps learns from patterns with gaps. Sets are named as in the table, with
-hyphens for spaces; all are read if none are named. The data come from packages and are no part of this repository:
+PROGRAM is the program accuracy (-DCLASTOOL_BUILD_BENCHMARKS=ON), OTHER the same built with another state of the
+library to compare with. Methods are joint (if none are named), independent, halves, pooled, gaps, neighbours and
+scaled; see accuracy.cpp. With the word few, the patterns are shuffled once, and one pattern of each category more
+than there are measurements is learned. With gaps=0.1 a tenth of all measurements is removed at random, in training
+and testing, and two more columns have the shares of right decisions of scikit-learn's QuadraticDiscriminantAnalysis
+and GaussianNB with the means imputed, on the same folds and with the categories' shares as priors; the method gaps
+learns from patterns with gaps. Sets are named as in the table, with hyphens for spaces; all are read if none are
+named. The data come from packages and are no part of this repository:
 
     Debian weka (GPL), /usr/share/doc/weka/examples: glass, segment, ionosphere, diabetes, unbalanced, credit, nearly all
         from the UCI repository;
